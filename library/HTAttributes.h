@@ -1,0 +1,21 @@
+// Compiler attributes, the only macros of the project. Any file may include this one.
+#pragma once
+
+// A printf-like function: which argument is the format, and which the first to be formatted (both
+// counted from 1, `this` included).
+#define HT_PRINTF(text, first) __attribute__((format(printf, text, first)))
+
+// Clang's thread-safety analysis (-Wthread-safety); nothing under other compilers.
+#if defined(__clang__)
+#define HT_THREAD_ATTRIBUTE(attribute) __attribute__((attribute))
+#else
+#define HT_THREAD_ATTRIBUTE(attribute)
+#endif
+
+#define HT_CAPABILITY(name) HT_THREAD_ATTRIBUTE(capability(name))
+#define HT_SCOPED_CAPABILITY HT_THREAD_ATTRIBUTE(scoped_lockable)
+#define HT_GUARDED_BY(mutex) HT_THREAD_ATTRIBUTE(guarded_by(mutex))
+#define HT_REQUIRES(mutex) HT_THREAD_ATTRIBUTE(requires_capability(mutex))
+#define HT_ACQUIRE(...) HT_THREAD_ATTRIBUTE(acquire_capability(__VA_ARGS__))
+#define HT_RELEASE(...) HT_THREAD_ATTRIBUTE(release_capability(__VA_ARGS__))
+#define HT_NO_THREAD_SAFETY_ANALYSIS HT_THREAD_ATTRIBUTE(no_thread_safety_analysis)

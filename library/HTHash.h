@@ -1,0 +1,76 @@
+// Chained hash table of opaque items, with a hasher and a comparator of the caller's and locks of
+// its own.
+//
+//     bucket 0 -> newest -> ... -> oldest
+//     bucket 1 -> null
+//     ...                                    lock of bucket i: number i mod lockCount
+//
+// Items belong to the caller; the table never frees one. With a lock count of 1 one lock guards the
+// whole table, with more each guards its share of the buckets; any thread may then call. With 0 the
+// owner locks. Hashers run before any lock is taken; comparators run under it and must not call the
+// table.
+#pragma once
+
+#include <cstdint>
+
+struct HashTable;
+struct HashEnumeration;
+
+// 0 when `item` is the one that `key` asks for.
+using HashComparator = int (*)(const void *item, const void *key);
+// The bucket of `key` in a table of `size` buckets, below `size`. Called with items and with keys:
+// both must give the same bucket when the comparator finds them equal.
+using HashHasher = std::uint32_t (*)(std::uint32_t size, const void *key);
+
+// An empty table of `size` buckets, at least 1. Null when `size` is 0, or (reported) when memory is
+// out. Released with HashDestroy().
+[[nodiscard]] HashTable *HashCreate(std::uint32_t size, HashComparator comparator,
+                                    HashHasher hasher, std::uint32_t lockCount);
+
+// Adds `item` in front of its bucket; equal ones stay, hidden behind it. 0, or 1 (reported) when
+// memory is out.
+int HashAdd(HashTable *table, void *item);
+
+// The newest item that equals `key`, or null.
+[[nodiscard]] void *HashLookup(HashTable *table, const void *key);
+
+// Takes the newest item that equals `key` out of the table and returns it; null when there is none.
+void *HashRemove(HashTable *table, const void *key);
+
+// Empties the table, as one step for other threads.
+void HashWipe(HashTable *table);
+
+// The same, and hands each item to `visit` on its way out; `visit` may free it. An item that
+// another thread adds meanwhile is either handed over or stays. `visit` runs under all locks of the
+// table and must not call the table.
+void HashDrain(HashTable *table, void (*visit)(void *item, void *context), void *context);
+
+// Releases the table, not its items; null does nothing. No other thread may use it any more.
+void HashDestroy(HashTable *table);
+
+// Enumeration visits every item once, in no particular order. With one lock the table stays locked
+// from start to end; with more, the bucket that the last item came from stays locked until the next
+// call. The enumerating thread must make no other call that locks what it holds; in a table without
+// locks it may remove the item it was given last.
+// Start gives null (reported), with nothing locked, when memory is out.
+[[nodiscard]] HashEnumeration *HashStartEnumeration(HashTable *table);
+// The next item; null at the end, and from then on.
+[[nodiscard]] void *HashEnumerateNext(HashTable *table, HashEnumeration *enumeration);
+// Frees the enumeration and unlocks; null does nothing.
+void HashEndEnumeration(HashTable *table, HashEnumeration *enumeration);
+
+// Take and release the one lock of a table that has exactly one; otherwise do nothing. No other
+// call on the table is possible in between.
+void HashLockTable(HashTable *table);
+void HashUnlockTable(HashTable *table);
+
+// Recycling: with a `length` other than 0 entries are allocated ten at a time and kept for use
+// again until HashDestroy(); with 0, as at the start, each is a heap allocation of its own. Does
+// nothing while the table holds items. Call before other threads use the table.
+void HashSetFreelistLength(HashTable *table, std::uint32_t length);
+// Allocates spare entries until there are `length` of them. 0, or 1 (reported) when memory is out.
+int HashPreallocate(HashTable *table);
+
+// The ELF hash of a string, whose bytes count as signed: modulo `size`, or as it is when `size` is
+// 0.
+[[nodiscard]] std::uint32_t ElfHash(std::uint32_t size, const char *string);

@@ -1,0 +1,20 @@
+// Start and end of the library, called by a program's main thread only.
+#pragma once
+
+#include "HTWorkThread.h"
+
+// Heap checking is the sanitizer builds' work, ASCII case folding needs no tables, and the time is
+// read when it is asked for: these three have nothing to set up and keep only their place in the
+// start sequence.
+void HeapDebug_init();
+void initializeCaseTables();
+void updatetimeRep(int kind);
+
+// Sets up the library for the process: registers its own work-thread modules and readies ICU for
+// use by several threads. Call once, before any other thread exists. The arguments are reserved.
+void HTInitAll(int flags, int reserved);
+
+// Sets up and ends the library's state of the calling (main) thread; other threads use the
+// HTWorkThread brackets. Returns the thread's context.
+HTThreadContext *HTInitThd(int kind);
+void HTEndThd(int kind, HTThreadContext *context);

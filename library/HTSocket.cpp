@@ -1,0 +1,421 @@
+#include "HTSocket.h"
+
+#include <poll.h>
+#include <sys/uio.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <new>
+
+#include "HTHash.h"
+#include "HTMemory.h"
+#include "htthread.h"
+#include "tfprintf.h"
+
+namespace {
+
+constexpr std::uint32_t kOpenBuckets = 251;
+
+// Statistics; any thread adds. Relaxed, for nothing is ordered by them.
+constinit std::atomic<std::uint64_t> totalReceived{0};
+constinit std::atomic<std::uint64_t> totalSent{0};
+
+// Brings errno back, at the end of its scope, to what it was at the start: locks, traces and memory
+// calls must not hide what a system call has said.
+class ErrnoKeeper {
+public:
+    ErrnoKeeper() : value_(errno) {}
+    ~ErrnoKeeper() { errno = value_; }
+    ErrnoKeeper(const ErrnoKeeper &) = delete;
+    ErrnoKeeper &operator=(const ErrnoKeeper &) = delete;
+
+    [[nodiscard]] int value() const { return value_; }
+
+private:
+    const int value_;
+};
+
+// The free records, last in first out.
+class RecordQueue {
+public:
+    void push(HTSocket *record)
+    {
+        const PMutexGuard guard(mutex_);
+        record->next = top_;
+        top_ = record;
+    }
+
+    // Null when the queue is empty.
+    HTSocket *pop()
+    {
+        const PMutexGuard guard(mutex_);
+        HTSocket *const record = top_;
+        if (record != nullptr) {
+            top_ = record->next;
+        }
+        return record;
+    }
+
+private:
+    PMutex mutex_;
+    HTSocket *top_ HT_GUARDED_BY(mutex_) = nullptr;
+};
+
+// Made by the first call and never destroyed: threads may outlive main.
+RecordQueue &recordQueue()
+{
+    alignas(RecordQueue) static std::array<std::byte, sizeof(RecordQueue)> storage;
+    static RecordQueue *const queue = new (storage.data()) RecordQueue;
+    return *queue;
+}
+
+std::uint32_t hashRecord(std::uint32_t size, const void *record)
+{
+    return static_cast<std::uint32_t>(static_cast<const HTSocket *>(record)->fd) % size;
+}
+
+int compareRecords(const void *item, const void *key)
+{
+    return static_cast<const HTSocket *>(item)->fd == static_cast<const HTSocket *>(key)->fd ? 0
+                                                                                             : 1;
+}
+
+// The records of all open descriptors, under a lock of its own; null when there was no memory for
+// it.
+HashTable *openSockets()
+{
+    static HashTable *const table = HashCreate(kOpenBuckets, compareRecords, hashRecord, 1);
+    return table;
+}
+
+bool enterOpen(HTSocket *socket)
+{
+    HashTable *const table = openSockets();
+    return table != nullptr && HashAdd(table, socket) == 0;
+}
+
+// Whether the table knows the descriptor; errno is EBADF if not.
+bool checkOpen(const HTSocket *socket)
+{
+    HashTable *const table = openSockets();
+    if (table == nullptr || HashLookup(table, socket) == nullptr) {
+        errno = EBADF;
+        return false;
+    }
+    return true;
+}
+
+// Takes the descriptor out of the table; false, with errno EBADF, when it was not there.
+bool takeFromOpen(const HTSocket *socket)
+{
+    return checkOpen(socket) && HashRemove(openSockets(), socket) != nullptr;
+}
+
+// A system call on the socket has failed: notes why and passes the result on.
+ssize_t failed(HTSocket *socket)
+{
+    socket->lastError = errno;
+    return -1;
+}
+
+// A record ready for use, from the queue or the heap; null (reported) when memory is out.
+HTSocket *takeRecord()
+{
+    HTSocket *const record = recordQueue().pop();
+    if (record != nullptr) {
+        *record = HTSocket{.fromQueue = true};
+        return record;
+    }
+    auto *const fresh = new (std::nothrow) HTSocket;
+    if (fresh == nullptr) {
+        HTOutOfMemory("library/HTSocket", "HTSocket_new", __LINE__, sizeof(HTSocket));
+        errno = ENOMEM;
+    }
+    return fresh;
+}
+
+void giveRecordBack(HTSocket *socket)
+{
+    while (HTSocketOption *const option = socket->options) {
+        socket->options = option->next;
+        std::free(option);
+    }
+    if (!socket->fromQueue) {
+        delete socket;
+        return;
+    }
+    if (HTTrace_on(kTraceSocket)) {
+        const auto address = static_cast<unsigned>(reinterpret_cast<std::uintptr_t>(socket));
+        tfprintf(nullptr, "Socket...... Returning socket struct (%x) to the queue.\n", address);
+    }
+    socket->fd = -1;
+    socket->isFree = true;
+    recordQueue().push(socket);
+}
+
+// Makes the descriptor of a record and enters it in the table; false with errno set.
+bool openDescriptor(HTSocket *socket, int domain, int type, int protocol)
+{
+    socket->fd = ::socket(domain, type, protocol);
+    if (socket->fd == -1) {
+        return false;
+    }
+    if (!enterOpen(socket)) {
+        ::close(socket->fd);
+        errno = ENOMEM;
+        return false;
+    }
+    return true;
+}
+
+void keepOption(HTSocket *socket, const HTSocketOption &option, const void *value)
+{
+    const std::size_t size = sizeof(HTSocketOption) + option.length;
+    void *const memory = std::malloc(size);
+    if (memory == nullptr) {
+        HTOutOfMemory("library/HTSocket", "HTSocket_setsockopt", __LINE__, size);
+        return;
+    }
+    socket->options = new (memory) HTSocketOption(option);
+    std::copy_n(static_cast<const char *>(value), option.length,
+                static_cast<char *>(socket->options->value()));
+}
+
+// poll() on one descriptor that goes on, with the time that is left, after a signal.
+int pollThroughSignals(pollfd *entry, int timeoutMs)
+{
+    using Clock = std::chrono::steady_clock;
+    using std::chrono::milliseconds;
+
+    const int before = errno;
+    const auto deadline = Clock::now() + milliseconds(std::max(timeoutMs, 0));
+    int left = timeoutMs;
+    for (;;) {
+        const int count = ::poll(entry, 1, left);
+        if (count >= 0) {
+            errno = before;
+            return count;
+        }
+        if (errno != EINTR) {
+            return -1;
+        }
+        if (timeoutMs > 0) {
+            const auto rest = std::chrono::ceil<milliseconds>(deadline - Clock::now());
+            left = static_cast<int>(std::max<std::int64_t>(rest.count(), 0));
+        }
+    }
+}
+
+}  // namespace
+
+void HTSocketQueue_init(int count)
+{
+    for (int i = 0; i < count; ++i) {
+        auto *const record = new (std::nothrow) HTSocket{.fromQueue = true, .isFree = true};
+        if (record == nullptr) {
+            HTOutOfMemory("library/HTSocket", "HTSocketQueue_init", __LINE__, sizeof(HTSocket));
+            return;
+        }
+        recordQueue().push(record);
+    }
+}
+
+HTSocket *HTSocket_new(int domain, int type, int protocol, const char *sourceFile, int line,
+                       HTThreadContext * /*context*/)
+{
+    HTSocket *const socket = takeRecord();
+    if (socket == nullptr) {
+        return nullptr;
+    }
+    const int before = errno;
+    const bool open = openDescriptor(socket, domain, type, protocol);
+    if (open) {
+        errno = before;  // a table that grew may have left its own
+    }
+    const ErrnoKeeper kept;
+    if (HTTrace_on(kTraceSocket)) {
+        tfprintf(nullptr, "socket...... %d created for %s:%d errno=%d\n", socket->fd, sourceFile,
+                 line, open ? 0 : kept.value());
+    }
+    if (!open) {
+        giveRecordBack(socket);
+        return nullptr;
+    }
+    return socket;
+}
+
+int HTSocket_setsockopt(HTSocket *socket, int level, int name, const void *value, socklen_t length,
+                        HTThreadContext *context)
+{
+    if (socket == nullptr) {
+        return -1;
+    }
+    const int result = ::setsockopt(socket->fd, level, name, value, length);
+    const ErrnoKeeper kept;
+    if (result == -1) {
+        socket->lastError = kept.value();
+    } else if (context != nullptr && context->config != nullptr &&
+               context->config->keepSocketOptions) {
+        keepOption(socket,
+                   {.level = level, .name = name, .length = length, .next = socket->options},
+                   value);
+    }
+    return result;
+}
+
+int HTSocket_connect(HTSocket **socketHolder, const sockaddr_in *address, socklen_t length,
+                     HTThreadContext *context)
+{
+    HTSocket *const socket = socketHolder == nullptr ? nullptr : *socketHolder;
+    if (socket == nullptr) {
+        return -1;
+    }
+    if (!checkOpen(socket)) {
+        return static_cast<int>(failed(socket));
+    }
+    if (context != nullptr) {
+        context->lastConnect = HTtime();
+    }
+    const int result = ::connect(socket->fd, reinterpret_cast<const sockaddr *>(address), length);
+    return result == -1 ? static_cast<int>(failed(socket)) : result;
+}
+
+int HTSocket_isready(HTSocket *socket, int timeoutMs, HTThreadContext * /*context*/)
+{
+    if (socket == nullptr) {
+        return -1;
+    }
+    pollfd entry = {.fd = socket->fd, .events = POLLIN | POLLPRI, .revents = 0};
+    const int result = pollThroughSignals(&entry, timeoutMs);
+    const ErrnoKeeper kept;
+    if (HTTrace_on(kTraceSocket)) {
+        tfprintf(nullptr, "Poll returned %d with the following return events 0x%x\n", result,
+                 static_cast<unsigned>(entry.revents));
+    }
+    if (result == -1) {
+        return static_cast<int>(failed(socket));
+    }
+    return (entry.revents & (POLLERR | POLLHUP | POLLNVAL)) != 0 ? -1 : result;
+}
+
+// Linux reports POLLRDHUP for a FIN and for a reset alike. A reset adds POLLERR until a call has
+// fetched its error, and POLLHUP for good; a FIN adds neither.
+bool HTSocket_peerClosed(const HTSocket *socket, HTThreadContext * /*context*/)
+{
+    if (socket == nullptr) {
+        return false;
+    }
+    pollfd entry = {.fd = socket->fd, .events = POLLRDHUP, .revents = 0};
+    const ErrnoKeeper kept;
+    return pollThroughSignals(&entry, 0) == 1 && entry.revents == POLLRDHUP;
+}
+
+ssize_t HTSocket_read(HTSocket *socket, void *buffer, std::size_t length, HTThreadContext *context)
+{
+    if (socket == nullptr) {
+        return -1;
+    }
+    const bool tracing = HTTrace_on(kTraceSocket);
+    ssize_t count = ::recv(socket->fd, buffer, length, 0);
+    const ErrnoKeeper kept;
+    if (count == -1) {
+        count = failed(socket);
+        if (kept.value() == EAGAIN || kept.value() == EWOULDBLOCK) {
+            count = 0;
+            if (tracing) {
+                tfprintf(nullptr,
+                         "Socket...... recv() returned EWOULDBLOCK; setting bytes to 0.\n");
+            }
+        }
+    }
+    if (count != -1) {
+        totalReceived.fetch_add(static_cast<std::uint64_t>(count), std::memory_order_relaxed);
+        socket->bytesRead += static_cast<std::uint32_t>(count);
+        if (context != nullptr) {
+            context->lastActivity = HTtime();
+        }
+    }
+    if (tracing) {
+        tfprintf(nullptr, "Socket...... read %d bytes on socket %d.\n", static_cast<int>(count),
+                 socket->fd);
+    }
+    return count;
+}
+
+ssize_t HTSocket_writemsg(HTSocket *socket, const void *buffer, std::size_t length,
+                          HTThreadContext * /*context*/)
+{
+    if (socket == nullptr) {
+        return -1;
+    }
+    if (!checkOpen(socket)) {
+        return failed(socket);
+    }
+    iovec segment = {.iov_base = const_cast<void *>(buffer), .iov_len = length};
+    msghdr message{};
+    message.msg_iov = &segment;
+    message.msg_iovlen = 1;
+    const ssize_t count = ::sendmsg(socket->fd, &message, 0);
+    if (count == -1) {
+        return failed(socket);
+    }
+    totalSent.fetch_add(static_cast<std::uint64_t>(count), std::memory_order_relaxed);
+    socket->bytesWritten += static_cast<std::uint32_t>(count);
+    return count;
+}
+
+ssize_t receive_all(HTSocket *socket, void *buffer, std::size_t length, int flags)
+{
+    if (socket == nullptr) {
+        return -1;
+    }
+    std::size_t total = 0;
+    while (total < length) {
+        const ssize_t count =
+            ::recv(socket->fd, static_cast<char *>(buffer) + total, length - total, flags);
+        if (count == -1) {
+            return failed(socket);
+        }
+        if (count == 0) {
+            break;
+        }
+        total += static_cast<std::size_t>(count);
+    }
+    return static_cast<ssize_t>(total);
+}
+
+int HTSocket_close(HTSocket *socket, const char *sourceFile, int line,
+                   HTThreadContext * /*context*/)
+{
+    if (socket == nullptr) {
+        return -1;
+    }
+    if (socket->isFree) {
+        errno = EBADF;
+        return -1;
+    }
+    // Out of the table first: as soon as it is closed, another thread may be given the same number.
+    const int result = takeFromOpen(socket) ? ::close(socket->fd) : -1;
+    const ErrnoKeeper kept;
+    if (HTTrace_on(kTraceSocket)) {
+        tfprintf(nullptr, "socket...... %d closed for %s:%d errno=%d\n", socket->fd, sourceFile,
+                 line, result == -1 ? kept.value() : 0);
+    }
+    giveRecordBack(socket);
+    return result;
+}
+
+std::uint64_t HTSocket_totalReceived()
+{
+    return totalReceived.load(std::memory_order_relaxed);
+}
+
+std::uint64_t HTSocket_totalSent()
+{
+    return totalSent.load(std::memory_order_relaxed);
+}

@@ -1,0 +1,90 @@
+// Sockets: a record around each descriptor, with the error and the byte counts of its life.
+//
+// Records come from a queue that is filled at start-up, and from the heap when it is empty. The
+// descriptors of all open records are kept in a table; a record whose descriptor is not in it is
+// refused with EBADF. Any thread may call; one record is used by one thread at a time. The last
+// argument of a call is the calling thread's context, which notes the times of network activity
+// (null notes nothing).
+//
+// Calls that fail return -1 (or null) and leave errno as the failing system call set it; no call
+// changes errno otherwise. A null socket gives -1 with errno untouched.
+#pragma once
+
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <sys/types.h>
+
+#include <cstddef>
+#include <cstdint>
+
+#include "HTWorkThread.h"
+
+// An option set on a socket; the copy of its value lies behind the record.
+struct HTSocketOption {
+    int level;
+    int name;
+    socklen_t length;
+    HTSocketOption *next;
+
+    [[nodiscard]] void *value() { return this + 1; }
+};
+
+struct HTSocket {
+    int fd = -1;             // -1 while free
+    int lastError = 0;       // errno of the last call that failed on it
+    bool fromQueue = false;  // goes back to the queue when closed
+    bool isFree = false;     // waits in the queue
+    HTSocketOption *options =
+        nullptr;          // newest first; only with HTLibraryConfig::keepSocketOptions
+    bool secure = false;  // carries TLS; nothing sets it yet
+    std::uint32_t bytesRead = 0;
+    std::uint32_t bytesWritten = 0;
+    HTSocket *next = nullptr;  // behind it in the queue
+};
+
+// Adds `count` records to the queue. Fewer (reported) when memory is out.
+void HTSocketQueue_init(int count);
+
+// A new socket as socket() makes it; null on failure. `sourceFile` and `line` say in the trace who
+// asked. Ended with HTSocket_close().
+[[nodiscard]] HTSocket *HTSocket_new(int domain, int type, int protocol, const char *sourceFile,
+                                     int line, HTThreadContext *context);
+
+// setsockopt(); its result.
+int HTSocket_setsockopt(HTSocket *socket, int level, int name, const void *value, socklen_t length,
+                        HTThreadContext *context);
+
+// Connects the socket in `*socketHolder`, blocking for as long as the system does. connect()'s
+// result.
+int HTSocket_connect(HTSocket **socketHolder, const sockaddr_in *address, socklen_t length,
+                     HTThreadContext *context);
+
+// Waits up to `timeoutMs` milliseconds (for ever when negative) for input; signals do not end the
+// wait. 1: readable, which the end of the stream is too. 0: nothing came. -1: failed, or the socket
+// has an error or a hang-up, which the next read tells.
+int HTSocket_isready(HTSocket *socket, int timeoutMs, HTThreadContext *context);
+
+// True when the peer has ended its stream in an orderly way, whether or not its last bytes have
+// been read. False while the stream is open, and after a reset: there the next write fails by
+// itself. Never waits. Null gives false.
+[[nodiscard]] bool HTSocket_peerClosed(const HTSocket *socket, HTThreadContext *context);
+
+// Reads up to `length` bytes. The count; 0 at the end of the stream, and when a non-blocking socket
+// has nothing; -1 on failure.
+ssize_t HTSocket_read(HTSocket *socket, void *buffer, std::size_t length, HTThreadContext *context);
+
+// Sends the bytes as one message. The count sent, which may be less than `length`; -1 on failure.
+// SIGPIPE must be blocked or ignored.
+ssize_t HTSocket_writemsg(HTSocket *socket, const void *buffer, std::size_t length,
+                          HTThreadContext *context);
+
+// Reads until `length` bytes have come or the stream ends; recv() with `flags`. The count, or -1.
+ssize_t receive_all(HTSocket *socket, void *buffer, std::size_t length, int flags);
+
+// Closes the descriptor and gives the record up, whatever the result: close()'s, or -1 with EBADF
+// for a record that is closed already.
+int HTSocket_close(HTSocket *socket, const char *sourceFile, int line, HTThreadContext *context);
+
+// Bytes that the process has received by HTSocket_read() and sent by HTSocket_writemsg().
+[[nodiscard]] std::uint64_t HTSocket_totalReceived();
+[[nodiscard]] std::uint64_t HTSocket_totalSent();

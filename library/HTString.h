@@ -1,0 +1,46 @@
+// Heap strings and words. Owned strings are heap copies that are released with free(); every
+// function may be called from any thread on strings of its own.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <memory>
+
+struct HTFree {
+    void operator()(void *memory) const { std::free(memory); }
+};
+
+// Holds a heap string inside a function until it is handed on with release().
+using HeapString = std::unique_ptr<char, HTFree>;
+
+// Replaces `*field`: frees the old value and stores a heap copy of `text`, or null for null.
+// `text` may lie inside the old value. Returns the new value (null also when memory is out).
+char *HTSACopy(char **field, const char *text);
+
+// Appends `text` to the owned string `*field` (null counts as empty). Returns the new value; when
+// memory is out, or `text` is null, the old value stays and is returned.
+char *HTSACat(char **field, const char *text);
+
+// Lower-cases `word` in place (ASCII letters) and removes every '-' and '_' from it.
+void standardize(char *word);
+
+// Both standardize `word` in place first. positive(): "yes", "on", "ok", or a word that begins with
+// "enable", "pass" or "always". negative(): "no", "off", "none", or one that begins with "disable",
+// "fail" or "never".
+bool positive(char *word);
+bool negative(char *word);
+
+// Lower-cases ASCII letters in place.
+void HTLowerCase(char *text);
+
+// Turns every backslash of `path` into a slash, in place.
+void HTConvertToSlash(char *path);
+
+// Base-10 number at the start of `text` as strtol reads it; a value beyond 32 bits becomes the
+// nearest limit, no number at all gives 0.
+std::int32_t HTInteger(const char *text);
+
+// `name` as an absolute path: itself when it begins with '/', otherwise behind the working
+// directory. A heap string that the caller frees; null when memory or the directory is missing.
+[[nodiscard]] char *HTMakeAbsolutePath(const char *name);

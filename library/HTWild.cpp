@@ -1,0 +1,418 @@
+#include "HTWild.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <span>
+#include <string_view>
+
+// One heap block: this header, its segments, their texts.
+struct HTPattern {
+    // A run of literal text, behind a star or, the first one only, without. Only the last one may
+    // be empty (a star that ends the template).
+    struct Segment {
+        std::uint8_t wild;
+        std::uint32_t length;
+        const char *text;
+    };
+
+    std::size_t count;
+
+    [[nodiscard]] Segment *begin() { return reinterpret_cast<Segment *>(this + 1); }
+    [[nodiscard]] std::span<const Segment> segments() const
+    {
+        return {reinterpret_cast<const Segment *>(this + 1), count};
+    }
+};
+
+namespace {
+
+using Segment = HTPattern::Segment;
+
+static_assert(sizeof(HTPattern) % alignof(Segment) == 0);
+
+// Cuts the template into segments; their texts go to `out`, which has room for the whole template.
+void compile(const char *text, HTPattern *pattern, char *out)
+{
+    const char *literal = out;
+    bool wild = false;
+    const auto append = [&] {
+        pattern->begin()[pattern->count++] = {
+            .wild = wild ? std::uint8_t{1} : std::uint8_t{0},
+            .length = static_cast<std::uint32_t>(out - literal),
+            .text = literal,
+        };
+        literal = out;
+    };
+    for (const char *in = text; *in != '\0'; ++in) {
+        if (*in == '*') {
+            if (out != literal) {
+                append();
+            }
+            wild = true;
+        } else if (*in != '\\') {
+            *out++ = *in;
+        } else if (in[1] == '\0') {
+            *out++ = '\n';
+        } else {
+            *out++ = *++in;
+        }
+    }
+    append();
+}
+
+constexpr char lowerCase(char c)
+{
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c;
+}
+
+// The value of a hexadecimal digit, or -1.
+constexpr int hexValue(char c)
+{
+    if (c >= '0' && c <= '9') {
+        return c - '0';
+    }
+    const char letter = lowerCase(c);
+    return letter >= 'a' && letter <= 'f' ? letter - 'a' + 10 : -1;
+}
+
+// Is there a '%' with two hexadecimal digits? `at` may be the end of a string.
+bool isEscape(const char *at)
+{
+    return at[0] == '%' && hexValue(at[1]) >= 0 && hexValue(at[2]) >= 0;
+}
+
+char decoded(const char *escape)
+{
+    return static_cast<char>(hexValue(escape[1]) * 16 + hexValue(escape[2]));
+}
+
+bool beginsUserDirectory(std::string_view text)
+{
+    return text.starts_with("/~") || text.starts_with("file:/~");
+}
+
+// What the star of one segment stood for.
+struct Capture {
+    const char *text;
+    std::size_t length;
+};
+
+enum class Comparison : std::uint8_t { Exact, IgnoreCase, Decoding };
+
+// One match. "Segment i matches from p" depends on nothing but i and p, so the answers are worked
+// out from the last segment to the first and from the end of the text to its start, a bit each, and
+// every one costs one look at the text. To try the finds one after the other instead takes
+// exponential time on patterns with many stars.
+class Matcher {
+public:
+    Matcher(const HTPattern &pattern, const char *text, Comparison comparison)
+        : segments_(pattern.segments()),
+          text_(text),
+          length_(std::strlen(text)),
+          comparison_(comparison),
+          userPath_(comparison == Comparison::Decoding ? kNone : userPathOf(text))
+    {
+    }
+
+    // Does the whole text match? With `captures` (room for one a segment) they are filled in.
+    [[nodiscard]] bool run(HTPool *pool, Capture *captures)
+    {
+        std::size_t first = 0;
+        if (segments_[0].wild == 0) {
+            start_ = mayBeginAt(0, 0) ? literalEnd(segments_[0], 0) : kNone;
+            first = 1;
+        }
+        if (start_ == kNone || !takeRows(pool, captures != nullptr)) {
+            return false;
+        }
+        for (std::size_t index = segments_.size(); index-- > first;) {
+            fillRow(index);
+        }
+        if (!matchesFrom(first, start_)) {
+            return false;
+        }
+        if (captures != nullptr) {
+            collect(first, captures);
+        }
+        return true;
+    }
+
+private:
+    static constexpr std::size_t kNone = SIZE_MAX;
+    static constexpr std::size_t kWordBits = 64;
+    static constexpr std::size_t kSmallRow = 16;  // words; enough for texts of 1023 characters
+
+    // Behind the first slash of "scheme://host/~...", kNone in any other text.
+    [[nodiscard]] static std::size_t userPathOf(const char *text)
+    {
+        const char *const colon = std::strstr(text, "://");
+        const char *const slash = colon == nullptr ? nullptr : std::strchr(colon + 3, '/');
+        return slash != nullptr && slash[1] == '~' ? static_cast<std::size_t>(slash + 1 - text)
+                                                   : kNone;
+    }
+
+    // A row needs only its follower, so two of them take turns; captures need all of them.
+    [[nodiscard]] bool takeRows(HTPool *pool, bool keepAll)
+    {
+        rowWords_ = length_ / kWordBits + 1;
+        rowCount_ = keepAll ? segments_.size() : 2;
+        if (!keepAll && rowWords_ <= kSmallRow) {
+            bits_ = small_.data();
+            return true;
+        }
+        const std::size_t size = rowCount_ * rowWords_ * sizeof(std::uint64_t);
+        bits_ = static_cast<std::uint64_t *>(pool->alloc(size));
+        return bits_ != nullptr;
+    }
+
+    [[nodiscard]] std::uint64_t *row(std::size_t index) const
+    {
+        return bits_ + index % rowCount_ * rowWords_;
+    }
+    [[nodiscard]] static bool isSet(const std::uint64_t *row, std::size_t at)
+    {
+        return (row[at / kWordBits] >> at % kWordBits & 1) != 0;
+    }
+
+    // Works out, for each place of the text, whether a search for the segment that begins there
+    // ends in a match. The finds of a search that has failed are not asked again.
+    void fillRow(std::size_t index)
+    {
+        const Segment &segment = segments_[index];
+        if (segment.length == 0) {
+            return;  // matches the rest, wherever it begins
+        }
+        std::uint64_t *const bits = row(index);
+        std::fill_n(bits, rowWords_, 0);
+        for (std::size_t at = length_; at-- > start_;) {
+            const std::size_t end = literalEnd(segment, at);
+            const bool found = end == kNone
+                                   ? isSet(bits, next(at))
+                                   : matchesFrom(index + 1, end) || isSet(bits, retry(at, end));
+            bits[at / kWordBits] |= std::uint64_t{found} << at % kWordBits;
+        }
+    }
+
+    // Do the segments from `index` on match the text from `at` on?
+    [[nodiscard]] bool matchesFrom(std::size_t index, std::size_t at) const
+    {
+        if (index == segments_.size()) {
+            return at == length_;
+        }
+        return mayBeginAt(index, at) && (segments_[index].length == 0 || isSet(row(index), at));
+    }
+
+    [[nodiscard]] bool mayBeginAt(std::size_t index, std::size_t at) const
+    {
+        if (comparison_ == Comparison::Decoding) {
+            return true;
+        }
+        const Segment &segment = segments_[index];
+        const bool userDirectory =
+            at == userPath_ || beginsUserDirectory({text_ + at, length_ - at});
+        return !userDirectory || beginsUserDirectory({segment.text, segment.length});
+    }
+
+    // Where the segment's text ends when it stands at `at`; kNone when it does not.
+    [[nodiscard]] std::size_t literalEnd(const Segment &segment, std::size_t at) const
+    {
+        if (comparison_ == Comparison::Decoding) {
+            return decodedEnd(segment, at);
+        }
+        if (length_ - at < segment.length) {
+            return kNone;
+        }
+        const char *const begin = text_ + at;
+        const bool same =
+            comparison_ == Comparison::Exact
+                ? std::memcmp(begin, segment.text, segment.length) == 0
+                : std::equal(segment.text, segment.text + segment.length, begin,
+                             [](char a, char b) { return lowerCase(a) == lowerCase(b); });
+        return same ? at + segment.length : kNone;
+    }
+
+    [[nodiscard]] std::size_t decodedEnd(const Segment &segment, std::size_t at) const
+    {
+        for (const char wanted : std::string_view(segment.text, segment.length)) {
+            const char *const here = text_ + at;
+            if (*here == wanted) {
+                ++at;
+            } else if (isEscape(here) && decoded(here) == wanted) {
+                at += 3;
+            } else {
+                return kNone;
+            }
+        }
+        return at;
+    }
+
+    [[nodiscard]] std::size_t next(std::size_t at) const
+    {
+        return comparison_ == Comparison::Decoding && isEscape(text_ + at) ? at + 3 : at + 1;
+    }
+
+    // Where the search goes on after a find from `at` to `end`.
+    [[nodiscard]] std::size_t retry(std::size_t at, std::size_t end) const
+    {
+        return comparison_ == Comparison::Decoding ? next(at) : end;
+    }
+
+    // Follows the finds that lead to the match.
+    void collect(std::size_t first, Capture *captures) const
+    {
+        std::size_t at = start_;
+        for (std::size_t index = first; index < segments_.size(); ++index) {
+            const Segment &segment = segments_[index];
+            std::size_t found = segment.length == 0 ? length_ : at;
+            std::size_t end = segment.length == 0 ? length_ : literalEnd(segment, found);
+            while (end == kNone || !matchesFrom(index + 1, end)) {
+                found = end == kNone ? next(found) : retry(found, end);
+                end = literalEnd(segment, found);
+            }
+            *captures++ = {.text = text_ + at, .length = found - at};
+            at = end;
+        }
+    }
+
+    const std::span<const Segment> segments_;
+    const char *const text_;
+    const std::size_t length_;
+    const Comparison comparison_;
+    const std::size_t userPath_;
+    std::size_t start_ = 0;  // where the first star begins
+    std::size_t rowWords_ = 0;
+    std::size_t rowCount_ = 0;
+    std::uint64_t *bits_ = nullptr;
+    std::array<std::uint64_t, 2 * kSmallRow> small_{};
+};
+
+const char *fill(const HTPattern &replacement, std::span<const Capture> captures, HTPool *pool)
+{
+    std::size_t length = 0;
+    std::size_t used = 0;
+    for (const Segment &segment : replacement.segments()) {
+        if (segment.wild != 0 && used < captures.size()) {
+            length += captures[used++].length;
+        }
+        length += segment.length;
+    }
+    char *const result = static_cast<char *>(pool->alloc(length + 1));
+    if (result == nullptr) {
+        return nullptr;
+    }
+    char *out = result;
+    used = 0;
+    for (const Segment &segment : replacement.segments()) {
+        if (segment.wild != 0 && used < captures.size()) {
+            const Capture &capture = captures[used++];
+            out = std::copy_n(capture.text, capture.length, out);
+        }
+        out = std::copy_n(segment.text, segment.length, out);
+    }
+    *out = '\0';
+    return result;
+}
+
+bool matches(const HTPattern &pattern, const char *text, Comparison comparison, HTPool *pool,
+             Capture *captures)
+{
+    const HTPoolScope scope(pool);
+    return Matcher(pattern, text, comparison).run(pool, captures);
+}
+
+const char *match(const HTPattern *pattern, const HTPattern *replacement, const char *text,
+                  Comparison comparison, HTPool *pool)
+{
+    if (pattern == nullptr || text == nullptr) {
+        return nullptr;
+    }
+    if (replacement == nullptr) {
+        return matches(*pattern, text, comparison, pool, nullptr) ? pool->copy(text) : nullptr;
+    }
+    auto *const captures = static_cast<Capture *>(pool->alloc(pattern->count * sizeof(Capture)));
+    if (captures == nullptr || !matches(*pattern, text, comparison, pool, captures)) {
+        return nullptr;
+    }
+    const std::size_t stars = pattern->count - (pattern->segments()[0].wild == 0 ? 1 : 0);
+    return fill(*replacement, {captures, stars}, pool);
+}
+
+}  // namespace
+
+HTPattern *HTPattern_new(const char *text)
+{
+    if (text == nullptr || *text == '\0') {
+        return nullptr;
+    }
+    const std::size_t length = std::strlen(text);
+    const auto stars = static_cast<std::size_t>(std::count(text, text + length, '*'));
+    const std::size_t header = sizeof(HTPattern) + (stars + 1) * sizeof(Segment);
+    char *const memory =
+        length > UINT32_MAX ? nullptr : static_cast<char *>(std::malloc(header + length));
+    if (memory == nullptr) {
+        HTOutOfMemory("library/HTWild", "HTPattern_new", __LINE__, header + length);
+        return nullptr;
+    }
+    auto *const pattern = new (memory) HTPattern{.count = 0};
+    compile(text, pattern, memory + header);
+    return pattern;
+}
+
+const char *HTPattern_match(const HTPattern *pattern, const HTPattern *replacement,
+                            const char *text, bool caseSensitive, HTPool *pool)
+{
+    return match(pattern, replacement, text,
+                 caseSensitive ? Comparison::Exact : Comparison::IgnoreCase, pool);
+}
+
+const char *HTPattern_url_match(const HTPattern *pattern, const HTPattern *replacement,
+                                const char *url, HTPool *pool)
+{
+    return match(pattern, replacement, url, Comparison::Decoding, pool);
+}
+
+char *HTPattern_stringitize(const HTPattern *pattern)
+{
+    std::span<const Segment> segments;
+    if (pattern != nullptr) {
+        segments = pattern->segments();
+    }
+    std::size_t length = 0;
+    for (const Segment &segment : segments) {
+        length += segment.wild + std::size_t{segment.length};
+    }
+    char *const result = static_cast<char *>(std::malloc(length + 1));
+    if (result == nullptr) {
+        HTOutOfMemory("library/HTWild", "HTPattern_stringitize", __LINE__, length + 1);
+        return nullptr;
+    }
+    char *out = result;
+    for (const Segment &segment : segments) {
+        out = std::fill_n(out, segment.wild, '*');
+        out = std::copy_n(segment.text, segment.length, out);
+    }
+    *out = '\0';
+    return result;
+}
+
+const char *HTPattern_firstWild(const HTPattern *pattern, const char *text)
+{
+    if (pattern == nullptr || text == nullptr) {
+        return nullptr;
+    }
+    const Segment &first = pattern->segments()[0];
+    if (first.wild != 0) {
+        return text;
+    }
+    const bool reachesStar = pattern->count > 1 && strnlen(text, first.length) == first.length;
+    return reachesStar ? text + first.length : nullptr;
+}
+
+void HTPattern_free(HTPattern *pattern)
+{
+    std::free(pattern);
+}

@@ -1,0 +1,150 @@
+#include "htthread.h"
+
+#include <pthread.h>
+#include <sys/time.h>
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+
+#include "tfprintf.h"
+
+namespace {
+
+constexpr std::size_t kSmallStack = 0x40000;
+constexpr int kAdaptiveKind = PTHREAD_MUTEX_ADAPTIVE_NP;  // kind 3: spins briefly, not recursive
+
+pthread_attr_t initializedAttributes()
+{
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    return attributes;
+}
+
+HTThreadHandle create(const pthread_attr_t *attributes, HTThreadRoutine routine, void *arg)
+{
+    pthread_t thread = 0;
+    const int rc = pthread_create(&thread, attributes, routine, arg);
+    if (rc != 0) {
+        if (HTTrace_on(kTraceThread)) {
+            std::array<char, 128> text{};
+            tfprintf(stderr, "pthread_create failed. rc=%d %s\n", rc,
+                     strerror_r(rc, text.data(), text.size()));
+        }
+        return 0;
+    }
+    return thread;
+}
+
+pthread_mutex_t *mutexOf(pmutex handle)
+{
+    return reinterpret_cast<pthread_mutex_t *>(handle);
+}
+
+}  // namespace
+
+HTThreadHandle StartThread(HTThreadRoutine routine, void *arg)
+{
+    static const pthread_attr_t attributes = initializedAttributes();
+    return create(&attributes, routine, arg);
+}
+
+HTThreadHandle lmc_StartThread(HTThreadRoutine routine, void *arg)
+{
+    pthread_attr_t attributes = initializedAttributes();
+    if (pthread_attr_setstacksize(&attributes, kSmallStack) != 0 && HTTrace_on(kTraceThread)) {
+        tfprintf(stderr, "pthread_setstacksize failed?\n");
+    }
+    return create(&attributes, routine, arg);
+}
+
+int JoinThread(HTThreadHandle thread)
+{
+    return thread == 0 ? ESRCH : pthread_join(thread, nullptr);
+}
+
+int DetachThread(HTThreadHandle thread)
+{
+    return thread == 0 ? ESRCH : pthread_detach(thread);
+}
+
+HTThreadHandle OsThreadMyself()
+{
+    return pthread_self();
+}
+
+pmutex pmutex_create()
+{
+    auto *const mutex = static_cast<pthread_mutex_t *>(std::calloc(1, sizeof(pthread_mutex_t)));
+    if (mutex == nullptr) {
+        return 0;
+    }
+    pthread_mutexattr_t attributes;
+    pthread_mutexattr_init(&attributes);
+    pthread_mutexattr_settype(&attributes, kAdaptiveKind);
+    pthread_mutex_init(mutex, &attributes);
+    pthread_mutexattr_destroy(&attributes);
+    return reinterpret_cast<pmutex>(mutex);
+}
+
+void pmutex_destroy(pmutex handle)
+{
+    if (handle != 0 && pthread_mutex_destroy(mutexOf(handle)) == 0) {
+        std::free(mutexOf(handle));
+    }
+}
+
+int pmutex_request(pmutex handle)
+{
+    return pthread_mutex_lock(mutexOf(handle));
+}
+
+int pmutex_release(pmutex handle)
+{
+    return pthread_mutex_unlock(mutexOf(handle));
+}
+
+int millisleep(std::uint32_t ms)
+{
+    const timespec duration = {.tv_sec = ms / 1000, .tv_nsec = (ms % 1000) * 1'000'000L};
+    return nanosleep(&duration, nullptr);
+}
+
+int HTSleep(std::uint32_t ms)
+{
+    return millisleep(ms);
+}
+
+std::time_t getsecondcount()
+{
+    return std::time(nullptr);
+}
+
+std::time_t HTtime()
+{
+    return std::time(nullptr);
+}
+
+std::uint32_t HTMillisOf(std::time_t seconds, std::uint32_t microseconds)
+{
+    return static_cast<std::uint32_t>(seconds % 4'290'000) * 1000 + microseconds / 1000;
+}
+
+std::uint32_t getmillicount()
+{
+    timeval now{};
+    gettimeofday(&now, nullptr);
+    return HTMillisOf(now.tv_sec, static_cast<std::uint32_t>(now.tv_usec));
+}
+
+void HTBlockSignals()
+{
+    for (const int number : {SIGPIPE, SIGALRM}) {
+        sigset_t set;
+        sigemptyset(&set);
+        sigaddset(&set, number);
+        pthread_sigmask(SIG_BLOCK, &set, nullptr);
+    }
+}
