@@ -1,0 +1,97 @@
+// One URL to refresh, and the table of hits per host.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "CAwhen.h"
+#include "HTHash.h"
+#include "htthread.h"
+
+// The record of one URL: made from a seed, a link or a redirection target, queued, fetched,
+// deleted.
+//
+// It belongs to one thread at a time (the loader, then the queue, then the worker that took it) and
+// has no lock; the const members write into a scratch buffer of the record, so even they are for
+// the owner only.
+class CAURL {
+public:
+    // Resolves `name` against nothing, against the text `base` (traced), or against the page
+    // `parent` (traced), whose source and depth it then takes over: who follows a link raises the
+    // depth with setDepth(). Any text gives some URL; its path always begins with "/".
+    explicit CAURL(const char *name);
+    CAURL(const char *name, const char *base);
+    CAURL(const char *name, const CAURL *parent);
+    ~CAURL();
+    CAURL(const CAURL &) = delete;
+    CAURL &operator=(const CAURL &) = delete;
+
+    void setSource(_source source) { source_ = source; }
+    void setDepth(std::int32_t depth) { depth_ = depth; }
+    void setHits(std::int32_t hits) { hits_ = hits; }
+    void incrementHits() { ++hits_; }
+
+    // Scheme without ":", or null. Host with its port unless that was the scheme's own, "" for
+    // none. Path with the query, never the fragment. All stay the record's.
+    [[nodiscard]] const char *protocol() const { return protocol_; }
+    [[nodiscard]] const char *host() const { return host_; }
+    [[nodiscard]] const char *path() const { return path_; }
+    [[nodiscard]] _source source() const { return source_; }
+    [[nodiscard]] std::int32_t depth() const { return depth_; }
+    [[nodiscard]] std::int32_t hits() const { return hits_; }
+
+    // The absolute form "protocol://host/path", or the path alone when protocol or host is missing;
+    // and the path alone, which a transparent proxy wants. Both are written into the record's one
+    // scratch buffer: the next call overwrites them.
+    const char *stringitize() const;
+    const char *transparentStringitize() const;
+
+    // 1 when this URL, found in the page `parent`, is to be enqueued; 0 (with the reason traced)
+    // when a limit or filter rejects it or it was taken already. Changes nothing.
+    [[nodiscard]] int interesting(const CAURL *parent) const;
+
+private:
+    void parseMe(const char *name, const char *base);
+    [[nodiscard]] bool jumpsFromHost(const CAURL *parent) const;
+    [[nodiscard]] bool hostIsExhausted() const;
+
+    char *protocol_ = nullptr;  // owned
+    char *host_ = nullptr;      // owned
+    char *path_ = nullptr;      // owned
+    char *text_ = nullptr;      // owned scratch of textSize_ bytes
+    std::size_t textSize_ = 0;  // fixed when the record is made
+    _source source_ = SOURCE_CONFIG;
+    std::int32_t depth_ = 0;  // links from a seed to here
+    std::int32_t hits_ = 1;
+};
+
+// How many requests were charged to one host, named as in the URL: "h" and "h:8080" are two hosts.
+struct CAHost {
+    explicit CAHost(const char *hostName);
+    ~CAHost();
+    CAHost(const CAHost &) = delete;
+    CAHost &operator=(const CAHost &) = delete;
+
+    char *name;  // owned
+    std::int32_t hits = 0;
+};
+
+// Requests per host. Any thread may call; the table's own mutex guards every look-up and update.
+// Hosts live until the process ends, the table's contents too: a worker may still count while the
+// process is ending.
+class CAHostTable {
+public:
+    CAHostTable();
+
+    // Adds `n` (1 for addHit) to the host's count, which saturates; a new host starts at 0.
+    void addHits(const char *host, std::int32_t n);
+    void addHit(const char *host) { addHits(host, 1); }
+    // The host's count; 0 (traced) for one never seen.
+    [[nodiscard]] std::int32_t getHits(const char *host);
+
+private:
+    PMutex *const mutex_;
+    HashTable *const hosts_ HT_GUARDED_BY(*mutex_);  // of CAHost
+};
+
+extern CAHostTable ht;

@@ -1,0 +1,70 @@
+#include "CAcfgLines.h"
+
+#include <cstring>
+
+#include "CAtrace.h"
+#include "HTString.h"
+
+namespace {
+
+bool isBlank(char c)
+{
+    return c != '\0' && static_cast<unsigned char>(c) <= 32;
+}
+
+}  // namespace
+
+CAConfigLines::CAConfigLines(const char *file) : file_(std::fopen(file, "re")) {}
+
+CAConfigLines::~CAConfigLines()
+{
+    if (file_ != nullptr) {
+        std::fclose(file_);
+    }
+}
+
+bool CAConfigLines::next()
+{
+    while (std::fgets(raw_.data(), static_cast<int>(raw_.size()), file_) != nullptr) {
+        copy_ = raw_;
+        HTConvertToSlash(copy_.data());
+        count_ = parse_args(copy_.data(), words_.data());
+        if (count_ > 0 && isDirective()) {
+            standardize(words_[0]);
+            return true;
+        }
+    }
+    return false;
+}
+
+bool CAConfigLines::isDirective()
+{
+    const bool alone = count_ == 1;
+    if (inBlock_) {
+        inBlock_ = !(alone && std::strcmp(words_[0], "}") == 0);
+        return false;
+    }
+    if (std::strcmp(word(count_ - 1), "{") == 0) {
+        inBlock_ = true;
+        return false;
+    }
+    if (alone && std::strcmp(words_[0], "}") != 0) {
+        CATrace("Config...... insufficient parameters for directive %s\n", words_[0]);
+    }
+    return !alone;
+}
+
+char *CAConfigLines::rest()
+{
+    char *at = raw_.data();
+    while (isBlank(*at)) {
+        ++at;
+    }
+    while (*at != '\0' && !isBlank(*at)) {
+        ++at;
+    }
+    while (isBlank(*at)) {
+        ++at;
+    }
+    return at;
+}

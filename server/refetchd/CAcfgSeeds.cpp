@@ -1,0 +1,162 @@
+// The seeds of the queue: `loadurl` lines of the configuration files, and the top of the hits file.
+#include <array>
+#include <cerrno>
+#include <cstring>
+
+#include "CAcfg.h"
+#include "CAcfgLines.h"
+#include "CAqueue.h"
+#include "CAtrace.h"
+#include "HTString.h"
+#include "refetchd.h"
+
+namespace {
+
+// The URL that a `loadurl` argument means: without a scheme or a leading slash it is an HTTP host.
+CAURL *adminUrl(const char *argument)
+{
+    if (std::strstr(argument, "://") != nullptr || *argument == '/') {
+        return new CAURL(argument);
+    }
+    const HTPoolScope scope(&HTThread_context()->pool);
+    const std::size_t size = sizeof("http://") + std::strlen(argument);
+    char *const text = static_cast<char *>(HTThread_context()->pool.alloc(size));
+    if (text == nullptr) {
+        return nullptr;
+    }
+    std::snprintf(text, size, "http://%s", argument);
+    return new CAURL(text);
+}
+
+// A line of the hits file: hits, percent, URL.
+constexpr std::size_t kHitsLineSize = 1023 + 1;
+constexpr std::size_t kMaxNumberLength = 19;
+
+struct HitsLine {
+    std::array<char, kHitsLineSize> hits;
+    std::array<char, kHitsLineSize> percent;
+    std::array<char, kHitsLineSize> url;
+};
+
+// False when the line does not hold three words, or numbers that are none by their length.
+bool splitHitsLine(const char *line, HitsLine *words)
+{
+    const int found = std::sscanf(line, "%1023s %1023s %1023s", words->hits.data(),
+                                  words->percent.data(), words->url.data());
+    return found == 3 && std::strlen(words->hits.data()) <= kMaxNumberLength &&
+           std::strlen(words->percent.data()) <= kMaxNumberLength;
+}
+
+// Enqueues the URL of one good line unless it is filtered or known.
+void seedTopUrl(const CAConfig &config, const HitsLine &words)
+{
+    CATrace("Number of Hits %s for URL \"%s\".\n", words.hits.data(), words.url.data());
+    CAURL *const url = new CAURL(words.url.data());
+    url->setSource(SOURCE_HITS);
+    url->setHits(HTInteger(words.hits.data()));
+    if (config.queryURL(url) != 0 && config.cacheThisQuery(url) == 0) {
+        CATrace("Not loading... URL with ? \"%s\".\n", words.url.data());
+        delete url;
+        return;
+    }
+    if (config.ignoreURL(url) != 0 || HashLookup(processedUrls, words.url.data()) != nullptr) {
+        delete url;
+        return;
+    }
+    CARecordProcessed(url);
+    ht.addHits(url->host(), url->hits());
+    urlQueue->enqueue(url);
+}
+
+void readHits(const CAConfig &config)
+{
+    std::array<char, kHitsLineSize> line{};
+    HitsLine words{};
+    std::int32_t count = 0;
+    while (count < config.topCachedCount &&
+           std::fgets(line.data(), static_cast<int>(line.size()), config.hitsStream) != nullptr) {
+        if (line[0] == '\n' || line[0] == '#') {
+            continue;
+        }
+        if (!splitHitsLine(line.data(), &words)) {
+            CATrace("HITSFILE.... Ignoring bad line. . .\n");
+            continue;
+        }
+        // Every good line counts, also one that is then left out.
+        ++count;
+        seedTopUrl(config, words);
+    }
+}
+
+}  // namespace
+
+bool CAConfig::seedAdminUrl(CAQueue *queue, const char *argument)
+{
+    CAURL *const url = adminUrl(argument);
+    if (url == nullptr) {
+        return false;
+    }
+    if (queryURL(url) != 0 && cacheThisQuery(url) == 0) {
+        CATrace("Not loading... URL with ? \"%s\".\n", argument);
+        delete url;
+        return false;
+    }
+    url->setSource(SOURCE_CONFIG);
+    ht.addHit(url->host());
+    CARecordProcessed(url);
+    // Enqueued even when it is known already; from here on it may be a worker's.
+    queue->enqueue(url);
+    CATrace("Will load... URL \"%s\".\n", argument);
+    return true;
+}
+
+int CAConfig::loadURLsInConfigFile(CAQueue *queue, const char *file)
+{
+    CAConfigLines line(file);
+    if (!line.isOpen()) {
+        return 0;
+    }
+    CATrace("Loading..... URLs in config file \"%s\".\n", file);
+    while (line.next()) {
+        if (std::strcmp(line.directive(), "loadurl") == 0) {
+            seedAdminUrl(queue, line.word(1));
+        }
+    }
+    return 1;
+}
+
+int CAConfig::loadURLsInHitsFile(CAQueue * /*queue*/, const char * /*file*/)
+{
+    if (g_ca_hits_filename == nullptr || caching != ALWAYS) {
+        if (topCachedCount > 0) {
+            CATrace("Not......... loading files specified in hits file.\n");
+            CAErrorLog(0x3a6,
+                       "Not able to load files specified in hits file, check proxy server "
+                       "configuration.\n");
+        }
+        return 0;
+    }
+    if (topCachedCount <= 0) {
+        return 0;
+    }
+    hitsStream = std::fopen(g_ca_hits_filename, "re");
+    if (hitsStream == nullptr) {
+        const int error = errno;
+        CATrace("ldAgtConfig. hits file \"%s\" not opened; errno was %d.\n", g_ca_hits_filename,
+                error);
+        return 0;
+    }
+    CATrace("ldAgtConfig. hits file \"%s\" was opened.\n", g_ca_hits_filename);
+    readHits(*this);
+    std::fclose(hitsStream);
+    hitsStream = nullptr;
+    return 1;
+}
+
+void CAConfig::reloadURLs(CAQueue *queue)
+{
+    for (const HTList *entry = configFiles->next; entry != nullptr; entry = entry->next) {
+        loadURLsInConfigFile(queue, static_cast<const char *>(entry->object));
+    }
+    loadURLsInHitsFile(queue, nullptr);
+}

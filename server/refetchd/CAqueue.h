@@ -1,0 +1,52 @@
+// The shared queue of pending work.
+#pragma once
+
+#include <array>
+#include <cstdint>
+
+#include "HTList.h"
+#include "htthread.h"
+
+// A queue of untyped pointers in 20 lanes. Enqueue deals the elements out to the lanes in turn;
+// dequeue empties one lane, first in first out, before it moves on to the next: work from different
+// parts of the seed list is mixed. It never owns or frees what it holds, and has no limit of its
+// own.
+//
+// Any thread may call any member but the destructor, each of which takes the queue's own lock for
+// its whole body. Answers about its length may be stale as soon as they are given.
+class CAQueue {
+public:
+    // With `serialize` 0 the queue has no lock and belongs to one thread.
+    explicit CAQueue(int serialize);
+    // The elements left in it stay whoever's they were.
+    ~CAQueue();
+    CAQueue(const CAQueue &) = delete;
+    CAQueue &operator=(const CAQueue &) = delete;
+
+    void enqueue(void *element);
+    // The next element, or null when the queue is empty.
+    void *dequeue();
+
+    [[nodiscard]] int empty() const;  // 1 or 0
+    [[nodiscard]] std::int32_t getLength() const;
+    // Number of enqueue calls since the queue was made.
+    [[nodiscard]] std::int32_t getTotalEnqueued() const;
+
+private:
+    static constexpr std::size_t kLanes = 20;
+
+    struct Lane {
+        HTList *head;  // a list with its header element
+        HTList *tail;  // its last element, or the header while the lane is empty
+    };
+
+    static std::size_t nextLane(std::size_t lane) { return lane + 1 == kLanes ? 0 : lane + 1; }
+    void *takeFirstLocked(Lane *lane) HT_REQUIRES(mutex_);
+
+    mutable PMutex mutex_;
+    std::array<Lane, kLanes> lanes_ HT_GUARDED_BY(mutex_){};
+    std::int32_t length_ HT_GUARDED_BY(mutex_) = 0;
+    std::int32_t totalEnqueued_ HT_GUARDED_BY(mutex_) = 0;
+    std::size_t nextOut_ HT_GUARDED_BY(mutex_) = 0;  // lane where the next dequeue looks first
+    std::size_t nextIn_ HT_GUARDED_BY(mutex_) = 0;   // lane of the next enqueue
+};

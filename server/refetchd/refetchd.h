@@ -1,0 +1,51 @@
+// The agent's process-wide state. It is created by the main thread before any other thread exists;
+// what changes later says so.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <ctime>
+
+#include "CAURL.h"
+#include "CAcfg.h"
+#include "HTHash.h"
+#include "HTLocale.h"
+
+class CAQueue;
+class CAWorkerThread;
+
+// `ac` (CAcfg.h) and `ht` (CAURL.h) are defined here too, in this order, so that `ht` goes first at
+// process exit.
+
+// Path of the report; it ends in ".tmp" while the run writes the report. Owned heap strings, null
+// until the configuration names them.
+extern char *g_catrace_filename;
+extern char *g_ca_service_prefix;
+extern char *g_ca_hits_filename;
+
+// Start of the current run; the master thread's once it runs.
+extern std::time_t g_ca_timestarted;
+
+// The URLs to fetch. Freed and cleared by the master after the last run, when all workers are gone.
+extern CAQueue *urlQueue;
+
+// Text forms (owned heap strings) of the URLs that were taken in this run; it has its own lock.
+// Freed as `urlQueue` is.
+extern HashTable *processedUrls;
+
+// ac.numClients worker records; null until the workers are started. Slots are cleared as the master
+// deletes their workers.
+extern CAWorkerThread **workerThreads;
+
+// 1 when all repeats are over: written once by the master thread, polled by the main thread.
+extern std::atomic<std::int32_t> done;
+
+extern char refetchd_LocaleString[kLocaleNameSize];
+extern char *WWW_locpath;
+
+// Callbacks of `processedUrls`, whose items and keys are URL texts.
+std::uint32_t UrlHasher(std::uint32_t size, const void *key);
+int UrlComparator(const void *a, const void *b);
+
+// Records a copy of `url`'s text in `processedUrls` unless it is there already. Any thread.
+void CARecordProcessed(const CAURL *url);

@@ -1,0 +1,54 @@
+// A directory of its own for one test, under $TMPDIR or /tmp; removed with all it holds at the end.
+#pragma once
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+
+class TempDir {
+public:
+    TempDir()
+    {
+        const char *const base = std::getenv("TMPDIR");
+        path_ = std::string(base != nullptr ? base : "/tmp") + "/refetchd-test-XXXXXX";
+        if (mkdtemp(path_.data()) == nullptr) {
+            throw std::runtime_error("no temporary directory: " + path_);
+        }
+    }
+    ~TempDir()
+    {
+        std::error_code ignored;
+        std::filesystem::remove_all(path_, ignored);
+    }
+    TempDir(const TempDir &) = delete;
+    TempDir &operator=(const TempDir &) = delete;
+
+    [[nodiscard]] const std::string &path() const { return path_; }
+    [[nodiscard]] std::string path(const std::string &name) const { return path_ + "/" + name; }
+
+    // Writes a file (directories above it are made); returns its full path.
+    std::string write(const std::string &name, const std::string &text) const
+    {
+        const std::filesystem::path file = path(name);
+        std::filesystem::create_directories(file.parent_path());
+        std::ofstream(file, std::ios::binary) << text;
+        return file.string();
+    }
+    // The file's bytes; empty when there is none.
+    [[nodiscard]] std::string read(const std::string &name) const
+    {
+        std::ostringstream text;
+        text << std::ifstream(path(name), std::ios::binary).rdbuf();
+        return text.str();
+    }
+    [[nodiscard]] bool exists(const std::string &name) const
+    {
+        return std::filesystem::exists(path(name));
+    }
+
+private:
+    std::string path_;
+};
