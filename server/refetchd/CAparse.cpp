@@ -1,0 +1,151 @@
+#include "CAparse.h"
+
+#include <algorithm>
+#include <cinttypes>
+#include <cstdlib>
+#include <cstring>
+
+#include "CAqueue.h"
+#include "CAtrace.h"
+#include "refetchd.h"
+
+CABuffer::CABuffer(std::int32_t size)
+    : size_(size), buffer_(static_cast<char *>(std::calloc(static_cast<std::size_t>(size) + 1, 1)))
+{
+    if (buffer_ == nullptr) {
+        size_ = 0;
+    }
+    CATrace("Buffer...... new a buffer %" PRIxPTR ".\n", reinterpret_cast<std::uintptr_t>(buffer_));
+}
+
+CABuffer::~CABuffer()
+{
+    std::free(buffer_);
+}
+
+std::int32_t CABuffer::addData(const char *data, std::int32_t length)
+{
+    if (data == nullptr || length <= 0 || buffer_ == nullptr) {
+        return 0;
+    }
+    CATrace("Buffer...... bs %d, cs %d, sz %d.\n", size_, contentSize_, length);
+    if (readP_ == nullptr) {
+        readP_ = buffer_;
+        writeP_ = buffer_;
+        contentSize_ = 0;
+    }
+    if (std::int64_t{length} + contentSize_ >= size_ && size_ <= maxBufferSize) {
+        return grow(data, length);
+    }
+    if (readP_ - buffer_ > size_ >> 1) {
+        compact();
+    }
+    const auto room = static_cast<std::int32_t>(buffer_ + size_ - writeP_);
+    const std::int32_t taken = std::min(room, length);
+    std::memcpy(writeP_, data, static_cast<std::size_t>(taken));
+    writeP_ += taken;
+    *writeP_ = '\0';
+    adjustContentSize();
+    return taken;
+}
+
+// The new block is larger by all that is offered, so the new bytes always fit behind the unread
+// ones.
+std::int32_t CABuffer::grow(const char *data, std::int32_t length)
+{
+    const std::int64_t newSize = std::int64_t{size_} + length;
+    if (newSize >= INT32_MAX) {
+        return -1;
+    }
+    char *const block = static_cast<char *>(std::calloc(static_cast<std::size_t>(newSize) + 1, 1));
+    if (block == nullptr) {
+        return -1;
+    }
+    std::memcpy(block, readP_, static_cast<std::size_t>(contentSize_));
+    std::memcpy(block + contentSize_, data, static_cast<std::size_t>(length));
+    std::free(buffer_);
+    buffer_ = block;
+    size_ = static_cast<std::int32_t>(newSize);
+    readP_ = block;
+    writeP_ = block + contentSize_ + length;
+    adjustContentSize();
+    return length;
+}
+
+void CABuffer::compact()
+{
+    std::memmove(buffer_, readP_, static_cast<std::size_t>(contentSize_));
+    readP_ = buffer_;
+    writeP_ = buffer_ + contentSize_;
+    *writeP_ = '\0';
+}
+
+char *CABuffer::adjustReadP(std::int32_t n)
+{
+    const std::int64_t unread = std::int64_t{contentSize_} - n;
+    const std::int64_t alreadyRead = readP_ == nullptr ? 0 : readP_ - buffer_;
+    if (unread > 0 && alreadyRead + n >= 0) {
+        readP_ += n;
+        adjustContentSize();
+    } else {
+        readP_ = buffer_;
+        writeP_ = buffer_;
+        contentSize_ = 0;
+    }
+    return readP_;
+}
+
+CAParser::CAParser(CAURL *url) : CAParser(url, HTThread_context()) {}
+
+CAParser::CAParser(CAURL *url, HTThreadContext *threadContext)
+    : url_(url), threadContext_(threadContext), buffer_(new CABuffer(kBufferSize))
+{
+}
+
+CAParser::~CAParser()
+{
+    delete sink_;
+    delete buffer_;
+}
+
+std::int32_t CAParser::consume(char *data, std::int32_t length, std::int32_t *finished,
+                               std::int32_t *closeConnection)
+{
+    return sink_ == nullptr ? length : sink_->consume(data, length, finished, closeConnection);
+}
+
+CAParser *CAParser::addSink(CAParser *next)
+{
+    delete sink_;
+    sink_ = next;
+    return next;
+}
+
+CAURL *CAParser::resolveFound(const char *link) const
+{
+    CAURL *const found = new CAURL(link, url_);
+    if (ac.debugFlags[kDebugParseUrl] != 0) {
+        FILE *const stream = CATraceOn() ? ac.traceStream : stderr;
+        std::fprintf(stream, "Parsed...... \"%s\" + \"%s\" --> \"%s\".\n", link,
+                     url_->stringitize(), found->stringitize());
+    }
+    return found;
+}
+
+void CAParser::takeIfInteresting(CAURL *found) const
+{
+    if (found->interesting(url_) == 0) {
+        if (CATraceOn()) {
+            CATrace("Not......... interested in URL \"%s\".\n", found->stringitize());
+        }
+        delete found;
+        return;
+    }
+    if (CATraceOn()) {
+        CATrace("Interested.. in URL \"%s\".\n", found->stringitize());
+        CATrace("Interested..   for host \"%s\".\n", found->host());
+    }
+    ht.addHit(found->host());
+    CARecordProcessed(found);
+    urlQueue->enqueue(found);
+}

@@ -1,0 +1,307 @@
+#include "CAparseHTTP.h"
+
+#include <algorithm>
+#include <cinttypes>
+#include <cstring>
+#include <limits>
+#include <string_view>
+
+#include "CAparseBinary.h"
+#include "CAparseHTML.h"
+#include "CAqueue.h"
+#include "CAtrace.h"
+#include "refetchd.h"
+
+namespace {
+
+// A pass in which the input buffer took nothing is tried again this often.
+constexpr int kMaxIdlePasses = 3;
+
+constexpr std::int32_t kFound = 302;
+constexpr std::int32_t kOk = 200;
+constexpr std::int32_t kBadResponse = 500;
+
+// Headers beyond this are read but not kept: a peer may send them for ever.
+constexpr std::size_t kMaxHeaderBytes = 262144;
+
+char *findByte(char *from, char *end, char wanted)
+{
+    return static_cast<char *>(std::memchr(from, wanted, static_cast<std::size_t>(end - from)));
+}
+
+bool isBlankOrTab(char c)
+{
+    return c == ' ' || c == '\t';
+}
+
+// The decimal number at the start of a text that goes no further than its line: 0 for none,
+// saturated when it does not fit.
+template <typename Number>
+Number decimal(std::string_view text)
+{
+    text.remove_prefix(std::min(text.find_first_not_of(" \t"), text.size()));
+    const bool negative = text.starts_with('-');
+    if (negative || text.starts_with('+')) {
+        text.remove_prefix(1);
+    }
+    Number value = 0;
+    for (const char c : text) {
+        if (c < '0' || c > '9') {
+            break;
+        }
+        const auto digit = static_cast<Number>(c - '0');
+        if (__builtin_mul_overflow(value, 10, &value) ||
+            __builtin_add_overflow(value, digit, &value)) {
+            value = std::numeric_limits<Number>::max();
+            break;
+        }
+    }
+    return negative ? -value : value;
+}
+
+}  // namespace
+
+CAParseHTTP::CAParseHTTP(CAURL *url) : CAParseHTTP(url, HTThread_context()) {}
+
+CAParseHTTP::CAParseHTTP(CAURL *url, HTThreadContext *threadContext)
+    : CAParser(url, threadContext), headers_(HTAssocList_new(threadContext))
+{
+}
+
+CAParseHTTP::~CAParseHTTP()
+{
+    HTAssocList_delete(headers_, threadContext_);
+}
+
+std::int32_t CAParseHTTP::consume(char *data, std::int32_t length, std::int32_t *finished,
+                                  std::int32_t *closeConnection)
+{
+    if (length <= 0) {
+        return 0;
+    }
+    data[length] = '\0';
+    std::int32_t taken = 0;
+    int idlePasses = 0;
+    while (length > 0 && idlePasses < kMaxIdlePasses) {
+        // After a partial take the block is offered from its start again, only shorter.
+        const std::int32_t added = buffer_->addData(data, length);
+        ++idlePasses;
+        if (buffer_->getReadP() != nullptr) {
+            step(finished, closeConnection);
+        }
+        if (added > 0) {
+            idlePasses = 0;
+            length -= added;
+            taken += added;
+        }
+    }
+    return taken;
+}
+
+// One pass: each state hands on to the next within it, so that a block which holds a whole response
+// is carried through all of them.
+void CAParseHTTP::step(std::int32_t *finished, std::int32_t *closeConnection)
+{
+    char **const readP = buffer_->getReadPP();
+    char *const *const writeP = buffer_->getWritePP();
+    if (state_ == State::StatusLine) {
+        consumeRC(readP, writeP);
+    }
+    if (state_ == State::Headers) {
+        consumeHeaders(readP, writeP);
+    }
+    if (state_ == State::Complete) {
+        readFraming(closeConnection);
+        makeDecision();
+    }
+    if (state_ == State::Body) {
+        consumeBody(readP, writeP, finished, closeConnection);
+    }
+    if (state_ == State::Discard) {
+        *readP = *writeP;
+        *finished = 1;
+        *closeConnection = 1;
+    }
+    buffer_->adjustContentSize();
+}
+
+void CAParseHTTP::consumeRC(char **readP, char *const *writeP)
+{
+    char *const lineEnd = findByte(*readP, *writeP, '\n');
+    if (lineEnd == nullptr) {
+        return;
+    }
+    // Only the line itself is looked at: what else has come by now depends on the network.
+    char *at = findByte(*readP, lineEnd, ' ');
+    const std::string_view line(*readP, static_cast<std::size_t>(lineEnd - *readP));
+    if (!line.starts_with("HTTP/") || at == nullptr) {
+        CATrace("Parser...... can't cope with HTTP/0.x responses.\n");
+        state_ = State::Discard;
+        rc_ = kBadResponse;
+        return;
+    }
+    while (isBlankOrTab(*at)) {
+        ++at;
+    }
+    state_ = State::Headers;
+    if (*at == '\0') {
+        // A NUL ends the text before any code: the code reads as 0, and what was buffered is lost.
+        CATrace("Parser...... can't cope with totally wierded-out response line.\n");
+        rc_ = 0;
+        *readP = *writeP;
+        return;
+    }
+    rc_ = decimal<std::int32_t>({at, static_cast<std::size_t>(lineEnd - at)});
+    *readP = lineEnd + 1;
+}
+
+void CAParseHTTP::consumeHeaders(char **readP, char *const *writeP)
+{
+    while (state_ == State::Headers) {
+        char *const line = *readP;
+        char *end = findByte(line, *writeP, '\n');
+        if (end == nullptr) {
+            return;
+        }
+        *readP = end + 1;
+        *end = '\0';
+        if (end > line && end[-1] == '\r') {
+            *--end = '\0';
+        }
+        if (end - line < 2) {
+            state_ = State::Complete;
+        } else {
+            addHeader(line);
+        }
+    }
+}
+
+void CAParseHTTP::addHeader(char *line)
+{
+    char *const space = std::strchr(line, ' ');
+    if (space == nullptr) {
+        return;
+    }
+    *space = '\0';
+    const char *const value = space + 1;
+    const std::size_t size = std::strlen(line) + std::strlen(value);
+    if (headerBytes_ + size <= kMaxHeaderBytes) {
+        headerBytes_ += size;
+        HTAssocList_add(headers_, line, value, threadContext_);
+    }
+    CATrace("Parser...... found header %s %s.\n", line, value);
+}
+
+void CAParseHTTP::readFraming(std::int32_t *closeConnection)
+{
+    const char *const connection = HTAssocList_lookupExact(headers_, "Connection:");
+    const char *const length = HTAssocList_lookupExact(headers_, "Content-Length:");
+    if (length == nullptr) {
+        CATrace("Parser...... No content-length, will try chunked data.\n");
+        chunked_ = true;
+    } else {
+        contentLength_ = decimal<std::int64_t>(length);
+        CATrace("Parser...... Content-length:  %" PRId64 ", Connection:  %s\n", contentLength_,
+                connection != nullptr ? connection : "(null)");
+    }
+    if (connection != nullptr) {
+        *closeConnection = strcasecmp(connection, "keep-alive") == 0 ? 0 : 1;
+    }
+}
+
+void CAParseHTTP::makeDecision()
+{
+    if (rc_ == kFound && !followRedirect()) {
+        return;
+    }
+    if (rc_ != kOk) {
+        CATrace("Parser...... abandoning response with RC=%d.\n", rc_);
+        state_ = State::Discard;
+        return;
+    }
+    chooseSink();
+}
+
+// Enqueues the target of a redirection when it is interesting. False when a limit of the queue
+// stands against it: the decision is then made again with the next block.
+bool CAParseHTTP::followRedirect()
+{
+    CATrace("Parser...... return code was 302 (will look for Location:)\n");
+    const char *const header = HTAssocList_lookupExact(headers_, "Location:");
+    if (header == nullptr) {
+        return true;
+    }
+    const HTPoolScope scope(&threadContext_->pool);
+    const char *const location = threadContext_->pool.copy(header, std::strcspn(header, "\r\n"));
+    if (location == nullptr) {
+        return true;
+    }
+    CATrace("Found....... location \"%s\".\n", location);
+    if (urlQueue->getLength() >= ac.maxQueueDepth) {
+        CATrace("Ignoring.... location URL \"%s\" (queue full).\n", location);
+        return false;
+    }
+    if (urlQueue->getTotalEnqueued() >= ac.maxUrls) {
+        CATrace("Ignoring.... location URL \"%s\" (hit max #URLs).\n", location);
+        return false;
+    }
+    takeIfInteresting(resolveFound(location));
+    return true;
+}
+
+void CAParseHTTP::chooseSink()
+{
+    const char *const header = HTAssocList_lookupExact(headers_, "Content-type:");
+    if (header == nullptr) {
+        CATrace("Parser...... couldn't find the content-type.\n");
+        state_ = State::Discard;
+        return;
+    }
+    state_ = State::Body;
+    const std::string_view type(header, std::strcspn(header, ";"));
+    if (type == "text/html") {
+        CATrace("Parser...... will parse HTML body.\n");
+        addSink(new CAParseHTML(url_, threadContext_));
+        return;
+    }
+    CATrace("Parser...... doesn't understand Content-type: %.*s\n", static_cast<int>(type.size()),
+            type.data());
+    if (ac.saveFiles != 0 && ac.saveRoot != nullptr) {
+        CATrace("So.......... we added a binary parser.\n");
+        addSink(new CAParseBinary(url_));
+    }
+}
+
+void CAParseHTTP::consumeBody(char **readP, char *const *writeP, std::int32_t *finished,
+                              std::int32_t *closeConnection)
+{
+    const auto avail = static_cast<std::int32_t>(*writeP - *readP);
+    if (contentLength_ > 0) {
+        consumeLength(readP, avail, finished, closeConnection);
+    } else if (chunked_) {
+        CATrace("HTTP........ unchunking %d bytes data into the buffer.\n", avail);
+        chunks_.decode(*readP, avail,
+                       {.sink = sink_, .finished = finished, .closeConnection = closeConnection});
+        *readP += avail;
+    } else {
+        state_ = State::Discard;
+    }
+}
+
+void CAParseHTTP::consumeLength(char **readP, std::int32_t avail, std::int32_t *finished,
+                                std::int32_t *closeConnection)
+{
+    CATrace("HTTP........ parser sending %u bytes to its sink, (%" PRId64 "/%" PRId64 ") .\n",
+            static_cast<unsigned>(avail), bodyDelivered_, contentLength_);
+    const std::int32_t eaten = CAParser::consume(*readP, avail, finished, closeConnection);
+    // A body may go on for ever; one that has passed its length stays past it.
+    if (__builtin_add_overflow(bodyDelivered_, eaten, &bodyDelivered_)) {
+        bodyDelivered_ = contentLength_ + 1;
+    }
+    *readP += eaten;
+    CATrace("HTTP........ the sink eat %d bytes, %" PRId64 " bytes more wanted.\n", eaten,
+            contentLength_ - bodyDelivered_);
+    if (bodyDelivered_ == contentLength_) {
+        *finished = 1;
+    }
+}
