@@ -1,0 +1,246 @@
+#include "CArun.h"
+
+#include <cstdlib>
+#include <ctime>
+
+#include "CAURL.h"
+#include "CAqueue.h"
+#include "CAtrace.h"
+#include "CAwork.h"
+#include "HTInit.h"
+#include "HTWorkThread.h"
+#include "htthread.h"
+#include "refetchd.h"
+
+namespace {
+
+constexpr std::uint32_t kPoll = 1000;  // milliseconds
+
+// A negative number of clients is none.
+std::int32_t workerCount()
+{
+    return ac.numClients > 0 ? ac.numClients : 0;
+}
+
+int secondsElapsed()
+{
+    return static_cast<int>(HTtime() - g_ca_timestarted);
+}
+
+}  // namespace
+
+void CAStartWorkers()
+{
+    const std::int32_t count = workerCount();
+    workerThreads = new CAWorkerThread *[static_cast<std::size_t>(count)] {};
+    CAWorkerThread::resetCountPerSecond(ac.requestsPerSecond);
+    for (std::int32_t i = 0; i < count; ++i) {
+        CATrace("Starting.... client thread #%d.\n", i + 1);
+        workerThreads[i] = new CAWorkerThread(i);
+        workerThreads[i]->start();
+    }
+}
+
+namespace {
+
+// Runs follow each other no faster than one in `maxruntime` seconds.
+void waitOutRunTime()
+{
+    while (secondsElapsed() < ac.maxRuntime) {
+        HTSleep(kPoll);
+    }
+}
+
+void runRepeats(HTThreadContext *context)
+{
+    CATrace("Starting.... Will run for %d times!!\n", ac.repeatCount);
+    while (ac.repeatCount > 0) {
+        HTWorkThread_svcThreadStartWork(1, context);
+        Run();
+        if (ac.repeatCount > 1) {
+            waitOutRunTime();
+        }
+        HTWorkThread_svcThreadEndWork(1, context);
+        if (--ac.repeatCount != 0) {
+            ac.reloadURLs(urlQueue);
+        }
+        g_ca_timestarted = HTtime();
+    }
+}
+
+[[noreturn]] void runForEver(HTThreadContext *context)
+{
+    CATrace("Starting.... Will run for ever!!\n");
+    for (;;) {
+        HTWorkThread_svcThreadStartWork(1, context);
+        Run();
+        waitOutRunTime();
+        HTWorkThread_svcThreadEndWork(1, context);
+        ac.reloadURLs(urlQueue);
+        g_ca_timestarted = HTtime();
+    }
+}
+
+}  // namespace
+
+void *run_loop(void * /*arg*/)
+{
+    HTThreadContext *const context = HTWorkThread_threadCreate(1);
+    HTBlockSignals();
+    CATrace("The locale is set to %s.\n", refetchd_LocaleString);
+    if (ac.repeatCount <= 0) {
+        runForEver(context);
+    }
+    runRepeats(context);
+    HTWorkThread_threadExit(1, context);
+    done = 1;
+    return nullptr;
+}
+
+namespace {
+
+bool traceBusyWorkers()
+{
+    bool any = false;
+    for (std::int32_t i = 0; i < workerCount(); ++i) {
+        if (workerThreads[i]->areYouBusy() != 0) {
+            CATrace("Master...... worker thread #%d is still busy.\n", i + 1);
+            any = true;
+        }
+    }
+    return any;
+}
+
+// The queue is empty and no worker holds a URL. The workers are looked at one after the other, so
+// one may have enqueued a link and gone idle before its turn came, behind our look at the queue;
+// but then the total has moved, and the run goes on.
+bool hasRunDry()
+{
+    const std::int32_t total = urlQueue->getTotalEnqueued();
+    if (urlQueue->empty() == 0) {
+        return false;
+    }
+    CATrace("Master...... queue is empty.\n");
+    return !traceBusyWorkers() && urlQueue->getTotalEnqueued() == total;
+}
+
+bool timeIsUp()
+{
+    const int elapsed = secondsElapsed();
+    CATrace("Master......  time now=%ds, maxruntime=%d\n", elapsed, ac.maxRuntime);
+    if (ac.maxRuntime <= 0 || elapsed <= ac.maxRuntime) {
+        return false;
+    }
+    CATrace("Master...... TIME's UP! we have to go...\n");
+    CATrace("Master......  now=%ds, maxruntime=%d\n", elapsed, ac.maxRuntime);
+    return true;
+}
+
+}  // namespace
+
+void Run()
+{
+    for (;;) {
+        updatetimeRep(0);
+        if (timeIsUp()) {
+            CASummary();
+            CACleanup();
+            CATrace("Master...... all threads done - we outta here!\n");
+            return;
+        }
+        if (hasRunDry()) {
+            CASummary();
+            CACleanup();
+            CATrace("Master...... all threads done - we're outta here!\n");
+            return;
+        }
+        HTSleep(kPoll);
+        CAWorkerThread::resetCountPerSecond(ac.requestsPerSecond);
+    }
+}
+
+namespace {
+
+// Deletes a worker that has left its loop, waiting one second for it; false when it still runs.
+bool deleteWorker(CAWorkerThread *worker)
+{
+    if (worker->areYouRunning() != 0) {
+        HTSleep(kPoll);
+    }
+    if (worker->areYouRunning() != 0) {
+        worker->abandon();
+        return false;
+    }
+    worker->join();
+    delete worker;
+    return true;
+}
+
+// Stops all workers. True when every one of them is gone.
+bool stopWorkers()
+{
+    const std::int32_t count = workerCount();
+    for (std::int32_t i = 0; i < count; ++i) {
+        CATrace("Stopping.... client thread #%d.\n", i + 1);
+        workerThreads[i]->stop();
+    }
+    HTSleep(kPoll);
+    std::int32_t deleted = 0;
+    for (std::int32_t i = 0; i < count; ++i) {
+        CATrace("Deleting.... client thread #%d.\n", i + 1);
+        if (deleteWorker(workerThreads[i])) {
+            workerThreads[i] = nullptr;
+            ++deleted;
+        }
+    }
+    return deleted == count;
+}
+
+void moveToQueue(void *item, void *queue)
+{
+    static_cast<CAQueue *>(queue)->enqueue(item);
+}
+
+// The texts are moved out in one step and freed behind it: a worker that is busy over the end of
+// the run may add one at any time, and it is either moved or stays.
+void flushProcessedUrls()
+{
+    CATrace("Flushing.... remove all processed URLs.\n");
+    CAQueue flushed(1);
+    HashDrain(processedUrls, moveToQueue, &flushed);
+    while (void *const text = flushed.dequeue()) {
+        std::free(text);
+    }
+}
+
+void flushQueue()
+{
+    CATrace("Flushing.... remove all non-processed URLs.\n");
+    while (void *const url = urlQueue->dequeue()) {
+        delete static_cast<CAURL *>(url);
+    }
+}
+
+}  // namespace
+
+void CACleanup()
+{
+    const bool last = ac.repeatCount == 1;
+    bool allGone = false;
+    if (last) {
+        allGone = stopWorkers();
+        ac.workersLeft = !allGone;
+    } else {
+        CATrace("Reporting... Skip deleting thread for following runs\n");
+    }
+    if (processedUrls != nullptr) {
+        flushProcessedUrls();
+    }
+    flushQueue();
+    if (allGone) {
+        delete urlQueue;
+        urlQueue = nullptr;
+        HashDestroy(processedUrls);
+        processedUrls = nullptr;
+    }
+}

@@ -1,0 +1,192 @@
+#include "CAstart.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+
+#include "CAqueue.h"
+#include "CArun.h"
+#include "CAtrace.h"
+#include "HTInit.h"
+#include "HTSocket.h"
+#include "HTString.h"
+#include "htthread.h"
+#include "refetchd.h"
+
+namespace {
+
+constexpr std::uint32_t kPoll = 1000;  // milliseconds
+constexpr std::uint32_t kProcessedBuckets = 1009;
+
+struct UsageLine {
+    int number;
+    const char *text;
+};
+
+// The options that tune a run ("-debug", "-rp", "-rps", "-mc") are left out on purpose.
+constexpr UsageLine kUsage[] = {
+    {938, "Usage: refetchd [ options ... ]\n"},
+    {939, "       where options include:\n"},
+    {940, "         -r    <proxy config file>\n"},
+    {941, "         -vv   <verbose mode>\n"},
+};
+
+HTLibraryConfig *libraryConfig = nullptr;
+
+void ConfigManager_create(HTThreadContext *context, int /*slot*/)
+{
+    context->config = libraryConfig;
+}
+
+void ConfigManager_destroy(HTThreadContext * /*context*/, int /*slot*/) {}
+
+}  // namespace
+
+void Usage()
+{
+    ac.traceStream = stderr;
+    for (const UsageLine &line : kUsage) {
+        std::fputs(CAMessage(line.number, line.text), stderr);
+    }
+    std::exit(1);  // NOLINT(concurrency-mt-unsafe): no other thread exists yet
+}
+
+void initNLS()
+{
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): no other thread exists yet
+    if (const char *const path = std::getenv("KELP_LOCALES"); path != nullptr) {
+        const std::size_t size = std::strlen(path) + sizeof("LOCPATH=");
+        WWW_locpath = static_cast<char *>(std::malloc(size));
+        if (WWW_locpath != nullptr) {
+            std::snprintf(WWW_locpath, size, "LOCPATH=%s", path);
+            putenv(WWW_locpath);  // NOLINT(concurrency-mt-unsafe): likewise
+        }
+    }
+    const char *const locale = Locale_GetDefault();
+    if (locale == nullptr) {
+        std::snprintf(refetchd_LocaleString, sizeof(refetchd_LocaleString), "en_US");
+    } else {
+        Locale_ToString(locale, refetchd_LocaleString, sizeof(refetchd_LocaleString));
+    }
+}
+
+void ConfigManager_init()
+{
+    libraryConfig = HTLibraryConfig_new();
+    HTWorkThread_register("Cache agent config manager", ConfigManager_create,
+                          ConfigManager_destroy);
+}
+
+namespace {
+
+// The command line, word by word; what is missing or unknown ends in Usage().
+class CommandLine {
+public:
+    CommandLine(int argc, char **argv) : at_(argv + std::min(argc, 1)), end_(argv + argc) {}
+
+    // Applies all options to `ac`. Returns the absolute path of the configuration file (a heap
+    // string), or null when none was named.
+    char *apply();
+
+private:
+    const char *value()
+    {
+        if (at_ == end_) {
+            Usage();
+        }
+        return *at_++;
+    }
+
+    // A count; whatever is no number above 0 is 0, which means "no limit" or "for ever".
+    std::int32_t count() { return std::max(HTInteger(value()), 0); }
+
+    void applyConfigFile();
+
+    char **at_;
+    char **const end_;
+    char *configPath_ = nullptr;
+};
+
+char *CommandLine::apply()
+{
+    while (at_ != end_) {
+        const std::string_view option(*at_++);
+        if (option == "-r") {
+            applyConfigFile();
+        } else if (option == "-debug") {
+            ac.debugModule(value());
+        } else if (option == "-vv") {
+            ac.traceStream = stderr;
+        } else if (option == "-rp") {
+            ac.repeatCount = count();
+        } else if (option == "-rps") {
+            ac.requestsPerSecond = count();
+        } else if (option == "-mc") {
+            ac.maxConnections = count();
+        } else {
+            Usage();
+        }
+    }
+    return configPath_;
+}
+
+void CommandLine::applyConfigFile()
+{
+    const char *const name = value();
+    if (*name == '-') {
+        Usage();
+    }
+    std::free(configPath_);
+    configPath_ = HTMakeAbsolutePath(name);
+    ac.DetermineFilename(configPath_);
+}
+
+// Everything that has to exist before the command line is read.
+HTThreadContext *initialize()
+{
+    g_ca_timestarted = HTtime();
+    HeapDebug_init();
+    initializeCaseTables();
+    HTInitAll(0, 0);
+    HTThreadContext *const context = HTInitThd(3);
+    HTBlockSignals();
+    initNLS();
+    ConfigManager_init();
+    urlQueue = new CAQueue(1);
+    processedUrls = HashCreate(kProcessedBuckets, UrlComparator, UrlHasher, 1);
+    updatetimeRep(0);
+    return context;
+}
+
+// Starts the master thread and waits for the end of all runs. Without a thread to be had for it,
+// the main thread does the master's work itself.
+void runToTheEnd()
+{
+    const HTThreadHandle master = StartThread(run_loop, nullptr);
+    if (master == 0) {
+        run_loop(nullptr);
+        return;
+    }
+    while (done == 0) {
+        HTSleep(kPoll);
+    }
+    JoinThread(master);
+}
+
+}  // namespace
+
+int CAMain(int argc, char **argv)
+{
+    HTThreadContext *const context = initialize();
+    const HeapString configPath(CommandLine(argc, argv).apply());
+    if (ac.load(urlQueue, configPath.get()) == 0) {
+        return 1;
+    }
+    HTSocketQueue_init(ac.numClients);
+    CAStartWorkers();
+    runToTheEnd();
+    HTEndThd(3, context);
+    return 0;
+}
