@@ -10,6 +10,7 @@
 #include <optional>
 
 #include "HTMemory.h"
+#include "HTString.h"
 #include "htthread.h"
 #include "tfprintf.h"
 
@@ -19,17 +20,12 @@ constexpr std::size_t kLookupBuffer = 4096;
 constexpr std::size_t kHostNameSize = 256;
 constexpr std::uint32_t kHighestPort = 65535;
 
-constexpr bool isDigit(char c)
-{
-    return c >= '0' && c <= '9';
-}
-
 // The first ':' that a digit follows; null when there is none.
 char *findPort(char *name)
 {
     for (char *colon = std::strchr(name, ':'); colon != nullptr;
          colon = std::strchr(colon + 1, ':')) {
-        if (isDigit(colon[1])) {
+        if (HTIsDigit(colon[1])) {
             return colon;
         }
     }
@@ -40,7 +36,7 @@ char *findPort(char *name)
 std::optional<in_port_t> readPort(const char *digits)
 {
     std::uint32_t port = 0;
-    for (; isDigit(*digits); ++digits) {
+    for (; HTIsDigit(*digits); ++digits) {
         port = port * 10 + static_cast<std::uint32_t>(*digits - '0');
         if (port > kHighestPort) {
             return std::nullopt;

@@ -152,8 +152,10 @@ constinit int moduleSlot = -1;
 
 void beginThread(HTThreadContext *context, int slot)
 {
-    // Without memory for it the thread uses the master list.
-    context->slots[static_cast<std::size_t>(slot)] = new (std::nothrow) FreeList;
+    void *&place = context->slots[static_cast<std::size_t>(slot)];
+    if (place == nullptr) {
+        place = new (std::nothrow) FreeList;  // without memory for it: the master list
+    }
 }
 
 void endThread(HTThreadContext *context, int slot)

@@ -1,7 +1,5 @@
 #include "HTString.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <array>
 #include <climits>
@@ -9,11 +7,6 @@
 #include <string_view>
 
 namespace {
-
-constexpr char lowerCase(char c)
-{
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c;
-}
 
 // One class of answers: words that stand alone, and beginnings.
 struct Answers {
@@ -64,7 +57,7 @@ void standardize(char *word)
     char *out = word;
     for (const char *in = word; *in != '\0'; ++in) {
         if (*in != '-' && *in != '_') {
-            *out++ = lowerCase(*in);
+            *out++ = HTLower(*in);
         }
     }
     *out = '\0';
@@ -83,7 +76,7 @@ bool negative(char *word)
 void HTLowerCase(char *text)
 {
     for (; *text != '\0'; ++text) {
-        *text = lowerCase(*text);
+        *text = HTLower(*text);
     }
 }
 
@@ -100,16 +93,4 @@ std::int32_t HTInteger(const char *text)
 {
     const long value = std::strtol(text, nullptr, 10);
     return static_cast<std::int32_t>(std::clamp<long>(value, INT32_MIN, INT32_MAX));
-}
-
-char *HTMakeAbsolutePath(const char *name)
-{
-    if (*name == '/') {
-        return strdup(name);
-    }
-    char *path = getcwd(nullptr, 0);
-    if (path != nullptr && std::strcmp(path, "/") != 0) {
-        HTSACat(&path, "/");
-    }
-    return path == nullptr ? nullptr : HTSACat(&path, name);
 }

@@ -31,6 +31,20 @@ void standardize(char *word);
 bool positive(char *word);
 bool negative(char *word);
 
+// Characters by their ASCII class. A blank is any code from 1 to 32.
+constexpr bool HTIsBlank(char c)
+{
+    return c != '\0' && static_cast<unsigned char>(c) <= 32;
+}
+constexpr bool HTIsDigit(char c)
+{
+    return c >= '0' && c <= '9';
+}
+constexpr char HTLower(char c)
+{
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c;
+}
+
 // Lower-cases ASCII letters in place.
 void HTLowerCase(char *text);
 
@@ -40,7 +54,3 @@ void HTConvertToSlash(char *path);
 // Base-10 number at the start of `text` as strtol reads it; a value beyond 32 bits becomes the
 // nearest limit, no number at all gives 0.
 std::int32_t HTInteger(const char *text);
-
-// `name` as an absolute path: itself when it begins with '/', otherwise behind the working
-// directory. A heap string that the caller frees; null when memory or the directory is missing.
-[[nodiscard]] char *HTMakeAbsolutePath(const char *name);

@@ -9,6 +9,8 @@
 #include <span>
 #include <string_view>
 
+#include "HTString.h"
+
 // One heap block: this header, its segments, their texts.
 struct HTPattern {
     // A run of literal text, behind a star or, the first one only, without. Only the last one may
@@ -64,18 +66,13 @@ void compile(const char *text, HTPattern *pattern, char *out)
     append();
 }
 
-constexpr char lowerCase(char c)
-{
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c;
-}
-
 // The value of a hexadecimal digit, or -1.
 constexpr int hexValue(char c)
 {
     if (c >= '0' && c <= '9') {
         return c - '0';
     }
-    const char letter = lowerCase(c);
+    const char letter = HTLower(c);
     return letter >= 'a' && letter <= 'f' ? letter - 'a' + 10 : -1;
 }
 
@@ -227,11 +224,10 @@ private:
             return kNone;
         }
         const char *const begin = text_ + at;
-        const bool same =
-            comparison_ == Comparison::Exact
-                ? std::memcmp(begin, segment.text, segment.length) == 0
-                : std::equal(segment.text, segment.text + segment.length, begin,
-                             [](char a, char b) { return lowerCase(a) == lowerCase(b); });
+        const bool same = comparison_ == Comparison::Exact
+                              ? std::memcmp(begin, segment.text, segment.length) == 0
+                              : std::equal(segment.text, segment.text + segment.length, begin,
+                                           [](char a, char b) { return HTLower(a) == HTLower(b); });
         return same ? at + segment.length : kNone;
     }
 

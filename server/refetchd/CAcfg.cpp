@@ -66,7 +66,9 @@ CAConfig::CAConfig()
       queryPatterns(HTList_new(nullptr)),
       configFiles(HTList_new(nullptr))
 {
-    HTSACopy(&hostname, HTHostName());
+    if (*HTHostName() != '\0') {
+        HTSACopy(&hostname, HTHostName());
+    }
 }
 
 CAConfig::~CAConfig()
@@ -196,26 +198,22 @@ HostComparison compareHosts(std::string_view local, std::string_view proxy)
 void CAConfig::checkProxyHost()
 {
     const char *const local = HTHostName();
-    const HTPoolScope scope(&HTThread_context()->pool);
-    const char *const proxy =
-        HTThread_context()->pool.copy(updateProxy, std::strcspn(updateProxy, ":"));
-    if (proxy == nullptr) {
-        return;
-    }
-    const HostComparison result = compareHosts(local, proxy);
+    const char *const proxy = updateProxy;
+    const auto length = static_cast<int>(std::strcspn(proxy, ":"));  // the port is not compared
+    const HostComparison result = compareHosts(local, {proxy, static_cast<std::size_t>(length)});
     switch (result.match) {
     case HostMatch::Match:
-        CATrace("Hosts....... match (%s, %s) --> use top N.\n", local, proxy);
+        CATrace("Hosts....... match (%s, %.*s) --> use top N.\n", local, length, proxy);
         return;
     case HostMatch::ShortMismatch:
         CATrace(
-            "Mismatch.... on hostname vs proxyname (%s, %s, %u chars) --> nothing from the top "
+            "Mismatch.... on hostname vs proxyname (%s, %.*s, %u chars) --> nothing from the top "
             "N.\n",
-            local, proxy, static_cast<unsigned>(result.length));
+            local, length, proxy, static_cast<unsigned>(result.length));
         break;
     case HostMatch::FullMismatch:
-        CATrace("Mismatch.... on hostname vs proxyname (%s, %s) --> nothing from the top N.\n",
-                local, proxy);
+        CATrace("Mismatch.... on hostname vs proxyname (%s, %.*s) --> nothing from the top N.\n",
+                local, length, proxy);
         break;
     }
     topCachedCount = 0;

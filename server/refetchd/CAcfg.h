@@ -1,8 +1,9 @@
 // The agent's configuration: every setting, the lists behind the URL filters, and the streams of
 // its logs. The one instance is `ac`.
 //
-// The main thread fills it before any worker starts; from then on the fields are only read, from
-// any thread, but `repeatCount`, which is the master thread's.
+// The main thread fills it before any worker starts; from then on workers only read it. What
+// changes later is the master thread's alone: `repeatCount`, `hitsStream`, the page behind
+// `reportStream`, and `workersLeft`.
 //
 // CAcfg.cpp           life, file discovery, load()
 // CAcfgLines.*        a configuration file as a sequence of directive lines
@@ -73,7 +74,8 @@ public:
     // The `loadurl` lines of one file. 1, or 0 when it could not be opened (silently).
     int loadURLsInConfigFile(CAQueue *queue, const char *file);
     // The top `topCachedCount` lines of the hits file, always onto `urlQueue`. Arguments are
-    // unused. 1, or 0 when nothing could be read (reported).
+    // unused. 1, or 0 when nothing was read: none wanted, or not
+    // possible (reported).
     int loadURLsInHitsFile(CAQueue *queue, const char *file);
 
     // The filters. Each takes scratch memory from the calling thread's pool and gives it back.

@@ -139,7 +139,6 @@ void applyCacheQueries(const DirectiveCall &call)
         CATrace("Cache Agent ignoring CacheQueries directive with %s.\n", word);
         return;
     }
-    bool all = call.line.count() == 2;
     for (int i = 2; i < call.line.count(); ++i) {
         const char *const text = call.line.word(i);
         if (std::strcmp(text, "*") == 0) {
@@ -150,7 +149,7 @@ void applyCacheQueries(const DirectiveCall &call)
             CATrace("Will cache queries for URLs matching \"%s\".\n", text);
         }
     }
-    if (all) {
+    if (call.line.count() == 2) {
         config.cacheAllQueries = 1;
         CATrace("Will cache all queries.\n");
     }

@@ -3,18 +3,10 @@
 #include <cstring>
 
 #include "CAtrace.h"
+#include "HTFile.h"
 #include "HTString.h"
 
-namespace {
-
-bool isBlank(char c)
-{
-    return c != '\0' && static_cast<unsigned char>(c) <= 32;
-}
-
-}  // namespace
-
-CAConfigLines::CAConfigLines(const char *file) : file_(std::fopen(file, "re")) {}
+CAConfigLines::CAConfigLines(const char *file) : file_(HTOpenForReading(file)) {}
 
 CAConfigLines::~CAConfigLines()
 {
@@ -57,13 +49,13 @@ bool CAConfigLines::isDirective()
 char *CAConfigLines::rest()
 {
     char *at = raw_.data();
-    while (isBlank(*at)) {
+    while (HTIsBlank(*at)) {
         ++at;
     }
-    while (*at != '\0' && !isBlank(*at)) {
+    while (*at != '\0' && !HTIsBlank(*at)) {
         ++at;
     }
-    while (isBlank(*at)) {
+    while (HTIsBlank(*at)) {
         ++at;
     }
     return at;

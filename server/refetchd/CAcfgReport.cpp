@@ -61,8 +61,13 @@ void CAConfig::setServerRoot(const char *root)
 
 void CAConfig::finishReport()
 {
+    const bool written = std::ftell(reportStream) > 0;
     std::fclose(reportStream);
     reportStream = nullptr;
+    if (!written) {
+        unlink(g_catrace_filename);  // no run has ended: the placeholder says so
+        return;
+    }
     const HeapString inProgress(strdup(g_catrace_filename));
     char *const cut = std::strstr(g_catrace_filename, kInProgress);
     if (inProgress == nullptr || cut == nullptr) {

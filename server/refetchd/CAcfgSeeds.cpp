@@ -1,13 +1,17 @@
 // The seeds of the queue: `loadurl` lines of the configuration files, and the top of the hits file.
 #include <array>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 
 #include "CAcfg.h"
 #include "CAcfgLines.h"
 #include "CAqueue.h"
 #include "CAtrace.h"
+#include "HTFile.h"
+#include "HTMemory.h"
 #include "HTString.h"
+#include "HTWorkThread.h"
 #include "refetchd.h"
 
 namespace {
@@ -139,7 +143,7 @@ int CAConfig::loadURLsInHitsFile(CAQueue * /*queue*/, const char * /*file*/)
     if (topCachedCount <= 0) {
         return 0;
     }
-    hitsStream = std::fopen(g_ca_hits_filename, "re");
+    hitsStream = HTOpenForReading(g_ca_hits_filename);
     if (hitsStream == nullptr) {
         const int error = errno;
         CATrace("ldAgtConfig. hits file \"%s\" not opened; errno was %d.\n", g_ca_hits_filename,

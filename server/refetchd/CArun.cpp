@@ -14,8 +14,6 @@
 
 namespace {
 
-constexpr std::uint32_t kPoll = 1000;  // milliseconds
-
 // A negative number of clients is none.
 std::int32_t workerCount()
 {
@@ -47,7 +45,7 @@ namespace {
 void waitOutRunTime()
 {
     while (secondsElapsed() < ac.maxRuntime) {
-        HTSleep(kPoll);
+        HTSleep(kPollMilliseconds);
     }
 }
 
@@ -154,7 +152,7 @@ void Run()
             CATrace("Master...... all threads done - we're outta here!\n");
             return;
         }
-        HTSleep(kPoll);
+        HTSleep(kPollMilliseconds);
         CAWorkerThread::resetCountPerSecond(ac.requestsPerSecond);
     }
 }
@@ -165,7 +163,7 @@ namespace {
 bool deleteWorker(CAWorkerThread *worker)
 {
     if (worker->areYouRunning() != 0) {
-        HTSleep(kPoll);
+        HTSleep(kPollMilliseconds);
     }
     if (worker->areYouRunning() != 0) {
         worker->abandon();
@@ -184,7 +182,7 @@ bool stopWorkers()
         CATrace("Stopping.... client thread #%d.\n", i + 1);
         workerThreads[i]->stop();
     }
-    HTSleep(kPoll);
+    HTSleep(kPollMilliseconds);
     std::int32_t deleted = 0;
     for (std::int32_t i = 0; i < count; ++i) {
         CATrace("Deleting.... client thread #%d.\n", i + 1);

@@ -9,6 +9,7 @@
 #include "CAqueue.h"
 #include "CArun.h"
 #include "CAtrace.h"
+#include "HTFile.h"
 #include "HTInit.h"
 #include "HTSocket.h"
 #include "HTString.h"
@@ -17,7 +18,6 @@
 
 namespace {
 
-constexpr std::uint32_t kPoll = 1000;  // milliseconds
 constexpr std::uint32_t kProcessedBuckets = 1009;
 
 struct UsageLine {
@@ -140,6 +140,9 @@ void CommandLine::applyConfigFile()
     }
     std::free(configPath_);
     configPath_ = HTMakeAbsolutePath(name);
+    if (configPath_ == nullptr) {
+        configPath_ = strdup(name);  // the working directory is gone: the name may still be found
+    }
     ac.DetermineFilename(configPath_);
 }
 
@@ -170,7 +173,7 @@ void runToTheEnd()
         return;
     }
     while (done == 0) {
-        HTSleep(kPoll);
+        HTSleep(kPollMilliseconds);
     }
     JoinThread(master);
 }

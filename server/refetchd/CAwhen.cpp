@@ -45,16 +45,6 @@ constexpr std::array<TimeUnit, 8> time_units = {{
 // Seconds of the colon fields, in the order in which they stand.
 constexpr std::array<long, 3> kColonFields = {3600, 60, 1};
 
-bool isBlank(char c)
-{
-    return static_cast<unsigned char>(c) <= 32;
-}
-
-bool isDigit(char c)
-{
-    return c >= '0' && c <= '9';
-}
-
 long saturatingProduct(long a, long b)
 {
     long result = 0;
@@ -77,7 +67,7 @@ public:
 
     void skipBlanks()
     {
-        while (!atEnd() && isBlank(*at_)) {
+        while (HTIsBlank(*at_)) {
             ++at_;
         }
     }
@@ -86,7 +76,7 @@ public:
     long number()
     {
         long value = 0;
-        for (; isDigit(*at_); ++at_) {
+        for (; HTIsDigit(*at_); ++at_) {
             value = saturatingProduct(value, 10);
             addSaturating(&value, *at_ - '0');
         }
@@ -124,12 +114,12 @@ private:
 // Cuts blanks off both ends and lower-cases; returns the new start.
 char *normalize(char *text)
 {
-    while (*text != '\0' && isBlank(*text)) {
+    while (HTIsBlank(*text)) {
         ++text;
     }
     HTLowerCase(text);
     std::size_t length = std::string_view(text).size();
-    while (length > 0 && isBlank(text[length - 1])) {
+    while (length > 0 && HTIsBlank(text[length - 1])) {
         text[--length] = '\0';
     }
     return text;

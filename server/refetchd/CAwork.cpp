@@ -10,12 +10,6 @@
 #include "HTWorkThread.h"
 #include "refetchd.h"
 
-namespace {
-
-constexpr std::uint32_t kPoll = 1000;  // milliseconds between two looks at anything
-
-}  // namespace
-
 PMutex *const CAWorkerThread::mutex = new PMutex;
 std::int32_t CAWorkerThread::countPerSecond = 0;
 std::int32_t CAWorkerThread::maxCountPerSecond = 0;
@@ -100,7 +94,7 @@ void makeConnection(Client *client)
             return;
         }
         CATrace("Worker...... waiting for a Connection.\n");
-        HTSleep(kPoll);
+        HTSleep(kPollMilliseconds);
     }
     if (client->keepsGoing()) {
         client->connection = std::make_unique<CAConnection>(ac.updateProxy);
@@ -114,7 +108,7 @@ bool waitForBudget(const Client &client)
         if (CAWorkerThread::mayISendRequest() != 0) {
             return client.keepsGoing();
         }
-        HTSleep(kPoll);
+        HTSleep(kPollMilliseconds);
     }
     return false;
 }
@@ -161,7 +155,7 @@ void onePass(const Client &client)
     }
     if (urlQueue->empty() != 0) {
         CATrace("Worker...... thread %d has nothing to do.\n", client.index + 1);
-        HTSleep(kPoll);
+        HTSleep(kPollMilliseconds);
     } else if (waitForBudget(client)) {
         workOnNext(client);
     }

@@ -40,6 +40,9 @@ extern CAWorkerThread **workerThreads;
 // 1 when all repeats are over: written once by the master thread, polled by the main thread.
 extern std::atomic<std::int32_t> done;
 
+// All waiting is by looking again after so long.
+inline constexpr std::uint32_t kPollMilliseconds = 1000;
+
 extern char refetchd_LocaleString[kLocaleNameSize];
 extern char *WWW_locpath;
 
@@ -47,5 +50,6 @@ extern char *WWW_locpath;
 std::uint32_t UrlHasher(std::uint32_t size, const void *key);
 int UrlComparator(const void *a, const void *b);
 
-// Records a copy of `url`'s text in `processedUrls` unless it is there already. Any thread.
+// Records a copy of `url`'s text in `processedUrls` unless it is seen there already. Any thread;
+// two at once may both record the same text, which does no harm.
 void CARecordProcessed(const CAURL *url);

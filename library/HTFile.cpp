@@ -1,0 +1,37 @@
+#include "HTFile.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "HTString.h"
+
+char *HTMakeAbsolutePath(const char *name)
+{
+    if (*name == '/') {
+        return strdup(name);
+    }
+    char *path = getcwd(nullptr, 0);
+    if (path != nullptr && std::strcmp(path, "/") != 0) {
+        HTSACat(&path, "/");
+    }
+    return path == nullptr ? nullptr : HTSACat(&path, name);
+}
+
+FILE *HTOpenForReading(const char *name)
+{
+    FILE *const file = std::fopen(name, "re");
+    if (file == nullptr) {
+        return nullptr;
+    }
+    // The system opens a directory for reading, and only the reads fail.
+    struct stat status {};
+    if (fstat(fileno(file), &status) == 0 && S_ISDIR(status.st_mode)) {
+        std::fclose(file);
+        errno = EISDIR;
+        return nullptr;
+    }
+    return file;
+}
