@@ -137,7 +137,11 @@ TEST(Fetch, ReadTimeOutIsWaitedOut)
     EXPECT_GE(agent.traced("Master...... worker thread #1 is still busy.\n"), 1);
 }
 
-class Stale : public testing::TestWithParam<Reply::Then> {};
+struct StaleRow : Row {
+    Reply::Then end;  // of the idle connection
+};
+
+class Stale : public testing::TestWithParam<StaleRow> {};
 
 TEST_P(Stale, ConnectionIsReplacedAndTheRequestSentAgain)
 {
@@ -145,14 +149,15 @@ TEST_P(Stale, ConnectionIsReplacedAndTheRequestSentAgain)
     Agent agent(peer.port(), "numclients 1; delay 1500; " + seeds(2));
     agent.start();
     ASSERT_TRUE(agent.process->waitForError("Net.. stop reading the socket.\n", kRunDeadline));
-    ASSERT_TRUE(peer.drop(0, GetParam()));  // while the worker pauses
+    ASSERT_TRUE(peer.drop(0, GetParam().end));  // while the worker pauses
     agent.finish();
     EXPECT_EQ(peer.targets(), targets(2));
     EXPECT_EQ(peer.connections(), 2);
     EXPECT_EQ(agent.traced("Net......... Unable to write, retrying. . .\n"), 1);
 }
 
-INSTANTIATE_TEST_SUITE_P(Fetch, Stale, testing::Values(Reply::Then::Close, Reply::Then::Reset));
+const StaleRow kStale[] = {{"Closed", Reply::Then::Close}, {"Reset", Reply::Then::Reset}};
+INSTANTIATE_TEST_SUITE_P(Fetch, Stale, testing::ValuesIn(kStale), rowName);
 
 TEST(Fetch, IdleConnectionIsReplacedAfterPersistTimeout)
 {
