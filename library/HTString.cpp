@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <array>
-#include <climits>
+#include <cstdint>
 #include <cstring>
 #include <string_view>
 
@@ -89,8 +89,31 @@ void HTConvertToSlash(char *path)
     }
 }
 
-std::int32_t HTInteger(const char *text)
+std::int64_t HTDecimal(std::string_view text)
 {
-    const long value = std::strtol(text, nullptr, 10);
-    return static_cast<std::int32_t>(std::clamp<long>(value, INT32_MIN, INT32_MAX));
+    while (!text.empty() && HTIsBlank(text.front())) {
+        text.remove_prefix(1);
+    }
+    const bool negative = text.starts_with('-');
+    if (negative || text.starts_with('+')) {
+        text.remove_prefix(1);
+    }
+    std::int64_t value = 0;
+    for (const char c : text) {
+        if (!HTIsDigit(c)) {
+            break;
+        }
+        if (__builtin_mul_overflow(value, 10, &value) ||
+            __builtin_add_overflow(value, c - '0', &value)) {
+            value = INT64_MAX;
+            break;
+        }
+    }
+    return negative ? -value : value;
+}
+
+std::int32_t HTInteger(std::string_view text)
+{
+    return static_cast<std::int32_t>(
+        std::clamp<std::int64_t>(HTDecimal(text), INT32_MIN, INT32_MAX));
 }

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
+#include <string_view>
 
 struct HTFree {
     void operator()(void *memory) const { std::free(memory); }
@@ -51,6 +52,7 @@ void HTLowerCase(char *text);
 // Turns every backslash of `path` into a slash, in place.
 void HTConvertToSlash(char *path);
 
-// Base-10 number at the start of `text` as strtol reads it; a value beyond 32 bits becomes the
-// nearest limit, no number at all gives 0.
-std::int32_t HTInteger(const char *text);
+// The base-10 number at the start of `text`, behind blanks and a sign; no number at all gives 0. A
+// value beyond 64 bits, or beyond 32, becomes the nearest limit.
+std::int64_t HTDecimal(std::string_view text);
+std::int32_t HTInteger(std::string_view text);

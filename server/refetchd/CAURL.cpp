@@ -228,22 +228,22 @@ int CAURL::interesting(const CAURL *parent) const
 
 bool CAURL::jumpsFromHost(const CAURL *parent) const
 {
-    if (ac.delveAcrossHosts != 0 || std::strcmp(host_, parent->host_) == 0) {
+    if (ac.delveAcrossHosts != 0 || std::strcmp(host(), parent->host()) == 0) {
         return false;
     }
     CATrace("URL......... %s will be ignored: jump from host %s to %s.\n", stringitize(),
-            parent->host_, host_);
+            parent->host(), host());
     return true;
 }
 
 bool CAURL::hostIsExhausted() const
 {
-    const std::int32_t max = ac.getMaxHits(host_, &HTThread_context()->pool);
-    const std::int32_t hits = ht.getHits(host_);
+    const std::int32_t max = ac.getMaxHits(host(), &HTThread_context()->pool);
+    const std::int32_t hits = ht.getHits(host());
     if (max == 0 || hits < max) {
         return false;
     }
-    CATrace("Host........ %s: %d hits, %d max --> ignoring \"%s\".\n", host_, hits, max,
+    CATrace("Host........ %s: %d hits, %d max --> ignoring \"%s\".\n", host(), hits, max,
             stringitize());
     return true;
 }
@@ -287,6 +287,10 @@ void CAHostTable::addHits(const char *host, std::int32_t n)
         if (record == nullptr) {
             record = new CAHost(host);
             isNew = HashAdd(hosts_, record) == 0;
+            if (!isNew) {
+                delete record;  // out of memory, reported: this host is not counted
+                return;
+            }
         }
         if (__builtin_add_overflow(record->hits, n, &record->hits)) {
             record->hits = n < 0 ? INT32_MIN : INT32_MAX;

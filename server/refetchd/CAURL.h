@@ -34,8 +34,8 @@ public:
     // Scheme without ":", or null. Host with its port unless that was the scheme's own, "" for
     // none. Path with the query, never the fragment. All stay the record's.
     [[nodiscard]] const char *protocol() const { return protocol_; }
-    [[nodiscard]] const char *host() const { return host_; }
-    [[nodiscard]] const char *path() const { return path_; }
+    [[nodiscard]] const char *host() const { return host_ != nullptr ? host_ : ""; }
+    [[nodiscard]] const char *path() const { return path_ != nullptr ? path_ : "/"; }
     [[nodiscard]] _source source() const { return source_; }
     [[nodiscard]] std::int32_t depth() const { return depth_; }
     [[nodiscard]] std::int32_t hits() const { return hits_; }

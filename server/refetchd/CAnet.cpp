@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
@@ -124,9 +125,12 @@ CAConnection::CAConnection(const char *peer)
     : peerName_(strdup(peer)), threadContext_(HTThread_context())
 {
     address_.sin_family = AF_INET;
-    address_.sin_port = htons(static_cast<std::uint16_t>(ac.port));
-    addressValid_ = ac.port >= 0 && ac.port <= UINT16_MAX && peerName_ != nullptr &&
-                    HTParseInet(&address_, peerName_, threadContext_) == 0;
+    // A setting that is no port leaves 0, which only a name with its own port makes good.
+    const bool isPort = ac.port >= 0 && ac.port <= UINT16_MAX;
+    address_.sin_port = isPort ? htons(static_cast<std::uint16_t>(ac.port)) : in_port_t{0};
+    addressValid_ = peerName_ != nullptr &&
+                    HTParseInet(&address_, peerName_, threadContext_) == 0 &&
+                    (isPort || address_.sin_port != 0);
 }
 
 CAConnection::~CAConnection()
@@ -196,7 +200,9 @@ int CAConnection::checkConnection()
     }
     socket_ = HTSocket_new(AF_INET, SOCK_STREAM, IPPROTO_TCP, kSource, __LINE__, threadContext_);
     if (socket_ == nullptr) {
+        const int error = errno;
         CATrace("Net......... could not create a new socket.\n");
+        errno = error;
         return -1;
     }
     reused_ = false;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cinttypes>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -119,6 +120,17 @@ CAParser *CAParser::addSink(CAParser *next)
     delete sink_;
     sink_ = next;
     return next;
+}
+
+bool CAParser::queueIsFull()
+{
+    return urlQueue->getLength() >= ac.maxQueueDepth;
+}
+
+bool CAParser::urlLimitIsReached()
+{
+    // The total stops at the largest number, which must not pass for a limit.
+    return ac.maxUrls != kUnlimited && urlQueue->getTotalEnqueued() >= ac.maxUrls;
 }
 
 CAURL *CAParser::resolveFound(const char *link) const

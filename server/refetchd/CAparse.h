@@ -78,6 +78,10 @@ public:
     CAParser *addSink(CAParser *next);
 
 protected:
+    // The limits on links: no more while so many URLs wait, and none once so many were enqueued.
+    [[nodiscard]] static bool queueIsFull();
+    [[nodiscard]] static bool urlLimitIsReached();
+
     // Builds the URL of a link or redirection found in this response.
     [[nodiscard]] CAURL *resolveFound(const char *link) const;
     // Takes `found` over: enqueued, counted for its host and recorded when it is interesting,

@@ -134,8 +134,8 @@ CAChunkDecoder::State CAChunkDecoder::onLastFeed(Input *input, const Output &out
     return State::Size;
 }
 
-// Hands the decoded bytes to the sink. False when it took none of them, though there were some: to
-// offer them for ever would be a hang.
+// Hands the decoded bytes to the sink. False when none were taken, or there are none though the
+// buffer takes no more: to go on offering would be a hang.
 bool CAChunkDecoder::deliver(const Output &output)
 {
     const std::int32_t unread = chunkBuffer_.getContentSize();

@@ -28,10 +28,9 @@ public:
 
     CAChunkDecoder() = default;
 
-    // Decodes `length` bytes. Sets `*finished` when the last chunk was seen and everything
-    // delivered;
-    // `*finished` and `*closeConnection` when the body is dropped: a chunk is too big, or memory is
-    // out.
+    // Decodes `length` bytes. Sets `*finished` when the last chunk was seen and what is decoded was
+    // offered to the sink; `*finished` and `*closeConnection` when the body is dropped because a
+    // chunk is too big, memory is out, or the sink takes nothing.
     void decode(const char *data, std::int32_t length, const Output &output);
 
 private:

@@ -3,13 +3,12 @@
 #include <algorithm>
 #include <cinttypes>
 #include <cstring>
-#include <limits>
 #include <string_view>
 
 #include "CAparseBinary.h"
 #include "CAparseHTML.h"
-#include "CAqueue.h"
 #include "CAtrace.h"
+#include "HTString.h"
 #include "refetchd.h"
 
 namespace {
@@ -21,8 +20,10 @@ constexpr std::int32_t kFound = 302;
 constexpr std::int32_t kOk = 200;
 constexpr std::int32_t kBadResponse = 500;
 
-// Headers beyond this are read but not kept: a peer may send them for ever.
+// Headers beyond this many bytes are read but not kept: a peer may send them for ever. Each counts
+// with what its record takes.
 constexpr std::size_t kMaxHeaderBytes = 262144;
+constexpr std::size_t kHeaderRecord = 128;
 
 char *findByte(char *from, char *end, char wanted)
 {
@@ -32,31 +33,6 @@ char *findByte(char *from, char *end, char wanted)
 bool isBlankOrTab(char c)
 {
     return c == ' ' || c == '\t';
-}
-
-// The decimal number at the start of a text that goes no further than its line: 0 for none,
-// saturated when it does not fit.
-template <typename Number>
-Number decimal(std::string_view text)
-{
-    text.remove_prefix(std::min(text.find_first_not_of(" \t"), text.size()));
-    const bool negative = text.starts_with('-');
-    if (negative || text.starts_with('+')) {
-        text.remove_prefix(1);
-    }
-    Number value = 0;
-    for (const char c : text) {
-        if (c < '0' || c > '9') {
-            break;
-        }
-        const auto digit = static_cast<Number>(c - '0');
-        if (__builtin_mul_overflow(value, 10, &value) ||
-            __builtin_add_overflow(value, digit, &value)) {
-            value = std::numeric_limits<Number>::max();
-            break;
-        }
-    }
-    return negative ? -value : value;
 }
 
 }  // namespace
@@ -151,7 +127,7 @@ void CAParseHTTP::consumeRC(char **readP, char *const *writeP)
         *readP = *writeP;
         return;
     }
-    rc_ = decimal<std::int32_t>({at, static_cast<std::size_t>(lineEnd - at)});
+    rc_ = HTInteger({at, static_cast<std::size_t>(lineEnd - at)});
     *readP = lineEnd + 1;
 }
 
@@ -184,11 +160,15 @@ void CAParseHTTP::addHeader(char *line)
     }
     *space = '\0';
     const char *const value = space + 1;
-    const std::size_t size = std::strlen(line) + std::strlen(value);
-    if (headerBytes_ + size <= kMaxHeaderBytes) {
-        headerBytes_ += size;
-        HTAssocList_add(headers_, line, value, threadContext_);
+    if (headerBytes_ > kMaxHeaderBytes) {
+        return;
     }
+    headerBytes_ += kHeaderRecord + std::strlen(line) + std::strlen(value);
+    if (headerBytes_ > kMaxHeaderBytes) {
+        CATrace("Parser...... too many headers, ignoring the rest.\n");
+        return;
+    }
+    HTAssocList_add(headers_, line, value, threadContext_);
     CATrace("Parser...... found header %s %s.\n", line, value);
 }
 
@@ -200,7 +180,7 @@ void CAParseHTTP::readFraming(std::int32_t *closeConnection)
         CATrace("Parser...... No content-length, will try chunked data.\n");
         chunked_ = true;
     } else {
-        contentLength_ = decimal<std::int64_t>(length);
+        contentLength_ = HTDecimal(length);
         CATrace("Parser...... Content-length:  %" PRId64 ", Connection:  %s\n", contentLength_,
                 connection != nullptr ? connection : "(null)");
     }
@@ -237,11 +217,11 @@ bool CAParseHTTP::followRedirect()
         return true;
     }
     CATrace("Found....... location \"%s\".\n", location);
-    if (urlQueue->getLength() >= ac.maxQueueDepth) {
+    if (queueIsFull()) {
         CATrace("Ignoring.... location URL \"%s\" (queue full).\n", location);
         return false;
     }
-    if (urlQueue->getTotalEnqueued() >= ac.maxUrls) {
+    if (urlLimitIsReached()) {
         CATrace("Ignoring.... location URL \"%s\" (hit max #URLs).\n", location);
         return false;
     }
@@ -294,10 +274,7 @@ void CAParseHTTP::consumeLength(char **readP, std::int32_t avail, std::int32_t *
     CATrace("HTTP........ parser sending %u bytes to its sink, (%" PRId64 "/%" PRId64 ") .\n",
             static_cast<unsigned>(avail), bodyDelivered_, contentLength_);
     const std::int32_t eaten = CAParser::consume(*readP, avail, finished, closeConnection);
-    // A body may go on for ever; one that has passed its length stays past it.
-    if (__builtin_add_overflow(bodyDelivered_, eaten, &bodyDelivered_)) {
-        bodyDelivered_ = contentLength_ + 1;
-    }
+    bodyDelivered_ += eaten;
     *readP += eaten;
     CATrace("HTTP........ the sink eat %d bytes, %" PRId64 " bytes more wanted.\n", eaten,
             contentLength_ - bodyDelivered_);

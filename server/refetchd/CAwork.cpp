@@ -116,7 +116,7 @@ bool waitForBudget(const Client &client)
 // Fetches one URL, which stays the caller's.
 void fetch(const Client &client, CAURL *url)
 {
-    std::unique_ptr<CAConnection> ownConnection;
+    std::unique_ptr<CAConnection> ownConnection;  // before the parser, which goes first at the end
     CAParseHTTP parser(url, client.context);
     if (CATraceOn()) {
         CATrace("Worker...... #%d working on URL \"%s\".\n", client.index + 1, url->stringitize());

@@ -38,7 +38,8 @@ public:
     [[nodiscard]] std::int32_t getSuccesses() const { return successes_; }
 
     // Waits until a worker that is not running any more is gone altogether; gives up the thread of
-    // one that still runs. Each at most once, by the master thread.
+    // one that still runs. Each at most once, by the master thread; nothing for a thread never
+    // made.
     void join() { JoinThread(thread_); }
     void abandon() { DetachThread(thread_); }
 

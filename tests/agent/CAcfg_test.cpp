@@ -36,13 +36,10 @@ INSTANTIATE_TEST_SUITE_P(
         DirectiveRow{"OneEndsAllBlocks", "a {\nb {\n}\nport 5\n", "Host port... 5.\n"},
         DirectiveRow{"ErrorLogNowhere", "errorlog none\n",
                      "Could not determine the directory for the error log.\n"},
-        DirectiveRow{"ErrorLogNotThere", "errorlog /nowhere/error\n",
-                     "CacheErrorLog.... \"/nowhere/cacheAgent-errors\" could not be opened.\n"},
         DirectiveRow{"Caching", "caching on\ncaching sometimes\n",
                      "Caching..... is specified.\nCaching..... is NOT specified.\n"},
         DirectiveRow{"NumberBeyond32Bits", "loadtopcached 99999999999\n",
                      "Will load top 2147483647 cached URLs.\n"},
-        DirectiveRow{"NoNumber", "persisttimeout soon\n", "PersistTimeout... is 0.\n"},
         DirectiveRow{"QueriesAll", "cachequeries ON\ncachequeries public x\n",
                      "Will cache all queries.\n"},
         DirectiveRow{"QueriesSome", "cachequeries PUBLIC *a* *\n",
@@ -58,7 +55,6 @@ INSTANTIATE_TEST_SUITE_P(
         DirectiveRow{"Delving", "delveinto topn\ndelvedepth 3\ndelveacrosshosts ok\n",
                      "Delving..... into linked documents TOPN_ONLY.\n"
                      "Delving..... max depth is 3.\nDelving..... will cross hosts.\n"},
-        DirectiveRow{"Timeouts", "readtimeout 7s\n", "ReadTimeout... is 7.\n"},
         DirectiveRow{"ClientsCut", "numclients 250\nnumclients 100\nnumclients -1\n",
                      "Clients..... got 250, downgrading to 100.\nClients..... 100.\n"
                      "Clients..... 100.\nClients..... -1.\n"},
@@ -83,9 +79,6 @@ INSTANTIATE_TEST_SUITE_P(
         DirectiveRow{"Version", "refetchdhttpversion 1.1\nrefetchdhttpversion 1.0\n",
                      "httpVer..... HTTP/1.1 is not fully supported, using 1.0\n"
                      "httpVer..... HTTP/1.0.\nhttpVer..... HTTP/1.0.\n"},
-        DirectiveRow{"Runs",
-                     "refetchdrepeat 3\nrefetchdrequestpersecond 2\nrefetchdmaxconnection 1\n",
-                     "repeat...... 3.\nRPS......... 2.\nmaxConn..... 1.\n"},
         DirectiveRow{"Patterns", "ignoreurl *.gif x\nonlyurl http://h/*\nupdateproxy p:1\n",
                      "Ignoring.... URLs matching \"*.gif\".\n"
                      "Only........ requesting URLs matching \"http://h/*\".\n"

@@ -188,6 +188,25 @@ TEST_F(CAParseHTTPTest, LargeChunkedBodyIsDeliveredWhole)
     EXPECT_TRUE(body == sent);
 }
 
+// Headers that never end, empty names and values among them, must not take memory for ever.
+TEST_F(CAParseHTTPTest, EndlessHeadersAreNotKept)
+{
+    CAURL url("http://h/");
+    CAParseHTTP parser(&url);
+    std::int32_t done = 0;
+    std::int32_t close = 0;
+    std::string block = kOk + std::string(" \0\n", 3) + "!";
+    for (int i = 0; i < 10000; ++i) {
+        parser.consume(block.data(), static_cast<std::int32_t>(block.size() - 1), &done, &close);
+        block = std::string(" \0\n!", 4);
+    }
+    const std::string traced = trace();
+    const std::string message = "Parser...... too many headers, ignoring the rest.\n";
+    ASSERT_NE(traced.find(message), std::string::npos);
+    EXPECT_EQ(traced.find(message), traced.rfind(message));
+    EXPECT_EQ(done, 0);
+}
+
 // A redirection that a limit stands against is decided again with each block, and never finished.
 TEST_F(CAParseHTTPTest, RedirectionWaitsWhileTheQueueIsFull)
 {

@@ -38,26 +38,26 @@ TEST(CAQueue, EmptiesOneLaneBeforeTheNext)
 
 TEST(CAQueue, LosesAndDoublesNothingAmongThreads)
 {
-    constexpr int kThreads = 8;
-    constexpr int kEach = 2000;
-    std::vector<std::atomic<int>> taken(kThreads * kEach);
+    constexpr std::size_t kEach = 2000;
+    std::vector<std::atomic<int>> taken(8 * kEach);
     CAQueue queue(1);
+    const auto takeOne = [&queue] {
+        auto *const element = static_cast<std::atomic<int> *>(queue.dequeue());
+        return element != nullptr && ++*element != 0;
+    };
     std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t) {
-        threads.emplace_back([&queue, &taken, t] {
-            for (int i = 0; i < kEach; ++i) {
-                queue.enqueue(&taken[static_cast<std::size_t>(t * kEach + i)]);
-                if (auto *const element = static_cast<std::atomic<int> *>(queue.dequeue())) {
-                    ++*element;
-                }
+    for (std::size_t first = 0; first < taken.size(); first += kEach) {
+        threads.emplace_back([&queue, &taken, &takeOne, first] {
+            for (std::size_t i = 0; i < kEach; ++i) {
+                queue.enqueue(&taken[first + i]);
+                takeOne();
             }
         });
     }
     for (std::thread &thread : threads) {
         thread.join();
     }
-    while (auto *const element = static_cast<std::atomic<int> *>(queue.dequeue())) {
-        ++*element;
+    while (takeOne()) {
     }
     EXPECT_THAT(taken, testing::Each(testing::Eq(1)));
 }
