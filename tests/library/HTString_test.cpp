@@ -7,18 +7,12 @@
 
 namespace {
 
-// The answer to one word: '+', '-' or, for neither, '?'.
-char answer(std::string word)
-{
-    std::string copy = word;
-    return positive(copy.data()) ? '+' : negative(word.data()) ? '-' : '?';
-}
-
 TEST(HTString, WordIsClassifiedWrongly)
 {
     std::string answers;
-    for (const char *const word : {"o-N", "EN_ABLED", "None", "Dis-abled", "", "yes!", "nothing"}) {
-        answers += answer(word);
+    for (std::string word : {"o-N", "EN_ABLED", "None", "Dis-abled", "", "yes!", "nothing"}) {
+        std::string same = word;
+        answers += positive(word.data()) ? '+' : negative(same.data()) ? '-' : '?';
     }
     EXPECT_EQ(answers, "++--???");
 }
@@ -27,16 +21,13 @@ TEST(HTString, OwnedStringIsFreedBeforeItIsCopied)
 {
     char *field = nullptr;
     HTSACat(&field, "ab");
-    HTSACat(&field, "cd");
-    HTSACat(&field, nullptr);
-    EXPECT_STREQ(field, "abcd");
+    EXPECT_STREQ(HTSACat(&field, "cd"), "abcd");
     EXPECT_STREQ(HTSACopy(&field, field + 2), "cd");
     EXPECT_EQ(HTSACopy(&field, nullptr), nullptr);
 }
 
 TEST(HTString, NumberBeyond32BitsWraps)
 {
-    EXPECT_EQ(HTInteger(" -7x"), -7);
     EXPECT_EQ(HTInteger("99999999999999999999"), INT32_MAX);
     EXPECT_EQ(HTInteger("-4294967297"), INT32_MIN);
 }

@@ -11,19 +11,16 @@
 
 namespace {
 
-struct PatternFree {
-    void operator()(HTPattern *pattern) const { HTPattern_free(pattern); }
-};
-using Pattern = std::unique_ptr<HTPattern, PatternFree>;
+using Pattern = std::unique_ptr<HTPattern, decltype(&HTPattern_free)>;
 
 Pattern compiled(const char *text)
 {
-    return Pattern(HTPattern_new(text));
+    return {HTPattern_new(text), HTPattern_free};
 }
 
 enum class How { Exact, IgnoreCase, Url };
 
-struct MatchCase {
+struct MatchRow {
     const char *name;
     How how;
     const char *pattern;
@@ -31,33 +28,32 @@ struct MatchCase {
     const char *filled;  // null: no match
     const char *replacement = "<*|*|*>";
 
-    friend void PrintTo(const MatchCase &row, std::ostream *os) { *os << row.name; }
+    friend void PrintTo(const MatchRow &row, std::ostream *out) { *out << row.name; }
 };
 
-class Match : public testing::TestWithParam<MatchCase> {};
+class Match : public testing::TestWithParam<MatchRow> {};
 
 TEST_P(Match, GivesAnotherAnswer)
 {
-    const MatchCase &row = GetParam();
+    const MatchRow &row = GetParam();
     const Pattern pattern = compiled(row.pattern);
     const Pattern replacement = compiled(row.replacement);
+    const GuardedText text(row.text);
     HTPool pool;
-    const auto match = [&](const std::string &text, const HTPattern *fill) {
-        const GuardedText guarded(text);
-        return row.how == How::Url ? HTPattern_url_match(pattern.get(), fill, guarded.data(), &pool)
-                                   : HTPattern_match(pattern.get(), fill, guarded.data(),
+    const auto match = [&](const HTPattern *fill) {
+        return row.how == How::Url ? HTPattern_url_match(pattern.get(), fill, text.data(), &pool)
+                                   : HTPattern_match(pattern.get(), fill, text.data(),
                                                      row.how == How::Exact, &pool);
     };
-    EXPECT_STREQ(match(row.text, replacement.get()), row.filled);
-    EXPECT_STREQ(match(row.text, nullptr), row.filled == nullptr ? nullptr : row.text);
+    EXPECT_STREQ(match(replacement.get()), row.filled);
+    EXPECT_STREQ(match(nullptr), row.filled == nullptr ? nullptr : row.text);
 }
 
-const std::array<MatchCase, 23> kMatches = {{
+const std::array<MatchRow, 22> kRows = {{
     {"UserDirectoryAsFile", How::Exact, "*u", "file:/~u", nullptr},
     {"CutEscapeIsText", How::Url, "*%4", "a%4", "<a||>"},
     {"StarAndEmptyText", How::Exact, "*", "", "<||>"},
     {"EmptyPattern", How::Exact, "", "", nullptr},
-    {"NoStar", How::Exact, "abc", "abc", "<||>"},
     {"StarsInARow", How::Exact, "**a**", "bac", "<b|c|>"},
     {"ExtensionInCapitalsFolded", How::IgnoreCase, "*.gif", "a.GIF", "<a||>"},
     {"OverlapIsNotRetried", How::Exact, "*aa", "aaa", nullptr},
@@ -77,8 +73,8 @@ const std::array<MatchCase, 23> kMatches = {{
     {"StarDoesNotSplitAnEscape", How::Url, "*1*", "%41%31", "<%41||>"},
     {"OverlapIsRetriedDecoding", How::Url, "*aa", "aaa", "<a||>"},
 }};
-INSTANTIATE_TEST_SUITE_P(HTWild, Match, testing::ValuesIn(kMatches),
-                         [](const auto &row) { return std::string(row.param.name); });
+INSTANTIATE_TEST_SUITE_P(HTWild, Match, testing::ValuesIn(kRows),
+                         testing::PrintToStringParamName());
 
 TEST(HTWild, ManyStarsTakeExponentialTime)
 {
@@ -88,22 +84,15 @@ TEST(HTWild, ManyStarsTakeExponentialTime)
     }
     const std::string text(5000, 'a');
     HTPool pool;
-    EXPECT_EQ(
-        HTPattern_match(compiled((stars + "*b").c_str()).get(), nullptr, text.c_str(), true, &pool),
-        nullptr);
-    EXPECT_STREQ(HTPattern_url_match(compiled((stars + "*").c_str()).get(), compiled("*x").get(),
-                                     text.c_str(), &pool),
-                 "x");
+    const Pattern pattern = compiled((stars + "*b").c_str());
+    EXPECT_EQ(HTPattern_match(pattern.get(), nullptr, text.c_str(), true, &pool), nullptr);
+    EXPECT_EQ(HTPattern_url_match(pattern.get(), nullptr, text.c_str(), &pool), nullptr);
 }
 
 TEST(HTWild, TemplateTextIsLost)
 {
     EXPECT_STREQ(HeapString(HTPattern_stringitize(nullptr)).get(), "");
     EXPECT_STREQ(HeapString(HTPattern_stringitize(compiled(R"(a**b\*\c*)").get())).get(), "a*b*c*");
-    const char *const text = "abc";
-    EXPECT_EQ(HTPattern_firstWild(compiled("*b").get(), text), text);
-    EXPECT_EQ(HTPattern_firstWild(compiled("ab*").get(), text), text + 2);
-    EXPECT_EQ(HTPattern_firstWild(compiled("abc").get(), text), nullptr);
 }
 
 }  // namespace
