@@ -5,14 +5,10 @@
 #include <cstdio>
 #include <cstring>
 
+#include "HTString.h"
 #include "tfprintf.h"
 
 namespace {
-
-bool isSeparator(char c)
-{
-    return c >= 1 && c <= ' ';
-}
 
 bool isEscape(const char *at)
 {
@@ -35,7 +31,7 @@ char *cutWord(char *word, int number)
 {
     char *in = word;
     char *out = word;
-    while (*in != '\0' && !isSeparator(*in)) {
+    while (*in != '\0' && !HTIsBlank(*in)) {
         if (*in == '"') {
             char *const closing = std::strchr(in + 1, '"');
             if (closing != nullptr) {
@@ -63,7 +59,7 @@ int parse_args(char *line, char **words)
     std::fill_n(words, kMaxArgs, line + std::strlen(line));
     int count = 0;
     for (char *at = line; count < kMaxArgs; ++count) {
-        at = std::find_if_not(at, at + std::strlen(at), isSeparator);
+        at = std::find_if_not(at, at + std::strlen(at), HTIsBlank);
         if (*at == '\0' || *at == '#') {
             break;
         }

@@ -18,4 +18,3 @@
 #define HT_REQUIRES(mutex) HT_THREAD_ATTRIBUTE(requires_capability(mutex))
 #define HT_ACQUIRE(...) HT_THREAD_ATTRIBUTE(acquire_capability(__VA_ARGS__))
 #define HT_RELEASE(...) HT_THREAD_ATTRIBUTE(release_capability(__VA_ARGS__))
-#define HT_NO_THREAD_SAFETY_ANALYSIS HT_THREAD_ATTRIBUTE(no_thread_safety_analysis)

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <cstdint>
 #include <cstring>
 #include <optional>
@@ -107,6 +108,7 @@ HostName &hostName()
 
 int HTParseInet(sockaddr_in *address, const char *name, HTThreadContext *context)
 {
+    const int before = errno;  // a look-up that succeeds may leave one of its own
     HTThreadContext *const own = context == nullptr ? HTThread_context() : context;
     const HTPoolScope scope(&own->pool);
     char *const host = own->pool.copy(name);
@@ -130,6 +132,7 @@ int HTParseInet(sockaddr_in *address, const char *name, HTThreadContext *context
         traceResolved(result);
     }
     *address = result;
+    errno = before;
     return 0;
 }
 

@@ -290,6 +290,10 @@ int HTSocket_isready(HTSocket *socket, int timeoutMs, HTThreadContext * /*contex
     if (socket == nullptr) {
         return -1;
     }
+    if (socket->fd < 0) {
+        errno = EBADF;  // poll() would wait for nothing
+        return static_cast<int>(failed(socket));
+    }
     pollfd entry = {.fd = socket->fd, .events = POLLIN | POLLPRI, .revents = 0};
     const int result = pollThroughSignals(&entry, timeoutMs);
     const ErrnoKeeper kept;

@@ -6,6 +6,8 @@
 #include <cstring>
 #include <string_view>
 
+#include "HTMemory.h"
+
 namespace {
 
 // One class of answers: words that stand alone, and beginnings.
@@ -32,6 +34,9 @@ bool isAnswer(char *text, const Answers &answers)
 char *HTSACopy(char **field, const char *text)
 {
     char *const copy = text == nullptr ? nullptr : strdup(text);
+    if (copy == nullptr && text != nullptr) {
+        HTOutOfMemory("library/HTString", "HTSACopy", __LINE__, std::strlen(text) + 1);
+    }
     std::free(*field);
     *field = copy;
     return copy;
@@ -45,11 +50,13 @@ char *HTSACat(char **field, const char *text)
     const std::size_t oldLength = *field == nullptr ? 0 : std::strlen(*field);
     const std::size_t added = std::strlen(text);
     char *const longer = static_cast<char *>(std::realloc(*field, oldLength + added + 1));
-    if (longer != nullptr) {
-        std::memcpy(longer + oldLength, text, added + 1);
-        *field = longer;
+    if (longer == nullptr) {
+        HTOutOfMemory("library/HTString", "HTSACat", __LINE__, oldLength + added + 1);
+        return *field;
     }
-    return *field;
+    std::memcpy(longer + oldLength, text, added + 1);
+    *field = longer;
+    return longer;
 }
 
 void standardize(char *word)

@@ -208,10 +208,13 @@ private:
         if (comparison_ == Comparison::Decoding) {
             return true;
         }
-        const Segment &segment = segments_[index];
+        const std::string_view own(segments_[index].text, segments_[index].length);
+        if (at == userPath_ && own.starts_with('~')) {
+            return true;
+        }
         const bool userDirectory =
             at == userPath_ || beginsUserDirectory({text_ + at, length_ - at});
-        return !userDirectory || beginsUserDirectory({segment.text, segment.length});
+        return !userDirectory || beginsUserDirectory(own);
     }
 
     // Where the segment's text ends when it stands at `at`; kNone when it does not.

@@ -3,7 +3,6 @@
 #include <pthread.h>
 #include <sys/time.h>
 
-#include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
@@ -29,9 +28,7 @@ HTThreadHandle create(const pthread_attr_t *attributes, HTThreadRoutine routine,
     const int rc = pthread_create(&thread, attributes, routine, arg);
     if (rc != 0) {
         if (HTTrace_on(kTraceThread)) {
-            std::array<char, 128> text{};
-            tfprintf(stderr, "pthread_create failed. rc=%d %s\n", rc,
-                     strerror_r(rc, text.data(), text.size()));
+            tfprintf(stderr, "pthread_create failed. rc=%d %s\n", rc, HTStrerror(rc));
         }
         return 0;
     }
@@ -57,7 +54,15 @@ HTThreadHandle lmc_StartThread(HTThreadRoutine routine, void *arg)
     if (pthread_attr_setstacksize(&attributes, kSmallStack) != 0 && HTTrace_on(kTraceThread)) {
         tfprintf(stderr, "pthread_setstacksize failed?\n");
     }
-    return create(&attributes, routine, arg);
+    const HTThreadHandle thread = create(&attributes, routine, arg);
+    pthread_attr_destroy(&attributes);
+    return thread;
+}
+
+const char *HTStrerror(int error)
+{
+    const char *const text = strerrordesc_np(error);
+    return text == nullptr ? "unknown error" : text;
 }
 
 int JoinThread(HTThreadHandle thread)

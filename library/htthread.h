@@ -15,10 +15,13 @@ using HTThreadRoutine = void *(*)(void *);
 
 // Starts `routine(arg)` on a new joinable thread. Returns its handle, or 0 (traced when the
 // library's thread trace is on) when no thread could be made. Every handle is given to JoinThread()
-// or DetachThread() once, or the thread runs until the process ends.
+// or DetachThread() once, otherwise what it leaves behind stays until the end.
 [[nodiscard]] HTThreadHandle StartThread(HTThreadRoutine routine, void *arg);
 // The same on a stack of 256 KiB.
 [[nodiscard]] HTThreadHandle lmc_StartThread(HTThreadRoutine routine, void *arg);
+
+// The text of an error number; never null, not to be freed.
+const char *HTStrerror(int error);
 
 // Waits for the thread's end. 0, or an error number. A handle of 0 gives ESRCH.
 int JoinThread(HTThreadHandle thread);
