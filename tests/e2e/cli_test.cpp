@@ -1,4 +1,5 @@
-// The command line: what is refused, what is taken, and the exit status of each.
+// The command line and the configuration: what is refused, what is taken and fetched, and the exit
+// status of each.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -7,21 +8,13 @@
 
 namespace {
 
-using testing::ElementsAre;
-using testing::HasSubstr;
-using Options = std::vector<std::string>;
-
-struct RefusedRow : Row {
-    Options options;
-};
-
-class Refused : public testing::TestWithParam<RefusedRow> {};
+class Refused : public testing::TestWithParam<const char *> {};
 
 TEST_P(Refused, ShowsTheUsageAndEndsWithStatusOne)
 {
     Agent agent(1, "");
-    agent.startWith(GetParam().options);
-    EXPECT_EQ(agent.process->wait(kRunDeadline).status, 1);
+    agent.startWith(GetParam());
+    agent.finish(1);
     EXPECT_EQ(agent.process->out(), "");
     EXPECT_EQ(agent.process->err(),
               "Usage: refetchd [ options ... ]\n"
@@ -30,86 +23,108 @@ TEST_P(Refused, ShowsTheUsageAndEndsWithStatusOne)
               "         -vv   <verbose mode>\n");
 }
 
-const RefusedRow kRefused[] = {
-    {"UnknownOption", {"-x"}},
-    {"LoneWord", {"proxy.conf"}},
-    {"UpperCase", {"-R", "proxy.conf"}},
-    {"OptionWithTail", {"-rpx", "1"}},
-    {"EmptyWord", {""}},
-    {"FileMissing", {"-vv", "-r"}},
-    {"FileLikeAnOption", {"-r", "-vv"}},
-    {"ModuleMissing", {"-debug"}},
-    {"RepeatMissing", {"-rp"}},
-    {"RateMissing", {"-r", "proxy.conf", "-rps"}},
-    {"ConnectionsMissing", {"-mc"}},
-};
-INSTANTIATE_TEST_SUITE_P(CommandLine, Refused, testing::ValuesIn(kRefused), rowName);
+INSTANTIATE_TEST_SUITE_P(CommandLine, Refused,
+                         testing::Values("proxy.conf", "-R proxy.conf", "-rpx 1", "-vv -r",
+                                         "-r -vv", "-debug", "-rp", "-r proxy.conf -rps", "-mc"));
 
 struct TakenRow : Row {
-    Options options;
-    int status;
+    std::string directives;
+    std::string paths;  // behind http://h, in the order in which one worker asks for them
     const char *trace;  // part of standard error; empty: nothing is written there
+    const char *options = "-vv -r proxy.conf";
+    int status = 0;
+    const char *errors = "";  // the error log
+    const char *file = "";    // begins the trace file; the rest of the trace is there too
 };
 
 class Taken : public testing::TestWithParam<TakenRow> {};
 
-TEST_P(Taken, EndsWithTheStatusOfTheRun)
+TEST_P(Taken, FetchesItsSeeds)
 {
+    const TakenRow &row = GetParam();
     const ScriptedPeer peer;
-    Agent agent(peer.port(), "loadurl h/0");
-    agent.dir.write("broken.conf", "configfile absent.conf\n");
-    agent.startWith(GetParam().options);
-    EXPECT_EQ(agent.process->wait(kRunDeadline).status, GetParam().status);
-    EXPECT_EQ(peer.requests().size(), GetParam().status == 0 ? 1U : 0U);
+    Agent agent(peer.port(),
+                "numclients 1; serverroot @dir@; caching on; loadtopcached 0; " + row.directives,
+                "#; \n9 1% http://h/q?; two words; 8 1% http://h/i.gif; 7 1% http://h/a; "
+                "6 1% http://h/a; 5 1% http://h/" +
+                    std::string(1100, 'x'));
+    agent.dir.write("more.conf", agent.expand("loadurl h/more; configfile @dir@/proxy.conf\n"));
+    agent.dir.write("daemon.conf",
+                    "hostname 127.0.0.1\nloadurl h/d\nport " + std::to_string(peer.port()) + "\n");
+    agent.startWith(row.options);
+    agent.finish(row.status);
+    std::string paths;
+    for (const std::string &target : peer.targets()) {
+        paths += target.substr(8);
+    }
+    EXPECT_EQ(paths, row.paths);
     EXPECT_EQ(agent.process->out(), "");
-    EXPECT_EQ(agent.process->err().empty(), *GetParam().trace == '\0');
-    EXPECT_THAT(agent.process->err(), HasSubstr(agent.expand(GetParam().trace)));
+    EXPECT_EQ(agent.process->err().empty(), *row.trace == '\0');
+    EXPECT_THAT(agent.process->err(), testing::HasSubstr(agent.expand(row.trace)));
+    EXPECT_EQ(agent.dir.read("cacheAgent-errors"), row.errors);
+    EXPECT_THAT(agent.dir.read("trace"), testing::StartsWith(agent.expand(row.file)));
+    EXPECT_TRUE(*row.file == '\0' || agent.traced("Starting....") == 0);
 }
 
-const TakenRow kTaken[] = {
-    {"Silent", {"-r", "@dir@/proxy.conf"}, 0, ""},
-    {"RelativeFile", {"-vv", "-r", "proxy.conf"}, 0, "config file \"@dir@/proxy.conf\".\n"},
-    {"ModuleLikeAnOption", {"-debug", "-vv", "-r", "proxy.conf"}, 0, ""},
-    {"DebugGetUrl", {"-debug", "geturl", "-r", "proxy.conf"}, 0, "requesting \"http://h/0\".\n"},
-    {"LastRepeatCounts", {"-vv", "-rp", "7", "-rp", "1", "-r", "proxy.conf"}, 0, "1 times!!\n"},
-    {"NoLimits", {"-rps", "abc", "-mc", "-5", "-r", "proxy.conf"}, 0, ""},
-    {"NoDefaultFile", {"-vv"}, 1, "file \"/etc/tarnproxy.conf\" could not be opened.\n"},
-    {"NoSuchFile", {"-vv", "-r", "x"}, 1, "Config...... file \"@dir@/x\" could not be opened.\n"},
-    {"NoIncludedFile", {"-vv", "-r", "broken.conf"}, 1, "\"absent.conf\" could not be opened.\n"},
+const std::string kOne = "loadurl h/a";
+const char *const kDebug = "-debug geturl -r proxy.conf";
+const char *const kTwo = "hostname 127.0.0.1; loadtopcached 2; loadurl h/s";
+const char *const kTwice = "configfile @dir@/more.conf; configfile @dir@/more.conf; loadurl h/a";
+const char *const kSlashes = "#loadurl h/a; loadurl \"h/b\" # h/c; LOAD_URL h\\d; loadurl";
+
+const TakenRow kOptions[] = {
+    {"EachFile", kOne, "/d/a", "/proxy.conf\".\n", "-vv -r daemon.conf -r proxy.conf"},
+    {"HostAndPort", "", "/d", "@peer@ determined from daemon config file.\n", "-vv -r daemon.conf"},
+    {"ModuleLikeAnOption", kOne, "/a", "", "-debug -vv -r proxy.conf"},
+    {"DebugGetUrl", kOne, "/a", "requesting \"http://h/a\".\n", kDebug},
+    {"LastRepeatCounts", kOne, "/a", "for 1 times!!\n", "-vv -rp 7 -rp 1 -r proxy.conf"},
+    {"NoLimits", kOne, "/a", "", "-rps abc -mc -5 -r proxy.conf"},
+    {"Repeat", kTwo, "/s/i.gif/s/i.gif", "for 2 times!!\n", "-vv -rp 2 -r proxy.conf"},
+    {"DirectiveFirst", kOne + "; refetchd-repeat 3", "/a/a/a", "", "-rp 5 -r proxy.conf"},
+    {"NoDefaultFile", "", "", "file \"/etc/tarnproxy.conf\" could not be opened.\n", "-vv", 1},
+    {"NoFile", "", "", "Config...... file \"@dir@/x\" could not be opened.\n", "-vv -r x", 1},
+    {"NoIncluded", "configfile y", "", "\"y\" could not be opened.\n", "-vv -r proxy.conf", 1},
 };
-INSTANTIATE_TEST_SUITE_P(CommandLine, Taken, testing::ValuesIn(kTaken), rowName);
+INSTANTIATE_TEST_SUITE_P(CommandLine, Taken, testing::ValuesIn(kOptions), rowName);
 
-TEST(CommandLine, EachNamedFileIsRead)
-{
-    const ScriptedPeer peer;
-    Agent agent(peer.port(), "numclients 1; loadurl h/0");
-    agent.dir.write("more.conf", "loadurl h/1\n");
-    agent.run({"-r", "more.conf", "-r", "proxy.conf"});
-    EXPECT_THAT(peer.targets(), ElementsAre("http://h/0", "http://h/1"));
-}
+const TakenRow kDirectives[] = {
+    {"FilteredLinesCount", "loadtopcached 2; ignoreurl *.gif", "", "Ignoring bad line. . .\n"},
+    {"CopiesLongLine", "loadtopcached 9; ignoreurl *.gif", "/a/" + std::string(1009, 'x'),
+     "bad line"},
+    {"Queries", "loadtopcached 1; cachequeries public *h/q*", "/q?", "Number of Hits 9 for "},
+    {"CachingNotAlways", "loadtopcached 9; caching topn", "", "loading files specified"},
+    {"SeedCopies", "loadurl h/a; loadurl h/a", "/a/a", "Will load... URL"},
+    {"NoHitsFile", "loadtopcached 9; serverroot @dir@/x", "", "/x/logs/hitsfile.txt\" not opened;"},
+    {"QuotesAndSlashes", kSlashes, "/b/d", "insufficient"},
+    {"IncludedOnce", kTwice, "/a/more", "Added....... config file \"@dir@/more.conf\".\n"},
+};
+INSTANTIATE_TEST_SUITE_P(Config, Taken, testing::ValuesIn(kDirectives), rowName);
 
-TEST(CommandLine, LocaleComesFromTheEnvironment)
-{
-    Agent agent(1, "");
-    agent.process = std::make_unique<Process>(
-        Options{"LC_ALL=de_DE.UTF-8", REFETCHD_BINARY, "-vv", "-r", agent.dir.path("proxy.conf")});
-    agent.finish();
-    EXPECT_EQ(agent.traced("The locale is set to de_DE.\n"), 1);
-}
+const char *const kErrors = "loadurl h/a; errorlog @dir@/x; numclients 101";
+const char *const kBoth = "loadurl h/a; catracelog trace; errorlog @dir@/x; numclients 101";
+const char *const kTooMany =
+    "NumClients too large.  Downgraded number of cache refresh clients to 100.\n";
+const char *const kOpened = "Trace file.. opened.; CacheErrorLog... \"@dir@/cacheAgent-errors\" ";
+const char *const kTwoFiles = "loadurl h/a; catracelog x; delay 1; catracelog trace; port 1";
+const char *const kSecond = "Trace file.. opened.; Host port... 1.; ";
 
-class Endless : public testing::TestWithParam<const char *> {};
+const TakenRow kLogs[] = {
+    {"ErrorsWithATrace", kBoth, "/a", "Will load...", "-vv -r proxy.conf", 0, kTooMany, kOpened},
+    {"NoErrorsWithoutATrace", kErrors, "/a", "", "-r proxy.conf"},
+    {"LastTraceFileCounts", kTwoFiles, "/a", "", "-r proxy.conf", 0, "", kSecond},
+    {"DebugStaysOutside", kTwoFiles, "/a", "Net......... requ", kDebug, 0, "", kSecond},
+};
+INSTANTIATE_TEST_SUITE_P(Logs, Taken, testing::ValuesIn(kLogs), rowName);
 
-TEST_P(Endless, RepeatRunsUntilItIsKilled)
+TEST(CommandLine, EndlessRunIsEndedByASignalOnly)
 {
     const ScriptedPeer peer;
     Agent agent(peer.port(), "loadurl h/0");
-    agent.start({"-rp", GetParam()});
+    agent.start("-rp -5");
     EXPECT_TRUE(peer.waitForRequests(3, kRunDeadline));
     EXPECT_EQ(agent.traced("Starting.... Will run for ever!!\n"), 1);
     agent.process->signal(SIGTERM);
     EXPECT_EQ(agent.process->wait(kRunDeadline).signal, SIGTERM);
 }
-
-INSTANTIATE_TEST_SUITE_P(CommandLine, Endless, testing::Values("0", "-5", "abc"));
 
 }  // namespace

@@ -7,101 +7,80 @@
 
 namespace {
 
-using testing::UnorderedElementsAreArray;
-
-struct RepeatRow : Row {
-    const char *directives;
-    std::vector<std::string> options;
-    int runs;
-    int pauseMs = 0;  // least time from the start to the last run's first request
+struct PaceRow : Row {
+    std::string directives;
+    const char *options;
+    int seeds;
+    int requests;  // that they make
+    int budget;    // requests for each
+    int periodMs;  // which begins with the start
 };
 
-class Repeats : public testing::TestWithParam<RepeatRow> {};
+class Pacing : public testing::TestWithParam<PaceRow> {};
 
-TEST_P(Repeats, FetchEverySeedInEveryRun)
+TEST_P(Pacing, BudgetIsNeverExceeded)
 {
-    const RepeatRow &row = GetParam();
+    const PaceRow &row = GetParam();
     const ScriptedPeer peer;
-    Agent agent(peer.port(),
-                std::string("numclients 1; hostname 127.0.0.1; caching always; loadtopcached 9; "
-                            "serverroot @dir@; loadurl h/0; ") +
-                    row.directives,
-                "5 50% http://h/1");
+    Agent agent(peer.port(), "numclients 5; " + seeds(row.seeds) + row.directives);
     const auto start = ScriptedPeer::Clock::now();
     agent.run(row.options);
-    std::vector<std::string> expected;
-    for (int run = 0; run < row.runs; ++run) {
-        expected.insert(expected.end(), {"http://h/0", "http://h/1"});
+    int number = 0;
+    for (const ScriptedPeer::Request &request : peer.requests()) {
+        EXPECT_GE(request.arrival - start, Millis(number++ / row.budget * row.periodMs));
     }
-    ASSERT_EQ(peer.targets(), expected);
-    EXPECT_GE(peer.requests()[expected.size() - 2].arrival - start, Millis(row.pauseMs));
-    EXPECT_EQ(agent.traced("Flushing.... remove all processed URLs.\n"), row.runs);
+    EXPECT_EQ(number, row.requests);
 }
 
-const RepeatRow kRepeats[] = {
-    {"Once", "", {}, 1},
-    {"ByOption", "", {"-rp", "2"}, 2},
-    {"ByDirective", "refetchd-repeat 3", {}, 3},
-    {"DirectiveBeatsOption", "refetchdrepeat 1", {"-rp", "5"}, 1},
-    {"NotBeforeMaxRuntime", "maxruntime 4", {"-rp", "2"}, 2, 3000},
+const PaceRow kPaces[] = {
+    {"ByOption", "", "-rps 2", 6, 6, 2, 1000},
+    {"DirectiveBeatsOption", "refetchd_request_per_second 3", "-rps 100", 9, 9, 3, 1000},
+    {"NextRunAfterMaxRuntime", "maxruntime 4", "-rp 2", 1, 2, 1, 3000},
 };
-INSTANTIATE_TEST_SUITE_P(Run, Repeats, testing::ValuesIn(kRepeats), rowName);
+INSTANTIATE_TEST_SUITE_P(Run, Pacing, testing::ValuesIn(kPaces), rowName);
 
 struct LimitRow : Row {
     const char *directives;
-    std::vector<std::string> options;
+    const char *options;
     int limit;
 };
 
-class Pacing : public testing::TestWithParam<LimitRow> {};
-
-// The budget is given out at the start and again after each second: request number n, counted from
-// 0, cannot come before n / limit whole seconds are over.
-TEST_P(Pacing, BudgetPerSecondIsNeverExceeded)
-{
-    const LimitRow &row = GetParam();
-    const ScriptedPeer peer;
-    Agent agent(peer.port(), "numclients 5; " + seeds(row.limit * 3) + row.directives);
-    const auto start = ScriptedPeer::Clock::now();
-    agent.run(row.options);
-    EXPECT_THAT(peer.targets(), UnorderedElementsAreArray(targets(row.limit * 3)));
-    int number = 0;
-    for (const ScriptedPeer::Request &request : peer.requests()) {
-        EXPECT_GE(request.arrival - start, Millis(1000 * (number / row.limit))) << number;
-        ++number;
-    }
-}
-
-const LimitRow kRates[] = {
-    {"ByOption", "", {"-rps", "2"}, 2},
-    {"OneASecond", "", {"-rps", "1"}, 1},
-    {"DirectiveBeatsOption", "refetchd_request_per_second 3", {"-rps", "100"}, 3},
-};
-INSTANTIATE_TEST_SUITE_P(Run, Pacing, testing::ValuesIn(kRates), rowName);
-
 class Connections : public testing::TestWithParam<LimitRow> {};
 
+// Four workers; the replies begin when as many as may connect are at work.
 TEST_P(Connections, LimitIsReachedAndNeverExceeded)
 {
     const LimitRow &row = GetParam();
-    const ScriptedPeer peer(replyOnce(static_cast<std::size_t>(row.limit)));
+    const auto limit = static_cast<std::size_t>(row.limit);
+    const ScriptedPeer peer([limit](const ScriptedPeer &self, const ScriptedPeer::Request &) {
+        (void)self.waitForRequests(limit, kRunDeadline);
+        return Reply::ok();
+    });
     Agent agent(peer.port(), "numclients 4; " + seeds(20) + row.directives);
     agent.run(row.options);
-    EXPECT_THAT(peer.targets(), UnorderedElementsAreArray(targets(20)));
+    EXPECT_THAT(peer.targets(), testing::UnorderedElementsAreArray(targets(20)));
     EXPECT_EQ(peer.mostConnections(), row.limit);
-    EXPECT_EQ(agent.traced("Worker...... waiting for a Connection.\n") > 0, row.limit < 4);
+    EXPECT_TRUE(limit < 4 || peer.connections() == 4) << "each worker keeps its connection";
+    EXPECT_EQ(agent.traced("Worker...... waiting for a Connection.\n") > 0, limit < 4);
 }
 
 const LimitRow kConnections[] = {
-    {"ByOption", "", {"-mc", "1"}, 1},
-    {"ByDirective", "refetchdmaxconnection 3", {}, 3},
-    {"Unlimited", "", {"-mc", "0"}, 4},
-    {"MoreThanWorkers", "", {"-mc", "9"}, 4},
+    {"ByOption", "", "-mc 1", 1},
+    {"ByDirective", "refetchdmaxconnection 3", "", 3},
+    {"Unlimited", "", "-mc 0", 4},
 };
 INSTANTIATE_TEST_SUITE_P(Run, Connections, testing::ValuesIn(kConnections), rowName);
 
+const std::string kReport = "pub/de_DE/reports/refetchd.html";
+const char *const kPlaceholder =
+    "<html>\n<head>\n   <title>Automatic Cache Refresh Summary</title>\n"
+    "<meta name=\"GENERATOR\" content=\"Quillmark\">\n</head>\n"
+    "<body background=\"/zuicons/statusBG.jpg\">\n\n"
+    "<center><h2>Automatic Cache Refresh Summary</h2></center>\n<p>Unable to show cache agent "
+    "information because no data is available at this time.</p>\n</html>\n";
+
 struct EndRow : Row {
-    const char *directives;
+    std::string directives;
     std::size_t reads;  // requests that are sent and never answered
     const char *trace;  // the master's last line of each run
     int runs = 1;
@@ -113,59 +92,31 @@ TEST_P(End, IsCleanAndTheReportIsInPlace)
 {
     const EndRow &row = GetParam();
     const ScriptedPeer peer({{"http://h/0", {{}, Reply::Then::Stall}}});
-    Agent agent(peer.port(), std::string("serverroot @dir@; readtimeout 60; ") + row.directives);
-    agent.run();
+    Agent agent(peer.port(), "serverroot @dir@; readtimeout 60; " + row.directives);
+    agent.start();
+    ASSERT_TRUE(peer.waitForRequests(row.reads, kRunDeadline));
+    if (row.reads > 0) {
+        EXPECT_EQ(agent.dir.read(kReport), kPlaceholder);
+        agent.process->signal(SIGALRM);  // ignored, both
+        agent.process->signal(SIGPIPE);
+    }
+    agent.finish();
     EXPECT_EQ(peer.requests().size(), row.reads);
     EXPECT_EQ(agent.traced(row.trace), row.runs) << agent.process->err();
-    const std::string report = "pub/en_US/reports/refetchd.html";
-    EXPECT_EQ(agent.traced("@dir@/" + report + ".tmp successfully renamed to @dir@/" + report), 1);
-    EXPECT_TRUE(agent.dir.exists(report));
-    EXPECT_FALSE(agent.dir.exists(report + ".tmp"));
-    EXPECT_EQ(agent.dir.read(report).find("no data is available"), std::string::npos);
+    EXPECT_EQ(agent.traced(kReport + ".tmp successfully renamed to @dir@/" + kReport), 1);
+    EXPECT_THAT(agent.dir.read(kReport), testing::Not(testing::HasSubstr("no data is available")));
 }
 
-constexpr const char *kRanDry = "all threads done - we're outta here!\n";
-constexpr const char *kTimeUp = "all threads done - we outta here!\n";
-constexpr const char *kStuckOnce = "numclients 1; maxruntime 1; loadurl h/0; loadurl h/1";
-constexpr const char *kStuckThrice =
-    "numclients 3; maxruntime 1; loadurl h/0; loadurl h/0; loadurl h/0; loadurl h/1";
-constexpr const char *kStuckTwoRuns =
-    "numclients 1; maxruntime 1; refetchdrepeat 2; loadurl h/0; loadurl h/1";
+const char *const kRanDry = "all threads done - we're outta here!\n";
+const char *const kTimeUp = "all threads done - we outta here!\n";
+const std::string kStuck = "maxruntime 2; loadurl h/0; loadurl h/1; numclients ";
 
 const EndRow kEnds[] = {
-    {"NothingToDo", "", 0, kRanDry},
-    {"NoWorkers", "numclients 0; maxruntime 1; loadurl h/1", 0, kTimeUp},
-    {"NegativeWorkers", "numclients -3", 0, kRanDry},
-    {"OneReadIsStuck", kStuckOnce, 1, kTimeUp},
-    {"EveryReadIsStuck", kStuckThrice, 3, kTimeUp},
-    {"ReadIsStuckInTwoRuns", kStuckTwoRuns, 1, kTimeUp, 2},
+    {"NothingToDo", "numclients -3", 0, kRanDry},
+    {"NoWorkers", "numclients 0; maxruntime 2; loadurl h/1", 0, kTimeUp},
+    {"EveryReadIsStuck", "loadurl h/0; loadurl h/0; " + kStuck + "3", 3, kTimeUp},
+    {"ReadIsStuckInTwoRuns", kStuck + "1; refetchdrepeat 2", 1, kTimeUp, 2},
 };
 INSTANTIATE_TEST_SUITE_P(Run, End, testing::ValuesIn(kEnds), rowName);
-
-TEST(Run, ReportIsAPlaceholderUntilTheEnd)
-{
-    const ScriptedPeer peer({{"http://h/0", {{}, Reply::Then::Stall}}});
-    Agent agent(peer.port(), "serverroot @dir@; loadurl h/0");
-    agent.start();
-    ASSERT_TRUE(peer.waitForRequests(1, kRunDeadline));
-    EXPECT_EQ(agent.dir.read("pub/en_US/reports/refetchd.html"),
-              "<html>\n<head>\n   <title>Automatic Cache Refresh Summary</title>\n"
-              "<meta name=\"GENERATOR\" content=\"Quillmark\">\n</head>\n"
-              "<body background=\"/zuicons/statusBG.jpg\">\n\n"
-              "<center><h2>Automatic Cache Refresh Summary</h2></center>\n"
-              "<p>Unable to show cache agent information because no data is available at this "
-              "time.</p>\n</html>\n");
-}
-
-TEST(Run, AlarmAndPipeSignalsDoNotEndIt)
-{
-    const ScriptedPeer peer;
-    Agent agent(peer.port(), "loadurl h/0");
-    agent.start();
-    ASSERT_TRUE(peer.waitForRequests(1, kRunDeadline));
-    agent.process->signal(SIGALRM);
-    agent.process->signal(SIGPIPE);
-    agent.finish();
-}
 
 }  // namespace

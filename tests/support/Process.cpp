@@ -1,26 +1,29 @@
 #include "Process.h"
 
 #include <signal.h>
-#include <spawn.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <stdexcept>
+#include <fstream>
+#include <sstream>
 #include <thread>
 
 namespace {
 
-std::string contents(int file)
+// Waits until the condition holds; false at the deadline.
+template <typename Condition>
+bool poll(Millis timeout, Condition condition)
 {
-    std::string text;
-    char block[65536];
-    ssize_t got = 0;
-    while ((got = pread(file, block, sizeof block, static_cast<off_t>(text.size()))) > 0) {
-        text.append(block, static_cast<std::size_t>(got));
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() >= deadline) {
+            return false;
+        }
+        std::this_thread::sleep_for(Millis(5));
     }
-    return text;
+    return true;
 }
 
 }  // namespace
@@ -34,23 +37,18 @@ Process::Process(std::vector<std::string> words)
         arguments.push_back(word.data());
     }
     arguments.push_back(nullptr);
-    posix_spawn_file_actions_t files;
-    posix_spawn_file_actions_init(&files);
-    posix_spawn_file_actions_addopen(&files, STDIN_FILENO, "/dev/null", 0, 0);
-    posix_spawn_file_actions_adddup2(&files, out_, STDOUT_FILENO);
-    posix_spawn_file_actions_adddup2(&files, err_, STDERR_FILENO);
-    const int error = posix_spawnp(&pid_, env.c_str(), &files, nullptr, arguments.data(), environ);
-    posix_spawn_file_actions_destroy(&files);
-    if (error != 0) {
-        throw std::runtime_error("cannot start env");
+    pid_ = fork();
+    if (pid_ == 0) {  // only what is safe beside other threads
+        dup2(out_, STDOUT_FILENO);
+        dup2(err_, STDERR_FILENO);
+        execvp(env.c_str(), arguments.data());
+        _exit(127);
     }
 }
 
 Process::~Process()
 {
-    if (!ended_) {
-        wait(Millis(0));
-    }
+    wait(Millis(0));
     close(out_);
     close(err_);
 }
@@ -60,32 +58,19 @@ bool Process::reap(int flags)
 {
     int status = 0;
     rusage usage{};
-    if (!ended_ && wait4(pid_, &status, flags, &usage) == pid_) {
-        ended_ = true;
+    if (pid_ > 0 && wait4(pid_, &status, flags, &usage) == pid_) {
+        pid_ = 0;
         result_.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
         result_.signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
         result_.peakKilobytes = usage.ru_maxrss;
     }
-    return ended_;
-}
-
-bool Process::poll(Millis timeout, const std::function<bool()> &condition)
-{
-    const auto deadline = std::chrono::steady_clock::now() + timeout;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() >= deadline) {
-            return false;
-        }
-        std::this_thread::sleep_for(Millis(5));
-    }
-    return true;
+    return pid_ <= 0;
 }
 
 Process::Result Process::wait(Millis timeout)
 {
     if (!poll(timeout, [this] { return reap(WNOHANG); })) {
-        result_.timedOut = true;
-        kill(pid_, SIGKILL);
+        signal(SIGKILL);
         reap(0);
     }
     return result_;
@@ -93,7 +78,7 @@ Process::Result Process::wait(Millis timeout)
 
 void Process::signal(int number) const
 {
-    if (!ended_) {
+    if (pid_ > 0) {
         kill(pid_, number);
     }
 }
@@ -105,12 +90,10 @@ bool Process::waitForError(const std::string &text, Millis timeout)
     return written();
 }
 
-std::string Process::out() const
+// Opened anew, so that the place where the child writes does not move.
+std::string Process::contents(int file)
 {
-    return contents(out_);
-}
-
-std::string Process::err() const
-{
-    return contents(err_);
+    std::ostringstream text;
+    text << std::ifstream("/proc/self/fd/" + std::to_string(file), std::ios::binary).rdbuf();
+    return text.str();
 }

@@ -10,73 +10,26 @@
 #include <stdexcept>
 #include <utility>
 
-namespace {
-
-constexpr timeval kSendDeadline = {10, 0};
-constexpr std::chrono::milliseconds kDropDeadline{10000};
-constexpr const char *kHeadEnd = "\r\n\r\n";
-
-sockaddr_in loopback(std::uint16_t port)
-{
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    return address;
-}
-
-template <typename Value>
-void set(int fd, int level, int option, const Value &value)
-{
-    setsockopt(fd, level, option, &value, sizeof value);
-}
-
-std::string targetOf(const std::string &head)
-{
-    const std::size_t begin = std::min(head.find(' '), head.size() - 1) + 1;
-    return head.substr(begin, head.find(' ', begin) - begin);
-}
-
-void send(int fd, const Reply &reply)
-{
-    for (const Reply::Piece &piece : reply.pieces) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(piece.pauseMs));
-        if (::send(fd, piece.bytes.data(), piece.bytes.size(), MSG_NOSIGNAL) < 0) {
-            return;  // the next read tells
-        }
-    }
-}
-
-}  // namespace
-
-Reply Reply::ok(const std::string &body, const std::string &headers)
+Reply Reply::ok(const std::string &body)
 {
     return {{{"HTTP/1.0 200 OK\r\nContent-Type: text/plain\r\nContent-Length: " +
-              std::to_string(body.size()) + "\r\nConnection: keep-alive\r\n" + headers + "\r\n" +
-              body}}};
-}
-
-Reply Reply::inPieces(const std::string &bytes, std::size_t size)
-{
-    Reply reply;
-    for (std::size_t at = 0; at < bytes.size(); at += size) {
-        reply.pieces.push_back({bytes.substr(at, size)});
-    }
-    return reply;
+              std::to_string(body.size()) + "\r\nConnection: keep-alive\r\n\r\n" + body}}};
 }
 
 ScriptedPeer::ScriptedPeer(Handler handler)
-    : handler_(handler ? std::move(handler)
-                       : [](const auto &, const auto &) { return Reply::ok(); }),
-      listener_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
+    : handler_(std::move(handler)), listener_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
 {
-    sockaddr_in address = loopback(0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     socklen_t length = sizeof address;
     auto *const generic = reinterpret_cast<sockaddr *>(&address);
     if (bind(listener_, generic, length) != 0 || listen(listener_, 256) != 0 ||
         getsockname(listener_, generic, &length) != 0) {
         throw std::runtime_error("no loopback port to listen on");
     }
+    const int on = 1;
+    setsockopt(listener_, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);  // what it accepts inherits it
     port_ = ntohs(address.sin_port);
     acceptor_ = std::thread([this] { acceptAll(); });
 }
@@ -93,9 +46,9 @@ ScriptedPeer::~ScriptedPeer()
 {
     shutdown(listener_, SHUT_RDWR);  // wakes the acceptor
     acceptor_.join();
-    for (Connection &connection : connections_) {
-        drop(connection.number, Reply::Then::Close);
-        connection.thread.join();
+    for (int connection = 0; connection < accepted_; ++connection) {
+        drop(connection, Reply::Then::Close);
+        connections_[static_cast<std::size_t>(connection)].thread.join();
     }
     close(listener_);
 }
@@ -104,13 +57,10 @@ void ScriptedPeer::acceptAll()
 {
     int fd = -1;
     while ((fd = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC)) >= 0) {
-        set(fd, IPPROTO_TCP, TCP_NODELAY, 1);
-        set(fd, SOL_SOCKET, SO_SNDTIMEO, kSendDeadline);
         const std::lock_guard guard(mutex_);
-        Connection &connection = connections_.emplace_back();
-        connection.number = static_cast<int>(connections_.size()) - 1;
-        connection.fd = fd;
-        mostOpen_ = std::max(mostOpen_, ++open_);
+        Connection &connection = connections_.emplace_back(Connection{fd});
+        ++accepted_;
+        mostOpen_ = std::max(mostOpen_.load(), ++open_);
         connection.thread = std::thread([this, &connection] { serve(connection); });
     }
 }
@@ -118,50 +68,41 @@ void ScriptedPeer::acceptAll()
 void ScriptedPeer::serve(Connection &connection)
 {
     std::string pending;
-    Request request;
     Reply::Then then = Reply::Then::Keep;
-    while (then == Reply::Then::Keep && nextRequest(connection, pending, request)) {
-        const Reply reply = handler_(*this, request);
-        send(connection.fd, reply);
-        then = reply.then;
-    }
-    char ignored[8192];
-    while (then == Reply::Then::Stall && recv(connection.fd, ignored, sizeof ignored, 0) > 0) {
-    }
-    closed(connection, then);
-}
-
-// Reads until a whole head is there, records it and takes it out of `pending`.
-bool ScriptedPeer::nextRequest(const Connection &connection, std::string &pending, Request &request)
-{
-    std::size_t end = 0;
-    while ((end = pending.find(kHeadEnd)) == std::string::npos) {
-        char block[8192];
-        const ssize_t got = recv(connection.fd, block, sizeof block, 0);
-        if (got <= 0) {
-            return false;
-        }
+    char block[8192];
+    ssize_t got = 0;
+    while ((then == Reply::Then::Keep || then == Reply::Then::Stall) &&
+           (got = recv(connection.fd, block, sizeof block, 0)) > 0) {
         pending.append(block, static_cast<std::size_t>(got));
+        std::size_t end = 0;
+        while (then == Reply::Then::Keep && (end = pending.find("\r\n\r\n")) != std::string::npos) {
+            const Reply reply = handler_(*this, record(pending.substr(0, end + 4)));
+            pending.erase(0, end + 4);
+            for (const auto &[bytes, pauseMs] : reply.pieces) {
+                std::this_thread::sleep_for(std::chrono::milliseconds(pauseMs));
+                send(connection.fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);  // recv tells
+            }
+            then = reply.then;
+        }
     }
-    const std::string head = pending.substr(0, end + 4);
-    request = {head, targetOf(head), Clock::now(), connection.number};
-    pending.erase(0, head.size());
     const std::lock_guard guard(mutex_);
-    requests_.push_back(request);
-    changed_.notify_all();
-    return true;
-}
-
-void ScriptedPeer::closed(Connection &connection, Reply::Then how)
-{
-    const std::lock_guard guard(mutex_);
-    if (how == Reply::Then::Reset || connection.end == Reply::Then::Reset) {
-        set(connection.fd, SOL_SOCKET, SO_LINGER, linger{1, 0});
+    if (then == Reply::Then::Reset || connection.end == Reply::Then::Reset) {
+        const linger discard = {1, 0};
+        setsockopt(connection.fd, SOL_SOCKET, SO_LINGER, &discard, sizeof discard);
     }
     close(connection.fd);
     connection.open = false;
     --open_;
     changed_.notify_all();
+}
+
+ScriptedPeer::Request ScriptedPeer::record(const std::string &head)
+{
+    const std::size_t begin = head.find(' ') + 1;
+    const std::string target = head.substr(begin, head.find(' ', begin) - begin);
+    const std::lock_guard guard(mutex_);
+    changed_.notify_all();
+    return requests_.emplace_back(Request{head, target, Clock::now()});
 }
 
 std::vector<ScriptedPeer::Request> ScriptedPeer::requests() const
@@ -179,53 +120,22 @@ std::vector<std::string> ScriptedPeer::targets() const
     return result;
 }
 
-bool ScriptedPeer::waitForRequests(std::size_t count, Millis timeout) const
+bool ScriptedPeer::waitForRequests(std::size_t count, std::chrono::milliseconds timeout) const
 {
     std::unique_lock lock(mutex_);
     return changed_.wait_for(lock, timeout, [&] { return requests_.size() >= count; });
 }
 
-int ScriptedPeer::connections() const
-{
-    const std::lock_guard guard(mutex_);
-    return static_cast<int>(connections_.size());
-}
-
-int ScriptedPeer::mostConnections() const
-{
-    const std::lock_guard guard(mutex_);
-    return mostOpen_;
-}
-
 bool ScriptedPeer::drop(int connection, Reply::Then how)
 {
     std::unique_lock lock(mutex_);
-    const auto found = std::find_if(connections_.begin(), connections_.end(),
-                                    [&](const Connection &c) { return c.number == connection; });
-    if (found == connections_.end() || !found->open) {
+    Connection &dropped = connections_.at(static_cast<std::size_t>(connection));
+    if (!dropped.open) {
         return false;
     }
-    found->end = how;
-    shutdown(found->fd, SHUT_RD);  // wakes its thread, which then closes
-    return changed_.wait_for(lock, kDropDeadline, [&] { return !found->open; });
-}
-
-std::string exchange(std::uint16_t port, const std::string &request,
-                     std::chrono::milliseconds timeout)
-{
-    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    const sockaddr_in address = loopback(port);
-    set(fd, SOL_SOCKET, SO_RCVTIMEO,
-        timeval{timeout.count() / 1000, timeout.count() % 1000 * 1000});
-    std::string reply;
-    if (connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0 &&
-        ::send(fd, request.data(), request.size(), MSG_NOSIGNAL) > 0) {
-        char block[8192];
-        ssize_t got = 0;
-        while ((got = recv(fd, block, sizeof block, 0)) > 0) {
-            reply.append(block, static_cast<std::size_t>(got));
-        }
-    }
-    close(fd);
-    return reply;
+    dropped.end = how;
+    // Wakes its thread, which then closes; a shutdown for writing would come before the reset.
+    shutdown(dropped.fd, how == Reply::Then::Reset ? SHUT_RD : SHUT_RDWR);
+    changed_.wait(lock, [&] { return !dropped.open; });
+    return true;
 }

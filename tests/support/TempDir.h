@@ -44,10 +44,6 @@ public:
         text << std::ifstream(path(name), std::ios::binary).rdbuf();
         return text.str();
     }
-    [[nodiscard]] bool exists(const std::string &name) const
-    {
-        return std::filesystem::exists(path(name));
-    }
 
 private:
     std::string path_;
