@@ -35,3 +35,8 @@ FILE *HTOpenForReading(const char *name)
     }
     return file;
 }
+
+int HTMkdir(const char *name, mode_t mode)
+{
+    return mkdir(name, mode) == 0 || errno == EEXIST ? 0 : -1;
+}
