@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "CAcfg.h"
+#include "CArun.h"
 #include "CAtrace.h"
 #include "HTString.h"
 #include "refetchd.h"
@@ -21,12 +22,7 @@ void writePlaceholder(const char *path)
     if (page == nullptr) {
         return;
     }
-    std::fprintf(page, "<html>\n<head>\n   <title>%s</title>\n",
-                 CAMessage(942, "Automatic Cache Refresh Summary"));
-    std::fprintf(page, "<meta name=\"GENERATOR\" content=\"Quillmark\">\n</head>\n");
-    std::fprintf(page,
-                 "<body background=\"/zuicons/statusBG.jpg\">\n\n<center><h2>%s</h2></center>\n",
-                 CAMessage(943, "Automatic Cache Refresh Summary"));
+    CAReportHead(page);
     std::fprintf(page,
                  "<p>Unable to show cache agent information because no data is available at this "
                  "time.</p>");
@@ -35,6 +31,16 @@ void writePlaceholder(const char *path)
 }
 
 }  // namespace
+
+void CAReportHead(FILE *page)
+{
+    std::fprintf(page, "<html>\n<head>\n   <title>%s</title>\n",
+                 CAMessage(942, "Automatic Cache Refresh Summary"));
+    std::fprintf(page, "<meta name=\"GENERATOR\" content=\"Quillmark\">\n</head>\n");
+    std::fprintf(page,
+                 "<body background=\"/zuicons/statusBG.jpg\">\n\n<center><h2>%s</h2></center>\n",
+                 CAMessage(943, "Automatic Cache Refresh Summary"));
+}
 
 void CAConfig::setServerRoot(const char *root)
 {

@@ -6,6 +6,7 @@
 
 #include "CAcfg.h"
 #include "CAcfgLines.h"
+#include "CAhits.h"
 #include "CAqueue.h"
 #include "CAtrace.h"
 #include "HTFile.h"
@@ -32,27 +33,10 @@ CAURL *adminUrl(const char *argument)
     return new CAURL(text);
 }
 
-// A line of the hits file: hits, percent, URL.
-constexpr std::size_t kHitsLineSize = 1023 + 1;
-constexpr std::size_t kMaxNumberLength = 19;
-
-struct HitsLine {
-    std::array<char, kHitsLineSize> hits;
-    std::array<char, kHitsLineSize> percent;
-    std::array<char, kHitsLineSize> url;
-};
-
-// False when the line does not hold three words, or numbers that are none by their length.
-bool splitHitsLine(const char *line, HitsLine *words)
-{
-    const int found = std::sscanf(line, "%1023s %1023s %1023s", words->hits.data(),
-                                  words->percent.data(), words->url.data());
-    return found == 3 && std::strlen(words->hits.data()) <= kMaxNumberLength &&
-           std::strlen(words->percent.data()) <= kMaxNumberLength;
-}
+constexpr std::size_t kLoadedLine = 1023;  // characters of a hits-file line that are looked at
 
 // Enqueues the URL of one good line unless it is filtered or known.
-void seedTopUrl(const CAConfig &config, const HitsLine &words)
+void seedTopUrl(const CAConfig &config, const CAHitsLine &words)
 {
     CATrace("Number of Hits %s for URL \"%s\".\n", words.hits.data(), words.url.data());
     CAURL *const url = new CAURL(words.url.data());
@@ -74,15 +58,15 @@ void seedTopUrl(const CAConfig &config, const HitsLine &words)
 
 void readHits(const CAConfig &config)
 {
-    std::array<char, kHitsLineSize> line{};
-    HitsLine words{};
+    std::array<char, kLoadedLine + 1> line{};
+    CAHitsLine words{};
     std::int32_t count = 0;
     while (count < config.topCachedCount &&
            std::fgets(line.data(), static_cast<int>(line.size()), config.hitsStream) != nullptr) {
-        if (line[0] == '\n' || line[0] == '#') {
+        if (CAIsBlankHitsLine(line.data())) {
             continue;
         }
-        if (!splitHitsLine(line.data(), &words)) {
+        if (!CASplitHitsLine(line.data(), &words)) {
             CATrace("HITSFILE.... Ignoring bad line. . .\n");
             continue;
         }

@@ -1,6 +1,8 @@
 // Run control: the master thread watches one run after another until the repeats are over.
 #pragma once
 
+#include <cstdio>
+
 // Makes ac.numClients workers and starts their threads. Main thread, once, before the master thread
 // starts.
 void CAStartWorkers();
@@ -17,5 +19,9 @@ void Run();
 // `urlQueue`. Master thread.
 void CACleanup();
 
-// Writes the summary of the run that ended to the report in progress. Master thread.
+// Appends the summary of the run that ended to the report in progress; nothing without one. Master
+// thread.
 void CASummary();
+
+// Writes what a page of the report begins with, to the end of its heading.
+void CAReportHead(FILE *page);

@@ -59,7 +59,11 @@ TEST_P(Taken, FetchesItsSeeds)
     }
     EXPECT_EQ(paths, row.paths);
     EXPECT_EQ(agent.process->out(), "");
-    EXPECT_EQ(agent.process->err().empty(), *row.trace == '\0');
+    if (*row.trace == '\0') {
+        // The hits file has one bad line, which every summary tells of.
+        EXPECT_EQ(agent.traced("CASummary... found bad line in hitlist\n") == 0,
+                  agent.process->err().empty());
+    }
     EXPECT_THAT(agent.process->err(), testing::HasSubstr(agent.expand(row.trace)));
     EXPECT_EQ(agent.dir.read("cacheAgent-errors"), row.errors);
     EXPECT_THAT(agent.dir.read("trace"), testing::StartsWith(agent.expand(row.file)));
