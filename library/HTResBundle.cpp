@@ -324,6 +324,7 @@ void Locale_GetDefaultCodeset(const char *locale, char *codeset)
         }
     }
     if (codePage == nullptr) {
+        // NOLINTNEXTLINE(concurrency-mt-unsafe): no thread changes the locale
         codePage = nl_langinfo(CODESET);
     }
     if (codePage == nullptr || *codePage == '\0') {

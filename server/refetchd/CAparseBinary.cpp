@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cinttypes>
 #include <cstdlib>
 #include <cstring>
@@ -10,6 +11,7 @@
 
 #include "CAtrace.h"
 #include "HTFile.h"
+#include "HTMemory.h"
 #include "HTString.h"
 
 namespace {
@@ -123,10 +125,8 @@ void CAParseBinary::openFile()
         HTOutOfMemory("server/refetchd/CAparse", "CAParseBinary", __LINE__, size);
         return;
     }
-    std::snprintf(fileName_, size, "%s%s/%s", ac.saveRoot, url_->host(), url_->path());
-    if (fileName_[std::strlen(fileName_) - 1] == '/') {
-        std::strcat(fileName_, "index.html");
-    }
+    const char *const page = std::string_view(url_->path()).ends_with('/') ? "index.html" : "";
+    std::snprintf(fileName_, size, "%s%s/%s%s", ac.saveRoot, url_->host(), url_->path(), page);
     const bool inside = std::strcmp(url_->host(), "..") != 0 && !climbsOut(url_->path());
     if (inside) {
         create_place();
