@@ -87,25 +87,36 @@ void cutToExisting(char *dir)
     }
 }
 
+bool makeDirectory(const char *dir)
+{
+    CATrace("Cache....... creating cache dir \"%s\"\n", dir);
+    if (HTMkdir(dir, kDirectoryMode) == 0) {
+        return true;
+    }
+    CATrace("Cache....... can't create dir \"%s\"\n", dir);
+    return false;
+}
+
 // Creates the directories that `place` (which ends in "/") has beyond `dir`, which is a beginning
 // of it and has room for all of it. 1, or 0 when one could not be made.
 int createBeyond(char *dir, const char *place)
 {
-    for (std::size_t at = std::strlen(dir); place[at] != '\0';) {
+    // The first name of a relative place may be missing, too.
+    if (*dir != '\0' && access(dir, F_OK) != 0 && !makeDirectory(dir)) {
+        return 0;
+    }
+    for (std::size_t at = std::strlen(dir);;) {
         const std::size_t end = at + 1 + std::strcspn(place + at + 1, "/");
         std::memcpy(dir + at, place + at, end - at);
         dir[end] = '\0';
-        at = end;
-        if (place[at] == '\0') {
-            break;
+        if (place[end] == '\0') {
+            return 1;
         }
-        CATrace("Cache....... creating cache dir \"%s\"\n", dir);
-        if (HTMkdir(dir, kDirectoryMode) == -1) {
-            CATrace("Cache....... can't create dir \"%s\"\n", dir);
+        if (!makeDirectory(dir)) {
             return 0;
         }
+        at = end;
     }
-    return 1;
 }
 
 }  // namespace
