@@ -5,19 +5,14 @@
 #include <set>
 
 #include "Agent.h"
+#include "Site.h"
 
 namespace {
 
-TEST(Scale, EveryOneOfManySeedsArrivesOnce)
+// Runs the agent without a trace; expects each of `expected` once, and prints the figures.
+void expectEachOnce(const ScriptedPeer &peer, Agent &agent,
+                    const std::vector<std::string> &expected)
 {
-    const std::vector<std::string> expected = targets(20000);
-    std::string hits;
-    for (const std::string &target : expected) {
-        hits += "1 0% " + target + "\n";
-    }
-    const ScriptedPeer peer;
-    Agent agent(peer.port(),
-                "serverroot @dir@; numclients 100; caching always; loadtopcached 20000", hits);
     agent.startWith("-r proxy.conf");
     const Process::Result result = agent.finish();
     const std::vector<ScriptedPeer::Request> requests = peer.requests();
@@ -30,6 +25,38 @@ TEST(Scale, EveryOneOfManySeedsArrivesOnce)
     std::printf("%zu URLs, %d connections: %.0f URLs per second, %ld KiB at most\n",
                 expected.size(), peer.connections(),
                 static_cast<double>(expected.size()) / time.count(), result.peakKilobytes);
+}
+
+TEST(Scale, EveryOneOfManySeedsArrivesOnce)
+{
+    const std::vector<std::string> expected = targets(20000);
+    std::string hits;
+    for (const std::string &target : expected) {
+        hits += "1 0% " + target + "\n";
+    }
+    const ScriptedPeer peer;
+    Agent agent(peer.port(),
+                "serverroot @dir@; numclients 100; caching always; loadtopcached 20000", hits);
+    expectEachOnce(peer, agent, expected);
+}
+
+// A tree in which each page links to eight of its own, its parent and the root.
+TEST(Scale, EveryPageOfALargeSiteIsAskedForOnce)
+{
+    const std::vector<std::string> expected = targets(5000);
+    const ScriptedPeer peer([&](const ScriptedPeer &, const ScriptedPeer::Request &request) {
+        const std::size_t number = std::stoul(request.target.substr(9));
+        std::string body =
+            "<a href=\"0\"><a href=\"" + std::to_string(number == 0 ? 0 : (number - 1) / 8) + "\">";
+        for (std::size_t child = 8 * number + 1; child <= 8 * number + 8; ++child) {
+            body += child < expected.size() ? "<a href=\"" + std::to_string(child) + "\">" : "";
+        }
+        Reply reply = htmlPage(body);
+        reply.pieces.front().pauseMs = 10;  // long enough for every idle client to join in
+        return reply;
+    });
+    Agent agent(peer.port(), "numclients 100; delvedepth 5; loadurl h/0");
+    expectEachOnce(peer, agent, expected);
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <filesystem>
 
 #include "Agent.h"
+#include "Site.h"
 
 namespace {
 
@@ -82,5 +83,33 @@ TEST_P(Squids, EverySeedIsRefetchedAndTheNextClientGetsTheNewCopy)
 }
 
 INSTANTIATE_TEST_SUITE_P(Squid, Squids, testing::Values(1, 4), testing::PrintToStringParamName());
+
+class Depths : public testing::TestWithParam<int> {};
+
+TEST_P(Depths, LinkedSiteIsWhollyWarmAndNoDeeper)
+{
+    std::vector<std::string> warm = {"/", "/0.gif", "/0f", "/ready"};
+    for (int depth = 1; depth <= GetParam(); ++depth) {
+        warm.push_back("/" + std::to_string(depth));
+        warm.push_back(warm.back() + ".gif");
+    }
+    const ScriptedPeer origin(
+        {{"/", htmlPage("<a href=\"/1\"><img src=\"0.gif\"><frame src=\"0f\">")},
+         {"/1", htmlPage("<a href=\"2\"><img src=\"1.gif\"><a href=\"/\">")},
+         {"/2", htmlPage("<a href=\"3\"><img src=\"2.gif\">")}});
+    const Squid squid;
+    const std::string base = "http://" + origin.address();
+    ASSERT_NE(squid.get(base + "/ready"), "") << squid.dir.read("cache.log");
+    Agent agent(squid.port, "delvedepth " + std::to_string(GetParam()) + "; loadurl " + base + "/");
+    agent.run();
+    EXPECT_THAT(origin.targets(), testing::UnorderedElementsAreArray(warm));
+    for (const std::string &path : warm) {
+        EXPECT_THAT(squid.get(base + path), testing::HasSubstr("X-Cache: HIT")) << path;
+    }
+    EXPECT_EQ(origin.requests().size(), warm.size()) << squid.dir.read("access.log");
+}
+
+INSTANTIATE_TEST_SUITE_P(Squid, Depths, testing::Values(0, 1, 2),
+                         testing::PrintToStringParamName());
 
 }  // namespace
