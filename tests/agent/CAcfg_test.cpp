@@ -101,30 +101,6 @@ TEST_F(CAcfgTest, FlagsWithoutMessagesFollowTheirOwnRules)
     EXPECT_EQ(ac.connectToHost, 1);
 }
 
-TEST_F(CAcfgTest, OverlongLineIsReadAsSeveral)
-{
-    configure("ignoreurl " + std::string(1010, 'x') + "yyyyport 9\nport 8\n");
-    const std::string traced = trace();
-    EXPECT_THAT(traced, HasSubstr("xyyyy\".\nHost port... 9.\nHost port... 8.\n"));
-}
-
-TEST_F(CAcfgTest, HitsFileLinesCountEvenWhenTheyAreNotLoaded)
-{
-    configure("caching on\nloadtopcached 5\nignoreurl *.gif\nloadurl http://h/known\n");
-    g_ca_hits_filename = strdup(dir_.write("hits",
-                                           "# hits\n\n9 1 http://h/?q\nonly two\n"
-                                           "8 1 http://h/x.gif\n7 1 http://h/known\n"
-                                           "12345678901234567890 1 http://h/bad\n"
-                                           " 6\t2.5  http://seeded:8080/new rest\n"
-                                           "5 1 http://h/fifth\n4 1 http://h/sixth\n")
-                                    .c_str());
-    EXPECT_EQ(ac.loadURLsInHitsFile(nullptr, nullptr), 1);
-    EXPECT_THAT(drain(),
-                testing::ElementsAre("http://h/known", "http://seeded:8080/new", "http://h/fifth"));
-    EXPECT_EQ(ht.getHits("seeded:8080"), 6);
-    EXPECT_EQ(ac.adminUrlCount, 1);
-}
-
 struct HostRow : Row {
     const char *local;
     const char *proxy;

@@ -2,8 +2,6 @@
 
 #include <gmock/gmock.h>
 
-#include <thread>
-
 #include "AgentTest.h"
 
 namespace {
@@ -34,32 +32,6 @@ TEST(CAQueue, EmptiesOneLaneBeforeTheNext)
     EXPECT_THAT(takeAll(&queue), testing::ElementsAre(2, 1));
     EXPECT_EQ(queue.empty(), 1);
     EXPECT_EQ(queue.getTotalEnqueued(), 27);
-}
-
-TEST(CAQueue, LosesAndDoublesNothingAmongThreads)
-{
-    constexpr std::size_t kEach = 2000;
-    std::vector<std::atomic<int>> taken(8 * kEach);
-    CAQueue queue(1);
-    const auto takeOne = [&queue] {
-        auto *const element = static_cast<std::atomic<int> *>(queue.dequeue());
-        return element != nullptr && ++*element != 0;
-    };
-    std::vector<std::thread> threads;
-    for (std::size_t first = 0; first < taken.size(); first += kEach) {
-        threads.emplace_back([&queue, &taken, &takeOne, first] {
-            for (std::size_t i = 0; i < kEach; ++i) {
-                queue.enqueue(&taken[first + i]);
-                takeOne();
-            }
-        });
-    }
-    for (std::thread &thread : threads) {
-        thread.join();
-    }
-    while (takeOne()) {
-    }
-    EXPECT_THAT(taken, testing::Each(testing::Eq(1)));
 }
 
 }  // namespace

@@ -76,7 +76,6 @@ const std::string kEmpty = kHeads + "</table>\n";
 const ReportRow kReports[] = {
     {"OneRun", kSeeds + "h/gone", kHits, kRows, {"3 1 3 0"}},
     {"TwoRuns", kSeeds + "h/gone", kHits, kRows, {"3 1 3 0", "3 1 6 0"}},
-    {"TopOnly", "loadtopcached 1", kHits, kRows, {"0 1 1 0"}},
     {"CommentsOnly", "loadtopcached 1", "# 1 2; ", kEmpty, {"0 0 0 0"}},
     {"TimeIsUp", kStuck + seeds(3), "", kEmpty, {"5 0 0 3"}},
     {"NoHitsFile", "loadtopcached 1; loadurl h/a; loadurl h/gone", "", kNone, {"2 0 1 0"}},
