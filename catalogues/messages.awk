@@ -1,7 +1,7 @@
 # Turns a list of numbered messages into the source of an ICU resource bundle: array "1", in which
 # message n is item n and every number without a message an empty item.
 #
-#     awk -v locale=de_DE -f messages.awk de_DE.msg >de_DE.txt
+#     awk -v locale=de -f messages.awk de.msg >de.txt
 /^[0-9]+ / {
     number = $1 + 0
     text = substr($0, length($1) + 2)

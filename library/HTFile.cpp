@@ -38,5 +38,14 @@ FILE *HTOpenForReading(const char *name)
 
 int HTMkdir(const char *name, mode_t mode)
 {
-    return mkdir(name, mode) == 0 || errno == EEXIST ? 0 : -1;
+    if (mkdir(name, mode) == 0) {
+        return 0;
+    }
+    const int error = errno;
+    struct stat status {};
+    if (error == EEXIST && stat(name, &status) == 0 && S_ISDIR(status.st_mode)) {
+        return 0;
+    }
+    errno = error;
+    return -1;
 }

@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <clocale>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -180,7 +181,7 @@ void primeResource(ResBundle *bundle, UResourceBundle *resource)
 void fetchLocked(ResBundle *bundle, std::uint32_t key, std::uint32_t index)
 {
     std::array<char, 16> name{};
-    std::snprintf(name.data(), name.size(), "%u", key);
+    std::snprintf(name.data(), name.size(), "%d", static_cast<int>(key));
     UErrorCode status = U_ZERO_ERROR;
     UResourceBundle *const resource =
         ures_getByKey(bundle->resources, name.data(), nullptr, &status);
@@ -311,25 +312,40 @@ void ResBundle_Destroy(ResBundle *bundle)
     delete bundle;
 }
 
+namespace {
+
+void copyCodePage(const char *name, char *codeset)
+{
+    std::snprintf(codeset, kCodePageSize, "%.*s", static_cast<int>(std::strcspn(name, ":")), name);
+}
+
+// The character set of the environment. The process itself stays in the "C" locale, in which
+// letters compare as the protocols want it.
+void copySystemCodePage(char *codeset)
+{
+    const locale_t environment = newlocale(LC_CTYPE_MASK, "", nullptr);
+    const char *const name = environment == nullptr ? "" : nl_langinfo_l(CODESET, environment);
+    copyCodePage(*name == '\0' ? kDefaultCodePage : name, codeset);
+    if (environment != nullptr) {
+        freelocale(environment);
+    }
+}
+
+}  // namespace
+
 void Locale_GetDefaultCodeset(const char *locale, char *codeset)
 {
     if (locale == nullptr) {
         locale = Locale_GetDefault();
     }
-    const char *codePage = nullptr;
+    if (locale == nullptr) {
+        locale = "en_US";
+    }
     for (const CodePageRow &row : codePageTable) {
-        if (strcasecmp(row.locale, locale == nullptr ? "en_US" : locale) == 0) {
-            codePage = row.codePage;
-            break;
+        if (strcasecmp(row.locale, locale) == 0) {
+            copyCodePage(row.codePage, codeset);
+            return;
         }
     }
-    if (codePage == nullptr) {
-        // NOLINTNEXTLINE(concurrency-mt-unsafe): no thread changes the locale
-        codePage = nl_langinfo(CODESET);
-    }
-    if (codePage == nullptr || *codePage == '\0') {
-        codePage = kDefaultCodePage;
-    }
-    std::snprintf(codeset, kCodePageSize, "%.*s", static_cast<int>(std::strcspn(codePage, ":")),
-                  codePage);
+    copySystemCodePage(codeset);
 }

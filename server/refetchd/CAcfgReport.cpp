@@ -68,7 +68,9 @@ void CAConfig::setServerRoot(const char *root)
 void CAConfig::finishReport()
 {
     const bool written = std::ftell(reportStream) > 0;
-    std::fclose(reportStream);
+    const bool failed = std::ferror(reportStream) != 0;
+    const bool complete = std::fclose(reportStream) == 0 && !failed;
+    const int closeError = errno;
     reportStream = nullptr;
     if (!written) {
         unlink(g_catrace_filename);  // no run has ended: the placeholder says so
@@ -80,6 +82,12 @@ void CAConfig::finishReport()
         return;
     }
     *cut = '\0';
+    if (!complete) {
+        // The disk is full, say: the placeholder is better than half a page.
+        CATrace("Not able to rename %s to %s (rename errno=%d); no summary file.\n",
+                inProgress.get(), g_catrace_filename, closeError);
+        return;
+    }
     unlink(g_catrace_filename);
     if (std::rename(inProgress.get(), g_catrace_filename) == 0) {
         CATrace("%s successfully renamed to %s.\n", inProgress.get(), g_catrace_filename);

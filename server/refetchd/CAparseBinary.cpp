@@ -13,6 +13,7 @@
 #include "HTFile.h"
 #include "HTMemory.h"
 #include "HTString.h"
+#include "htthread.h"
 
 namespace {
 
@@ -37,15 +38,22 @@ bool climbsOut(std::string_view path)
     return false;
 }
 
+// One page at a time becomes a directory, for the temporary name is the same for all whose names
+// have one letter. Lives until the process ends, as a worker may.
+PMutex &conversionMutex()
+{
+    static PMutex *const mutex = new PMutex;
+    return *mutex;
+}
+
 // A page saved earlier stands where a directory is needed: the page becomes a file inside it. The
 // names are put together as the directory's name stands, with or without a final "/".
-void turnIntoDirectory(const char *dir)
+void turnIntoDirectory(const char *dir, HTPool *pool)
 {
     const std::size_t length = std::strlen(dir);
-    const HTPoolScope scope(&HTThread_context()->pool);
-    HTPool &pool = HTThread_context()->pool;
-    char *const temporary = static_cast<char *>(pool.alloc(length + sizeof(".tmp")));
-    char *const page = static_cast<char *>(pool.alloc(length + sizeof("index.html")));
+    const HTPoolScope scope(pool);
+    char *const temporary = static_cast<char *>(pool->alloc(length + sizeof(".tmp")));
+    char *const page = static_cast<char *>(pool->alloc(length + sizeof("index.html")));
     if (temporary == nullptr || page == nullptr) {
         return;
     }
@@ -56,23 +64,26 @@ void turnIntoDirectory(const char *dir)
         "SL.......... moving \"%s\" to \"%s\"\nand......... creating dir \"%s\"\nand......... "
         "moving \"%s\" to \"%s\"\n",
         dir, temporary, dir, temporary, page);
-    std::rename(dir, temporary);
-    HTMkdir(dir, kDirectoryMode);
-    std::rename(temporary, page);
+    const PMutexGuard guard(conversionMutex());
+    if (std::rename(dir, temporary) == 0) {
+        HTMkdir(dir, kDirectoryMode);
+        std::rename(temporary, page);
+    }
 }
 
-// Cuts `dir` back to its deepest part that exists.
-void cutToExisting(char *dir)
+// Cuts `dir` back to its deepest part that exists. A file there is turned into a directory when it
+// is one of ours: its name is longer than the `ours` bytes of the save directory's.
+void cutToExisting(char *dir, std::size_t ours, HTPool *pool)
 {
     const char *const first = std::strchr(dir, '/');
     for (;;) {
         CATrace("Stat()ing... \"%s\".\n", dir);
         struct stat status {};
         if (stat(dir, &status) == 0) {
-            if (S_ISREG(status.st_mode)) {
-                turnIntoDirectory(dir);
-            } else {
+            if (!S_ISREG(status.st_mode)) {
                 CATrace("Cache....... dir \"%s\" already exists\n", dir);
+            } else if (std::strlen(dir) > ours) {
+                turnIntoDirectory(dir, pool);
             }
             return;
         }
@@ -165,7 +176,7 @@ int CAParseBinary::create_place()
     if (place == nullptr || dir == nullptr) {
         return 0;
     }
-    cutToExisting(dir);
+    cutToExisting(dir, std::strlen(ac.saveRoot), &pool);
     CATrace("Cache....... directory \"%s\" exists, we must get to \"%s\".\n", dir, place);
     if (std::strcmp(dir, place) == 0) {
         CATrace("Cache....... we're there!\n");

@@ -11,7 +11,7 @@
 
 namespace {
 
-// A tag that carries a link. Its name is followed by exactly one blank: a name before a tab or a
+// A tag that carries a link. Its name is followed by a blank: a name before a tab or a
 // line feed is not found.
 struct Target {
     std::string_view tag;

@@ -1,6 +1,7 @@
 #include "CAstart.h"
 
 #include <algorithm>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -155,6 +156,7 @@ HTThreadContext *initialize()
     HTInitAll(0, 0);
     HTThreadContext *const context = HTInitThd(3);
     HTBlockSignals();
+    std::signal(SIGXFSZ, SIG_IGN);  // a file that may not grow is an error of the write
     initNLS();
     ConfigManager_init();
     urlQueue = new CAQueue(1);

@@ -65,6 +65,13 @@ TEST_F(Saver, FileBecomesADirectoryWhenOneIsNeeded)
     EXPECT_EQ(dir_.read("save/deep/h/a/c.html"), "second");
 }
 
+TEST_F(Saver, FileWhereTheSaveDirectoryShouldBeIsLeftAlone)
+{
+    configure("slr " + dir_.write("precious", "mine") + "\n");
+    save("http://h/a", "body");
+    EXPECT_EQ(dir_.read("precious"), "mine");
+}
+
 TEST_F(Saver, FileThatCannotBeWrittenIsRemoved)
 {
     std::signal(SIGXFSZ, SIG_IGN);
