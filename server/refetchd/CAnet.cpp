@@ -108,7 +108,7 @@ void writeTarget(const CAURL *url, RequestWriter *request)
 
 const char *hostOf(const CAURL *url)
 {
-    if (url->host() != nullptr && *url->host() != '\0') {
+    if (*url->host() != '\0') {
         return url->host();
     }
     return ac.updateProxy != nullptr ? ac.updateProxy : HTHostName();

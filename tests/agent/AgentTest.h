@@ -6,26 +6,13 @@
 
 #include <cstdlib>
 #include <new>
-#include <ostream>
 #include <string>
 #include <vector>
 
 #include "CAqueue.h"
+#include "Row.h"
 #include "TempDir.h"
 #include "refetchd.h"
-
-// What every table row begins with; CTest shows the name.
-struct Row {
-    const char *name;
-
-    friend std::ostream &operator<<(std::ostream &out, const Row &row) { return out << row.name; }
-};
-
-template <typename Info>
-std::string rowName(const Info &row)
-{
-    return row.param.name;
-}
 
 class AgentTest : public testing::Test {
 protected:

@@ -41,7 +41,7 @@ INSTANTIATE_TEST_SUITE_P(
                     JoinRow{"SameHostTakesThePath", "http://h:80", "http://h/d/p", "http://h/d/p"},
                     JoinRow{"SchemeAlone", "http:x", "http://h/d/p", "http://h/d/x"},
                     JoinRow{"Nothing", "", "", "/"}, JoinRow{"PathAlone", "/p/./q", "", "/p/q"}),
-    rowName<testing::TestParamInfo<JoinRow>>);
+    rowName);
 
 class CAURLTest : public AgentTest {};
 
@@ -101,7 +101,7 @@ INSTANTIATE_TEST_SUITE_P(
                     "http://limited/x", 0, ""},
         InterestRow{"FirstLimitCounts", "delveacrosshosts on\nmaxhosturls 9\nmaxhosturls 1 lim*\n",
                     "http://limited/x", 0, ""}),
-    rowName<testing::TestParamInfo<InterestRow>>);
+    rowName);
 
 TEST_F(CAURLTest, HostCountsSaturateAndUnknownHostsStayUnknown)
 {

@@ -83,7 +83,7 @@ INSTANTIATE_TEST_SUITE_P(
                      "Ignoring.... URLs matching \"*.gif\".\n"
                      "Only........ requesting URLs matching \"http://h/*\".\n"
                      "Proxy....... being updated is \"p:1\".\n"}),
-    rowName<testing::TestParamInfo<DirectiveRow>>);
+    rowName);
 
 class CAcfgTest : public AgentTest {};
 
@@ -144,7 +144,7 @@ INSTANTIATE_TEST_SUITE_P(
         HostRow{"SameLabelOnly", "p.x", "p.y:1",
                 "Mismatch.... on hostname vs proxyname (p.x, p.y) --> nothing from the top N.\n",
                 0}),
-    rowName<testing::TestParamInfo<HostRow>>);
+    rowName);
 
 struct FilterRow : Row {
     const char *directives;
@@ -176,6 +176,6 @@ INSTANTIATE_TEST_SUITE_P(
         FilterRow{"LeftOut", "onlyurl http://g/*\n", "http://h/a", 0, 1, 0},
         FilterRow{"QueryDecoded", "cachequeries on *b?*\n", "http://h/%62?q", 0, 0, 1},
         FilterRow{"QueryNeedsTheWholeText", "cachequeries on /a*\n", "http://h/a?q", 0, 0, 0}),
-    rowName<testing::TestParamInfo<FilterRow>>);
+    rowName);
 
 }  // namespace

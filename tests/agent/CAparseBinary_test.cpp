@@ -53,7 +53,7 @@ INSTANTIATE_TEST_SUITE_P(
                     SaveRow{"Climbing", "http://h/../x", ""},
                     SaveRow{"ClimbingFar", "http://h/../../../../x", ""},
                     SaveRow{"HostClimbs", "http://../x", ""}, SaveRow{"NoHost", "/x", "x"}),
-    rowName<testing::TestParamInfo<SaveRow>>);
+    rowName);
 
 using Saver = Save;
 

@@ -87,7 +87,7 @@ INSTANTIATE_TEST_SUITE_P(
         TagRow{"Meta", "<meta content=\"0; url=next.html \">", "0 /d/next.html"},
         TagRow{"MetaAtTheEnd", "<meta content=\"0; url=next.html\">", "", "0 /d/next.html\""},
         TagRow{"GreaterEndsTheTag", "<a title=\"a>b\" href=\"x\">", ""}),
-    rowName<testing::TestParamInfo<TagRow>>);
+    rowName);
 
 struct DropRow : Row {
     const char *directives;
@@ -171,6 +171,6 @@ INSTANTIATE_TEST_SUITE_P(
                 "in sight).\n",
                 {500}},
         DropRow{"NextTagBegins", "", "<frame src=\"x" + kAnchor, "", {13}, {"0 http://h/d/x"}}),
-    rowName<testing::TestParamInfo<DropRow>>);
+    rowName);
 
 }  // namespace

@@ -154,7 +154,7 @@ INSTANTIATE_TEST_SUITE_P(
                     kChunked + std::string(40, 'f') + "\r\n",
                     {200, 1, 1, ""},
                     "HTTP........ the hexstring is too long!\n"}),
-    rowName<testing::TestParamInfo<ResponseRow>>);
+    rowName);
 
 class CAParseHTTPTest : public AgentTest {};
 

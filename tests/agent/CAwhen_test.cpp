@@ -39,7 +39,7 @@ INSTANTIATE_TEST_SUITE_P(
                     DurationRow{"UnknownUnit", "1 hour 10X", 0, 3600,
                                 "ERROR....... Invalid time specifier: 1 hour 10x\n"},
                     DurationRow{"TooLarge", "99999999999999999999 years", 1, INT64_MAX}),
-    rowName<testing::TestParamInfo<DurationRow>>);
+    rowName);
 
 TEST(CAwhen, WordsAreStandardizedAndComparedWhole)
 {

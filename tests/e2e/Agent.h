@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "Process.h"
+#include "Row.h"
 #include "ScriptedPeer.h"
 #include "TempDir.h"
 
@@ -105,11 +106,3 @@ inline std::string seeds(int count)
     }
     return lines;
 }
-
-// What every table row begins with; CTest shows the name.
-struct Row {
-    const char *name;
-
-    friend std::ostream &operator<<(std::ostream &out, const Row &row) { return out << row.name; }
-};
-inline constexpr auto rowName = [](const auto &row) -> std::string { return row.param.name; };
