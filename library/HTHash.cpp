@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cassert>
 #include <cstddef>
 #include <new>
 
@@ -17,6 +16,7 @@ constexpr std::size_t kBlockEntries = 10;
 struct Entry {
     void *item;
     Entry *next;
+    std::uint32_t hash;  // what the hasher gave for the item
 };
 
 struct EntryBlock {
@@ -33,11 +33,16 @@ void outOfMemory(const char *function, int line, std::size_t bytes)
 
 struct HashTable {
     // Fixed at creation.
-    Entry **buckets = nullptr;
-    std::uint32_t size = 0;
     HashComparator comparator = nullptr;
     HashHasher hasher = nullptr;
     std::uint32_t lockCount = 0;
+
+    bool grows = false;
+
+    // Changed under the one lock, or the owner's, in a table that grows; otherwise fixed.
+    Entry **buckets = nullptr;
+    std::uint32_t size = 0;
+    std::uint32_t count = 0;  // of items; kept in tables that grow
 
     // Recycling, guarded by freeLock; the length is set before the table is shared.
     Entry *freeEntries = nullptr;
@@ -101,28 +106,87 @@ private:
     const HashTable *const table_;
 };
 
-// The lock of a bucket, which is the table's when there is just one.
+// What a table that grows asks its hasher for.
+constexpr std::uint32_t kWholeRange = UINT32_MAX;
+
+// Chains are this long on average before a table grows.
+constexpr std::uint32_t kMostPerBucket = 2;
+
+std::uint32_t hashOf(const HashTable *table, const void *key)
+{
+    return table->hasher(table->grows ? kWholeRange : table->size, key);
+}
+
+// The bucket of a hash; the lock of a table that grows must be held. Hashes of texts that end alike
+// differ little in their low bits, so a product with the golden ratio spreads them first.
+std::uint32_t bucketOf(const HashTable *table, std::uint32_t hash)
+{
+    constexpr std::uint32_t kGoldenRatio = 2654435769;
+    if (!table->grows) {
+        return hash;
+    }
+    const std::uint32_t spread = hash * kGoldenRatio;
+    return static_cast<std::uint32_t>(std::uint64_t{spread} * table->size >> 32);
+}
+
+// The lock of a bucket. Tables with several never grow: there the hash of a key is its bucket.
 pmutex lockOf(const HashTable *table, std::uint32_t bucket)
 {
     return table->lockCount == 0 ? 0 : table->locks[bucket % table->lockCount];
 }
 
-std::uint32_t bucketOf(const HashTable *table, const void *key)
-{
-    const std::uint32_t bucket = table->hasher(table->size, key);
-    assert(bucket < table->size);
-    return bucket;
-}
-
 // The link that points to the newest entry which equals `key`, or to the null at the chain's end.
-// The bucket's lock must be held.
-Entry **findLocked(const HashTable *table, std::uint32_t bucket, const void *key)
+// The lock of the hash must be held.
+Entry **findLocked(const HashTable *table, std::uint32_t hash, const void *key)
 {
-    Entry **link = &table->buckets[bucket];
-    while (*link != nullptr && table->comparator((*link)->item, key) != 0) {
+    Entry **link = &table->buckets[bucketOf(table, hash)];
+    while (*link != nullptr &&
+           ((*link)->hash != hash || table->comparator((*link)->item, key) != 0)) {
         link = &(*link)->next;
     }
     return link;
+}
+
+void pushLocked(HashTable *table, Entry *entry)
+{
+    Entry **const head = &table->buckets[bucketOf(table, entry->hash)];
+    entry->next = *head;
+    *head = entry;
+}
+
+// Makes room for one more item: twice as many buckets once the chains are long. Without memory for
+// that the table stays as it is. The lock must be held.
+void growLocked(HashTable *table)
+{
+    if (!table->grows) {
+        return;
+    }
+    ++table->count;
+    if (table->count / kMostPerBucket < table->size || table->size > kWholeRange / 2) {
+        return;
+    }
+    const std::uint32_t oldSize = table->size;
+    auto *const buckets = new (std::nothrow) Entry *[2 * std::size_t{oldSize}] {};
+    if (buckets == nullptr) {
+        return;
+    }
+    Entry **const oldBuckets = table->buckets;
+    table->buckets = buckets;
+    table->size = 2 * oldSize;
+    for (std::uint32_t bucket = 0; bucket < oldSize; ++bucket) {
+        // Oldest first, so that the newest of equal ones is found first in its new chain, too.
+        Entry *oldestFirst = nullptr;
+        while (Entry *const entry = oldBuckets[bucket]) {
+            oldBuckets[bucket] = entry->next;
+            entry->next = oldestFirst;
+            oldestFirst = entry;
+        }
+        while (Entry *const entry = oldestFirst) {
+            oldestFirst = entry->next;
+            pushLocked(table, entry);
+        }
+    }
+    delete[] oldBuckets;
 }
 
 // One more block of spare entries; freeLock must be held. False when memory is out.
@@ -180,12 +244,15 @@ void releaseEntry(HashTable *table, Entry *entry)
 // Unlinks the newest entry that equals `key`; null when there is none.
 Entry *unlinkEntry(HashTable *table, const void *key)
 {
-    const std::uint32_t bucket = bucketOf(table, key);
-    const HandleGuard guard(lockOf(table, bucket));
-    Entry **const link = findLocked(table, bucket, key);
+    const std::uint32_t hash = hashOf(table, key);
+    const HandleGuard guard(lockOf(table, hash));
+    Entry **const link = findLocked(table, hash, key);
     Entry *const entry = *link;
     if (entry != nullptr) {
         *link = entry->next;
+        if (table->grows) {
+            --table->count;
+        }
     }
     return entry;
 }
@@ -234,6 +301,8 @@ HashTable *HashCreate(std::uint32_t size, HashComparator comparator, HashHasher 
         return nullptr;
     }
     table->size = size;
+    // Locks are divided by bucket, and one bucket means that all items are to be compared.
+    table->grows = lockCount <= 1 && size > 1;
     table->comparator = comparator;
     table->hasher = hasher;
     table->buckets = new (std::nothrow) Entry *[size] {};
@@ -248,7 +317,7 @@ HashTable *HashCreate(std::uint32_t size, HashComparator comparator, HashHasher 
 int HashAdd(HashTable *table, void *item)
 {
     const bool tracing = HTTrace_on(kTraceHash);
-    const std::uint32_t bucket = bucketOf(table, item);
+    const std::uint32_t hash = hashOf(table, item);
     Entry *const entry = newEntry(table);
     if (entry == nullptr) {
         if (tracing) {
@@ -256,11 +325,14 @@ int HashAdd(HashTable *table, void *item)
         }
         return 1;
     }
+    *entry = {.item = item, .next = nullptr, .hash = hash};
+    std::uint32_t bucket = 0;
     std::uint32_t length = 0;
     {
-        const HandleGuard guard(lockOf(table, bucket));
-        *entry = {.item = item, .next = table->buckets[bucket]};
-        table->buckets[bucket] = entry;
+        const HandleGuard guard(lockOf(table, hash));
+        growLocked(table);
+        pushLocked(table, entry);
+        bucket = bucketOf(table, hash);
         length = tracing ? lengthOf(entry) : 0;
     }
     if (tracing) {
@@ -272,9 +344,9 @@ int HashAdd(HashTable *table, void *item)
 
 void *HashLookup(HashTable *table, const void *key)
 {
-    const std::uint32_t bucket = bucketOf(table, key);
-    const HandleGuard guard(lockOf(table, bucket));
-    const Entry *const entry = *findLocked(table, bucket, key);
+    const std::uint32_t hash = hashOf(table, key);
+    const HandleGuard guard(lockOf(table, hash));
+    const Entry *const entry = *findLocked(table, hash, key);
     return entry == nullptr ? nullptr : entry->item;
 }
 
@@ -306,6 +378,7 @@ void HashDrain(HashTable *table, void (*visit)(void *item, void *context), void 
             visit(item, context);
         }
     }
+    table->count = 0;
 }
 
 void HashDestroy(HashTable *table)

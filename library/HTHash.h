@@ -5,6 +5,9 @@
 //     bucket 1 -> null
 //     ...                                    lock of bucket i: number i mod lockCount
 //
+// A table with one lock or none and several buckets takes more of them as it fills, so that its
+// chains stay short.
+//
 // Items belong to the caller; the table never frees one. With a lock count of 1 one lock guards the
 // whole table, with more each guards its share of the buckets; any thread may then call. With 0 the
 // owner locks. Hashers run before any lock is taken; comparators run under it and must not call the
@@ -18,12 +21,13 @@ struct HashEnumeration;
 
 // 0 when `item` is the one that `key` asks for.
 using HashComparator = int (*)(const void *item, const void *key);
-// The bucket of `key` in a table of `size` buckets, below `size`. Called with items and with keys:
-// both must give the same bucket when the comparator finds them equal.
+// The bucket of `key` in a table of `size` buckets, below `size`; asked with a large `size` and
+// divided further. Called with items and with keys: both must give the same bucket when the
+// comparator finds them equal.
 using HashHasher = std::uint32_t (*)(std::uint32_t size, const void *key);
 
-// An empty table of `size` buckets, at least 1. Null when `size` is 0, or (reported) when memory is
-// out. Released with HashDestroy().
+// An empty table of `size` buckets at first, at least 1. Null when `size` is 0, or (reported) when
+// memory is out. Released with HashDestroy().
 [[nodiscard]] HashTable *HashCreate(std::uint32_t size, HashComparator comparator,
                                     HashHasher hasher, std::uint32_t lockCount);
 

@@ -307,16 +307,15 @@ int HTSocket_isready(HTSocket *socket, int timeoutMs, HTThreadContext * /*contex
     return (entry.revents & (POLLERR | POLLHUP | POLLNVAL)) != 0 ? -1 : result;
 }
 
-// Linux reports POLLRDHUP for a FIN and for a reset alike. A reset adds POLLERR until a call has
-// fetched its error, and POLLHUP for good; a FIN adds neither.
-bool HTSocket_peerClosed(const HTSocket *socket, HTThreadContext * /*context*/)
+// POLLIN tells of bytes and of a FIN; errors and hang-ups are told unasked.
+bool HTSocket_isStale(const HTSocket *socket, HTThreadContext * /*context*/)
 {
     if (socket == nullptr) {
         return false;
     }
-    pollfd entry = {.fd = socket->fd, .events = POLLRDHUP, .revents = 0};
+    pollfd entry = {.fd = socket->fd, .events = POLLIN, .revents = 0};
     const ErrnoKeeper kept;
-    return pollThroughSignals(&entry, 0) == 1 && entry.revents == POLLRDHUP;
+    return pollThroughSignals(&entry, 0) == 1;
 }
 
 ssize_t HTSocket_read(HTSocket *socket, void *buffer, std::size_t length, HTThreadContext *context)

@@ -64,10 +64,9 @@ int HTSocket_connect(HTSocket **socketHolder, const sockaddr_in *address, sockle
 // has an error or a hang-up, which the next read tells.
 int HTSocket_isready(HTSocket *socket, int timeoutMs, HTThreadContext *context);
 
-// True when the peer has ended its stream in an orderly way, whether or not its last bytes have
-// been read. False while the stream is open, and after a reset: there the next write fails by
-// itself. Never waits. Null gives false.
-[[nodiscard]] bool HTSocket_peerClosed(const HTSocket *socket, HTThreadContext *context);
+// True when something has happened on a connection on which nothing is awaited: bytes have come,
+// the peer has ended its stream, or the connection has failed. Never waits. Null gives false.
+[[nodiscard]] bool HTSocket_isStale(const HTSocket *socket, HTThreadContext *context);
 
 // Reads up to `length` bytes. The count; 0 at the end of the stream, and when a non-blocking socket
 // has nothing; -1 on failure.

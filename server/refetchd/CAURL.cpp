@@ -264,7 +264,10 @@ std::uint32_t HostHasher(std::uint32_t size, const void *host)
 
 }  // namespace
 
-CAHost::CAHost(const char *hostName) : name(strdup(hostName)) {}
+CAHost::CAHost(const char *hostName)
+{
+    HTSACopy(&name, hostName);
+}
 
 CAHost::~CAHost()
 {
@@ -280,16 +283,19 @@ void CAHostTable::addHits(const char *host, std::int32_t n)
 {
     CATrace("Adding...... %d hit(s) for host \"%s\".\n", n, host);
     const CAHost probe(host);
+    if (probe.name == nullptr) {
+        return;  // out of memory, reported: this host is not counted
+    }
     bool isNew = false;
     {
         const PMutexGuard guard(*mutex_);
         auto *record = static_cast<CAHost *>(HashLookup(hosts_, &probe));
         if (record == nullptr) {
             record = new CAHost(host);
-            isNew = HashAdd(hosts_, record) == 0;
+            isNew = record->name != nullptr && HashAdd(hosts_, record) == 0;
             if (!isNew) {
-                delete record;  // out of memory, reported: this host is not counted
-                return;
+                delete record;
+                return;  // as above
             }
         }
         if (__builtin_add_overflow(record->hits, n, &record->hits)) {
@@ -304,6 +310,9 @@ void CAHostTable::addHits(const char *host, std::int32_t n)
 std::int32_t CAHostTable::getHits(const char *host)
 {
     const CAHost probe(host);
+    if (probe.name == nullptr) {
+        return 0;
+    }
     std::int32_t hits = 0;
     bool known = false;
     {

@@ -72,7 +72,7 @@ struct CAHost {
     CAHost(const CAHost &) = delete;
     CAHost &operator=(const CAHost &) = delete;
 
-    char *name;  // owned
+    char *name = nullptr;  // owned; null when memory is out
     std::int32_t hits = 0;
 };
 

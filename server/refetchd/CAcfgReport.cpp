@@ -61,14 +61,16 @@ void CAConfig::setServerRoot(const char *root)
     if (reportStream == nullptr) {
         CATrace("ldAgtConfig. filename \"%s\" can't be opened.\n", g_catrace_filename);
     } else {
+        // Every page that is finished is in the file, even if the process is killed.
+        std::setvbuf(reportStream, nullptr, _IOLBF, 0);
         CATrace("ldAgtConfig. file \"%s\" was opened.\n", g_catrace_filename);
     }
 }
 
 void CAConfig::finishReport()
 {
-    const bool written = std::ftell(reportStream) > 0;
     const bool failed = std::ferror(reportStream) != 0;
+    const bool written = failed || std::ftell(reportStream) > 0;
     const bool complete = std::fclose(reportStream) == 0 && !failed;
     const int closeError = errno;
     reportStream = nullptr;

@@ -280,8 +280,9 @@ std::int32_t CAConnection::write(std::int32_t length)
 std::int32_t CAConnection::sendRequest(std::int32_t length)
 {
     // A peer that has closed its side would still let the first write pass and then answer it with
-    // a reset: the request would be lost. So such a connection counts as one that failed to write.
-    const bool stale = reused_ && HTSocket_peerClosed(socket_, threadContext_);
+    // a reset, and bytes that came before the request are no answer to it: either way it would be
+    // lost. So such a connection counts as one that failed to write.
+    const bool stale = reused_ && HTSocket_isStale(socket_, threadContext_);
     std::int32_t sent = stale ? -1 : write(length);
     if (sent >= 0) {
         return sent;

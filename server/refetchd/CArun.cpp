@@ -27,16 +27,22 @@ int secondsElapsed()
 
 }  // namespace
 
-void CAStartWorkers()
+std::int32_t CAStartWorkers()
 {
     const std::int32_t count = workerCount();
+    std::int32_t started = 0;
     workerThreads = new CAWorkerThread *[static_cast<std::size_t>(count)] {};
     CAWorkerThread::resetCountPerSecond(ac.requestsPerSecond);
     for (std::int32_t i = 0; i < count; ++i) {
         CATrace("Starting.... client thread #%d.\n", i + 1);
         workerThreads[i] = new CAWorkerThread(i);
-        workerThreads[i]->start();
+        if (workerThreads[i]->start() != 0) {
+            ++started;
+        } else {
+            CATrace("Starting.... client thread #%d could not be started.\n", i + 1);
+        }
     }
+    return started;
 }
 
 namespace {
@@ -211,11 +217,16 @@ void flushProcessedUrls()
     }
 }
 
+// A worker that is busy over the end may have recorded a link behind the flush of the texts and
+// enqueued it before this one: forgotten here only, it would count as processed in the next run.
 void flushQueue()
 {
     CATrace("Flushing.... remove all non-processed URLs.\n");
-    while (void *const url = urlQueue->dequeue()) {
-        delete static_cast<CAURL *>(url);
+    while (auto *const url = static_cast<CAURL *>(urlQueue->dequeue())) {
+        if (processedUrls != nullptr) {
+            std::free(HashRemove(processedUrls, url->stringitize()));
+        }
+        delete url;
     }
 }
 

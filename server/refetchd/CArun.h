@@ -1,11 +1,13 @@
 // Run control: the master thread watches one run after another until the repeats are over.
 #pragma once
 
+#include <cstdint>
 #include <cstdio>
 
-// Makes ac.numClients workers and starts their threads. Main thread, once, before the master thread
+// Makes ac.numClients workers and starts their threads. Returns how many threads could be started;
+// a worker without one (traced) is idle for ever. Main thread, once, before the master thread
 // starts.
-void CAStartWorkers();
+std::int32_t CAStartWorkers();
 
 // The master thread's body; `arg` is ignored. Returns null, with `done` set, when the last run is
 // over; never when the repeat count says "for ever".

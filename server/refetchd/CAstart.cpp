@@ -1,10 +1,15 @@
 #include "CAstart.h"
 
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <string_view>
 
 #include "CAqueue.h"
@@ -147,10 +152,33 @@ void CommandLine::applyConfigFile()
     ac.DetermineFilename(configPath_);
 }
 
+// A standard stream that is closed would leave its descriptor to a file or a connection, and what
+// is written to the stream would end there.
+void occupyStandardStreams()
+{
+    int fd = -1;
+    do {
+        fd = open("/dev/null", O_RDWR);
+    } while (fd >= 0 && fd <= STDERR_FILENO);
+    if (fd >= 0) {
+        close(fd);
+    }
+}
+
+// Nothing of ours throws, so what ends here is operator new without memory. No destructor runs: the
+// finished pages of the report are in its file.
+[[noreturn]] void endWithoutMemory()
+{
+    std::fputs("refetchd: out of memory.\n", stderr);
+    std::_Exit(1);
+}
+
 // Everything that has to exist before the command line is read.
 HTThreadContext *initialize()
 {
     g_ca_timestarted = HTtime();
+    occupyStandardStreams();
+    std::set_terminate(endWithoutMemory);
     HeapDebug_init();
     initializeCaseTables();
     HTInitAll(0, 0);
@@ -163,6 +191,32 @@ HTThreadContext *initialize()
     processedUrls = HashCreate(kProcessedBuckets, UrlComparator, UrlHasher, 1);
     updatetimeRep(0);
     return context;
+}
+
+// Descriptors for all but the clients: standard streams, logs, report, hits file, name look-ups.
+constexpr rlim_t kOtherDescriptors = 16;
+
+// A client that gets no descriptor loses every URL that it takes, so there are no more clients than
+// the system has descriptors for.
+void fitClientsToDescriptors()
+{
+    rlimit limit{};
+    if (ac.numClients < 1 || getrlimit(RLIMIT_NOFILE, &limit) != 0) {
+        return;
+    }
+    const rlim_t each = ac.saveFiles != 0 ? 2 : 1;  // the connection, the copy
+    const rlim_t wanted = kOtherDescriptors + each * static_cast<rlim_t>(ac.numClients);
+    if (limit.rlim_cur < wanted) {
+        limit.rlim_cur = std::min(wanted, limit.rlim_max);
+        setrlimit(RLIMIT_NOFILE, &limit);
+    }
+    if (limit.rlim_cur < wanted) {
+        const rlim_t left = limit.rlim_cur - std::min(limit.rlim_cur, kOtherDescriptors);
+        const auto fitting = static_cast<std::int32_t>(std::max<rlim_t>(left / each, 1));
+        CATrace("Clients..... %d file descriptors are too few for %d, downgrading to %d.\n",
+                static_cast<int>(limit.rlim_cur), ac.numClients, fitting);
+        ac.numClients = fitting;
+    }
 }
 
 // Starts the master thread and waits for the end of all runs. Without a thread to be had for it,
@@ -189,8 +243,12 @@ int CAMain(int argc, char **argv)
     if (ac.load(urlQueue, configPath.get()) == 0) {
         return 1;
     }
+    fitClientsToDescriptors();
     HTSocketQueue_init(ac.numClients);
-    CAStartWorkers();
+    if (CAStartWorkers() == 0 && ac.numClients > 0) {
+        std::fprintf(stderr, "refetchd: no client thread could be started.\n");
+        return 1;  // rather than wait for ever for what nobody does
+    }
     runToTheEnd();
     HTEndThd(3, context);
     return 0;

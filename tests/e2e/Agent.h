@@ -16,6 +16,12 @@
 
 inline constexpr Millis kRunDeadline{60000};
 
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+inline constexpr bool kSanitized = true;  // takes memory and addresses of its own
+#else
+inline constexpr bool kSanitized = false;
+#endif
+
 class Agent {
 public:
     // Writes "proxy.conf": an updateproxy line for `proxyPort`, then `directives`; and the hits
@@ -41,9 +47,8 @@ public:
     // trace on and the configuration read as well.
     void startWith(const std::string &options)
     {
-        std::vector<std::string> words = {"--chdir=" + dir.path(), "LC_ALL=de_DE.UTF-8",
-                                          REFETCHD_BINARY};
-        std::istringstream split(options);
+        std::vector<std::string> words = {"--chdir=" + dir.path(), "LC_ALL=de_DE.UTF-8"};
+        std::istringstream split(wrapper + " " REFETCHD_BINARY " " + options);
         for (std::string word; split >> word;) {
             words.push_back(word);
         }
@@ -71,6 +76,7 @@ public:
     }
 
     TempDir dir;
+    std::string wrapper;  // a program, with its options, that starts the agent
     std::unique_ptr<Process> process;
 
 private:

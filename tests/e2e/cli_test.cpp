@@ -2,7 +2,6 @@
 // status of each.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <signal.h>
 
 #include "Agent.h"
 
@@ -119,16 +118,5 @@ const TakenRow kLogs[] = {
     {"DebugStaysOutside", kTwoFiles, "/a", "Net......... requ", kDebug, 0, "", kSecond},
 };
 INSTANTIATE_TEST_SUITE_P(Logs, Taken, testing::ValuesIn(kLogs), rowName);
-
-TEST(CommandLine, EndlessRunIsEndedByASignalOnly)
-{
-    const ScriptedPeer peer;
-    Agent agent(peer.port(), "loadurl h/0");
-    agent.start("-rp -5");
-    EXPECT_TRUE(peer.waitForRequests(3, kRunDeadline));
-    EXPECT_EQ(agent.traced("Starting.... Will run for ever!!\n"), 1);
-    agent.process->signal(SIGTERM);
-    EXPECT_EQ(agent.process->wait(kRunDeadline).signal, SIGTERM);
-}
 
 }  // namespace

@@ -59,4 +59,19 @@ TEST(Scale, EveryPageOfALargeSiteIsAskedForOnce)
     expectEachOnce(peer, agent, expected);
 }
 
+// The time is up in both runs while every client waits for an answer; all of them end in time.
+TEST(Scale, HundredClientsAreBusyWhenTheTimeIsUp)
+{
+    const ScriptedPeer peer([](const ScriptedPeer &, const ScriptedPeer::Request &) {
+        Reply reply = htmlPage("<a href=\"x\"><img src=\"y\">");
+        reply.pieces.front().pauseMs = 1500;
+        return reply;
+    });
+    Agent agent(peer.port(), "numclients 100; maxruntime 2; delvedepth 1; " + seeds(1000));
+    agent.run("-rp 2");
+    EXPECT_EQ(peer.mostConnections(), 100);
+    EXPECT_EQ(agent.traced("Master...... TIME's UP! we have to go...\n"), 2);
+    EXPECT_EQ(agent.traced("exiting.\n"), 100);
+}
+
 }  // namespace

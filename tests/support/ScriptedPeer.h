@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <climits>
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
@@ -27,8 +28,11 @@ struct Reply {
         Reset,  // close with a reset
         Stall,  // never answer again, until the client goes away or the peer is destroyed
     };
+    static constexpr int kForEver = INT_MAX;
+
     std::vector<Piece> pieces;
     Then then = Then::Keep;
+    int again = 0;  // so often the last piece is sent once more, while the client takes it
 
     // A 200 with a length, of type text/plain, that keeps the connection.
     static Reply ok(const std::string &body = "ok");
@@ -79,6 +83,7 @@ private:
 
     void acceptAll();
     void serve(Connection &connection);
+    static void play(int fd, const Reply &reply);
     Request record(const std::string &head);
 
     const Handler handler_;

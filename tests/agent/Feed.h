@@ -1,0 +1,68 @@
+// Bytes fed to a parser in pieces, as the connection does, and a sink that keeps what it gets.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "CAparse.h"
+
+using Cuts = std::vector<std::size_t>;  // where a piece ends, in order; the last ends with the text
+
+inline Cuts everyByte(std::size_t size)
+{
+    Cuts cuts;
+    for (std::size_t at = 1; at < size; ++at) {
+        cuts.push_back(at);
+    }
+    return cuts;
+}
+
+inline constexpr std::int32_t kUntouched = -7;
+
+struct Flags {
+    std::int32_t done = 0;
+    std::int32_t close = kUntouched;
+};
+
+// Calls `take(block, length)` for each piece, until that says no. The block has one byte more, a
+// NUL, and no other.
+template <typename Take>
+void inPieces(std::string_view bytes, const Cuts &cuts, Take take)
+{
+    std::size_t begin = 0;
+    for (std::size_t i = 0; i <= cuts.size(); ++i) {
+        const std::size_t end = i < cuts.size() ? cuts[i] : bytes.size();
+        std::vector<char> block(bytes.begin() + begin, bytes.begin() + end);
+        block.push_back('\0');
+        if (!take(block.data(), static_cast<std::int32_t>(end - begin))) {
+            return;
+        }
+        begin = end;
+    }
+}
+
+// Feeds the pieces until the parser is done.
+inline Flags feed(CAParser *parser, std::string_view bytes, const Cuts &cuts)
+{
+    Flags flags;
+    inPieces(bytes, cuts, [&](char *block, std::int32_t length) {
+        parser->consume(block, length, &flags.done, &flags.close);
+        return flags.done == 0;
+    });
+    return flags;
+}
+
+class Recorder : public CAParser {
+public:
+    Recorder(CAURL *url, std::string *body) : CAParser(url), body_(body) {}
+    std::int32_t consume(char *data, std::int32_t length, std::int32_t * /*finished*/,
+                         std::int32_t * /*close*/) override
+    {
+        body_->append(data, static_cast<std::size_t>(length));
+        return length;
+    }
+
+private:
+    std::string *const body_;
+};
