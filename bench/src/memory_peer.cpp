@@ -1,0 +1,273 @@
+// An HTTP server that answers from memory, for measuring its clients: it costs them as little
+// waiting as can be, or, with --delay, the same for each answer.
+//
+//     memory_peer [--delay MS] [--size BYTES] [--pages N] [--links K]
+//
+// Listens on a free port of 127.0.0.1, which it prints, until it is killed. A target that ends in
+// ".html" is page number n, the last digits in it: it links to the pages n*K+1 to n*K+K, as far as
+// there are N of them, in the manner ".../page-0000000042.html", and once more to itself and to
+// page 0. Any other target is a text of BYTES bytes.
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/epoll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <deque>
+#include <map>
+#include <string>
+#include <string_view>
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+struct Options {
+    std::int64_t delay = 0;
+    std::int64_t size = 8192;
+    std::int64_t pages = 0;
+    std::int64_t links = 10;
+};
+
+std::int64_t lastNumber(std::string_view text)
+{
+    const auto isDigit = [](char c) { return c >= '0' && c <= '9'; };
+    const auto end = std::find_if(text.rbegin(), text.rend(), isDigit);
+    const auto begin = std::find_if_not(end, text.rend(), isDigit);
+    std::int64_t number = 0;
+    std::from_chars(begin.base(), end.base(), number);
+    return number;
+}
+
+std::string answer(std::string_view type, std::string_view body)
+{
+    std::string text = "HTTP/1.1 200 OK\r\nContent-Type: ";
+    text.append(type).append("\r\nCache-Control: max-age=3600\r\nConnection: keep-alive\r\n");
+    text.append("Content-Length: ").append(std::to_string(body.size())).append("\r\n\r\n");
+    return text.append(body);
+}
+
+void addLink(std::string *page, std::int64_t number)
+{
+    std::array<char, 64> link{};
+    const int length = std::snprintf(link.data(), link.size(),
+                                     "<p><a href=\"page-%010ld.html\">page</a> and text\n", number);
+    page->append(link.data(), static_cast<std::size_t>(length));
+}
+
+std::string page(const Options &options, std::int64_t number)
+{
+    std::string body = "<html><head><title>A page</title></head><body>\n";
+    const std::int64_t first = number * options.links + 1;
+    for (std::int64_t i = first; i < std::min(first + options.links, options.pages); ++i) {
+        addLink(&body, i);
+    }
+    addLink(&body, number);
+    addLink(&body, 0);
+    return answer("text/html", body.append("</body></html>\n"));
+}
+
+struct Connection {
+    std::string input;
+    std::string output;    // what the socket has not taken yet
+    std::uint64_t serial;  // the descriptor's number is used again, this is not
+};
+
+struct Answer {
+    Clock::time_point due;
+    int descriptor;
+    std::uint64_t serial;
+    std::string text;
+};
+
+class Server {
+public:
+    Server(int listener, const Options &options)
+        : options_(options),
+          listener_(listener),
+          epoll_(epoll_create1(EPOLL_CLOEXEC)),
+          text_(answer("text/plain", std::string(static_cast<std::size_t>(options.size), 'x')))
+    {
+        watch(EPOLL_CTL_ADD, listener_, EPOLLIN);
+    }
+
+    [[noreturn]] void run()
+    {
+        for (;;) {
+            std::array<epoll_event, 64> events{};
+            const int count = wait(&events);
+            for (int i = 0; i < count; ++i) {
+                handle(events[static_cast<std::size_t>(i)]);
+            }
+            for (; !later_.empty() && later_.front().due <= Clock::now(); later_.pop_front()) {
+                const Answer &next = later_.front();
+                const auto found = connections_.find(next.descriptor);
+                if (found != connections_.end() && found->second.serial == next.serial) {
+                    send(next.descriptor, &found->second, next.text);
+                }
+            }
+        }
+    }
+
+private:
+    void watch(int operation, int descriptor, std::uint32_t events) const
+    {
+        epoll_event event{};
+        event.events = events;
+        event.data.fd = descriptor;
+        epoll_ctl(epoll_, operation, descriptor, &event);
+    }
+
+    template <std::size_t N>
+    int wait(std::array<epoll_event, N> *events) const
+    {
+        if (later_.empty()) {
+            return epoll_wait(epoll_, events->data(), N, -1);
+        }
+        const auto left = std::max(later_.front().due - Clock::now(), Clock::duration::zero());
+        const timespec limit = {.tv_sec = left / std::chrono::seconds(1),
+                                .tv_nsec = (left % std::chrono::seconds(1)).count()};
+        return epoll_pwait2(epoll_, events->data(), N, &limit, nullptr);
+    }
+
+    void handle(const epoll_event &event)
+    {
+        if (event.data.fd == listener_) {
+            accept();
+            return;
+        }
+        Connection *const connection = &connections_[event.data.fd];
+        if ((event.events & EPOLLOUT) != 0) {
+            send(event.data.fd, connection, {});
+        }
+        if ((event.events & ~EPOLLOUT) != 0 && !receive(event.data.fd, connection)) {
+            connections_.erase(event.data.fd);
+            close(event.data.fd);
+        }
+    }
+
+    void accept()
+    {
+        const int descriptor = accept4(listener_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+        if (descriptor >= 0) {
+            const int on = 1;
+            setsockopt(descriptor, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+            connections_[descriptor] = {.input = {}, .output = {}, .serial = ++serial_};
+            watch(EPOLL_CTL_ADD, descriptor, EPOLLIN);
+        }
+    }
+
+    // Answers each whole request. False at the end of the stream.
+    bool receive(int descriptor, Connection *connection)
+    {
+        std::array<char, 65536> block;
+        const ssize_t count = read(descriptor, block.data(), block.size());
+        if (count <= 0) {
+            return false;
+        }
+        std::string &input =
+            connection->input.append(block.data(), static_cast<std::size_t>(count));
+        for (std::size_t end = input.find("\r\n\r\n"); end != std::string::npos;
+             end = input.find("\r\n\r\n")) {
+            const std::size_t target = input.find(' ') + 1;
+            respond(descriptor, connection,
+                    std::string_view(input).substr(target, input.find(' ', target) - target));
+            input.erase(0, end + 4);
+        }
+        return true;
+    }
+
+    void respond(int descriptor, Connection *connection, std::string_view target)
+    {
+        const std::string text =
+            target.ends_with(".html") ? page(options_, lastNumber(target)) : text_;
+        if (options_.delay == 0) {
+            send(descriptor, connection, text);
+            return;
+        }
+        later_.push_back({.due = Clock::now() + std::chrono::milliseconds(options_.delay),
+                          .descriptor = descriptor,
+                          .serial = connection->serial,
+                          .text = text});
+    }
+
+    void send(int descriptor, Connection *connection, std::string_view text)
+    {
+        const bool waited = !connection->output.empty();
+        connection->output.append(text);
+        const ssize_t count =
+            ::send(descriptor, connection->output.data(), connection->output.size(), MSG_NOSIGNAL);
+        connection->output.erase(0, count > 0 ? static_cast<std::size_t>(count) : 0);
+        const bool waits = !connection->output.empty();
+        if (waits != waited) {
+            watch(EPOLL_CTL_MOD, descriptor, waits ? EPOLLIN | EPOLLOUT : EPOLLIN);
+        }
+    }
+
+    const Options options_;
+    const int listener_;
+    const int epoll_;
+    const std::string text_;
+    std::map<int, Connection> connections_;
+    std::deque<Answer> later_;  // all wait equally long, so they are in order
+    std::uint64_t serial_ = 0;
+};
+
+// A socket that listens on a free port, which is printed; -1 on failure.
+int listenSomewhere()
+{
+    const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof address;
+    auto *const generic = reinterpret_cast<sockaddr *>(&address);
+    if (bind(listener, generic, length) != 0 || listen(listener, 1024) != 0 ||
+        getsockname(listener, generic, &length) != 0) {
+        return -1;
+    }
+    std::printf("%d\n", ntohs(address.sin_port));
+    std::fflush(stdout);
+    return listener;
+}
+
+bool readOptions(int argc, char **argv, Options *options)
+{
+    const std::map<std::string_view, std::int64_t *> names = {{"--delay", &options->delay},
+                                                              {"--size", &options->size},
+                                                              {"--pages", &options->pages},
+                                                              {"--links", &options->links}};
+    for (int i = 1; i < argc; i += 2) {
+        const auto found = names.find(argv[i]);
+        if (found == names.end() || i + 1 == argc) {
+            return false;
+        }
+        *found->second = std::atoll(argv[i + 1]);
+    }
+    return true;
+}
+
+}  // namespace
+
+int main(int argc, char **argv)
+{
+    Options options;
+    if (!readOptions(argc, argv, &options)) {
+        std::fputs("usage: memory_peer [--delay MS] [--size BYTES] [--pages N] [--links K]\n",
+                   stderr);
+        return 2;
+    }
+    const int listener = listenSomewhere();
+    if (listener < 0) {
+        std::perror("memory_peer");
+        return 1;
+    }
+    Server(listener, options).run();
+}
