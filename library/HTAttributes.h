@@ -1,4 +1,4 @@
-// Compiler attributes, the only macros of the project. Any file may include this one.
+// Compiler attributes, as macros. Any file may include this one.
 #pragma once
 
 // A printf-like function: which argument is the format, and which the first to be formatted (both

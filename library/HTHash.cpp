@@ -218,14 +218,20 @@ Entry *takeSpareEntry(HashTable *table)
     return entry;
 }
 
-Entry *newEntry(HashTable *table)
+// An entry of `item` that is in no bucket yet; null (reported) when memory is out.
+Entry *newEntry(HashTable *table, void *item)
 {
     const bool recycling = table->freeListLength != 0;
     Entry *const entry = recycling ? takeSpareEntry(table) : new (std::nothrow) Entry;
     if (entry == nullptr) {
         outOfMemory(recycling ? "HashAllocateRecords" : "GetHashtableEntry", __LINE__,
                     recycling ? sizeof(EntryBlock) : sizeof(Entry));
+        if (HTTrace_on(kTraceHash)) {
+            tfprintf(nullptr, "Hash........ table couldn't get a new entry!\n");
+        }
+        return nullptr;
     }
+    *entry = {.item = item, .next = nullptr, .hash = hashOf(table, item)};
     return entry;
 }
 
@@ -314,32 +320,53 @@ HashTable *HashCreate(std::uint32_t size, HashComparator comparator, HashHasher 
     return table;
 }
 
-int HashAdd(HashTable *table, void *item)
+namespace {
+
+enum class Duplicates : std::uint8_t { Allowed, Refused };
+
+// Adds a new entry of `item`, or releases it where there must be no second one. True when added.
+bool addEntry(HashTable *table, Entry *entry, Duplicates duplicates)
 {
     const bool tracing = HTTrace_on(kTraceHash);
-    const std::uint32_t hash = hashOf(table, item);
-    Entry *const entry = newEntry(table);
-    if (entry == nullptr) {
-        if (tracing) {
-            tfprintf(nullptr, "Hash........ table couldn't get a new entry!\n");
-        }
-        return 1;
-    }
-    *entry = {.item = item, .next = nullptr, .hash = hash};
     std::uint32_t bucket = 0;
     std::uint32_t length = 0;
     {
-        const HandleGuard guard(lockOf(table, hash));
-        growLocked(table);
-        pushLocked(table, entry);
-        bucket = bucketOf(table, hash);
-        length = tracing ? lengthOf(entry) : 0;
+        const HandleGuard guard(lockOf(table, entry->hash));
+        if (duplicates == Duplicates::Allowed ||
+            *findLocked(table, entry->hash, entry->item) == nullptr) {
+            growLocked(table);
+            pushLocked(table, entry);
+            bucket = bucketOf(table, entry->hash);
+            length = tracing ? lengthOf(entry) : 0;
+            entry = nullptr;
+        }
+    }
+    if (entry != nullptr) {
+        releaseEntry(table, entry);
+        return false;
     }
     if (tracing) {
         tfprintf(nullptr, "Hash........ table updated. Added in row %u (it now has %u entries).\n",
                  bucket, length);
     }
-    return 0;
+    return true;
+}
+
+}  // namespace
+
+int HashAdd(HashTable *table, void *item)
+{
+    Entry *const entry = newEntry(table, item);
+    return entry != nullptr && addEntry(table, entry, Duplicates::Allowed) ? 0 : 1;
+}
+
+int HashAddUnique(HashTable *table, void *item)
+{
+    Entry *const entry = newEntry(table, item);
+    if (entry == nullptr) {
+        return -1;
+    }
+    return addEntry(table, entry, Duplicates::Refused) ? 0 : 1;
 }
 
 void *HashLookup(HashTable *table, const void *key)
@@ -502,12 +529,12 @@ int HashPreallocate(HashTable *table)
     return room ? 0 : 1;
 }
 
-std::uint32_t ElfHash(std::uint32_t size, const char *string)
+std::uint32_t ElfHash(std::uint32_t size, std::string_view string)
 {
     std::uint32_t hash = 0;
-    for (; *string != '\0'; ++string) {
+    for (const char c : string) {
         // Bytes from 128 on are added as negative numbers.
-        hash = (hash << 4) + static_cast<std::uint32_t>(static_cast<signed char>(*string));
+        hash = (hash << 4) + static_cast<std::uint32_t>(static_cast<signed char>(c));
         const std::uint32_t top = hash & 0xf0000000;
         hash ^= top >> 24;
         hash &= ~top;

@@ -15,6 +15,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string_view>
 
 struct HashTable;
 struct HashEnumeration;
@@ -34,6 +35,10 @@ using HashHasher = std::uint32_t (*)(std::uint32_t size, const void *key);
 // Adds `item` in front of its bucket; equal ones stay, hidden behind it. 0, or 1 (reported) when
 // memory is out.
 int HashAdd(HashTable *table, void *item);
+
+// The same unless the table holds an equal item, as one step for other threads. 0 when it was
+// added, 1 when an equal one is there, -1 (reported) when memory is out.
+[[nodiscard]] int HashAddUnique(HashTable *table, void *item);
 
 // The newest item that equals `key`, or null.
 [[nodiscard]] void *HashLookup(HashTable *table, const void *key);
@@ -77,4 +82,4 @@ int HashPreallocate(HashTable *table);
 
 // The ELF hash of a string, whose bytes count as signed: modulo `size`, or as it is when `size` is
 // 0.
-[[nodiscard]] std::uint32_t ElfHash(std::uint32_t size, const char *string);
+[[nodiscard]] std::uint32_t ElfHash(std::uint32_t size, std::string_view string);

@@ -1,14 +1,16 @@
 #include "CAURL.h"
 
 #include <algorithm>
-#include <cstdio>
-#include <cstdlib>
+#include <array>
+#include <cstddef>
 #include <cstring>
+#include <memory>
 #include <string_view>
 
 #include "CAtrace.h"
 #include "HTMemory.h"
 #include "HTParse.h"
+#include "HTShared.h"
 #include "HTSimplify.h"
 #include "HTString.h"
 #include "HTWorkThread.h"
@@ -17,9 +19,6 @@
 namespace {
 
 constexpr const char *kSource = "server/refetchd/CAURL";
-
-// What the textual forms need beyond name and base: "://", slashes and the final NUL.
-constexpr std::size_t kTextMargin = 14;
 
 struct DefaultPort {
     std::string_view protocol;
@@ -105,6 +104,50 @@ void joinPath(const HTURIParts &given, const HTURIParts &related, char *out)
     *out = '\0';
 }
 
+constexpr std::string_view kHostMark = "://";
+constexpr std::string_view kEnd("", 1);  // a NUL
+
+const char *newText(std::string_view protocol, std::string_view host, std::string_view path)
+{
+    const bool absolute = !protocol.empty() && !host.empty();
+    const std::array<std::string_view, 5> pieces =
+        absolute ? std::array{protocol, kHostMark, host, path, std::string_view()}
+                 : std::array{path, kEnd, protocol, kEnd, host};
+    std::size_t length = 0;
+    for (const std::string_view piece : pieces) {
+        length += piece.size();
+    }
+    char *const text = HTShared_new(length);
+    if (text != nullptr) {
+        char *out = text;
+        for (const std::string_view piece : pieces) {
+            out = std::copy(piece.begin(), piece.end(), out);
+        }
+    }
+    return text;
+}
+
+// The parts of a text that newText() has put together. Neither scheme nor host holds a "/".
+struct Parts {
+    std::string_view protocol;
+    std::string_view host;
+    const char *path;
+
+    explicit Parts(const char *text) : path(text)
+    {
+        if (*text == '/') {
+            protocol = text + std::strlen(text) + 1;
+            host = protocol.data() + protocol.size() + 1;
+            return;
+        }
+        const char *const mark = std::strstr(text, kHostMark.data());
+        const char *const begin = mark + kHostMark.size();
+        path = std::strchr(begin, '/');
+        protocol = {text, static_cast<std::size_t>(mark - text)};
+        host = {begin, static_cast<std::size_t>(path - begin)};
+    }
+};
+
 }  // namespace
 
 CAURL::CAURL(const char *name)
@@ -115,27 +158,20 @@ CAURL::CAURL(const char *name)
 CAURL::CAURL(const char *name, const char *base)
 {
     parseMe(name, base);
-    if (CATraceOn()) {
-        CATrace("URL......... [n+n] \"%s\" + \"%s\" --> \"%s\".\n", name, base, stringitize());
-    }
+    CATrace("URL......... [n+n] \"%s\" + \"%s\" --> \"%s\".\n", name, base, stringitize());
 }
 
 CAURL::CAURL(const char *name, const CAURL *parent)
-    : source_(parent->source_), depth_(parent->depth_)
+    : depth_(parent->depth_), source_(parent->source_)
 {
-    const char *const base = parent->stringitize();
-    parseMe(name, base);
-    if (CATraceOn()) {
-        CATrace("URL......... [n+u] \"%s\" + \"%s\" --> \"%s\".\n", name, base, stringitize());
-    }
+    parseMe(name, parent->stringitize());
+    CATrace("URL......... [n+u] \"%s\" + \"%s\" --> \"%s\".\n", name, parent->stringitize(),
+            stringitize());
 }
 
 CAURL::~CAURL()
 {
-    std::free(protocol_);
-    std::free(host_);
-    std::free(path_);
-    std::free(text_);
+    HTShared_release(text_);
 }
 
 void CAURL::parseMe(const char *name, const char *base)
@@ -144,16 +180,9 @@ void CAURL::parseMe(const char *name, const char *base)
     const HTPoolScope scope(pool);
     const std::size_t nameLength = std::strlen(name);
     const std::size_t baseLength = std::strlen(base);
-    const std::size_t size = nameLength + baseLength + kTextMargin;
-    text_ = static_cast<char *>(std::malloc(size));
-    if (text_ == nullptr) {
-        HTOutOfMemory(kSource, "parseMe", __LINE__, size);
-    } else {
-        textSize_ = size;
-    }
     char *const givenText = pool->copy(name, nameLength);
     char *const relatedText = pool->copy(base, baseLength);
-    char *const path = static_cast<char *>(pool->alloc(size));
+    char *const path = static_cast<char *>(pool->alloc(nameLength + baseLength + sizeof("/")));
     if (givenText == nullptr || relatedText == nullptr || path == nullptr) {
         return;
     }
@@ -162,16 +191,15 @@ void CAURL::parseMe(const char *name, const char *base)
     HTParse_scan(givenText, &given, nameLength);
     HTParse_scan(relatedText, &related, baseLength);
 
-    HTSACopy(&protocol_, given.access != nullptr ? given.access : related.access);
+    const char *const protocol = given.access != nullptr ? given.access : related.access;
     if (differ(given.access, related.access)) {
         related = HTURIParts{};  // nothing is inherited across schemes
     }
 
     char *const host = given.host != nullptr ? given.host : related.host;
     if (host != nullptr) {
-        cutPort(host, protocol_);
+        cutPort(host, protocol);
     }
-    HTSACopy(&host_, host != nullptr ? host : "");
     if (differ(given.host, related.host)) {
         related.absolute = nullptr;
         related.relative = nullptr;
@@ -179,28 +207,28 @@ void CAURL::parseMe(const char *name, const char *base)
 
     joinPath(given, related, path);
     HTSimplify(path, pool);
-    HTSACopy(&path_, path);
     CATrace("Simplify.... path down to \"%s\".\n", path);
+    text_ = newText(orEmpty(protocol), orEmpty(host), path);
 }
 
-const char *CAURL::stringitize() const
+std::string_view CAURL::protocol() const
 {
-    const bool absolute = protocol_ != nullptr && *protocol_ != '\0' && host_ != nullptr &&
-                          *host_ != '\0' && path_ != nullptr;
-    if (!absolute || text_ == nullptr) {
-        return transparentStringitize();
-    }
-    std::snprintf(text_, textSize_, "%s://%s%s", protocol_, host_, path_);
-    return text_;
+    return text_ == nullptr ? std::string_view() : Parts(text_).protocol;
 }
 
-const char *CAURL::transparentStringitize() const
+std::string_view CAURL::host() const
 {
-    if (text_ == nullptr || path_ == nullptr) {
-        return "/";  // memory ran out while the record was made
-    }
-    std::snprintf(text_, textSize_, "%s", path_);
-    return text_;
+    return text_ == nullptr ? std::string_view() : Parts(text_).host;
+}
+
+const char *CAURL::path() const
+{
+    return text_ == nullptr ? "/" : Parts(text_).path;
+}
+
+const char *CAURL::holdText() const
+{
+    return HTShared_hold(text_);
 }
 
 int CAURL::interesting(const CAURL *parent) const
@@ -228,25 +256,47 @@ int CAURL::interesting(const CAURL *parent) const
 
 bool CAURL::jumpsFromHost(const CAURL *parent) const
 {
-    if (ac.delveAcrossHosts != 0 || std::strcmp(host(), parent->host()) == 0) {
+    const std::string_view from = parent->host();
+    const std::string_view to = host();
+    if (ac.delveAcrossHosts != 0 || from == to) {
         return false;
     }
-    CATrace("URL......... %s will be ignored: jump from host %s to %s.\n", stringitize(),
-            parent->host(), host());
+    CATrace("URL......... %s will be ignored: jump from host %.*s to %.*s.\n", stringitize(),
+            CALength(from), from.data(), CALength(to), to.data());
     return true;
 }
 
 bool CAURL::hostIsExhausted() const
 {
-    const std::int32_t max = ac.getMaxHits(host(), &HTThread_context()->pool);
-    const std::int32_t hits = ht.getHits(host());
+    const std::string_view name = host();
+    const std::int32_t max = ac.getMaxHits(name, &HTThread_context()->pool);
+    const std::int32_t hits = ht.getHits(name);
     if (max == 0 || hits < max) {
         return false;
     }
-    CATrace("Host........ %s: %d hits, %d max --> ignoring \"%s\".\n", host(), hits, max,
-            stringitize());
+    CATrace("Host........ %.*s: %d hits, %d max --> ignoring \"%s\".\n", CALength(name),
+            name.data(), hits, max, stringitize());
     return true;
 }
+
+namespace {
+
+// What the table looks for: every record begins with it, and a look-up needs no more.
+struct HostName {
+    std::string_view name;
+};
+
+}  // namespace
+
+struct CAHost : HostName {
+    explicit CAHost(std::string_view hostName) : copy(strndup(hostName.data(), hostName.size()))
+    {
+        name = {copy.get(), copy == nullptr ? 0 : hostName.size()};
+    }
+
+    const HeapString copy;  // null when memory is out
+    std::int32_t hits = 0;
+};
 
 namespace {
 
@@ -254,77 +304,74 @@ constexpr std::uint32_t kHostBuckets = 1009;
 
 int HostComparator(const void *a, const void *b)
 {
-    return std::strcmp(static_cast<const CAHost *>(a)->name, static_cast<const CAHost *>(b)->name);
+    return static_cast<const HostName *>(a)->name == static_cast<const HostName *>(b)->name ? 0 : 1;
 }
 
 std::uint32_t HostHasher(std::uint32_t size, const void *host)
 {
-    return ElfHash(size, static_cast<const CAHost *>(host)->name);
+    return ElfHash(size, static_cast<const HostName *>(host)->name);
+}
+
+CAHost *find(HashTable *hosts, std::string_view name)
+{
+    const HostName probe{name};
+    return static_cast<CAHost *>(static_cast<HostName *>(HashLookup(hosts, &probe)));
+}
+
+// A new host with no hits; null (reported) when memory is out.
+CAHost *add(HashTable *hosts, std::string_view name)
+{
+    auto record = std::make_unique<CAHost>(name);
+    if (record->copy == nullptr) {
+        HTOutOfMemory(kSource, "addHits", __LINE__, name.size() + 1);
+        return nullptr;
+    }
+    return HashAdd(hosts, static_cast<HostName *>(record.get())) == 0 ? record.release() : nullptr;
 }
 
 }  // namespace
-
-CAHost::CAHost(const char *hostName)
-{
-    HTSACopy(&name, hostName);
-}
-
-CAHost::~CAHost()
-{
-    std::free(name);
-}
 
 CAHostTable::CAHostTable()
     : mutex_(new PMutex), hosts_(HashCreate(kHostBuckets, HostComparator, HostHasher, 0))
 {
 }
 
-void CAHostTable::addHits(const char *host, std::int32_t n)
+void CAHostTable::addHits(std::string_view host, std::int32_t n)
 {
-    CATrace("Adding...... %d hit(s) for host \"%s\".\n", n, host);
-    const CAHost probe(host);
-    if (probe.name == nullptr) {
-        return;  // out of memory, reported: this host is not counted
-    }
+    CATrace("Adding...... %d hit(s) for host \"%.*s\".\n", n, CALength(host), host.data());
     bool isNew = false;
     {
         const PMutexGuard guard(*mutex_);
-        auto *record = static_cast<CAHost *>(HashLookup(hosts_, &probe));
+        CAHost *record = find(hosts_, host);
+        isNew = record == nullptr;
+        if (isNew) {
+            record = add(hosts_, host);
+        }
         if (record == nullptr) {
-            record = new CAHost(host);
-            isNew = record->name != nullptr && HashAdd(hosts_, record) == 0;
-            if (!isNew) {
-                delete record;
-                return;  // as above
-            }
+            return;  // this host is not counted
         }
         if (__builtin_add_overflow(record->hits, n, &record->hits)) {
             record->hits = n < 0 ? INT32_MIN : INT32_MAX;
         }
     }
     if (isNew) {
-        CATrace("Added....... new host \"%s\" to host table.\n", host);
+        CATrace("Added....... new host \"%.*s\" to host table.\n", CALength(host), host.data());
     }
 }
 
-std::int32_t CAHostTable::getHits(const char *host)
+std::int32_t CAHostTable::getHits(std::string_view host)
 {
-    const CAHost probe(host);
-    if (probe.name == nullptr) {
-        return 0;
-    }
     std::int32_t hits = 0;
     bool known = false;
     {
         const PMutexGuard guard(*mutex_);
-        if (const auto *const record = static_cast<const CAHost *>(HashLookup(hosts_, &probe));
-            record != nullptr) {
+        if (const CAHost *const record = find(hosts_, host); record != nullptr) {
             known = true;
             hits = record->hits;
         }
     }
     if (!known) {
-        CATrace("Never....... hit site \"%s\".\n", host);
+        CATrace("Never....... hit site \"%.*s\".\n", CALength(host), host.data());
     }
     return hits;
 }

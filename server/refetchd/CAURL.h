@@ -1,8 +1,8 @@
 // One URL to refresh, and the table of hits per host.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
+#include <string_view>
 
 #include "CAwhen.h"
 #include "HTHash.h"
@@ -12,8 +12,7 @@
 // deleted.
 //
 // It belongs to one thread at a time (the loader, then the queue, then the worker that took it) and
-// has no lock; the const members write into a scratch buffer of the record, so even they are for
-// the owner only.
+// has no lock. Its text may have other holders.
 class CAURL {
 public:
     // Resolves `name` against nothing, against the text `base` (traced), or against the page
@@ -31,20 +30,22 @@ public:
     void setHits(std::int32_t hits) { hits_ = hits; }
     void incrementHits() { ++hits_; }
 
-    // Scheme without ":", or null. Host with its port unless that was the scheme's own, "" for
+    // Scheme without ":", "" for none. Host with its port unless that was the scheme's own, "" for
     // none. Path with the query, never the fragment. All stay the record's.
-    [[nodiscard]] const char *protocol() const { return protocol_; }
-    [[nodiscard]] const char *host() const { return host_ != nullptr ? host_ : ""; }
-    [[nodiscard]] const char *path() const { return path_ != nullptr ? path_ : "/"; }
+    [[nodiscard]] std::string_view protocol() const;
+    [[nodiscard]] std::string_view host() const;
+    [[nodiscard]] const char *path() const;
     [[nodiscard]] _source source() const { return source_; }
     [[nodiscard]] std::int32_t depth() const { return depth_; }
     [[nodiscard]] std::int32_t hits() const { return hits_; }
 
     // The absolute form "protocol://host/path", or the path alone when protocol or host is missing;
-    // and the path alone, which a transparent proxy wants. Both are written into the record's one
-    // scratch buffer: the next call overwrites them.
-    const char *stringitize() const;
-    const char *transparentStringitize() const;
+    // and the path alone, which a transparent proxy wants. Both stay the record's.
+    [[nodiscard]] const char *stringitize() const { return text_ != nullptr ? text_ : "/"; }
+    [[nodiscard]] const char *transparentStringitize() const { return path(); }
+    // stringitize() for one more holder, who gives it back with HTShared_release(); null when
+    // memory ran out while the record was made.
+    [[nodiscard]] const char *holdText() const;
 
     // 1 when this URL, found in the page `parent`, is to be enqueued; 0 (with the reason traced)
     // when a limit or filter rejects it or it was taken already. Changes nothing.
@@ -55,26 +56,16 @@ private:
     [[nodiscard]] bool jumpsFromHost(const CAURL *parent) const;
     [[nodiscard]] bool hostIsExhausted() const;
 
-    char *protocol_ = nullptr;  // owned
-    char *host_ = nullptr;      // owned
-    char *path_ = nullptr;      // owned
-    char *text_ = nullptr;      // owned scratch of textSize_ bytes
-    std::size_t textSize_ = 0;  // fixed when the record is made
-    _source source_ = SOURCE_CONFIG;
+    // Held, see HTShared.h; null when memory ran out. A text that is no absolute form begins with
+    // the path's "/", and has the scheme and the host behind its NUL, a NUL behind each.
+    const char *text_ = nullptr;
     std::int32_t depth_ = 0;  // links from a seed to here
     std::int32_t hits_ = 1;
+    _source source_ = SOURCE_CONFIG;
 };
 
 // How many requests were charged to one host, named as in the URL: "h" and "h:8080" are two hosts.
-struct CAHost {
-    explicit CAHost(const char *hostName);
-    ~CAHost();
-    CAHost(const CAHost &) = delete;
-    CAHost &operator=(const CAHost &) = delete;
-
-    char *name = nullptr;  // owned; null when memory is out
-    std::int32_t hits = 0;
-};
+struct CAHost;
 
 // Requests per host. Any thread may call; the table's own mutex guards every look-up and update.
 // Hosts live until the process ends, the table's contents too: a worker may still count while the
@@ -84,10 +75,10 @@ public:
     CAHostTable();
 
     // Adds `n` (1 for addHit) to the host's count, which saturates; a new host starts at 0.
-    void addHits(const char *host, std::int32_t n);
-    void addHit(const char *host) { addHits(host, 1); }
+    void addHits(std::string_view host, std::int32_t n);
+    void addHit(std::string_view host) { addHits(host, 1); }
     // The host's count; 0 (traced) for one never seen.
-    [[nodiscard]] std::int32_t getHits(const char *host);
+    [[nodiscard]] std::int32_t getHits(std::string_view host);
 
 private:
     PMutex *const mutex_;

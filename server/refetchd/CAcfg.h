@@ -16,6 +16,7 @@
 #include <array>
 #include <cstdint>
 #include <cstdio>
+#include <string_view>
 
 #include "CAwhen.h"
 #include "HTList.h"
@@ -88,7 +89,7 @@ public:
     // 1 when queries of this URL may be loaded.
     [[nodiscard]] int cacheThisQuery(const CAURL *url) const;
     // The most requests for `host` by the first `maxhosturls` entry that applies; 0: no limit.
-    [[nodiscard]] std::int32_t getMaxHits(const char *host, HTPool *pool) const;
+    [[nodiscard]] std::int32_t getMaxHits(std::string_view host, HTPool *pool) const;
 
     // Takes the server root: sets the paths of hits file and report, writes the report's
     // placeholder page, and opens the report in progress.

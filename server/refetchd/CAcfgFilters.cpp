@@ -95,14 +95,16 @@ int CAConfig::cacheThisQuery(const CAURL *url) const
     return 0;
 }
 
-std::int32_t CAConfig::getMaxHits(const char *host, HTPool *pool) const
+std::int32_t CAConfig::getMaxHits(std::string_view host, HTPool *pool) const
 {
     if (hostLimits == nullptr) {
         return 0;
     }
+    const HTPoolScope scope(pool);
+    const char *const name = pool->copy(host.data(), host.size());
     for (const HTList *entry = hostLimits->next; entry != nullptr; entry = entry->next) {
         const auto *const limit = static_cast<const HostLimit *>(entry->object);
-        if (limit->pattern == nullptr || matches(limit->pattern, host, kAnyCase, pool)) {
+        if (limit->pattern == nullptr || matches(limit->pattern, name, kAnyCase, pool)) {
             return limit->max;
         }
     }

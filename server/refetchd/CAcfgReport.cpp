@@ -61,8 +61,6 @@ void CAConfig::setServerRoot(const char *root)
     if (reportStream == nullptr) {
         CATrace("ldAgtConfig. filename \"%s\" can't be opened.\n", g_catrace_filename);
     } else {
-        // Every page that is finished is in the file, even if the process is killed.
-        std::setvbuf(reportStream, nullptr, _IOLBF, 0);
         CATrace("ldAgtConfig. file \"%s\" was opened.\n", g_catrace_filename);
     }
 }

@@ -106,10 +106,10 @@ void writeTarget(const CAURL *url, RequestWriter *request)
     *request << target;
 }
 
-const char *hostOf(const CAURL *url)
+std::string_view hostOf(const CAURL *url)
 {
-    if (*url->host() != '\0') {
-        return url->host();
+    if (const std::string_view host = url->host(); !host.empty()) {
+        return host;
     }
     return ac.updateProxy != nullptr ? ac.updateProxy : HTHostName();
 }
@@ -170,9 +170,7 @@ int CAConnection::requestURL(const CAURL *url, CAParser *parser)
     if (length < 0) {
         return -1;
     }
-    if (CATraceOn()) {
-        CATrace("Net......... requesting \"%s\".\n", url->stringitize());
-    }
+    CATrace("Net......... requesting \"%s\".\n", url->stringitize());
     if (ac.debugFlags[kDebugGetUrl] != 0) {
         std::fprintf(stderr, "Net......... requesting \"%s\".\n", url->stringitize());
     }
@@ -252,7 +250,7 @@ std::int32_t CAConnection::composeRequest(const CAURL *url)
     const std::size_t targetStart = request.length();
     writeTarget(url, &request);
     const std::string_view target = request.from(targetStart);
-    const std::string_view host(hostOf(url));
+    const std::string_view host = hostOf(url);
     if (hasControlCharacter(target) || hasControlCharacter(host)) {
         traceRefusal(url, "control character in target or host");
         return -1;

@@ -147,17 +147,14 @@ CAURL *CAParser::resolveFound(const char *link) const
 void CAParser::takeIfInteresting(CAURL *found) const
 {
     if (found->interesting(url_) == 0) {
-        if (CATraceOn()) {
-            CATrace("Not......... interested in URL \"%s\".\n", found->stringitize());
-        }
+        CATrace("Not......... interested in URL \"%s\".\n", found->stringitize());
         delete found;
         return;
     }
-    if (CATraceOn()) {
-        CATrace("Interested.. in URL \"%s\".\n", found->stringitize());
-        CATrace("Interested..   for host \"%s\".\n", found->host());
-    }
-    ht.addHit(found->host());
+    const std::string_view host = found->host();
+    CATrace("Interested.. in URL \"%s\".\n", found->stringitize());
+    CATrace("Interested..   for host \"%.*s\".\n", CALength(host), host.data());
+    ht.addHit(host);
     CARecordProcessed(found);
     urlQueue->enqueue(found);
 }

@@ -141,15 +141,18 @@ CAParseBinary::CAParseBinary(CAURL *url) : CAParser(url)
 
 void CAParseBinary::openFile()
 {
-    const std::size_t size = std::strlen(ac.saveRoot) + std::strlen(url_->stringitize()) + 32;
+    const std::string_view host = url_->host();
+    const std::size_t size =
+        std::strlen(ac.saveRoot) + host.size() + std::strlen(url_->path()) + sizeof("/index.html");
     fileName_ = static_cast<char *>(std::malloc(size));
     if (fileName_ == nullptr) {
         HTOutOfMemory("server/refetchd/CAparse", "CAParseBinary", __LINE__, size);
         return;
     }
     const char *const page = std::string_view(url_->path()).ends_with('/') ? "index.html" : "";
-    std::snprintf(fileName_, size, "%s%s/%s%s", ac.saveRoot, url_->host(), url_->path(), page);
-    const bool inside = std::strcmp(url_->host(), "..") != 0 && !climbsOut(url_->path());
+    std::snprintf(fileName_, size, "%s%.*s/%s%s", ac.saveRoot, CALength(host), host.data(),
+                  url_->path(), page);
+    const bool inside = host != ".." && !climbsOut(url_->path());
     if (inside) {
         create_place();
         file_ = std::fopen(fileName_, "wbe");

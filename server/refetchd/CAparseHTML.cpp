@@ -120,9 +120,7 @@ void CAParseHTML::commonInit()
     if (ac.saveFiles == 0 || ac.saveRoot == nullptr) {
         return;
     }
-    if (CATraceOn()) {
-        CATrace("Adding...... new binary-parser for URL \"%s\".\n", url_->stringitize());
-    }
+    CATrace("Adding...... new binary-parser for URL \"%s\".\n", url_->stringitize());
     addSink(new CAParseBinary(url_));
 }
 
@@ -157,9 +155,7 @@ bool CAParseHTML::wantsLinks() const
         return false;
     }
     if (CAMatchWhen(ac.delveInto, url_->source()) == 0) {
-        if (CATraceOn()) {
-            CATrace("HTMLconsume. Don't delve off of URL: \"%s\".\n", url_->stringitize());
-        }
+        CATrace("HTMLconsume. Don't delve off of URL: \"%s\".\n", url_->stringitize());
         return false;
     }
     if (queueIsFull()) {

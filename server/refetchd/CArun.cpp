@@ -1,6 +1,5 @@
 #include "CArun.h"
 
-#include <cstdlib>
 #include <ctime>
 
 #include "CAURL.h"
@@ -8,6 +7,7 @@
 #include "CAtrace.h"
 #include "CAwork.h"
 #include "HTInit.h"
+#include "HTShared.h"
 #include "HTWorkThread.h"
 #include "htthread.h"
 #include "refetchd.h"
@@ -212,8 +212,8 @@ void flushProcessedUrls()
     CATrace("Flushing.... remove all processed URLs.\n");
     CAQueue flushed(1);
     HashDrain(processedUrls, moveToQueue, &flushed);
-    while (void *const text = flushed.dequeue()) {
-        std::free(text);
+    while (const void *const text = flushed.dequeue()) {
+        HTShared_release(static_cast<const char *>(text));
     }
 }
 
@@ -224,7 +224,7 @@ void flushQueue()
     CATrace("Flushing.... remove all non-processed URLs.\n");
     while (auto *const url = static_cast<CAURL *>(urlQueue->dequeue())) {
         if (processedUrls != nullptr) {
-            std::free(HashRemove(processedUrls, url->stringitize()));
+            HTShared_release(static_cast<char *>(HashRemove(processedUrls, url->stringitize())));
         }
         delete url;
     }

@@ -101,4 +101,5 @@ void CASummary()
     writeCounts(page);
     writeHits(page);
     std::fprintf(page, "\n<center>\n</body></html>\n");
+    std::fflush(page);  // a page that is finished is in the file, even if the process is killed
 }

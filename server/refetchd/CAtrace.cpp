@@ -13,15 +13,11 @@ constexpr int kCatalogueKey = 1;
 
 }  // namespace
 
-void CATrace(const char *format, ...)
+void CATraceLine(const char *format, ...)
 {
-    FILE *const stream = ac.traceStream;
-    if (stream == nullptr) {
-        return;
-    }
     va_list args;
     va_start(args, format);
-    std::vfprintf(stream, format, args);
+    std::vfprintf(ac.traceStream, format, args);
     va_end(args);
 }
 

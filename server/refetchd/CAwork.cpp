@@ -1,6 +1,7 @@
 #include "CAwork.h"
 
 #include <memory>
+#include <string>
 
 #include "CAURL.h"
 #include "CAnet.h"
@@ -118,11 +119,9 @@ void fetch(const Client &client, CAURL *url)
 {
     std::unique_ptr<CAConnection> ownConnection;  // before the parser, which goes first at the end
     CAParseHTTP parser(url, client.context);
-    if (CATraceOn()) {
-        CATrace("Worker...... #%d working on URL \"%s\".\n", client.index + 1, url->stringitize());
-    }
+    CATrace("Worker...... #%d working on URL \"%s\".\n", client.index + 1, url->stringitize());
     if (connectsPerUrl()) {
-        ownConnection = std::make_unique<CAConnection>(url->host());
+        ownConnection = std::make_unique<CAConnection>(std::string(url->host()).c_str());
     }
     CAConnection *const connection =
         ownConnection != nullptr ? ownConnection.get() : client.connection.get();

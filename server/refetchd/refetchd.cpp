@@ -1,7 +1,8 @@
 #include "refetchd.h"
 
-#include <cstdlib>
 #include <cstring>
+
+#include "HTShared.h"
 
 // The order of these two is the order of their life: `ht` is built after `ac` and goes before it.
 CAConfig ac;
@@ -30,12 +31,8 @@ int UrlComparator(const void *a, const void *b)
 
 void CARecordProcessed(const CAURL *url)
 {
-    const char *const text = url->stringitize();
-    if (HashLookup(processedUrls, text) != nullptr) {
-        return;
-    }
-    char *const copy = strdup(text);
-    if (copy != nullptr && HashAdd(processedUrls, copy) != 0) {
-        std::free(copy);
+    const char *const text = url->holdText();
+    if (text != nullptr && HashAddUnique(processedUrls, const_cast<char *>(text)) != 0) {
+        HTShared_release(text);
     }
 }

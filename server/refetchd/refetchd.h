@@ -29,8 +29,8 @@ extern std::time_t g_ca_timestarted;
 // The URLs to fetch. Freed and cleared by the master after the last run, when all workers are gone.
 extern CAQueue *urlQueue;
 
-// Text forms (owned heap strings) of the URLs that were taken in this run; it has its own lock.
-// Freed as `urlQueue` is.
+// Text forms of the URLs that were taken in this run, shared with the URLs' own records
+// (HTShared.h); it has its own lock. Freed as `urlQueue` is.
 extern HashTable *processedUrls;
 
 // ac.numClients worker records; null until the workers are started. Slots are cleared as the master
@@ -50,6 +50,5 @@ extern char *WWW_locpath;
 std::uint32_t UrlHasher(std::uint32_t size, const void *key);
 int UrlComparator(const void *a, const void *b);
 
-// Records a copy of `url`'s text in `processedUrls` unless it is seen there already. Any thread;
-// two at once may both record the same text, which does no harm.
+// Records `url`'s text in `processedUrls` unless it is there already. Any thread that owns `url`.
 void CARecordProcessed(const CAURL *url);

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "CAqueue.h"
+#include "HTShared.h"
 #include "refetchd.h"
 
 class AgentState {
@@ -46,7 +47,9 @@ public:
     static void forgetProcessed()
     {
         HashDrain(
-            processedUrls, [](void *text, void * /*none*/) { std::free(text); }, nullptr);
+            processedUrls,
+            [](void *text, void * /*none*/) { HTShared_release(static_cast<char *>(text)); },
+            nullptr);
     }
 
 private:

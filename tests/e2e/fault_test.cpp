@@ -171,7 +171,7 @@ const HostRow kHostFaults[] = {
      "client thread #5 could not be started.\n", "", 0, false},
     {"NoThread", "prlimit --stack=1073741824 --as=1073741824", seeds(30), 0, kNoClient, "", 1,
      false},
-    {"NoMemory", "prlimit --data=8000000", seeds(30000), 0, "out of memory", "", 1, false},
+    {"NoMemory", "prlimit --data=4000000", seeds(30000), 0, "out of memory", "", 1, false},
     {"DiskFullForTheTrace", "", seeds(30) + "catracelog @dir@/full", 30, "", "full"},
     {"DiskFullForTheReport", "", seeds(30), 30, kPlaceholderStays,
      "pub/de_DE/reports/refetchd.html.tmp"},

@@ -125,8 +125,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
 
     const CAURL url(name.c_str(), base.c_str());
     const std::string form = url.stringitize();
-    const std::string protocol = url.protocol() == nullptr ? "" : url.protocol();
-    const std::string host = url.host();
+    const std::string protocol(url.protocol());
+    const std::string host(url.host());
     const std::size_t colon = std::min(host.find(':'), host.size());
     const std::string port = protocol + host.substr(colon);
     require(url.path()[0] == '/' && form.find('#') == form.npos, "a path, no fragment");
