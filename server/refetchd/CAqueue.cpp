@@ -20,14 +20,15 @@ CAQueue::~CAQueue()
 
 void CAQueue::enqueue(void *element)
 {
-    HTThreadContext *const context = HTThread_context();
-    const PMutexGuard guard(mutex_);
-    Lane &lane = lanes_[nextIn_];
-    HTList *const node = HTList_insertAfter(lane.tail, element, context);
+    HTList *const node = HTList_new(HTThread_context());
     if (node == nullptr) {
         return;  // out of memory, reported by the list
     }
+    node->object = element;
+    const PMutexGuard guard(mutex_);
+    Lane &lane = lanes_[nextIn_];
     nextIn_ = nextLane(nextIn_);
+    lane.tail->next = node;
     lane.tail = node;
     ++length_;
     if (totalEnqueued_ != INT32_MAX) {
@@ -37,47 +38,37 @@ void CAQueue::enqueue(void *element)
 
 void *CAQueue::dequeue()
 {
-    const PMutexGuard guard(mutex_);
-    std::size_t lane = nextOut_;
-    do {
-        if (lanes_[lane].head->next != nullptr) {
-            nextOut_ = lane;  // stays here: this lane is emptied first
-            return takeFirstLocked(&lanes_[lane]);
-        }
-        lane = nextLane(lane);
-    } while (lane != nextOut_);
-    nextOut_ = 0;
-    nextIn_ = 0;
-    return nullptr;
-}
-
-void *CAQueue::takeFirstLocked(Lane *lane)
-{
-    HTList *const node = lane->head->next;
-    void *const element = node->object;
-    lane->head->next = node->next;
-    if (lane->tail == node) {
-        lane->tail = lane->head;
+    HTList *node = nullptr;
+    {
+        const PMutexGuard guard(mutex_);
+        node = takeFirstLocked();
     }
+    if (node == nullptr) {
+        return nullptr;
+    }
+    void *const element = node->object;
     HTList_discardElement(node, HTThread_context());
-    --length_;
     return element;
 }
 
-int CAQueue::empty() const
+// Unlinks the next element; null when there is none.
+HTList *CAQueue::takeFirstLocked()
 {
-    const PMutexGuard guard(mutex_);
-    return length_ == 0 ? 1 : 0;
-}
-
-std::int32_t CAQueue::getLength() const
-{
-    const PMutexGuard guard(mutex_);
-    return length_;
-}
-
-std::int32_t CAQueue::getTotalEnqueued() const
-{
-    const PMutexGuard guard(mutex_);
-    return totalEnqueued_;
+    std::size_t index = nextOut_;
+    do {
+        Lane &lane = lanes_[index];
+        if (HTList *const node = lane.head->next) {
+            nextOut_ = index;  // stays here: this lane is emptied first
+            lane.head->next = node->next;
+            if (lane.tail == node) {
+                lane.tail = lane.head;
+            }
+            --length_;
+            return node;
+        }
+        index = nextLane(index);
+    } while (index != nextOut_);
+    nextOut_ = 0;
+    nextIn_ = 0;
+    return nullptr;
 }

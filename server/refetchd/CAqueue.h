@@ -2,6 +2,7 @@
 #pragma once
 
 #include <array>
+#include <atomic>
 #include <cstdint>
 
 #include "HTList.h"
@@ -12,8 +13,8 @@
 // parts of the seed list is mixed. It never owns or frees what it holds, and has no limit of its
 // own.
 //
-// Any thread may call any member but the destructor, each of which takes the queue's own lock for
-// its whole body. Answers about its length may be stale as soon as they are given.
+// Any thread may call any member but the destructor. Answers about its length may be stale as soon
+// as they are given.
 class CAQueue {
 public:
     // With `serialize` 0 the queue has no lock and belongs to one thread.
@@ -27,10 +28,10 @@ public:
     // The next element, or null when the queue is empty.
     void *dequeue();
 
-    [[nodiscard]] int empty() const;  // 1 or 0
-    [[nodiscard]] std::int32_t getLength() const;
+    [[nodiscard]] int empty() const { return length_ == 0 ? 1 : 0; }
+    [[nodiscard]] std::int32_t getLength() const { return length_; }
     // Number of enqueue calls since the queue was made.
-    [[nodiscard]] std::int32_t getTotalEnqueued() const;
+    [[nodiscard]] std::int32_t getTotalEnqueued() const { return totalEnqueued_; }
 
 private:
     static constexpr std::size_t kLanes = 20;
@@ -41,12 +42,15 @@ private:
     };
 
     static std::size_t nextLane(std::size_t lane) { return lane + 1 == kLanes ? 0 : lane + 1; }
-    void *takeFirstLocked(Lane *lane) HT_REQUIRES(mutex_);
+    HTList *takeFirstLocked() HT_REQUIRES(mutex_);
 
     mutable PMutex mutex_;
     std::array<Lane, kLanes> lanes_ HT_GUARDED_BY(mutex_){};
-    std::int32_t length_ HT_GUARDED_BY(mutex_) = 0;
-    std::int32_t totalEnqueued_ HT_GUARDED_BY(mutex_) = 0;
     std::size_t nextOut_ HT_GUARDED_BY(mutex_) = 0;  // lane where the next dequeue looks first
     std::size_t nextIn_ HT_GUARDED_BY(mutex_) = 0;   // lane of the next enqueue
+
+    // Changed under the lock and read without, for every link of a page asks. In the default order:
+    // who finds a worker idle also finds what that worker has enqueued counted here.
+    std::atomic<std::int32_t> length_ = 0;
+    std::atomic<std::int32_t> totalEnqueued_ = 0;
 };
