@@ -1,17 +1,14 @@
 // The sink of HTML pages: finds the links of a page and enqueues those that are wanted.
 #pragma once
 
-#include <array>
-#include <cstddef>
 #include <cstdint>
 
 #include "CAparse.h"
+#include "CAscanHTML.h"
 
-// Scans the text of a page for tags that carry a link, block by block; builds no document. Each
-// block goes to the stage behind first (the saver, when bodies are kept), because the scan writes
-// NULs into it. A tag is what stands between "<" and the next ">", quotes or not. A tag that a
-// block cuts off is put together again up to a limit.
-class CAParseHTML : public CAParser {
+// Passes each block to the stage behind first (the saver, when bodies are kept), because the scan
+// for links writes NULs into it.
+class CAParseHTML : public CAParser, private CALinkSink {
 public:
     explicit CAParseHTML(CAURL *url);
     CAParseHTML(CAURL *url, HTThreadContext *threadContext);
@@ -24,19 +21,9 @@ public:
                          std::int32_t *closeConnection) override;
 
 private:
-    // Room for a cut-off tag, its NUL included.
-    static constexpr std::size_t kReassemblySize = 512;
-
     void commonInit();
     [[nodiscard]] bool wantsLinks() const;
-    void scan(char *data, char *end);
-    char *finishPending(char *data, char *end);
-    void queueUp(const char *data, std::size_t length);
-    void parsePending(const char *piece, std::size_t length);
-    void bufferIncomplete(const char *tag, std::size_t length, std::size_t offset);
-    void parseTag(char *tag);
-    void processFoundUrl(const char *link, bool raisesDepth);
+    void processFoundUrl(char *link, bool raisesDepth) override;
 
-    std::array<char, kReassemblySize> reassembly_{};  // a tag that has not ended yet
-    std::size_t reassemblyLength_ = 0;                // 0: none is pending
+    CAScanHTML links_{this};
 };
