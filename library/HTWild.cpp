@@ -110,14 +110,17 @@ public:
         : segments_(pattern.segments()),
           text_(text),
           length_(std::strlen(text)),
-          comparison_(comparison),
-          userPath_(comparison == Comparison::Decoding ? kNone : userPathOf(text))
+          comparison_(comparison)
     {
     }
 
     // Does the whole text match? With `captures` (room for one a segment) they are filled in.
     [[nodiscard]] bool run(HTPool *pool, Capture *captures)
     {
+        if (!holdsAllTexts()) {
+            return false;
+        }
+        userPath_ = comparison_ == Comparison::Decoding ? kNone : userPathOf(text_);
         std::size_t first = 0;
         if (segments_[0].wild == 0) {
             start_ = mayBeginAt(0, 0) ? literalEnd(segments_[0], 0) : kNone;
@@ -150,6 +153,23 @@ private:
         const char *const slash = colon == nullptr ? nullptr : std::strchr(colon + 3, '/');
         return slash != nullptr && slash[1] == '~' ? static_cast<std::size_t>(slash + 1 - text)
                                                    : kNone;
+    }
+
+    // False, quickly, for most texts that do not match: the last segment's text is not the end of
+    // the text, or that of another does not stand anywhere in it.
+    [[nodiscard]] bool holdsAllTexts() const
+    {
+        if (comparison_ == Comparison::Decoding) {
+            return true;
+        }
+        const Segment &last = segments_.back();
+        if (last.length > length_ || literalEnd(last, length_ - last.length) == kNone) {
+            return false;
+        }
+        return comparison_ == Comparison::IgnoreCase ||
+               std::all_of(segments_.begin(), segments_.end() - 1, [this](const Segment &segment) {
+                   return memmem(text_, length_, segment.text, segment.length) != nullptr;
+               });
     }
 
     // A row needs only its follower, so two of them take turns; captures need all of them.
@@ -281,7 +301,7 @@ private:
     const char *const text_;
     const std::size_t length_;
     const Comparison comparison_;
-    const std::size_t userPath_;
+    std::size_t userPath_ = kNone;
     std::size_t start_ = 0;  // where the first star begins
     std::size_t rowWords_ = 0;
     std::size_t rowCount_ = 0;
