@@ -1,6 +1,7 @@
 #include "HTSocket.h"
 
 #include <poll.h>
+#include <sys/time.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
@@ -318,35 +319,92 @@ bool HTSocket_isStale(const HTSocket *socket, HTThreadContext * /*context*/)
     return pollThroughSignals(&entry, 0) == 1;
 }
 
+namespace {
+
+// Bytes have come, or the end of the stream.
+void noteReceived(HTSocket *socket, ssize_t count, HTThreadContext *context)
+{
+    totalReceived.fetch_add(static_cast<std::uint64_t>(count), std::memory_order_relaxed);
+    socket->bytesRead += static_cast<std::uint32_t>(count);
+    if (context != nullptr) {
+        context->lastActivity = HTtime();
+    }
+}
+
+void traceRead(const HTSocket *socket, ssize_t count)
+{
+    if (HTTrace_on(kTraceSocket)) {
+        tfprintf(nullptr, "Socket...... read %d bytes on socket %d.\n", static_cast<int>(count),
+                 socket->fd);
+    }
+}
+
+static_assert(EAGAIN == EWOULDBLOCK);
+
+// Sees to it that recv() on the socket waits no longer than this.
+void limitWait(HTSocket *socket, int timeoutMs)
+{
+    if (socket->receiveTimeoutMs == timeoutMs) {
+        return;
+    }
+    const timeval limit = {.tv_sec = timeoutMs / 1000, .tv_usec = timeoutMs % 1000 * 1000L};
+    if (::setsockopt(socket->fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit) == 0) {
+        socket->receiveTimeoutMs = timeoutMs;
+    }
+}
+
+}  // namespace
+
 ssize_t HTSocket_read(HTSocket *socket, void *buffer, std::size_t length, HTThreadContext *context)
 {
     if (socket == nullptr) {
         return -1;
     }
-    const bool tracing = HTTrace_on(kTraceSocket);
     ssize_t count = ::recv(socket->fd, buffer, length, 0);
     const ErrnoKeeper kept;
     if (count == -1) {
         count = failed(socket);
-        if (kept.value() == EAGAIN || kept.value() == EWOULDBLOCK) {
+        if (kept.value() == EAGAIN) {
             count = 0;
-            if (tracing) {
+            if (HTTrace_on(kTraceSocket)) {
                 tfprintf(nullptr,
                          "Socket...... recv() returned EWOULDBLOCK; setting bytes to 0.\n");
             }
         }
     }
     if (count != -1) {
-        totalReceived.fetch_add(static_cast<std::uint64_t>(count), std::memory_order_relaxed);
-        socket->bytesRead += static_cast<std::uint32_t>(count);
-        if (context != nullptr) {
-            context->lastActivity = HTtime();
-        }
+        noteReceived(socket, count, context);
     }
-    if (tracing) {
-        tfprintf(nullptr, "Socket...... read %d bytes on socket %d.\n", static_cast<int>(count),
-                 socket->fd);
+    traceRead(socket, count);
+    return count;
+}
+
+ssize_t HTSocket_receive(HTSocket *socket, void *buffer, std::size_t length, int timeoutMs,
+                         HTThreadContext *context)
+{
+    if (socket == nullptr) {
+        return -1;
     }
+    const int before = errno;
+    const bool waits = timeoutMs > 0;
+    if (waits) {
+        limitWait(socket, timeoutMs);
+    }
+    ssize_t count = 0;
+    do {
+        count = ::recv(socket->fd, buffer, length, waits ? 0 : MSG_DONTWAIT);
+    } while (count == -1 && errno == EINTR);
+    if (count == -1 && errno == EAGAIN) {
+        errno = before;
+        return kHTTimedOut;
+    }
+    const ErrnoKeeper kept;
+    if (count == -1) {
+        count = failed(socket);
+    } else {
+        noteReceived(socket, count, context);
+    }
+    traceRead(socket, count);
     return count;
 }
 

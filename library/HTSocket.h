@@ -39,6 +39,7 @@ struct HTSocket {
     bool secure = false;  // carries TLS; nothing sets it yet
     std::uint32_t bytesRead = 0;
     std::uint32_t bytesWritten = 0;
+    int receiveTimeoutMs = 0;  // as the system knows it; 0: waits for ever
     HTSocket *next = nullptr;  // behind it in the queue
 };
 
@@ -71,6 +72,16 @@ int HTSocket_isready(HTSocket *socket, int timeoutMs, HTThreadContext *context);
 // Reads up to `length` bytes. The count; 0 at the end of the stream, and when a non-blocking socket
 // has nothing; -1 on failure.
 ssize_t HTSocket_read(HTSocket *socket, void *buffer, std::size_t length, HTThreadContext *context);
+
+// The result of HTSocket_receive() when nothing came in time.
+inline constexpr ssize_t kHTTimedOut = -2;
+
+// Reads as HTSocket_read() does, but waits for at most `timeoutMs` milliseconds (not at all when 0
+// or less), which signals do not end: kHTTimedOut, with errno as it was, when nothing came. It is
+// HTSocket_isready() and HTSocket_read() in one, at the cost of one system call. Not for sockets
+// that do not block.
+ssize_t HTSocket_receive(HTSocket *socket, void *buffer, std::size_t length, int timeoutMs,
+                         HTThreadContext *context);
 
 // Sends the bytes as one message. The count sent, which may be less than `length`; -1 on failure.
 // SIGPIPE must be blocked or ignored.

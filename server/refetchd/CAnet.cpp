@@ -204,6 +204,7 @@ int CAConnection::checkConnection()
         return -1;
     }
     reused_ = false;
+    surplus_ = false;
     const int on = 1;
     HTSocket_setsockopt(socket_, SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on), threadContext_);
     // A byte of urgent data would wake the wait for input and then leave the read asleep; in line
@@ -280,7 +281,7 @@ std::int32_t CAConnection::sendRequest(std::int32_t length)
     // A peer that has closed its side would still let the first write pass and then answer it with
     // a reset, and bytes that came before the request are no answer to it: either way it would be
     // lost. So such a connection counts as one that failed to write.
-    const bool stale = reused_ && HTSocket_isStale(socket_, threadContext_);
+    const bool stale = reused_ && (surplus_ || HTSocket_isStale(socket_, threadContext_));
     std::int32_t sent = stale ? -1 : write(length);
     if (sent >= 0) {
         return sent;
@@ -301,17 +302,36 @@ std::int32_t CAConnection::sendRequest(std::int32_t length)
     return sent;
 }
 
+// Hands what was read to the parser, a block at a time.
+void CAConnection::handOver(std::int32_t count, CAParser *parser, std::int32_t *finished,
+                            std::int32_t *closeConnection)
+{
+    char *block = buffer_.data();
+    char *const end = block + count;
+    while (block != end && *finished == 0) {
+        const auto length =
+            static_cast<std::int32_t>(std::min<std::ptrdiff_t>(end - block, kBlockSize));
+        CATrace("Cache Agent read %d bytes from socket %d.\n", length, socket_->fd);
+        const char next = block[length];  // the parser writes a NUL there
+        parser->consume(block, length, finished, closeConnection);
+        block += length;
+        *block = next;
+    }
+    surplus_ = block != end;
+}
+
 int CAConnection::readResponse(CAParser *parser)
 {
     std::int32_t finished = 0;
     std::int32_t closeConnection = 0;
     while (finished == 0) {
-        if (HTSocket_isready(socket_, timeoutMilliseconds(ac.readTimeout), threadContext_) == 0) {
+        const auto count = static_cast<std::int32_t>(
+            HTSocket_receive(socket_, buffer_.data(), kReadSize,
+                             timeoutMilliseconds(ac.readTimeout), threadContext_));
+        if (count == kHTTimedOut) {
             CATrace("Net.. Cache agent time out!\n");
             break;
         }
-        const auto count = static_cast<std::int32_t>(
-            HTSocket_read(socket_, buffer_.data(), kBlockSize, threadContext_));
         if (count <= 0) {
             // errno is as the last failure left it: an end of stream after one closes, too.
             const int error = errno;
@@ -322,8 +342,7 @@ int CAConnection::readResponse(CAParser *parser)
                     count);
             return 1;
         }
-        CATrace("Cache Agent read %d bytes from socket %d.\n", count, socket_->fd);
-        parser->consume(buffer_.data(), count, &finished, &closeConnection);
+        handOver(count, parser, &finished, &closeConnection);
         if (finished != 0) {
             CATrace("Net.. stop reading the socket.\n");
         }

@@ -51,8 +51,11 @@ public:
 
 private:
     static constexpr std::int32_t kBlockSize = 4096;
+    static constexpr std::int32_t kReadSize = 2 * kBlockSize;
 
     void closeSocket(int line);
+    void handOver(std::int32_t count, CAParser *parser, std::int32_t *finished,
+                  std::int32_t *closeConnection);
     void traceRefusal(const CAURL *url, const char *reason);
     [[nodiscard]] std::int32_t write(std::int32_t length);
 
@@ -60,8 +63,9 @@ private:
     sockaddr_in address_{};
     bool addressValid_ = false;
     bool reused_ = false;   // the connection at hand carried a request before this one
+    bool surplus_ = false;  // and bytes have come that no request has asked for
     char *const peerName_;  // owned
     std::time_t lastUsed_ = 0;
-    std::array<char, kBlockSize + 1> buffer_{};  // the request, then each block of the response
+    std::array<char, kReadSize + 1> buffer_;  // the request, then what is read of the response
     HTThreadContext *const threadContext_;
 };
