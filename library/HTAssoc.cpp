@@ -2,19 +2,36 @@
 
 #include <strings.h>
 
-#include <cstring>
-#include <memory>
+#include <algorithm>
+#include <cstdlib>
 #include <new>
+#include <string_view>
 
 #include "HTMemory.h"
-#include "HTString.h"
 
 namespace {
 
+// The name and its NUL stand behind the record, the value behind that.
 struct Pair {
-    HeapString name;
-    HeapString value;
+    char *value;
+
+    [[nodiscard]] char *name() { return reinterpret_cast<char *>(this + 1); }
 };
+
+Pair *newPair(std::string_view name, std::string_view value)
+{
+    const std::size_t size = sizeof(Pair) + name.size() + 1 + value.size() + 1;
+    void *const memory = std::malloc(size);
+    if (memory == nullptr) {
+        HTOutOfMemory("library/HTAssoc", "HTAssocList_add", __LINE__, size);
+        return nullptr;
+    }
+    auto *const pair = new (memory) Pair;
+    pair->value = pair->name() + name.size() + 1;
+    *std::copy(name.begin(), name.end(), pair->name()) = '\0';
+    *std::copy(value.begin(), value.end(), pair->value) = '\0';
+    return pair;
+}
 
 }  // namespace
 
@@ -26,27 +43,20 @@ HTAssocList *HTAssocList_new(HTThreadContext *context)
 bool HTAssocList_add(HTAssocList *list, const char *name, const char *value,
                      HTThreadContext *context)
 {
-    std::unique_ptr<Pair> pair(new (std::nothrow) Pair{.name = HeapString(strdup(name)),
-                                                       .value = HeapString(strdup(value))});
-    if (pair == nullptr || pair->name == nullptr || pair->value == nullptr) {
-        HTOutOfMemory("library/HTAssoc", "HTAssocList_add", __LINE__,
-                      sizeof(Pair) + std::strlen(name) + std::strlen(value) + 2);
+    Pair *const pair = newPair(name, value);
+    if (pair == nullptr || HTList_addObject(list, pair, context) == nullptr) {
+        std::free(pair);
         return false;
     }
-    HTList *const element = HTList_addObject(list, nullptr, context);
-    if (element == nullptr) {
-        return false;
-    }
-    element->object = pair.release();
     return true;
 }
 
 char *HTAssocList_lookupExact(const HTAssocList *list, const char *name)
 {
     for (const HTList *element = list->next; element != nullptr; element = element->next) {
-        const auto *const pair = static_cast<const Pair *>(element->object);
-        if (strcasecmp(pair->name.get(), name) == 0) {
-            return pair->value.get();
+        auto *const pair = static_cast<Pair *>(element->object);
+        if (strcasecmp(pair->name(), name) == 0) {
+            return pair->value;
         }
     }
     return nullptr;
@@ -54,8 +64,5 @@ char *HTAssocList_lookupExact(const HTAssocList *list, const char *name)
 
 void HTAssocList_delete(HTAssocList *list, HTThreadContext *context)
 {
-    for (const HTList *element = list; element != nullptr; element = element->next) {
-        delete static_cast<Pair *>(element->object);  // the header's is null
-    }
-    HTList_delete(list, context);
+    HTList_deleteAndFreeContents(list, context);
 }

@@ -1,11 +1,23 @@
 #include "CAhits.h"
 
-#include <cstdio>
+#include <algorithm>
 #include <cstring>
 
 namespace {
 
 constexpr std::size_t kMaxNumber = 19;  // characters
+
+// Copies the word that begins at `*at` or behind the white space there, and moves `*at` behind it.
+// What does not fit is the next word. False when there is none.
+template <std::size_t Size>
+bool takeWord(const char **at, std::array<char, Size> *word)
+{
+    *at += std::strspn(*at, " \t\n\v\f\r");
+    const std::size_t length = std::min(std::strcspn(*at, " \t\n\v\f\r"), Size - 1);
+    *std::copy_n(*at, length, word->data()) = '\0';
+    *at += length;
+    return length != 0;
+}
 
 }  // namespace
 
@@ -16,8 +28,7 @@ bool CAIsBlankHitsLine(const char *line)
 
 bool CASplitHitsLine(const char *line, CAHitsLine *words)
 {
-    const int found = std::sscanf(line, "%1024s %1024s %1024s", words->hits.data(),
-                                  words->percent.data(), words->url.data());
-    return found == 3 && std::strlen(words->hits.data()) <= kMaxNumber &&
+    return takeWord(&line, &words->hits) && takeWord(&line, &words->percent) &&
+           takeWord(&line, &words->url) && std::strlen(words->hits.data()) <= kMaxNumber &&
            std::strlen(words->percent.data()) <= kMaxNumber;
 }

@@ -10,13 +10,23 @@
 #include "CAtrace.h"
 #include "refetchd.h"
 
-CABuffer::CABuffer(std::int32_t size)
-    : size_(size), buffer_(static_cast<char *>(std::calloc(static_cast<std::size_t>(size) + 1, 1)))
+CABuffer::CABuffer(std::int32_t size) : size_(size), capacity_(size)
 {
+    if (CATraceOn()) {
+        makeBlock();  // the line tells its address
+        CATrace("Buffer...... new a buffer %" PRIxPTR ".\n",
+                reinterpret_cast<std::uintptr_t>(buffer_));
+    }
+}
+
+// Without memory the buffer takes nothing.
+void CABuffer::makeBlock()
+{
+    buffer_ = static_cast<char *>(std::malloc(static_cast<std::size_t>(size_) + 1));
     if (buffer_ == nullptr) {
         size_ = 0;
+        capacity_ = 0;
     }
-    CATrace("Buffer...... new a buffer %" PRIxPTR ".\n", reinterpret_cast<std::uintptr_t>(buffer_));
 }
 
 CABuffer::~CABuffer()
@@ -26,8 +36,14 @@ CABuffer::~CABuffer()
 
 std::int32_t CABuffer::addData(const char *data, std::int32_t length)
 {
-    if (data == nullptr || length <= 0 || buffer_ == nullptr) {
+    if (data == nullptr || length <= 0) {
         return 0;
+    }
+    if (buffer_ == nullptr) {
+        makeBlock();
+        if (buffer_ == nullptr) {
+            return 0;
+        }
     }
     CATrace("Buffer...... bs %d, cs %d, sz %d.\n", size_, contentSize_, length);
     if (readP_ == nullptr) {
@@ -50,25 +66,34 @@ std::int32_t CABuffer::addData(const char *data, std::int32_t length)
     return taken;
 }
 
-// The new block is larger by all that is offered, so the new bytes always fit behind the unread
-// ones.
+// The size rises by all that is offered, so the new bytes always fit behind the unread ones. The
+// block may be larger than that: a body that comes in many pieces is not copied for each of them.
 std::int32_t CABuffer::grow(const char *data, std::int32_t length)
 {
     const std::int64_t newSize = std::int64_t{size_} + length;
     if (newSize >= INT32_MAX) {
         return -1;
     }
-    char *const block = static_cast<char *>(std::calloc(static_cast<std::size_t>(newSize) + 1, 1));
-    if (block == nullptr) {
-        return -1;
+    char *block = buffer_;
+    if (newSize > capacity_) {
+        const auto capacity = static_cast<std::int32_t>(
+            std::clamp<std::int64_t>(2 * std::int64_t{capacity_}, newSize, INT32_MAX - 1));
+        block = static_cast<char *>(std::malloc(static_cast<std::size_t>(capacity) + 1));
+        if (block == nullptr) {
+            return -1;
+        }
+        capacity_ = capacity;
     }
-    std::memcpy(block, readP_, static_cast<std::size_t>(contentSize_));
+    std::memmove(block, readP_, static_cast<std::size_t>(contentSize_));
     std::memcpy(block + contentSize_, data, static_cast<std::size_t>(length));
-    std::free(buffer_);
-    buffer_ = block;
+    if (block != buffer_) {
+        std::free(buffer_);
+        buffer_ = block;
+    }
     size_ = static_cast<std::int32_t>(newSize);
     readP_ = block;
     writeP_ = block + contentSize_ + length;
+    *writeP_ = '\0';
     adjustContentSize();
     return length;
 }

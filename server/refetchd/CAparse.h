@@ -18,7 +18,8 @@ public:
     // A buffer larger than this no longer grows.
     static constexpr std::int32_t maxBufferSize = 65536;
 
-    // `size` bytes of room. Without memory the buffer takes nothing.
+    // `size` bytes of room, which come with the first data: most stages never buffer any. Without
+    // memory the buffer takes nothing.
     explicit CABuffer(std::int32_t size);
     virtual ~CABuffer();
     CABuffer(const CABuffer &) = delete;
@@ -35,8 +36,8 @@ public:
 
     [[nodiscard]] std::int32_t getBufferSize() const { return size_; }
     [[nodiscard]] std::int32_t getContentSize() const { return contentSize_; }
+    // All null until data was added (the block only while nothing is traced).
     [[nodiscard]] char *getBuffer() const { return buffer_; }
-    // Both null until data was added.
     [[nodiscard]] char *getReadP() const { return readP_; }
     [[nodiscard]] char *getWriteP() const { return writeP_; }
     // For a parser that moves the positions in place; it calls adjustContentSize() afterwards.
@@ -45,12 +46,14 @@ public:
     void adjustContentSize() { contentSize_ = static_cast<std::int32_t>(writeP_ - readP_); }
 
 private:
+    void makeBlock();
     std::int32_t grow(const char *data, std::int32_t length);
     void compact();
 
-    std::int32_t size_;  // room; the block has one byte more for the NUL
+    std::int32_t size_;      // room
+    std::int32_t capacity_;  // what the block has room for, and one byte more for the NUL
     std::int32_t contentSize_ = 0;
-    char *buffer_;  // owned
+    char *buffer_ = nullptr;  // owned
     char *readP_ = nullptr;
     char *writeP_ = nullptr;
 };

@@ -1,6 +1,9 @@
 #include "CAparseHTTP.h"
 
+#include <strings.h>
+
 #include <algorithm>
+#include <array>
 #include <cinttypes>
 #include <cstring>
 #include <string_view>
@@ -20,8 +23,20 @@ constexpr std::int32_t kFound = 302;
 constexpr std::int32_t kOk = 200;
 constexpr std::int32_t kBadResponse = 500;
 
-// Headers beyond this many bytes are read but not kept: a peer may send them for ever. Each counts
-// with what its record takes.
+// The headers that are asked for; no other is kept.
+constexpr std::array<std::string_view, 4> kKeptHeaders = {
+    "Connection:", "Content-Length:", "Content-type:", "Location:"};
+
+bool isKept(std::string_view name)
+{
+    return std::any_of(kKeptHeaders.begin(), kKeptHeaders.end(), [name](std::string_view kept) {
+        return name.size() == kept.size() &&
+               strncasecmp(name.data(), kept.data(), kept.size()) == 0;
+    });
+}
+
+// Nor is any header beyond this many bytes: a peer may send them for ever. Each counts with what
+// its record takes.
 constexpr std::size_t kMaxHeaderBytes = 262144;
 constexpr std::size_t kHeaderRecord = 128;
 
@@ -159,16 +174,19 @@ void CAParseHTTP::addHeader(char *line)
         return;
     }
     *space = '\0';
+    const std::string_view name(line, static_cast<std::size_t>(space - line));
     const char *const value = space + 1;
     if (headerBytes_ > kMaxHeaderBytes) {
         return;
     }
-    headerBytes_ += kHeaderRecord + std::strlen(line) + std::strlen(value);
+    headerBytes_ += kHeaderRecord + name.size() + std::strlen(value);
     if (headerBytes_ > kMaxHeaderBytes) {
         CATrace("Parser...... too many headers, ignoring the rest.\n");
         return;
     }
-    HTAssocList_add(headers_, line, value, threadContext_);
+    if (isKept(name)) {
+        HTAssocList_add(headers_, line, value, threadContext_);
+    }
     CATrace("Parser...... found header %s %s.\n", line, value);
 }
 
