@@ -1,0 +1,177 @@
+// The links of a page: found, joined, filtered and known already. Beside it the search for the ends
+// of the tags, without which no scan can do, and libxml2's push parser. All copy the page first,
+// block by block.
+#include <benchmark/benchmark.h>
+#include <libxml/HTMLparser.h>
+
+#include <cstring>
+#include <random>
+#include <string_view>
+
+#include "CAparseHTML.h"
+#include "Micro.h"
+
+namespace {
+
+// A part of a page: "@" is a line of text, "$" some words, "#" a number of its own.
+constexpr std::string_view kSection =
+    R"(<div class="entry wide"><h2 class="title"><span class="mark">$</span></h2>
+<p class="text">@<b>$</b>@<br>@<a class="more" href="story-#.html">$</a>@</p>
+<ul class="list"><li class="item">@<a href="/news/2024/story-#.html" title="$">$</a></li>
+<li class="item">@<a href='http://www.example.com/archive/story-#.html'>$</a></li></ul>
+<p><img class="photo" src="../images/photo-#.jpg" width="320" height="200" alt="$">@@</p>
+<table class="data"><tr><td class="left">$</td>
+<td class="right">@<a href=../2023/story-#.html class=plain>$</a></td></tr></table>
+<script type="text/javascript">if (width < 640 && items > #) { show("$"); }</script></div>
+)";
+
+constexpr std::array<std::string_view, 8> kWords = {
+    "the ", "harbour ", "yesterday ", "of ", "council ", "a ", "weather ", "against "};
+
+std::string makePage(std::size_t size)
+{
+    std::minstd_rand random(1);
+    std::string page = "<html><head><title>News</title></head><body class=\"front\">\n";
+    int number = 0;
+    while (page.size() < size) {
+        for (const char c : kSection) {
+            const int words = c == '@' ? 20 : c == '$' ? 2 : 0;
+            for (int i = 0; i < words; ++i) {
+                page += kWords[random() % kWords.size()];
+            }
+            if (words == 0) {
+                page += c == '#' ? std::to_string(++number) : std::string(1, c);
+            }
+        }
+    }
+    return page + "</body></html>\n";
+}
+
+const std::string page = makePage(30'000);
+
+// Goes over the page once an iteration; `pass` returns how many links it found.
+template <typename Pass>
+void measure(benchmark::State *state, Pass pass)
+{
+    std::size_t links = 0;
+    for (auto _ : *state) {
+        links = pass();
+        benchmark::DoNotOptimize(links);
+    }
+    state->SetBytesProcessed(state->iterations() * static_cast<std::int64_t>(page.size()));
+    state->counters["links"] = static_cast<double>(links);
+}
+
+void searchTags(benchmark::State &state)
+{
+    measure(&state, [] {
+        inBlocks(page, [](char *block, std::size_t length) {
+            const void *at = block;
+            for (char wanted = '<'; at != nullptr; wanted = wanted == '<' ? '>' : '<') {
+                const auto left = block + length - static_cast<const char *>(at);
+                at = std::memchr(at, wanted, static_cast<std::size_t>(left));
+                benchmark::DoNotOptimize(at);
+            }
+        });
+        return 0U;
+    });
+}
+BENCHMARK(searchTags);
+
+class LinkCounter : public CALinkSink {
+public:
+    void processFoundUrl(char * /*link*/, bool /*raisesDepth*/) override { ++links; }
+
+    std::size_t links = 0;
+};
+
+void findLinks(benchmark::State &state)
+{
+    measure(&state, [] {
+        LinkCounter counter;
+        CAScanHTML scanner(&counter);
+        inBlocks(page, [&scanner](char *block, std::size_t length) {
+            scanner.scan(block, block + length);
+        });
+        return counter.links;
+    });
+}
+BENCHMARK(findLinks);
+
+void feedPage(CAParseHTML *parser)
+{
+    std::int32_t finished = 0;
+    std::int32_t close = 0;
+    inBlocks(page, [&](char *block, std::size_t length) {
+        parser->consume(block, static_cast<std::int32_t>(length), &finished, &close);
+    });
+}
+
+// Each link leads to what was taken already, as most links of a site do. The argument is the number
+// of patterns that it is compared with before.
+void handleKnownLinks(benchmark::State &state)
+{
+    std::string config = "delvedepth 1\n";
+    for (int i = 0; i < state.range(0); ++i) {
+        config += "ignoreurl */private" + std::to_string(i) + "/*\n";
+    }
+    startAgent(config);
+    CAURL url("http://www.example.com/news/2024/index.html");
+    const auto handle = [&url] {
+        CAParseHTML parser(&url);
+        feedPage(&parser);
+        return static_cast<std::size_t>(urlQueue->getTotalEnqueued());
+    };
+    const std::size_t links = handle();
+    measure(&state, handle);
+    if (links == 0 || handle() != links) {
+        state.SkipWithError("a link is not known");
+    }
+}
+BENCHMARK(handleKnownLinks)->Arg(0)->Arg(10);
+
+// What CAParseHTML looks for: a tag, its attribute, the next tag.
+constexpr std::array<std::string_view, 24> kTargets = {
+    "a",      "href", "img",    "src",  "link",  "href",       "frame",  "src",
+    "iframe", "src",  "object", "data", "layer", "src",        "ilayer", "src",
+    "script", "src",  "area",   "href", "body",  "background", "meta",   "url"};
+
+std::string_view textOf(const xmlChar *text)
+{
+    return reinterpret_cast<const char *>(text);
+}
+
+void countLink(void *links, const xmlChar *name, const xmlChar **attributes)
+{
+    std::size_t target = 0;
+    while (target < kTargets.size() && kTargets[target] != textOf(name)) {
+        target += 2;
+    }
+    for (; target < kTargets.size() && attributes != nullptr && *attributes != nullptr;
+         attributes += 2) {
+        if (textOf(*attributes) == kTargets[target + 1]) {
+            ++*static_cast<std::size_t *>(links);
+        }
+    }
+}
+
+void parseWithLibxml2(benchmark::State &state)
+{
+    htmlSAXHandler handler{};
+    handler.startElement = countLink;
+    measure(&state, [&handler] {
+        std::size_t links = 0;
+        htmlParserCtxt *const parser =
+            htmlCreatePushParserCtxt(&handler, &links, nullptr, 0, nullptr, XML_CHAR_ENCODING_UTF8);
+        htmlCtxtUseOptions(parser, HTML_PARSE_NOERROR | HTML_PARSE_NOWARNING);
+        inBlocks(page, [parser](const char *block, std::size_t length) {
+            htmlParseChunk(parser, block, static_cast<int>(length), 0);
+        });
+        htmlParseChunk(parser, nullptr, 0, 1);
+        htmlFreeParserCtxt(parser);
+        return links;
+    });
+}
+BENCHMARK(parseWithLibxml2);
+
+}  // namespace

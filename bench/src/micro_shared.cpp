@@ -1,0 +1,119 @@
+// What all workers use: the table of processed URLs, the queue, and trace lines while the trace is
+// closed.
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <random>
+#include <vector>
+
+#include "CAtrace.h"
+#include "Micro.h"
+
+namespace {
+
+// Texts of 60 characters, numbered from `first` on.
+std::vector<std::string> makeTexts(std::int64_t count, std::int64_t first)
+{
+    std::vector<std::string> texts;
+    for (std::int64_t number = first; number < first + count; ++number) {
+        texts.push_back("http://www.example.com/archive/section" +
+                        std::to_string(1000 + number % 300) + "/story" +
+                        std::to_string(1'000'000 + number) + ".html");
+    }
+    return texts;
+}
+
+HashTable *makeTable(std::vector<std::string> *texts)
+{
+    HashTable *const table = HashCreate(1009, UrlComparator, UrlHasher, 1);
+    for (std::string &text : *texts) {
+        HashAdd(table, text.data());
+    }
+    return table;
+}
+
+void add(benchmark::State &state)
+{
+    std::vector<std::string> texts = makeTexts(state.range(0), 0);
+    for (auto _ : state) {
+        HashTable *const table = makeTable(&texts);
+        state.PauseTiming();
+        HashDestroy(table);
+        state.ResumeTiming();
+    }
+    state.SetItemsProcessed(state.iterations() * state.range(0));
+}
+
+void lookUp(benchmark::State &state, bool known)
+{
+    std::vector<std::string> texts = makeTexts(state.range(0), 0);
+    HashTable *const table = makeTable(&texts);
+    std::vector<std::string> asked = makeTexts(state.range(0), known ? 0 : state.range(0));
+    std::shuffle(asked.begin(), asked.end(), std::minstd_rand(1));
+    const std::vector<std::string> keys(asked);  // in one piece: what is asked for is in the cache
+    std::size_t at = 0;
+    bool right = true;
+    for (auto _ : state) {
+        right = right && (HashLookup(table, keys[at].data()) != nullptr) == known;
+        at = at + 1 == keys.size() ? 0 : at + 1;
+    }
+    if (!right) {
+        state.SkipWithError("the table does not hold what it should");
+    }
+    HashDestroy(table);
+    state.SetItemsProcessed(state.iterations());
+}
+
+void sizes(benchmark::internal::Benchmark *benchmark)
+{
+    benchmark->Arg(10'000)->Arg(100'000)->Arg(1'000'000);
+}
+BENCHMARK(add)->Apply(sizes)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(lookUp, known, true)->Apply(sizes);
+BENCHMARK_CAPTURE(lookUp, unknown, false)->Apply(sizes);
+
+// A queue of more elements than there are workers, so that nobody finds it empty.
+CAQueue *makeQueue()
+{
+    static std::array<int, 1000> elements;
+    auto *const queue = new CAQueue(1);
+    for (int &element : elements) {
+        queue->enqueue(&element);
+    }
+    return queue;
+}
+
+// One element is taken out and put back, by so many workers at a time.
+void handOver(benchmark::State &state)
+{
+    static CAQueue *const queue = makeQueue();
+    HTThreadContext *const context = becomeWorker();
+    for (auto _ : state) {
+        queue->enqueue(queue->dequeue());
+    }
+    HTWorkThread_threadExit(1, context);
+    state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(handOver)->UseRealTime()->Threads(1)->Threads(16)->Threads(100);
+
+void emptyLoop(benchmark::State &state)
+{
+    const char *link = "story.html";
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(link);
+    }
+}
+BENCHMARK(emptyLoop);
+
+void closedTrace(benchmark::State &state)
+{
+    startAgent();
+    const char *link = "story.html";
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(link);
+        CATrace("Found....... URL \"%s\" (%d).\n", link, 1);
+    }
+}
+BENCHMARK(closedTrace);
+
+}  // namespace
