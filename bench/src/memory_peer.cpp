@@ -106,12 +106,10 @@ public:
             for (int i = 0; i < count; ++i) {
                 handle(events[static_cast<std::size_t>(i)]);
             }
-            for (; !later_.empty() && later_.front().due <= Clock::now(); later_.pop_front()) {
-                const Answer &next = later_.front();
-                const auto found = connections_.find(next.descriptor);
-                if (found != connections_.end() && found->second.serial == next.serial) {
-                    send(next.descriptor, &found->second, next.text);
-                }
+            // One at a time: a request that has come meanwhile must not wait behind many answers
+            // before its own delay begins.
+            if (!later_.empty() && later_.front().due <= Clock::now()) {
+                sendNext();
             }
         }
     }
@@ -151,6 +149,16 @@ private:
             connections_.erase(event.data.fd);
             close(event.data.fd);
         }
+    }
+
+    void sendNext()
+    {
+        const Answer &next = later_.front();
+        const auto found = connections_.find(next.descriptor);
+        if (found != connections_.end() && found->second.serial == next.serial) {
+            send(next.descriptor, &found->second, next.text);
+        }
+        later_.pop_front();
     }
 
     void accept()

@@ -105,7 +105,7 @@ void joinPath(const HTURIParts &given, const HTURIParts &related, char *out)
 }
 
 constexpr std::string_view kHostMark = "://";
-constexpr std::string_view kEnd("", 1);  // a NUL
+constexpr std::string_view kEnd{"\0", 1};
 
 const char *newText(std::string_view protocol, std::string_view host, std::string_view path)
 {

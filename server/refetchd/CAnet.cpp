@@ -318,6 +318,9 @@ void CAConnection::handOver(std::int32_t count, CAParser *parser, std::int32_t *
         *block = next;
     }
     surplus_ = block != end;
+    if (*finished != 0) {
+        CATrace("Net.. stop reading the socket.\n");
+    }
 }
 
 int CAConnection::readResponse(CAParser *parser)
@@ -334,18 +337,14 @@ int CAConnection::readResponse(CAParser *parser)
         }
         if (count <= 0) {
             // errno is as the last failure left it: an end of stream after one closes, too.
-            const int error = errno;
-            if (error == 0) {
-                break;
+            if (const int error = errno; error != 0) {
+                CATrace("Net.. cache agent error reading from socket; errno=%d, status=%d.\n",
+                        error, count);
+                return 1;
             }
-            CATrace("Net.. cache agent error reading from socket; errno=%d, status=%d.\n", error,
-                    count);
-            return 1;
+            break;
         }
         handOver(count, parser, &finished, &closeConnection);
-        if (finished != 0) {
-            CATrace("Net.. stop reading the socket.\n");
-        }
     }
     if (closeConnection != 0) {
         CATrace("Net.. the socket will be closed.\n");

@@ -66,6 +66,6 @@ private:
     bool surplus_ = false;  // and bytes have come that no request has asked for
     char *const peerName_;  // owned
     std::time_t lastUsed_ = 0;
-    std::array<char, kReadSize + 1> buffer_;  // the request, then what is read of the response
+    std::array<char, kReadSize + 1> buffer_{};  // the request, then what is read of the response
     HTThreadContext *const threadContext_;
 };
