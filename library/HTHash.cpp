@@ -4,6 +4,7 @@
 #include <array>
 #include <cstddef>
 #include <new>
+#include <utility>
 
 #include "HTMemory.h"
 #include "htthread.h"
@@ -35,8 +36,8 @@ struct HashTable {
     // Fixed at creation.
     HashComparator comparator = nullptr;
     HashHasher hasher = nullptr;
+    std::uint32_t firstSize = 0;  // of the buckets, until the table grows
     std::uint32_t lockCount = 0;
-
     bool grows = false;
 
     // Changed under the one lock, or the owner's, in a table that grows; otherwise fixed.
@@ -306,6 +307,7 @@ HashTable *HashCreate(std::uint32_t size, HashComparator comparator, HashHasher 
         outOfMemory("HashCreate", __LINE__, sizeof(HashTable));
         return nullptr;
     }
+    table->firstSize = size;
     table->size = size;
     // Locks are divided by bucket, and one bucket means that all items are to be compared.
     table->grows = lockCount <= 1 && size > 1;
@@ -394,18 +396,40 @@ void HashWipe(HashTable *table)
         table, [](void * /*item*/, void * /*context*/) {}, nullptr);
 }
 
-void HashDrain(HashTable *table, void (*visit)(void *item, void *context), void *context)
+namespace {
+
+void emptyBuckets(HashTable *table, Entry **buckets, std::uint32_t size,
+                  void (*visit)(void *item, void *context), void *context)
 {
-    const TableGuard guard(table);
-    for (std::uint32_t bucket = 0; bucket < table->size; ++bucket) {
-        while (Entry *const entry = table->buckets[bucket]) {
+    for (std::uint32_t bucket = 0; bucket < size; ++bucket) {
+        while (Entry *const entry = buckets[bucket]) {
             void *const item = entry->item;
-            table->buckets[bucket] = entry->next;
+            buckets[bucket] = entry->next;
             releaseEntry(table, entry);
             visit(item, context);
         }
     }
-    table->count = 0;
+}
+
+}  // namespace
+
+void HashDrain(HashTable *table, void (*visit)(void *item, void *context), void *context)
+{
+    // The entries leave with their buckets, so no lock is held while they are looked at.
+    std::uint32_t size = table->firstSize;
+    auto *buckets = new (std::nothrow) Entry *[size] {};
+    if (buckets == nullptr) {
+        outOfMemory("HashDrain", __LINE__, size * sizeof(Entry *));
+        return;
+    }
+    {
+        const TableGuard guard(table);
+        std::swap(buckets, table->buckets);
+        std::swap(size, table->size);
+        table->count = 0;
+    }
+    emptyBuckets(table, buckets, size, visit, context);
+    delete[] buckets;
 }
 
 void HashDestroy(HashTable *table)
@@ -414,7 +438,9 @@ void HashDestroy(HashTable *table)
         return;
     }
     if (table->buckets != nullptr) {
-        HashWipe(table);
+        emptyBuckets(
+            table, table->buckets, table->size, [](void * /*item*/, void * /*context*/) {},
+            nullptr);
     }
     while (EntryBlock *const block = table->entryBlocks) {
         table->entryBlocks = block->older;

@@ -353,6 +353,27 @@ void limitWait(HTSocket *socket, int timeoutMs)
     }
 }
 
+// recv() that fails with EAGAIN when nothing has come in time.
+ssize_t receiveInTime(HTSocket *socket, void *buffer, std::size_t length, int timeoutMs)
+{
+    using Clock = std::chrono::steady_clock;
+    using std::chrono::milliseconds;
+
+    if (timeoutMs <= 0) {
+        return ::recv(socket->fd, buffer, length, MSG_DONTWAIT);
+    }
+    limitWait(socket, timeoutMs);
+    const auto deadline = Clock::now() + milliseconds(timeoutMs);
+    const ssize_t count = ::recv(socket->fd, buffer, length, 0);
+    if (count != -1 || errno != EINTR) {
+        return count;
+    }
+    const auto left = std::chrono::ceil<milliseconds>(deadline - Clock::now());
+    pollfd entry = {.fd = socket->fd, .events = POLLIN, .revents = 0};
+    pollThroughSignals(&entry, static_cast<int>(std::max<std::int64_t>(left.count(), 0)));
+    return ::recv(socket->fd, buffer, length, MSG_DONTWAIT);
+}
+
 }  // namespace
 
 ssize_t HTSocket_read(HTSocket *socket, void *buffer, std::size_t length, HTThreadContext *context)
@@ -386,14 +407,7 @@ ssize_t HTSocket_receive(HTSocket *socket, void *buffer, std::size_t length, int
         return -1;
     }
     const int before = errno;
-    const bool waits = timeoutMs > 0;
-    if (waits) {
-        limitWait(socket, timeoutMs);
-    }
-    ssize_t count = 0;
-    do {
-        count = ::recv(socket->fd, buffer, length, waits ? 0 : MSG_DONTWAIT);
-    } while (count == -1 && errno == EINTR);
+    ssize_t count = receiveInTime(socket, buffer, length, timeoutMs);
     if (count == -1 && errno == EAGAIN) {
         errno = before;
         return kHTTimedOut;

@@ -200,21 +200,16 @@ bool stopWorkers()
     return deleted == count;
 }
 
-void moveToQueue(void *item, void *queue)
+void releaseText(void *text, void * /*context*/)
 {
-    static_cast<CAQueue *>(queue)->enqueue(item);
+    HTShared_release(static_cast<char *>(text));
 }
 
-// The texts are moved out in one step and freed behind it: a worker that is busy over the end of
-// the run may add one at any time, and it is either moved or stays.
+// A worker that is busy over the end of the run may add a text at any time: it goes or stays.
 void flushProcessedUrls()
 {
     CATrace("Flushing.... remove all processed URLs.\n");
-    CAQueue flushed(1);
-    HashDrain(processedUrls, moveToQueue, &flushed);
-    while (const void *const text = flushed.dequeue()) {
-        HTShared_release(static_cast<const char *>(text));
-    }
+    HashDrain(processedUrls, releaseText, nullptr);
 }
 
 // A worker that is busy over the end may have recorded a link behind the flush of the texts and
@@ -224,7 +219,7 @@ void flushQueue()
     CATrace("Flushing.... remove all non-processed URLs.\n");
     while (auto *const url = static_cast<CAURL *>(urlQueue->dequeue())) {
         if (processedUrls != nullptr) {
-            HTShared_release(static_cast<char *>(HashRemove(processedUrls, url->stringitize())));
+            releaseText(HashRemove(processedUrls, url->stringitize()), nullptr);
         }
         delete url;
     }

@@ -85,6 +85,16 @@ TEST(HTHash, ThreadsLoseItemsOrGetOneTwice)
     }
 }
 
+TEST(HTHash, SecondOfTwoEqualItemsIsTakenForNew)
+{
+    HashTable *const table = newTable(7, 1, 0);
+    std::array<Item, 2> items{};
+    EXPECT_EQ(HashAddUnique(table, &items[0]), 0);
+    EXPECT_EQ(HashAddUnique(table, &items[1]), 1);
+    EXPECT_EQ(HashLookup(table, &items[1]), &items[0]);
+    HashDestroy(table);
+}
+
 TEST(ElfHash, TakesBytesAsUnsigned)
 {
     EXPECT_EQ(ElfHash(1009, "caf\351.example.com"), 463U);

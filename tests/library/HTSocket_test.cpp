@@ -20,21 +20,25 @@ int endSocket(HTSocket *socket)
     return HTSocket_close(socket, "test", 2, nullptr);
 }
 
-// A silent peer, then one that sends, then one that goes away without having read what it was sent.
-TEST(HTSocket, PeerIsMisread)
+// A silent peer, then one that sends, then one that goes away without having read what it was sent;
+// waited for and read, or both at once.
+class Reading : public testing::TestWithParam<bool> {};
+
+TEST_P(Reading, PeerIsMisread)
 {
+    const bool atOnce = GetParam();
     const struct {
         void (*act)(int peer);
         int ready;
         ssize_t count;
         int error;
     } steps[] = {
-        {[](int /*peer*/) {}, 0, 0, EAGAIN},
+        {[](int /*peer*/) {}, 0, atOnce ? kHTTimedOut : 0, atOnce ? 0 : EAGAIN},
         {[](int peer) { ::send(peer, "abc", 3, 0); }, 1, 3, 0},
         {[](int peer) { ::close(peer); }, -1, -1, ECONNRESET},
     };
     int ends[2];
-    ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, ends), 0);
+    ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | (atOnce ? 0 : SOCK_NONBLOCK), 0, ends), 0);
     HTSocket *const socket = newSocket(SOCK_STREAM);
     ::dup2(ends[0], socket->fd);
     EXPECT_EQ(HTSocket_writemsg(socket, "x", 1, nullptr), 1);
@@ -43,16 +47,21 @@ TEST(HTSocket, PeerIsMisread)
         HTThreadContext context;
         char buffer[8];
         errno = socket->lastError = 0;
-        EXPECT_EQ(HTSocket_isready(socket, 10, &context), step.ready);
         EXPECT_EQ(HTSocket_isStale(socket, &context), step.ready != 0);
-        EXPECT_EQ(HTSocket_read(socket, buffer, sizeof buffer, &context), step.count);
+        if (atOnce) {
+            EXPECT_EQ(HTSocket_receive(socket, buffer, sizeof buffer, 10, &context), step.count);
+        } else {
+            EXPECT_EQ(HTSocket_isready(socket, 10, &context), step.ready);
+            EXPECT_EQ(HTSocket_read(socket, buffer, sizeof buffer, &context), step.count);
+        }
         EXPECT_EQ(errno, step.error);
         EXPECT_EQ(socket->lastError, step.error);
-        EXPECT_EQ(context.lastActivity != 0, step.count != -1);
+        EXPECT_EQ(context.lastActivity != 0, step.count >= 0);
     }
     EXPECT_EQ(endSocket(socket), 0);
     ::close(ends[0]);
 }
+INSTANTIATE_TEST_SUITE_P(HTSocket, Reading, testing::Bool());
 
 TEST(HTSocket, SignalEndsTheWaitOrRestartsIt)
 {
@@ -62,6 +71,9 @@ TEST(HTSocket, SignalEndsTheWaitOrRestartsIt)
     const std::uint32_t start = getmillicount();
     EXPECT_EQ(HTSocket_isready(socket, 50, nullptr), 0);
     EXPECT_GE(getmillicount() - start, 49U);
+    char byte = 0;
+    EXPECT_EQ(HTSocket_receive(socket, &byte, 1, 50, nullptr), kHTTimedOut);
+    EXPECT_GE(getmillicount() - start, 98U);
     ::ualarm(0, 0);
     EXPECT_EQ(endSocket(socket), 0);
 }
