@@ -115,7 +115,7 @@ constexpr std::uint32_t kMostPerBucket = 2;
 
 std::uint32_t hashOf(const HashTable *table, const void *key)
 {
-    return table->hasher(table->grows ? kWholeRange : table->size, key);
+    return table->hasher(table->grows ? kWholeRange : table->firstSize, key);
 }
 
 // The bucket of a hash; the lock of a table that grows must be held. Hashes of texts that end alike
