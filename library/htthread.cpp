@@ -116,8 +116,8 @@ int pmutex_request(pmutex handle)
     // Whoever finds it taken keeps away from it for a little longer each time: looking at it all
     // the while would slow its holder down, who may well take it again before anybody else gets to
     // run.
-    constexpr int kFirstPause = 32;
-    constexpr int kLongestPause = 1024;
+    constexpr int kFirstPause = 64;
+    constexpr int kLongestPause = 4096;
     for (int pause = kFirstPause; pause <= kLongestPause; pause *= 2) {
         const int rc = pthread_mutex_trylock(mutexOf(handle));
         if (rc != EBUSY) {
