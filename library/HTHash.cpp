@@ -40,7 +40,7 @@ struct HashTable {
     std::uint32_t lockCount = 0;
     bool grows = false;
 
-    // Changed under the one lock, or the owner's, in a table that grows; otherwise fixed.
+    // Changed under all locks, or the owner's; the numbers only in a table that grows.
     Entry **buckets = nullptr;
     std::uint32_t size = 0;
     std::uint32_t count = 0;  // of items; kept in tables that grow
@@ -415,17 +415,22 @@ void emptyBuckets(HashTable *table, Entry **buckets, std::uint32_t size,
 
 void HashDrain(HashTable *table, void (*visit)(void *item, void *context), void *context)
 {
-    // The entries leave with their buckets, so no lock is held while they are looked at.
-    std::uint32_t size = table->firstSize;
-    auto *buckets = new (std::nothrow) Entry *[size] {};
-    if (buckets == nullptr) {
-        outOfMemory("HashDrain", __LINE__, size * sizeof(Entry *));
+    auto *const fresh = new (std::nothrow) Entry *[table->firstSize] {};
+    if (fresh == nullptr) {
+        const TableGuard guard(table);
+        emptyBuckets(table, table->buckets, table->size, visit, context);
+        table->count = 0;
         return;
     }
+    // The entries leave with their buckets, so no lock is held while they are looked at.
+    Entry **buckets = fresh;
+    std::uint32_t size = table->firstSize;
     {
         const TableGuard guard(table);
         std::swap(buckets, table->buckets);
-        std::swap(size, table->size);
+        if (table->grows) {
+            std::swap(size, table->size);
+        }
         table->count = 0;
     }
     emptyBuckets(table, buckets, size, visit, context);

@@ -46,11 +46,12 @@ int HashAdd(HashTable *table, void *item);
 // Takes the newest item that equals `key` out of the table and returns it; null when there is none.
 void *HashRemove(HashTable *table, const void *key);
 
-// Empties the table, as one step for other threads. Nothing (reported) when memory is out.
+// Empties the table, as one step for other threads.
 void HashWipe(HashTable *table);
 
-// The same, and hands each item to `visit`, which may free it and holds up no other thread. An item
-// that another thread adds meanwhile is either handed over or stays.
+// The same, and hands each item to `visit`, which may free it but must not call the table. It holds
+// up no other thread unless memory is out. An item that another thread adds meanwhile is either
+// handed over or stays.
 void HashDrain(HashTable *table, void (*visit)(void *item, void *context), void *context);
 
 // Releases the table, not its items; null does nothing. No other thread may use it any more.

@@ -5,8 +5,6 @@
 #include <cstdlib>
 #include <new>
 
-#include "HTMemory.h"
-
 namespace {
 
 // In front of the text.
@@ -23,10 +21,8 @@ Header *headerOf(const char *text)
 
 char *HTShared_new(std::size_t length)
 {
-    const std::size_t size = sizeof(Header) + length + 1;
-    void *const memory = std::malloc(size);
+    void *const memory = std::malloc(sizeof(Header) + length + 1);
     if (memory == nullptr) {
-        HTOutOfMemory("library/HTShared", "HTShared_new", __LINE__, size);
         return nullptr;
     }
     auto *const header = new (memory) Header{.holders = 1};

@@ -7,8 +7,8 @@
 
 #include <cstddef>
 
-// Room for `length` characters and a NUL, which is there already; one holder. Null (reported) when
-// memory is out.
+// Room for `length` characters and a NUL, which is there already; one holder. Null when memory is
+// out.
 [[nodiscard]] char *HTShared_new(std::size_t length);
 
 // One more holder. Returns `text`, which HTShared_new() has made; null gives null.

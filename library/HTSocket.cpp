@@ -353,24 +353,27 @@ void limitWait(HTSocket *socket, int timeoutMs)
     }
 }
 
-// recv() that fails with EAGAIN when nothing has come in time.
+// recv() that fails with EAGAIN when nothing has come in time. The system's own limit costs no call
+// but ends late by some part of its length, so it is short, and who waits longer waits exactly.
 ssize_t receiveInTime(HTSocket *socket, void *buffer, std::size_t length, int timeoutMs)
 {
     using Clock = std::chrono::steady_clock;
     using std::chrono::milliseconds;
+    constexpr int kLongestLimit = 500;
 
-    if (timeoutMs <= 0) {
-        return ::recv(socket->fd, buffer, length, MSG_DONTWAIT);
+    int left = timeoutMs;
+    if (timeoutMs > 1) {
+        const auto deadline = Clock::now() + milliseconds(timeoutMs);
+        limitWait(socket, std::min(timeoutMs / 2, kLongestLimit));
+        const ssize_t count = ::recv(socket->fd, buffer, length, 0);
+        if (count != -1 || (errno != EAGAIN && errno != EINTR)) {
+            return count;
+        }
+        const auto rest = std::chrono::ceil<milliseconds>(deadline - Clock::now());
+        left = static_cast<int>(rest.count());
     }
-    limitWait(socket, timeoutMs);
-    const auto deadline = Clock::now() + milliseconds(timeoutMs);
-    const ssize_t count = ::recv(socket->fd, buffer, length, 0);
-    if (count != -1 || errno != EINTR) {
-        return count;
-    }
-    const auto left = std::chrono::ceil<milliseconds>(deadline - Clock::now());
     pollfd entry = {.fd = socket->fd, .events = POLLIN, .revents = 0};
-    pollThroughSignals(&entry, static_cast<int>(std::max<std::int64_t>(left.count(), 0)));
+    pollThroughSignals(&entry, std::max(left, 0));
     return ::recv(socket->fd, buffer, length, MSG_DONTWAIT);
 }
 
@@ -407,15 +410,18 @@ ssize_t HTSocket_receive(HTSocket *socket, void *buffer, std::size_t length, int
         return -1;
     }
     const int before = errno;
-    ssize_t count = receiveInTime(socket, buffer, length, timeoutMs);
-    if (count == -1 && errno == EAGAIN) {
+    const ssize_t count = receiveInTime(socket, buffer, length, timeoutMs);
+    const bool timedOut = count == -1 && errno == EAGAIN;
+    if (count == -1 && !timedOut) {
+        failed(socket);
+    } else {
         errno = before;
+    }
+    if (timedOut) {
         return kHTTimedOut;
     }
     const ErrnoKeeper kept;
-    if (count == -1) {
-        count = failed(socket);
-    } else {
+    if (count != -1) {
         noteReceived(socket, count, context);
     }
     traceRead(socket, count);

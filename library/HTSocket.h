@@ -78,8 +78,8 @@ inline constexpr ssize_t kHTTimedOut = -2;
 
 // Reads as HTSocket_read() does, but waits for at most `timeoutMs` milliseconds (not at all when 0
 // or less), which signals do not end: kHTTimedOut, with errno as it was, when nothing came. It is
-// HTSocket_isready() and HTSocket_read() in one, at the cost of one system call. Not for sockets
-// that do not block.
+// HTSocket_isready() and HTSocket_read() in one, mostly at the cost of one system call. Not for
+// sockets that do not block, nor beside those two on one socket.
 ssize_t HTSocket_receive(HTSocket *socket, void *buffer, std::size_t length, int timeoutMs,
                          HTThreadContext *context);
 
@@ -95,6 +95,7 @@ ssize_t receive_all(HTSocket *socket, void *buffer, std::size_t length, int flag
 // for a record that is closed already.
 int HTSocket_close(HTSocket *socket, const char *sourceFile, int line, HTThreadContext *context);
 
-// Bytes that the process has received by HTSocket_read() and sent by HTSocket_writemsg().
+// Bytes that the process has received by HTSocket_read() and HTSocket_receive() and sent by
+// HTSocket_writemsg().
 [[nodiscard]] std::uint64_t HTSocket_totalReceived();
 [[nodiscard]] std::uint64_t HTSocket_totalSent();

@@ -156,7 +156,7 @@ private:
     }
 
     // False, quickly, for most texts that do not match: the last segment's text is not the end of
-    // the text, or that of another does not stand anywhere in it.
+    // the text, or, where case counts, that of another does not stand anywhere in it.
     [[nodiscard]] bool holdsAllTexts() const
     {
         if (comparison_ == Comparison::Decoding) {

@@ -1,6 +1,7 @@
 #include "htthread.h"
 
 #include <pthread.h>
+#include <sched.h>
 #include <sys/time.h>
 
 #include <cerrno>
@@ -35,14 +36,16 @@ HTThreadHandle create(const pthread_attr_t *attributes, HTThreadRoutine routine,
     return thread;
 }
 
-// Lets the other thread of this core run for a moment.
-void relax()
+// Does nothing for so many moments of some ten nanoseconds, to the good of the core's other thread.
+void relax(int moments)
 {
+    for (int i = 0; i < moments; ++i) {
 #if defined(__x86_64__)
-    __builtin_ia32_pause();
+        __builtin_ia32_pause();
 #elif defined(__aarch64__)
-    asm volatile("yield");
+        asm volatile("yield");
 #endif
+    }
 }
 
 pthread_mutex_t *mutexOf(pmutex handle)
@@ -113,18 +116,20 @@ void pmutex_destroy(pmutex handle)
 
 int pmutex_request(pmutex handle)
 {
-    // Whoever finds it taken keeps away from it for a little longer each time: looking at it all
-    // the while would slow its holder down, who may well take it again before anybody else gets to
-    // run.
-    constexpr int kFirstPause = 64;
-    constexpr int kLongestPause = 4096;
-    for (int pause = kFirstPause; pause <= kLongestPause; pause *= 2) {
+    // Whoever finds it taken keeps off it for a while, longer each time, and then lets others run:
+    // looking at it all the while would slow its holder down, who may well take it again before
+    // anybody else gets to run.
+    constexpr int kTries = 20;
+    constexpr int kPauses = 4;  // tries that are followed by a pause, the first by 64 moments
+    for (int tries = 0; tries < kTries; ++tries) {
         const int rc = pthread_mutex_trylock(mutexOf(handle));
         if (rc != EBUSY) {
             return rc;
         }
-        for (int i = 0; i < pause; ++i) {
-            relax();
+        if (tries < kPauses) {
+            relax(64 << tries);
+        } else {
+            sched_yield();
         }
     }
     return pthread_mutex_lock(mutexOf(handle));

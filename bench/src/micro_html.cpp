@@ -80,7 +80,7 @@ BENCHMARK(searchTags);
 
 class LinkCounter : public CALinkSink {
 public:
-    void processFoundUrl(char * /*link*/, bool /*raisesDepth*/) override { ++links; }
+    void processFoundUrl(const char * /*link*/, bool /*raisesDepth*/) override { ++links; }
 
     std::size_t links = 0;
 };

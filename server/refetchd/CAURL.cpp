@@ -118,11 +118,13 @@ const char *newText(std::string_view protocol, std::string_view host, std::strin
         length += piece.size();
     }
     char *const text = HTShared_new(length);
-    if (text != nullptr) {
-        char *out = text;
-        for (const std::string_view piece : pieces) {
-            out = std::copy(piece.begin(), piece.end(), out);
-        }
+    if (text == nullptr) {
+        HTOutOfMemory(kSource, "parseMe", __LINE__, length);
+        return nullptr;
+    }
+    char *out = text;
+    for (const std::string_view piece : pieces) {
+        out = std::copy(piece.begin(), piece.end(), out);
     }
     return text;
 }
@@ -213,12 +215,12 @@ void CAURL::parseMe(const char *name, const char *base)
 
 std::string_view CAURL::protocol() const
 {
-    return text_ == nullptr ? std::string_view() : Parts(text_).protocol;
+    return text_ == nullptr ? "" : Parts(text_).protocol;
 }
 
 std::string_view CAURL::host() const
 {
-    return text_ == nullptr ? std::string_view() : Parts(text_).host;
+    return text_ == nullptr ? "" : Parts(text_).host;
 }
 
 const char *CAURL::path() const

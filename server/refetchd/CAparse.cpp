@@ -19,7 +19,7 @@ CABuffer::CABuffer(std::int32_t size) : size_(size), capacity_(size)
     }
 }
 
-// Without memory the buffer takes nothing.
+// Without memory the buffer has no size, and takes nothing from then on.
 void CABuffer::makeBlock()
 {
     buffer_ = static_cast<char *>(std::malloc(static_cast<std::size_t>(size_) + 1));
@@ -39,11 +39,11 @@ std::int32_t CABuffer::addData(const char *data, std::int32_t length)
     if (data == nullptr || length <= 0) {
         return 0;
     }
-    if (buffer_ == nullptr) {
+    if (buffer_ == nullptr && size_ != 0) {
         makeBlock();
-        if (buffer_ == nullptr) {
-            return 0;
-        }
+    }
+    if (buffer_ == nullptr) {
+        return 0;
     }
     CATrace("Buffer...... bs %d, cs %d, sz %d.\n", size_, contentSize_, length);
     if (readP_ == nullptr) {

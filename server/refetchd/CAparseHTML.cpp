@@ -67,7 +67,7 @@ bool CAParseHTML::wantsLinks() const
     return true;
 }
 
-void CAParseHTML::processFoundUrl(char *link, bool raisesDepth)
+void CAParseHTML::processFoundUrl(const char *link, bool raisesDepth)
 {
     if (queueIsFull()) {
         CATrace("Ignoring.... relative URL \"%s\" (queue full).\n", link);

@@ -23,7 +23,7 @@ public:
 private:
     void commonInit();
     [[nodiscard]] bool wantsLinks() const;
-    void processFoundUrl(char *link, bool raisesDepth) override;
+    void processFoundUrl(const char *link, bool raisesDepth) override;
 
     CAScanHTML links_{this};
 };

@@ -44,7 +44,7 @@ private:
     static std::size_t nextLane(std::size_t lane) { return lane + 1 == kLanes ? 0 : lane + 1; }
     HTList *takeFirstLocked() HT_REQUIRES(mutex_);
 
-    mutable PMutex mutex_;
+    PMutex mutex_;
     std::array<Lane, kLanes> lanes_ HT_GUARDED_BY(mutex_){};
     std::size_t nextOut_ HT_GUARDED_BY(mutex_) = 0;  // lane where the next dequeue looks first
     std::size_t nextIn_ HT_GUARDED_BY(mutex_) = 0;   // lane of the next enqueue

@@ -225,7 +225,7 @@ void CAScanHTML::parseTag(char *tag)
         CATrace("HTMLconsume. Forgetting about image since LoadInlineImages is set to NO.\n");
         return;
     }
-    char *const link = valueOf(target->attribute, skipSpace(text + target->tag.size()));
+    const char *const link = valueOf(target->attribute, skipSpace(text + target->tag.size()));
     if (link == nullptr) {
         return;
     }

@@ -12,10 +12,9 @@ public:
     CALinkSink(const CALinkSink &) = delete;
     CALinkSink &operator=(const CALinkSink &) = delete;
 
-    // Called for each link, in their order: its text as found, which the callee may change up to
-    // its NUL and which is gone after the call, and whether it leads one level deeper than the
-    // page.
-    virtual void processFoundUrl(char *link, bool raisesDepth) = 0;
+    // Called for each link, in their order: its text as found, which is gone after the call, and
+    // whether it leads one level deeper than the page.
+    virtual void processFoundUrl(const char *link, bool raisesDepth) = 0;
 };
 
 // Looks for tags that carry a link; builds no document. A tag is what stands between "<" and the

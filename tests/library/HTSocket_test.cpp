@@ -78,6 +78,23 @@ TEST(HTSocket, SignalEndsTheWaitOrRestartsIt)
     EXPECT_EQ(endSocket(socket), 0);
 }
 
+// The end of a stream counts as an error when an error number is left from before.
+TEST(HTSocket, SignalLeavesItsErrorToTheEndOfTheStream)
+{
+    static int ends[2];
+    ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
+    HTSocket *const socket = newSocket(SOCK_STREAM);
+    ::dup2(ends[0], socket->fd);
+    std::signal(SIGALRM, [](int /*number*/) { ::close(ends[1]); });
+    ::ualarm(20'000, 0);
+    errno = 0;
+    char byte = 0;
+    EXPECT_EQ(HTSocket_receive(socket, &byte, 1, 5000, nullptr), 0);
+    EXPECT_EQ(errno, 0);
+    EXPECT_EQ(endSocket(socket), 0);
+    ::close(ends[0]);
+}
+
 TEST(HTSocket, RecordIsUsedTwiceAtATime)
 {
     HTSocketQueue_init(1);
