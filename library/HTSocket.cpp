@@ -22,6 +22,8 @@ namespace {
 
 constexpr std::uint32_t kOpenBuckets = 251;
 
+static_assert(EAGAIN == EWOULDBLOCK);  // so only the one is asked for
+
 // Statistics; any thread adds. Relaxed, for nothing is ordered by them.
 constinit std::atomic<std::uint64_t> totalReceived{0};
 constinit std::atomic<std::uint64_t> totalSent{0};
@@ -339,8 +341,6 @@ void traceRead(const HTSocket *socket, ssize_t count)
     }
 }
 
-static_assert(EAGAIN == EWOULDBLOCK);
-
 // Sees to it that recv() on the socket waits no longer than this.
 void limitWait(HTSocket *socket, int timeoutMs)
 {
@@ -411,19 +411,17 @@ ssize_t HTSocket_receive(HTSocket *socket, void *buffer, std::size_t length, int
     }
     const int before = errno;
     const ssize_t count = receiveInTime(socket, buffer, length, timeoutMs);
-    const bool timedOut = count == -1 && errno == EAGAIN;
-    if (count == -1 && !timedOut) {
+    if (count == -1 && errno == EAGAIN) {
+        errno = before;
+        return kHTTimedOut;
+    }
+    if (count == -1) {
         failed(socket);
     } else {
         errno = before;
-    }
-    if (timedOut) {
-        return kHTTimedOut;
-    }
-    const ErrnoKeeper kept;
-    if (count != -1) {
         noteReceived(socket, count, context);
     }
+    const ErrnoKeeper kept;
     traceRead(socket, count);
     return count;
 }

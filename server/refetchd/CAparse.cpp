@@ -14,8 +14,8 @@ CABuffer::CABuffer(std::int32_t size) : size_(size), capacity_(size)
 {
     if (CATraceOn()) {
         makeBlock();  // the line tells its address
-        CATrace("Buffer...... new a buffer %" PRIxPTR ".\n",
-                reinterpret_cast<std::uintptr_t>(buffer_));
+        CATraceLine("Buffer...... new a buffer %" PRIxPTR ".\n",
+                    reinterpret_cast<std::uintptr_t>(buffer_));
     }
 }
 
