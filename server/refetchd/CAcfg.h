@@ -16,6 +16,7 @@
 #include <array>
 #include <cstdint>
 #include <cstdio>
+#include <span>
 #include <string_view>
 
 #include "CAwhen.h"
@@ -149,3 +150,7 @@ private:
 };
 
 extern CAConfig ac;
+
+// The names of all directives, as they are compared: in lower case, without "-" and "_". Any
+// thread.
+std::span<const std::string_view> CADirectiveNames();

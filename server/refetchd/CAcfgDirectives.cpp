@@ -1,6 +1,7 @@
 // The agent's directives. Each is a row of kDirectives; the rows stand in the order in which a name
 // is compared with them.
 #include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
@@ -355,7 +356,19 @@ constexpr std::array<Directive, 36> kDirectives = {{
     {"service", applyService},
 }};
 
+constexpr auto kDirectiveNames = [] {
+    std::array<std::string_view, kDirectives.size()> names;
+    std::transform(kDirectives.begin(), kDirectives.end(), names.begin(),
+                   [](const Directive &directive) { return directive.name; });
+    return names;
+}();
+
 }  // namespace
+
+std::span<const std::string_view> CADirectiveNames()
+{
+    return kDirectiveNames;
+}
 
 int CAConfig::loadAgentConfig(CAQueue *queue, const char *file)
 {

@@ -1,0 +1,83 @@
+// What the documents say of the directives: docs/directives.txt, of which they are made.
+#include <gmock/gmock.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "AgentTest.h"
+#include "CAcfg.h"
+
+namespace {
+
+struct Documented {
+    std::string name;
+    std::string lines;     // its examples
+    std::string messages;  // what each of them traces
+
+    friend std::ostream &operator<<(std::ostream &out, const Documented &directive)
+    {
+        return out << directive.name;
+    }
+};
+
+std::vector<Documented> documentedDirectives()
+{
+    std::vector<Documented> directives;
+    std::ifstream file(SOURCE_DIRECTORY "/docs/directives.txt");
+    for (std::string line; std::getline(file, line);) {
+        std::istringstream words(line);
+        std::string field;
+        std::string value;
+        std::getline(words >> field >> std::ws, value);
+        if (!line.empty() && std::islower(line[0]) != 0) {
+            directives.push_back({field, "", ""});
+        } else if (line.starts_with("    example ")) {
+            directives.back().lines += value + "\n";
+        } else if (line.starts_with("    message ")) {
+            directives.back().messages += value + "\n";
+        }
+    }
+    return directives;
+}
+
+// The text with the directories of an installed agent below `root`.
+std::string below(const std::string &root, std::string text)
+{
+    for (std::size_t at = 0; (at = text.find("/var/", at)) != std::string::npos;) {
+        text.insert(at, root);
+        at += root.size() + 1;
+    }
+    return text;
+}
+
+class Document : public AgentTestWith<Documented> {};
+
+TEST_P(Document, ExampleIsRefusedOrTracesAnotherMessage)
+{
+    std::snprintf(refetchd_LocaleString, sizeof(refetchd_LocaleString), "LOCALE");
+    std::filesystem::create_directories(dir_.path("var/lib/refetchd/pub/LOCALE/reports"));
+    std::filesystem::create_directories(dir_.path("var/log/refetchd"));
+    configure(below(dir_.path(), GetParam().lines));
+    std::string text = trace() + dir_.read("var/log/refetchd/trace.log");
+    text.erase(0, text.find('\n') + 1);  // which file is read
+    const std::string messages = below(dir_.path(), GetParam().messages);
+    EXPECT_THAT(text, testing::HasSubstr(messages));
+    EXPECT_EQ(text.empty(), messages.empty()) << text;
+    EXPECT_TRUE(GetParam().lines.starts_with(GetParam().name + " "));
+}
+
+INSTANTIATE_TEST_SUITE_P(Docs, Document, testing::ValuesIn(documentedDirectives()),
+                         [](const auto &row) { return row.param.name; });
+
+TEST(Docs, DirectiveIsMissingOrUnknown)
+{
+    std::vector<std::string_view> names;
+    const std::vector<Documented> directives = documentedDirectives();
+    for (const Documented &directive : directives) {
+        names.emplace_back(directive.name);
+    }
+    EXPECT_THAT(names, testing::UnorderedElementsAreArray(CADirectiveNames()));
+}
+
+}  // namespace
