@@ -12,7 +12,8 @@
 {
     value = $0
     sub(/^ +[a-z]+ +/, "", value)
-    field[$1] = $1 in field ? field[$1] "\n" value : value
+    if ($1 in field) value = field[$1] "\n" value
+    field[$1] = value
 }
 
 END {

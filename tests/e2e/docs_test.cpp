@@ -30,7 +30,8 @@ std::vector<std::string> examplesIn(const std::string &file)
 std::vector<std::string> examplesOf(const std::string &text)
 {
     std::vector<std::string> examples;
-    for (const char *const file : {"README.md", "docs/refetchd.8", "docs/tarnproxy.conf.5.in"}) {
+    for (const char *const file :
+         {"README.md", "docs/refetchd.8", "docs/refetchd-hits.8", "docs/tarnproxy.conf.5.in"}) {
         for (const std::string &example : examplesIn(file)) {
             if (example.starts_with(text)) {
                 examples.push_back(example);
@@ -79,5 +80,32 @@ TEST_P(CommandLines, ExampleIsRefused)
 }
 
 INSTANTIATE_TEST_SUITE_P(Docs, CommandLines, testing::ValuesIn(examplesOf("refetchd ")));
+
+class HitsCommandLines : public testing::TestWithParam<std::string> {};
+
+TEST_P(HitsCommandLines, ExampleFails)
+{
+    const std::string log = "c - - [1/Jan/2026:0:0:0 +0000] \"GET http://h/ HTTP/1.1\" 200 1\n";
+    const TempDir dir;
+    for (const char *const file : {"squid/access.log", "squid/access.log.1", "nginx/access.log"}) {
+        dir.write(std::string("var/log/") + file, log + log);
+    }
+    dir.write("var/lib/refetchd/logs/hitsfile.txt", "old\n");
+    std::string command = GetParam();
+    for (std::size_t at = 0; (at = command.find("/var/", at)) != std::string::npos; ++at) {
+        command.erase(at, 1);
+    }
+    command = replaced(command, "\\e; ", "");
+    Process process({"--chdir=" + dir.path(), "bash", "-o", "pipefail", "-c",
+                     "refetchd-hits() { " SOURCE_DIRECTORY "/hits/refetchd-hits \"$@\"; }\n"
+                     "varnishncsa() { cat var/log/nginx/access.log; }\n" +
+                         command});
+    EXPECT_EQ(process.wait(kRunDeadline).status, 0) << process.err();
+    EXPECT_NE((process.out() + dir.read("var/lib/refetchd/logs/hitsfile.txt")).find(" http://h/\n"),
+              std::string::npos);
+}
+
+INSTANTIATE_TEST_SUITE_P(Docs, HitsCommandLines, testing::ValuesIn(examplesOf("refetchd-hits ")));
+INSTANTIATE_TEST_SUITE_P(Pipes, HitsCommandLines, testing::ValuesIn(examplesOf("varnishncsa ")));
 
 }  // namespace
