@@ -1,4 +1,4 @@
-# Sourced by scripts/test: what a hardened program shows of itself.
+# Sourced by other scripts: what a hardened program shows of itself.
 # shellcheck shell=bash
 
 # The rows: a property, the readelf options that show it, and the pattern that its line matches.
