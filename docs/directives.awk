@@ -50,17 +50,23 @@ function readme() {
 
 function code(text) { return "`" text "`" }
 
+# The text with its marks replaced: `code` and *name*, each by what stands before and behind it.
+function marked(text, literal, slanted, end, mark, before) {
+    while (match(text, /`[^`]+`|\*[^*]+\*/)) {
+        mark = substr(text, RSTART, 1) == "`" ? literal : slanted
+        before = before substr(text, 1, RSTART - 1) mark \
+            substr(text, RSTART + 1, RLENGTH - 2) end
+        text = substr(text, RSTART + RLENGTH)
+    }
+    return before text
+}
+
 # A text of the manual, each sentence on lines of its own, as mdoc wants it.
 function manual_text(text) {
     gsub(/\\/, "\\e", text)
     gsub(/[.] /, ".\n", text)
     text = toupper(substr(text, 1, 1)) substr(text, 2)
-    while (match(text, /[`*][^`*]+[`*]/)) {
-        text = substr(text, 1, RSTART - 1) \
-            (substr(text, RSTART, 1) == "`" ? "\\fB" : "\\fI") \
-            substr(text, RSTART + 1, RLENGTH - 2) "\\fP" substr(text, RSTART + RLENGTH)
-    }
-    return text
+    return marked(text, "\\fB", "\\fI", "\\fP")
 }
 
 function print_manual_text(text, sentences, count, i) {
@@ -105,7 +111,4 @@ function sample() {
     print "sample" in field ? field["sample"] : "#" field["example"]
 }
 
-function plain(text) {
-    gsub(/[`*]/, "", text)
-    return text
-}
+function plain(text) { return marked(text, "", "", "") }

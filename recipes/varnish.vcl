@@ -5,7 +5,7 @@
 #
 # Where:   /etc/varnish/refetchd.vcl, and in default.vcl, after its backends and before its own
 #          vcl_recv and vcl_backend_response: include "/etc/varnish/refetchd.vcl";
-#          then: varnishreload
+#          then: systemctl reload varnish
 # Change:  the address, when the agent runs on another host or updateproxy names another address of
 #          this one. Clients that come through a TLS terminator on this host must not look like the
 #          agent: have it speak the PROXY protocol ("-a :8443,PROXY"), and client.ip is their own.
