@@ -2,6 +2,7 @@
 // function may be called from any thread on strings of its own.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -40,6 +41,14 @@ constexpr bool HTIsBlank(char c)
 constexpr bool HTIsDigit(char c)
 {
     return c >= '0' && c <= '9';
+}
+constexpr bool HTIsControl(char c)
+{
+    return static_cast<unsigned char>(c) < 32 || c == 127;
+}
+constexpr bool HTHasControl(std::string_view text)
+{
+    return std::any_of(text.begin(), text.end(), HTIsControl);
 }
 constexpr char HTLower(char c)
 {

@@ -29,6 +29,10 @@ public:
     void setDepth(std::int32_t depth) { depth_ = depth; }
     void setHits(std::int32_t hits) { hits_ = hits; }
     void incrementHits() { ++hits_; }
+    // Counts that the URL is tried again.
+    void countRetry() { ++retries_; }
+    // Notes that it is repeated because its host asked to be left alone.
+    void setRepeated() { repeated_ = true; }
 
     // Scheme without ":", "" for none. Host with its port unless that was the scheme's own, "" for
     // none. Path with the query, never the fragment. All stay the record's.
@@ -38,6 +42,8 @@ public:
     [[nodiscard]] _source source() const { return source_; }
     [[nodiscard]] std::int32_t depth() const { return depth_; }
     [[nodiscard]] std::int32_t hits() const { return hits_; }
+    [[nodiscard]] std::int32_t retries() const { return retries_; }
+    [[nodiscard]] bool isRepeated() const { return repeated_; }
 
     // The absolute form "protocol://host/path", or the path alone when protocol or host is missing;
     // and the path alone, which a transparent proxy wants. Both stay the record's.
@@ -62,6 +68,8 @@ private:
     std::int32_t depth_ = 0;  // links from a seed to here
     std::int32_t hits_ = 1;
     _source source_ = SOURCE_CONFIG;
+    bool repeated_ = false;
+    std::uint16_t retries_ = 0;
 };
 
 // How many requests were charged to one host, named as in the URL: "h" and "h:8080" are two hosts.

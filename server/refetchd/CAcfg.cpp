@@ -91,6 +91,8 @@ CAConfig::~CAConfig()
     // The remaining fields (`onlyPatterns`, `hostLimits`, `httpVersion`, `updateProxy`, `hostname`)
     // live until the process ends.
     std::free(saveRoot);
+    std::free(userAgent);
+    std::free(requestHeaders);
     std::free(errorLogPath);
     freePatterns(ignorePatterns);
     freePatterns(queryPatterns);

@@ -19,6 +19,7 @@
 #include <span>
 #include <string_view>
 
+#include "CAoptions.h"
 #include "CAwhen.h"
 #include "HTList.h"
 #include "HTMemory.h"
@@ -138,6 +139,11 @@ public:
     std::int32_t port = 80;
     std::int32_t persistTimeout = 240;  // seconds
     std::int32_t readTimeout = 4;       // seconds
+    CAParseOptions parseOptions;
+    std::int32_t retries = 0;        // of a URL whose exchange broke before an answer
+    std::int32_t retryAfter = 0;     // flag: hosts that ask for it are left alone for a while
+    char *userAgent = nullptr;       // owned; null: the built-in text
+    char *requestHeaders = nullptr;  // owned; whole lines with their ends, null for none
 
     // Set by the master thread, read at process exit: worker threads were left behind that may
     // still use this object.

@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 #include <string_view>
 
 #include "CAcfg.h"
@@ -33,6 +34,7 @@ struct Directive {
     std::int32_t CAConfig::*field = nullptr;  // of the directives that set one number or flag
     const char *before = nullptr;             // their message: text before the value and behind it
     const char *after = nullptr;
+    bool CAParseOptions::*option = nullptr;  // of those that change how answers are read
 };
 
 void applyTraceLog(const DirectiveCall &call)
@@ -315,7 +317,97 @@ void applyService(const DirectiveCall &call)
     }
 }
 
-constexpr std::array<Directive, 36> kDirectives = {{
+// A flag of the parsers.
+void applyParseOption(const DirectiveCall &call)
+{
+    const bool on = positive(call.argument());
+    call.config.parseOptions.*call.row.option = on;
+    CATrace("%s%s%s", call.row.before, on ? "" : "NOT ", call.row.after);
+}
+
+// Which answers lead on: "all" redirections, or 302 alone.
+void applyFollowRedirects(const DirectiveCall &call)
+{
+    standardize(call.argument());
+    const bool all = std::strcmp(call.argument(), "all") == 0;
+    call.config.parseOptions.followAllRedirects = all;
+    CATrace("Redirects... %s will be followed.\n", all ? "of all kinds" : "of 302 alone");
+}
+
+// The words of a line from `first` on, a blank between two.
+std::string joinWords(const CAConfigLines &line, int first)
+{
+    std::string text;
+    for (int i = first; i < line.count(); ++i) {
+        text += (i == first ? "" : " ");
+        text += line.word(i);
+    }
+    return text;
+}
+
+void applyUserAgent(const DirectiveCall &call)
+{
+    const std::string text = joinWords(call.line, 1);
+    if (HTHasControl(text)) {
+        CATrace("User-Agent.. refused: a control character in it.\n");
+        return;
+    }
+    HTSACopy(&call.config.userAgent, text.c_str());
+    CATrace("User-Agent.. is \"%s\".\n", call.config.userAgent);
+}
+
+// What every request has already, or what would give it a body.
+constexpr std::string_view kOwnHeaders[] = {
+    "Cache-Control", "Connection", "Content-Length", "Host", "Transfer-Encoding", "User-Agent",
+};
+
+bool isOwnHeader(const char *name)
+{
+    return std::any_of(std::begin(kOwnHeaders), std::end(kOwnHeaders),
+                       [name](std::string_view own) { return strcasecmp(name, own.data()) == 0; });
+}
+
+constexpr std::string_view kMarksOfNames = "!#$%&'*+-.^_`|~";
+
+bool isHeaderName(std::string_view name)
+{
+    return !name.empty() && std::all_of(name.begin(), name.end(), [](char c) {
+        return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') ||
+               kMarksOfNames.find(c) != std::string_view::npos;
+    });
+}
+
+void applyRequestHeader(const DirectiveCall &call)
+{
+    const char *const name = call.argument();
+    const std::string value = joinWords(call.line, 2);
+    const char *const fault = !isHeaderName(name)   ? "not a header's name"
+                              : isOwnHeader(name)   ? "the agent sends its own"
+                              : value.empty()       ? "no value"
+                              : HTHasControl(value) ? "a control character in it"
+                                                    : nullptr;
+    if (fault != nullptr) {
+        CATrace("Header...... refused: %s.\n", fault);
+        return;
+    }
+    HTSACat(&call.config.requestHeaders, (std::string(name) + ": " + value + "\r\n").c_str());
+    CATrace("Header...... \"%s: %s\" will be sent.\n", name, value.c_str());
+}
+
+void applyRetries(const DirectiveCall &call)
+{
+    constexpr std::int32_t kMaxRetries = 100;
+    call.config.retries = std::min(HTInteger(call.argument()), kMaxRetries);
+    CATrace("Retries..... %d.\n", call.config.retries);
+}
+
+void applyRetryAfter(const DirectiveCall &call)
+{
+    applyFlag(call);
+    call.config.parseOptions.keepMoreHeaders |= call.config.retryAfter != 0;
+}
+
+constexpr std::array<Directive, 42> kDirectives = {{
     {"catracelog", applyTraceLog},
     {"errorlog", applyErrorLog},
     {"caching", applyCaching},
@@ -354,6 +446,14 @@ constexpr std::array<Directive, 36> kDirectives = {{
     {"refetchdhttpversion", applyHttpVersion},
     {"serverroot", applyServerRoot},
     {"service", applyService},
+    {"closedelimitedbodies", applyParseOption, nullptr,
+     "Bodies...... that end with the connection will ", "be read.\n",
+     &CAParseOptions::closeDelimitedBodies},
+    {"followredirects", applyFollowRedirects},
+    {"retries", applyRetries},
+    {"retryafter", applyRetryAfter, &CAConfig::retryAfter, "RetryAfter.. will ", "be respected.\n"},
+    {"requestheader", applyRequestHeader},
+    {"useragent", applyUserAgent},
 }};
 
 constexpr auto kDirectiveNames = [] {

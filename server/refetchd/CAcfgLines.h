@@ -28,7 +28,7 @@ public:
     // Number of words, the directive included; at least 2.
     [[nodiscard]] int count() const { return count_; }
     // Word `index` (0 is the directive); an empty text behind the last. The caller may change it.
-    [[nodiscard]] char *word(int index) { return words_[static_cast<std::size_t>(index)]; }
+    [[nodiscard]] char *word(int index) const { return words_[static_cast<std::size_t>(index)]; }
     // The line as it stands in the file, from the first argument on, line feed included. The caller
     // may change it.
     [[nodiscard]] char *rest();

@@ -12,6 +12,7 @@
 #include "CAparse.h"
 #include "CAtrace.h"
 #include "HTInet.h"
+#include "HTString.h"
 #include "htthread.h"
 #include "refetchd.h"
 
@@ -20,6 +21,8 @@ std::atomic<std::int32_t> CAConnection::connectionCount = 0;
 namespace {
 
 constexpr const char *kSource = "server/refetchd/CAnet";
+
+constexpr const char *kUserAgent = "Mozilla/4.0 (emulation; QRX BUG)";
 
 // The cache directives of the stress mode, by the low three bits of a random number; an empty one
 // is left out of the request. Without stress every request asks for a fresh copy.
@@ -42,16 +45,6 @@ std::string_view cacheDirective()
     }
     // Not seeded: a stress run is the same at every start. NOLINTNEXTLINE(concurrency-mt-unsafe)
     return kStressDirectives[static_cast<unsigned>(std::rand()) & 7U];
-}
-
-bool isControl(char c)
-{
-    return static_cast<unsigned char>(c) < 32 || c == 127;
-}
-
-bool hasControlCharacter(std::string_view text)
-{
-    return std::any_of(text.begin(), text.end(), isControl);
 }
 
 // Puts text behind text in a buffer of fixed size, and remembers when it did not fit.
@@ -153,8 +146,17 @@ void CAConnection::doneWithConnection()
     CATrace("Net......... cache agent closed the socket.\n");
 }
 
+void CAConnection::renew()
+{
+    if (socket_ != nullptr) {
+        doneWithConnection();
+    }
+}
+
 int CAConnection::requestURL(const CAURL *url, CAParser *parser)
 {
+    failure_ = CAFailure::None;
+    received_ = 0;
     const std::time_t now = HTtime();
     if (lastUsed_ == 0) {
         lastUsed_ = now;
@@ -168,6 +170,7 @@ int CAConnection::requestURL(const CAURL *url, CAParser *parser)
     }
     const std::int32_t length = composeRequest(url);
     if (length < 0) {
+        failure_ = CAFailure::Request;
         return -1;
     }
     CATrace("Net......... requesting \"%s\".\n", url->stringitize());
@@ -177,6 +180,7 @@ int CAConnection::requestURL(const CAURL *url, CAParser *parser)
     if (const std::int32_t sent = sendRequest(length); sent != length) {
         if (sent >= 0) {
             closeSocket(__LINE__);  // half a request must not stand before the next one
+            failure_ = CAFailure::Send;
         }
         return -1;
     }
@@ -191,11 +195,13 @@ int CAConnection::checkConnection()
 {
     if (!addressValid_) {
         CATrace("Net......... address is not valid:  %s\n", peerName_);
+        failure_ = CAFailure::Address;
         return -1;
     }
     if (socket_ != nullptr) {
         return 0;
     }
+    failure_ = CAFailure::Connect;
     socket_ = HTSocket_new(AF_INET, SOCK_STREAM, IPPROTO_TCP, kSource, __LINE__, threadContext_);
     if (socket_ == nullptr) {
         const int error = errno;
@@ -217,6 +223,7 @@ int CAConnection::checkConnection()
         errno = error;
         return -1;
     }
+    failure_ = CAFailure::None;
     return 0;
 }
 
@@ -234,7 +241,7 @@ void CAConnection::traceRefusal(const CAURL *url, const char *reason)
     }
     char *out = shown;
     for (const char *in = text; *in != '\0'; ++in) {
-        if (isControl(*in)) {
+        if (HTIsControl(*in)) {
             out += std::snprintf(out, 4, "%%%02X", static_cast<unsigned>(*in));
         } else {
             *out++ = *in;
@@ -252,15 +259,16 @@ std::int32_t CAConnection::composeRequest(const CAURL *url)
     writeTarget(url, &request);
     const std::string_view target = request.from(targetStart);
     const std::string_view host = hostOf(url);
-    if (hasControlCharacter(target) || hasControlCharacter(host)) {
+    if (HTHasControl(target) || HTHasControl(host)) {
         traceRefusal(url, "control character in target or host");
         return -1;
     }
     request << " " << ac.httpVersion << "\r\n"
             << "Accept: text/html, */*; q=0.10\r\n"
-            << "User-Agent: Mozilla/4.0 (emulation; QRX BUG)\r\n"
+            << "User-Agent: " << (ac.userAgent != nullptr ? ac.userAgent : kUserAgent) << "\r\n"
             << "Host: " << host << "\r\n"
-            << cacheDirective() << "Connection: Keep-alive\r\n\r\n";
+            << cacheDirective() << (ac.requestHeaders != nullptr ? ac.requestHeaders : "")
+            << "Connection: Keep-alive\r\n\r\n";
     if (!request.fits()) {
         traceRefusal(url, "too long for the request buffer");
         return -1;
@@ -297,6 +305,7 @@ std::int32_t CAConnection::sendRequest(std::int32_t length)
     if (sent < 0) {
         const int error = errno;
         CATrace("Net......... could not send request; errno=%d.\n", error);
+        failure_ = CAFailure::Send;
         return -1;
     }
     return sent;
@@ -333,9 +342,11 @@ int CAConnection::readResponse(CAParser *parser)
                              timeoutMilliseconds(ac.readTimeout), threadContext_));
         if (count == kHTTimedOut) {
             CATrace("Net.. Cache agent time out!\n");
+            failure_ = CAFailure::TimedOut;
             break;
         }
         if (count <= 0) {
+            failure_ = count == 0 ? CAFailure::Closed : CAFailure::Reset;
             // errno is as the last failure left it: an end of stream after one closes, too.
             if (const int error = errno; error != 0) {
                 CATrace("Net.. cache agent error reading from socket; errno=%d, status=%d.\n",
@@ -344,6 +355,7 @@ int CAConnection::readResponse(CAParser *parser)
             }
             break;
         }
+        received_ += count;
         handOver(count, parser, &finished, &closeConnection);
     }
     if (closeConnection != 0) {

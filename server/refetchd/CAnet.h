@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <ctime>
 
+#include "CAoutcome.h"
 #include "HTSocket.h"
 #include "HTWorkThread.h"
 
@@ -30,6 +31,13 @@ public:
     // stream, or nothing came for the `readtimeout` setting. 0 when a response was read, complete
     // or not; -1 when no request could be sent. Every failure is traced.
     int requestURL(const CAURL *url, CAParser *parser);
+
+    // Why the last request brought no whole answer, as far as the connection knows; and the bytes
+    // that came for it.
+    [[nodiscard]] CAFailure failure() const { return failure_; }
+    [[nodiscard]] std::int64_t received() const { return received_; }
+    // The next request gets a connection of its own: closes the one at hand, if any.
+    void renew();
 
     // The steps of requestURL().
     // Opens the connection unless it is open. 0, or -1 (traced).
@@ -64,6 +72,8 @@ private:
     bool addressValid_ = false;
     bool reused_ = false;   // the connection at hand carried a request before this one
     bool surplus_ = false;  // and bytes have come that no request has asked for
+    CAFailure failure_ = CAFailure::None;
+    std::int64_t received_ = 0;
     char *const peerName_;  // owned
     std::time_t lastUsed_ = 0;
     std::array<char, kReadSize + 1> buffer_{};  // the request, then what is read of the response

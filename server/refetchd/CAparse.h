@@ -10,6 +10,7 @@
 #include <cstdint>
 
 #include "CAURL.h"
+#include "CAoptions.h"
 #include "HTWorkThread.h"
 
 // A byte buffer with a read and a write position. What is unread is always followed by a NUL.

@@ -19,17 +19,23 @@ namespace {
 // A pass in which the input buffer took nothing is tried again this often.
 constexpr int kMaxIdlePasses = 3;
 
-constexpr std::int32_t kFound = 302;
 constexpr std::int32_t kOk = 200;
+constexpr std::int32_t kFound = 302;
+constexpr std::array<std::int32_t, 4> kOtherRedirects = {301, 303, 307, 308};
 constexpr std::int32_t kBadResponse = 500;
 
 // The headers that are asked for; no other is kept.
-constexpr std::array<std::string_view, 4> kKeptHeaders = {
-    "Connection:", "Content-Length:", "Content-type:", "Location:"};
+constexpr std::array<std::string_view, 5> kKeptHeaders = {
+    "Connection:", "Content-Length:", "Content-type:", "Location:", "Transfer-Encoding:"};
 
-bool isKept(std::string_view name)
+// Kept besides when the options say so.
+constexpr std::array<std::string_view, 7> kMoreHeaders = {
+    "Age:", "Cache-Control:", "Cache-Status:", "Date:", "Retry-After:", "Via:", "X-Cache:"};
+
+template <std::size_t count>
+bool isAmong(const std::array<std::string_view, count> &names, std::string_view name)
 {
-    return std::any_of(kKeptHeaders.begin(), kKeptHeaders.end(), [name](std::string_view kept) {
+    return std::any_of(names.begin(), names.end(), [name](std::string_view kept) {
         return name.size() == kept.size() &&
                strncasecmp(name.data(), kept.data(), kept.size()) == 0;
     });
@@ -54,14 +60,20 @@ bool isBlankOrTab(char c)
 
 CAParseHTTP::CAParseHTTP(CAURL *url) : CAParseHTTP(url, HTThread_context()) {}
 
-CAParseHTTP::CAParseHTTP(CAURL *url, HTThreadContext *threadContext)
-    : CAParser(url, threadContext), headers_(HTAssocList_new(threadContext))
+CAParseHTTP::CAParseHTTP(CAURL *url, HTThreadContext *threadContext, const CAParseOptions &options)
+    : CAParser(url, threadContext), options_(options), headers_(HTAssocList_new(threadContext))
 {
 }
 
 CAParseHTTP::~CAParseHTTP()
 {
     HTAssocList_delete(headers_, threadContext_);
+}
+
+std::string_view CAParseHTTP::header(const char *name) const
+{
+    const char *const value = HTAssocList_lookupExact(headers_, name);
+    return value != nullptr ? value : "";
 }
 
 std::int32_t CAParseHTTP::consume(char *data, std::int32_t length, std::int32_t *finished,
@@ -184,7 +196,7 @@ void CAParseHTTP::addHeader(char *line)
         CATrace("Parser...... too many headers, ignoring the rest.\n");
         return;
     }
-    if (isKept(name)) {
+    if (isAmong(kKeptHeaders, name) || (options_.keepMoreHeaders && isAmong(kMoreHeaders, name))) {
         HTAssocList_add(headers_, line, value, threadContext_);
     }
     CATrace("Parser...... found header %s %s.\n", line, value);
@@ -194,7 +206,10 @@ void CAParseHTTP::readFraming(std::int32_t *closeConnection)
 {
     const char *const connection = HTAssocList_lookupExact(headers_, "Connection:");
     const char *const length = HTAssocList_lookupExact(headers_, "Content-Length:");
-    if (length == nullptr) {
+    untilClose_ = length == nullptr && endsWithConnection();
+    if (untilClose_) {
+        CATrace("Parser...... No content-length, the body ends with the connection.\n");
+    } else if (length == nullptr) {
         CATrace("Parser...... No content-length, will try chunked data.\n");
         chunked_ = true;
     } else {
@@ -202,14 +217,33 @@ void CAParseHTTP::readFraming(std::int32_t *closeConnection)
         CATrace("Parser...... Content-length:  %" PRId64 ", Connection:  %s\n", contentLength_,
                 connection != nullptr ? connection : "(null)");
     }
-    if (connection != nullptr) {
+    if (untilClose_) {
+        *closeConnection = 1;
+    } else if (connection != nullptr) {
         *closeConnection = strcasecmp(connection, "keep-alive") == 0 ? 0 : 1;
     }
 }
 
+// Asked of a response without a length.
+bool CAParseHTTP::endsWithConnection() const
+{
+    if (!options_.closeDelimitedBodies || rc_ != kOk) {
+        return false;
+    }
+    const char *const coding = HTAssocList_lookupExact(headers_, "Transfer-Encoding:");
+    return coding == nullptr || strcasestr(coding, "chunked") == nullptr;
+}
+
+bool CAParseHTTP::leadsOn() const
+{
+    return rc_ == kFound ||
+           (options_.followAllRedirects && std::find(kOtherRedirects.begin(), kOtherRedirects.end(),
+                                                     rc_) != kOtherRedirects.end());
+}
+
 void CAParseHTTP::makeDecision()
 {
-    if (rc_ == kFound && !followRedirect()) {
+    if (leadsOn() && !followRedirect()) {
         return;
     }
     if (rc_ != kOk) {
@@ -224,7 +258,7 @@ void CAParseHTTP::makeDecision()
 // stands against it: the decision is then made again with the next block.
 bool CAParseHTTP::followRedirect()
 {
-    CATrace("Parser...... return code was 302 (will look for Location:)\n");
+    CATrace("Parser...... return code was %d (will look for Location:)\n", rc_);
     const char *const header = HTAssocList_lookupExact(headers_, "Location:");
     if (header == nullptr) {
         return true;
@@ -276,6 +310,9 @@ void CAParseHTTP::consumeBody(char **readP, char *const *writeP, std::int32_t *f
     const auto avail = static_cast<std::int32_t>(*writeP - *readP);
     if (contentLength_ > 0) {
         consumeLength(readP, avail, finished, closeConnection);
+    } else if (untilClose_) {
+        CATrace("HTTP........ parser sending %d bytes to its sink.\n", avail);
+        *readP += CAParser::consume(*readP, avail, finished, closeConnection);
     } else if (chunked_) {
         CATrace("HTTP........ unchunking %d bytes data into the buffer.\n", avail);
         chunks_.decode(*readP, avail,

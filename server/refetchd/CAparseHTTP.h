@@ -2,17 +2,19 @@
 #pragma once
 
 #include <cstdint>
+#include <string_view>
 
 #include "CAparse.h"
 #include "CAparseChunked.h"
 #include "HTAssoc.h"
 
 // Reads one response. A 302 enqueues its "Location:"; a 200 hands its body to the sink that fits
-// its type; every other status is abandoned. Any byte may be the last of a block.
+// its type; every other status is abandoned, unless the options say otherwise. Any byte may be the
+// last of a block.
 class CAParseHTTP : public CAParser {
 public:
     explicit CAParseHTTP(CAURL *url);
-    CAParseHTTP(CAURL *url, HTThreadContext *threadContext);
+    CAParseHTTP(CAURL *url, HTThreadContext *threadContext, const CAParseOptions &options = {});
     ~CAParseHTTP() override;
     CAParseHTTP(const CAParseHTTP &) = delete;
     CAParseHTTP &operator=(const CAParseHTTP &) = delete;
@@ -22,6 +24,9 @@ public:
 
     // The status code; 0 until the status line was read, 500 when it was none.
     [[nodiscard]] std::int32_t getHTTPRequestRC() const { return rc_; }
+
+    // The value of a header that is kept (its name with the colon), as it stands; "" without one.
+    [[nodiscard]] std::string_view header(const char *name) const;
 
 private:
     enum class State : std::uint8_t {
@@ -37,6 +42,8 @@ private:
     void consumeHeaders(char **readP, char *const *writeP);
     void addHeader(char *line);
     void readFraming(std::int32_t *closeConnection);
+    [[nodiscard]] bool endsWithConnection() const;
+    [[nodiscard]] bool leadsOn() const;
     void makeDecision();
     [[nodiscard]] bool followRedirect();
     void chooseSink();
@@ -45,6 +52,7 @@ private:
     void consumeLength(char **readP, std::int32_t avail, std::int32_t *finished,
                        std::int32_t *closeConnection);
 
+    const CAParseOptions options_;
     HTAssocList *headers_;  // owned; names keep their colon
     std::size_t headerBytes_ = 0;
     State state_ = State::StatusLine;
@@ -52,5 +60,6 @@ private:
     std::int64_t contentLength_ = 0;  // 0 when absent; bodies may be larger than 2 GiB
     std::int64_t bodyDelivered_ = 0;
     bool chunked_ = false;
+    bool untilClose_ = false;
     CAChunkDecoder chunks_;
 };

@@ -20,6 +20,17 @@ CAQueue::~CAQueue()
 
 void CAQueue::enqueue(void *element)
 {
+    put(element, 1);
+}
+
+void CAQueue::requeue(void *element)
+{
+    put(element, 0);
+}
+
+// Puts the element in, which adds `count` to the total.
+void CAQueue::put(void *element, std::int32_t count)
+{
     HTList *const node = HTList_new(HTThread_context());
     if (node == nullptr) {
         return;  // out of memory, reported by the list
@@ -31,8 +42,9 @@ void CAQueue::enqueue(void *element)
     lane.tail->next = node;
     lane.tail = node;
     ++length_;
+    ++generation_;
     if (totalEnqueued_ != INT32_MAX) {
-        ++totalEnqueued_;
+        totalEnqueued_ += count;
     }
 }
 

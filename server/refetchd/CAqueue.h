@@ -25,6 +25,8 @@ public:
     CAQueue &operator=(const CAQueue &) = delete;
 
     void enqueue(void *element);
+    // Enqueues once more what was dequeued before: it does not count as another element.
+    void requeue(void *element);
     // The next element, or null when the queue is empty.
     void *dequeue();
 
@@ -32,6 +34,8 @@ public:
     [[nodiscard]] std::int32_t getLength() const { return length_; }
     // Number of enqueue calls since the queue was made.
     [[nodiscard]] std::int32_t getTotalEnqueued() const { return totalEnqueued_; }
+    // Changes with each element that is put in, anew or again.
+    [[nodiscard]] std::uint32_t getGeneration() const { return generation_; }
 
 private:
     static constexpr std::size_t kLanes = 20;
@@ -42,6 +46,7 @@ private:
     };
 
     static std::size_t nextLane(std::size_t lane) { return lane + 1 == kLanes ? 0 : lane + 1; }
+    void put(void *element, std::int32_t count);
     HTList *takeFirstLocked() HT_REQUIRES(mutex_);
 
     PMutex mutex_;
@@ -53,4 +58,5 @@ private:
     // who finds a worker idle also finds what that worker has enqueued counted here.
     std::atomic<std::int32_t> length_ = 0;
     std::atomic<std::int32_t> totalEnqueued_ = 0;
+    std::atomic<std::uint32_t> generation_ = 0;
 };

@@ -4,6 +4,7 @@
 
 #include "CAURL.h"
 #include "CAqueue.h"
+#include "CArest.h"
 #include "CAtrace.h"
 #include "CAwork.h"
 #include "HTInit.h"
@@ -117,15 +118,16 @@ bool traceBusyWorkers()
 
 // The queue is empty and no worker holds a URL. The workers are looked at one after the other, so
 // one may have enqueued a link and gone idle before its turn came, behind our look at the queue;
-// but then the total has moved, and the run goes on.
+// but then the queue has moved, and the run goes on.
 bool hasRunDry()
 {
-    const std::int32_t total = urlQueue->getTotalEnqueued();
+    const std::uint32_t generation = urlQueue->getGeneration();
     if (urlQueue->empty() == 0) {
         return false;
     }
     CATrace("Master...... queue is empty.\n");
-    return !traceBusyWorkers() && urlQueue->getTotalEnqueued() == total;
+    return !traceBusyWorkers() && restingHosts->parked() == 0 &&
+           urlQueue->getGeneration() == generation;
 }
 
 bool timeIsUp()
@@ -146,7 +148,9 @@ void Run()
 {
     for (;;) {
         updatetimeRep(0);
+        restingHosts->release(HTtime(), urlQueue);
         if (timeIsUp()) {
+            restingHosts->release(CARestTable::kForEver, urlQueue);  // not processed
             CASummary();
             CACleanup();
             CATrace("Master...... all threads done - we outta here!\n");

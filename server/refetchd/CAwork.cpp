@@ -7,7 +7,9 @@
 #include "CAnet.h"
 #include "CAparseHTTP.h"
 #include "CAqueue.h"
+#include "CArest.h"
 #include "CAtrace.h"
+#include "HTString.h"
 #include "HTWorkThread.h"
 #include "refetchd.h"
 
@@ -33,6 +35,14 @@ std::int32_t CAWorkerThread::mayISendRequest()
     }
     ++countPerSecond;
     return 1;
+}
+
+void CAWorkerThread::returnRequest()
+{
+    const PMutexGuard guard(*mutex);
+    if (countPerSecond > 0) {
+        --countPerSecond;
+    }
 }
 
 std::int32_t CAWorkerThread::resetCountPerSecond(std::int32_t max)
@@ -114,23 +124,102 @@ bool waitForBudget(const Client &client)
     return false;
 }
 
-// Fetches one URL, which stays the caller's.
+// What one exchange came to.
+struct Exchange {
+    std::int32_t status = 0;  // 0: no status line was read
+    CAFailure failure = CAFailure::None;
+    std::int64_t retryAfter = 0;  // seconds for which the host wants to be left alone
+};
+
+constexpr std::int64_t kDefaultRest = 10;  // seconds, when the host does not say
+
+// For how long the answer asks to leave its host alone; 0 for not at all.
+std::int64_t askedRest(const CAParseHTTP &parser)
+{
+    const std::int32_t status = parser.getHTTPRequestRC();
+    if (ac.retryAfter == 0 || (status != 429 && status != 503)) {
+        return 0;
+    }
+    const std::string_view value = parser.header("Retry-After:");
+    return !value.empty() && HTIsDigit(value.front()) ? HTDecimal(value) : kDefaultRest;
+}
+
+Exchange exchange(const Client &client, CAConnection *connection, CAURL *url)
+{
+    CAParseHTTP parser(url, client.context, ac.parseOptions);
+    CATrace("Worker...... #%d working on URL \"%s\".\n", client.index + 1, url->stringitize());
+    if (!client.keepsGoing() || connection == nullptr) {
+        return {.failure = CAFailure::Stopped};
+    }
+    connection->requestURL(url, &parser);
+    if (parser.getHTTPRequestRC() == 200) {
+        client.worker->incrementSuccesses();
+    }
+    return {.status = parser.getHTTPRequestRC(),
+            .failure = connection->failure(),
+            .retryAfter = askedRest(parser)};
+}
+
+// The exchange broke before an answer, and another one may do better.
+bool isWorthRetrying(const Exchange &result)
+{
+    switch (result.failure) {
+    case CAFailure::Connect:
+    case CAFailure::Send:
+    case CAFailure::Closed:
+    case CAFailure::Reset:
+    case CAFailure::TimedOut: return result.status == 0;
+    case CAFailure::None:
+    case CAFailure::Address:
+    case CAFailure::Request:
+    case CAFailure::BadResponse:
+    case CAFailure::Stopped: return false;
+    }
+    return false;
+}
+
+// Leaves the host of `url` alone as it asked; true when that takes the URL over for a repeat.
+bool restAndRepeat(CAURL *url, std::int64_t seconds)
+{
+    const std::time_t now = HTtime();
+    const std::int64_t rest = restingHosts->rest(url->host(), now, seconds);
+    CATrace("Worker...... host %.*s is left alone for %d s.\n", CALength(url->host()),
+            url->host().data(), static_cast<int>(rest));
+    if (url->isRepeated()) {
+        return false;
+    }
+    url->setRepeated();
+    return restingHosts->park(url, now);
+}
+
+// Fetches one URL and disposes of it: it is deleted, or waits for another try.
 void fetch(const Client &client, CAURL *url)
 {
-    std::unique_ptr<CAConnection> ownConnection;  // before the parser, which goes first at the end
-    CAParseHTTP parser(url, client.context);
-    CATrace("Worker...... #%d working on URL \"%s\".\n", client.index + 1, url->stringitize());
+    std::unique_ptr<CAConnection> ownConnection;
     if (connectsPerUrl()) {
         ownConnection = std::make_unique<CAConnection>(std::string(url->host()).c_str());
     }
     CAConnection *const connection =
         ownConnection != nullptr ? ownConnection.get() : client.connection.get();
-    if (client.keepsGoing() && connection != nullptr) {
-        connection->requestURL(url, &parser);
-        if (parser.getHTTPRequestRC() == 200) {
-            client.worker->incrementSuccesses();
+    Exchange result = exchange(client, connection, url);
+    while (isWorthRetrying(result) && url->retries() < ac.retries && client.keepsGoing()) {
+        url->countRetry();
+        CATrace("Worker...... will try URL \"%s\" again (%d of %d).\n", url->stringitize(),
+                url->retries(), ac.retries);
+        connection->renew();
+        if (url->retries() > 1) {
+            urlQueue->requeue(url);
+            return;
         }
+        if (!waitForBudget(client)) {
+            break;
+        }
+        result = exchange(client, connection, url);
     }
+    if (result.retryAfter > 0 && restAndRepeat(url, result.retryAfter)) {
+        return;
+    }
+    delete url;
 }
 
 // Takes the next URL, if another worker has not taken it meanwhile, and sees it through. Busy is
@@ -139,9 +228,10 @@ void workOnNext(const Client &client)
 {
     client.worker->makeBusy();
     auto *const url = static_cast<CAURL *>(urlQueue->dequeue());
-    if (url != nullptr) {
+    if (url != nullptr && ac.retryAfter != 0 && restingHosts->park(url, HTtime())) {
+        CAWorkerThread::returnRequest();
+    } else if (url != nullptr) {
         fetch(client, url);
-        delete url;
     }
     client.worker->makeIdle();
 }

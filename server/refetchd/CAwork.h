@@ -46,6 +46,8 @@ public:
     // The request budget: at most `max` URLs are started between two renewals, below 1 any number.
     // 1 when one more may be started now (counted), else 0.
     [[nodiscard]] static std::int32_t mayISendRequest();
+    // Gives back a start that mayISendRequest() has granted and that was not made.
+    static void returnRequest();
     static std::int32_t resetCountPerSecond(std::int32_t max);
 
     // The connection limit (ac.maxConnections, below 1 none). 1 when a connection may be made

@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "CArest.h"
 #include "HTShared.h"
 
 // The order of these two is the order of their life: `ht` is built after `ac` and goes before it.
@@ -13,6 +14,7 @@ char *g_ca_service_prefix = nullptr;
 char *g_ca_hits_filename = nullptr;
 std::time_t g_ca_timestarted = 0;
 CAQueue *urlQueue = nullptr;
+CARestTable *const restingHosts = new CARestTable;
 HashTable *processedUrls = nullptr;
 CAWorkerThread **workerThreads = nullptr;
 std::atomic<std::int32_t> done = 0;

@@ -12,6 +12,7 @@
 #include "HTLocale.h"
 
 class CAQueue;
+class CARestTable;
 class CAWorkerThread;
 
 // `ac` (CAcfg.h) and `ht` (CAURL.h) are defined here too, in this order, so that `ht` goes first at
@@ -28,6 +29,9 @@ extern std::time_t g_ca_timestarted;
 
 // The URLs to fetch. Freed and cleared by the master after the last run, when all workers are gone.
 extern CAQueue *urlQueue;
+
+// Hosts that are left alone for a while. It lives until the process ends, as a worker may.
+extern CARestTable *const restingHosts;
 
 // Text forms of the URLs that were taken in this run, shared with the URLs' own records
 // (HTShared.h); it has its own lock. Freed as `urlQueue` is.
