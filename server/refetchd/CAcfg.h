@@ -142,6 +142,7 @@ public:
     CAParseOptions parseOptions;
     std::int32_t retries = 0;        // of a URL whose exchange broke before an answer
     std::int32_t retryAfter = 0;     // flag: hosts that ask for it are left alone for a while
+    std::int32_t breadthFirst = 0;   // flag: the shallowest URLs first
     char *userAgent = nullptr;       // owned; null: the built-in text
     char *requestHeaders = nullptr;  // owned; whole lines with their ends, null for none
 

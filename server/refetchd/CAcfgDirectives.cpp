@@ -407,7 +407,7 @@ void applyRetryAfter(const DirectiveCall &call)
     call.config.parseOptions.keepMoreHeaders |= call.config.retryAfter != 0;
 }
 
-constexpr std::array<Directive, 42> kDirectives = {{
+constexpr std::array<Directive, 43> kDirectives = {{
     {"catracelog", applyTraceLog},
     {"errorlog", applyErrorLog},
     {"caching", applyCaching},
@@ -452,6 +452,7 @@ constexpr std::array<Directive, 42> kDirectives = {{
     {"followredirects", applyFollowRedirects},
     {"retries", applyRetries},
     {"retryafter", applyRetryAfter, &CAConfig::retryAfter, "RetryAfter.. will ", "be respected.\n"},
+    {"breadthfirst", applyFlag, &CAConfig::breadthFirst, "Order....... will ", "be by depth.\n"},
     {"requestheader", applyRequestHeader},
     {"useragent", applyUserAgent},
 }};

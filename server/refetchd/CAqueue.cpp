@@ -1,5 +1,6 @@
 #include "CAqueue.h"
 
+#include "CAURL.h"
 #include "HTWorkThread.h"
 
 CAQueue::CAQueue(int serialize) : mutex_(serialize != 0 ? pmutex_create() : 0)
@@ -31,16 +32,20 @@ void CAQueue::requeue(void *element)
 // Puts the element in, which adds `count` to the total.
 void CAQueue::put(void *element, std::int32_t count)
 {
-    HTList *const node = HTList_new(HTThread_context());
-    if (node == nullptr) {
-        return;  // out of memory, reported by the list
+    HTList *node = nullptr;
+    if (!orderedByDepth_) {
+        node = HTList_new(HTThread_context());
+        if (node == nullptr) {
+            return;  // out of memory, reported by the list
+        }
+        node->object = element;
     }
-    node->object = element;
     const PMutexGuard guard(mutex_);
-    Lane &lane = lanes_[nextIn_];
-    nextIn_ = nextLane(nextIn_);
-    lane.tail->next = node;
-    lane.tail = node;
+    if (node != nullptr) {
+        appendLocked(node);
+    } else {
+        byDepth_.put(static_cast<CAURL *>(element));
+    }
     ++length_;
     ++generation_;
     if (totalEnqueued_ != INT32_MAX) {
@@ -48,8 +53,19 @@ void CAQueue::put(void *element, std::int32_t count)
     }
 }
 
+void CAQueue::appendLocked(HTList *node)
+{
+    Lane &lane = lanes_[nextIn_];
+    nextIn_ = nextLane(nextIn_);
+    lane.tail->next = node;
+    lane.tail = node;
+}
+
 void *CAQueue::dequeue()
 {
+    if (orderedByDepth_) {
+        return takeByDepth();
+    }
     HTList *node = nullptr;
     {
         const PMutexGuard guard(mutex_);
@@ -61,6 +77,36 @@ void *CAQueue::dequeue()
     void *const element = node->object;
     HTList_discardElement(node, HTThread_context());
     return element;
+}
+
+void *CAQueue::takeByDepth()
+{
+    const PMutexGuard guard(mutex_);
+    CAURL *const url = byDepth_.take();
+    if (url != nullptr) {
+        --length_;
+    }
+    return url;
+}
+
+void CAQueue::orderByDepth()
+{
+    std::int32_t moved = 0;
+    while (auto *const url = static_cast<CAURL *>(dequeue())) {
+        const PMutexGuard guard(mutex_);
+        byDepth_.put(url);
+        ++moved;
+    }
+    orderedByDepth_ = true;
+    length_ = moved;
+}
+
+void CAQueue::finished(std::int32_t depth)
+{
+    if (orderedByDepth_) {
+        const PMutexGuard guard(mutex_);
+        byDepth_.finished(depth);
+    }
 }
 
 // Unlinks the next element; null when there is none.

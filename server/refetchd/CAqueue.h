@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cstdint>
 
+#include "CAdepth.h"
 #include "HTList.h"
 #include "htthread.h"
 
@@ -27,8 +28,16 @@ public:
     void enqueue(void *element);
     // Enqueues once more what was dequeued before: it does not count as another element.
     void requeue(void *element);
-    // The next element, or null when the queue is empty.
+    // The next element, or null when the queue is empty (ordered by depth: when none may be handed
+    // out now).
     void *dequeue();
+
+    // From now on the elements are CAURL and are handed out as CADepthOrder says, those too that
+    // wait already. Before any other thread uses the queue.
+    void orderByDepth();
+    [[nodiscard]] bool isOrderedByDepth() const { return orderedByDepth_; }
+    // Who has dequeued a URL of this depth is done with it, and has enqueued what it led to.
+    void finished(std::int32_t depth);
 
     [[nodiscard]] int empty() const { return length_ == 0 ? 1 : 0; }
     [[nodiscard]] std::int32_t getLength() const { return length_; }
@@ -47,12 +56,16 @@ private:
 
     static std::size_t nextLane(std::size_t lane) { return lane + 1 == kLanes ? 0 : lane + 1; }
     void put(void *element, std::int32_t count);
+    void appendLocked(HTList *node) HT_REQUIRES(mutex_);
     HTList *takeFirstLocked() HT_REQUIRES(mutex_);
+    void *takeByDepth();
 
     PMutex mutex_;
     std::array<Lane, kLanes> lanes_ HT_GUARDED_BY(mutex_){};
     std::size_t nextOut_ HT_GUARDED_BY(mutex_) = 0;  // lane where the next dequeue looks first
     std::size_t nextIn_ HT_GUARDED_BY(mutex_) = 0;   // lane of the next enqueue
+    CADepthOrder byDepth_ HT_GUARDED_BY(mutex_);     // in place of the lanes
+    bool orderedByDepth_ = false;                    // written before any other thread exists
 
     // Changed under the lock and read without, for every link of a page asks. In the default order:
     // who finds a worker idle also finds what that worker has enqueued counted here.

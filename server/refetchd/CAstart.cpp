@@ -243,6 +243,9 @@ int CAMain(int argc, char **argv)
     if (ac.load(urlQueue, configPath.get()) == 0) {
         return 1;
     }
+    if (ac.breadthFirst != 0) {
+        urlQueue->orderByDepth();
+    }
     fitClientsToDescriptors();
     HTSocketQueue_init(ac.numClients);
     if (CAStartWorkers() == 0 && ac.numClients > 0) {

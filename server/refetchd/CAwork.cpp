@@ -131,6 +131,9 @@ struct Exchange {
     std::int64_t retryAfter = 0;  // seconds for which the host wants to be left alone
 };
 
+// So long a worker waits for pages that are less deep than those that are queued.
+constexpr std::uint32_t kShallowerMilliseconds = 50;
+
 constexpr std::int64_t kDefaultRest = 10;  // seconds, when the host does not say
 
 // For how long the answer asks to leave its host alone; 0 for not at all.
@@ -228,12 +231,21 @@ void workOnNext(const Client &client)
 {
     client.worker->makeBusy();
     auto *const url = static_cast<CAURL *>(urlQueue->dequeue());
-    if (url != nullptr && ac.retryAfter != 0 && restingHosts->park(url, HTtime())) {
+    const std::int32_t depth = url != nullptr ? url->depth() : 0;
+    const bool blocked = url == nullptr && urlQueue->isOrderedByDepth();
+    const bool parked = url != nullptr && ac.retryAfter != 0 && restingHosts->park(url, HTtime());
+    if (blocked || parked) {
         CAWorkerThread::returnRequest();
     } else if (url != nullptr) {
         fetch(client, url);
     }
+    if (url != nullptr) {
+        urlQueue->finished(depth);
+    }
     client.worker->makeIdle();
+    if (blocked) {
+        HTSleep(kShallowerMilliseconds);
+    }
 }
 
 void onePass(const Client &client)

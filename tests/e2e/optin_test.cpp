@@ -31,7 +31,7 @@ protected:
             return row.replies[count++];
         });
         Agent agent(peer.port(), "numclients 1; " + row.others + directives,
-                    "9 50% http://h/; 5 30% http://h/s; 7 20% http://h/t");
+                    "5 50% http://h/s; 9 30% http://h/; 7 20% http://h/t");
         agent.run();
         std::string asked;
         for (const std::string &target : peer.targets()) {
@@ -135,5 +135,26 @@ const OptInRow kRows[] = {
      "\r\nUser-Agent: refetchd (night) /1\r\nHost: h\r\n"},
 };
 INSTANTIATE_TEST_SUITE_P(OptIn, OptIn, testing::ValuesIn(kRows), rowName);
+
+// "/p" is one link from "/", which is slow, and two from the other seed: met there first, it would
+// be too deep for its own link.
+TEST(BreadthFirst, PageThatIsMetFirstOnALongerWayLosesItsLinks)
+{
+    const Reply quick = htmlPage("<a href=\"p\">");
+    Reply slow = quick;
+    slow.pieces.front().pauseMs = 2500;
+    for (const char *const directive : {"", "breadthfirst on"}) {
+        const ScriptedPeer peer({{"http://h/", slow},
+                                 {"http://h/s", htmlPage("<a href=\"a\">")},
+                                 {"http://h/a", quick},
+                                 {"http://h/p", htmlPage("<a href=\"q\">")}});
+        Agent agent(
+            peer.port(),
+            std::string("numclients 3; delvedepth 2; loadurl h/; loadurl h/s; ") + directive);
+        agent.run();
+        EXPECT_EQ(testing::Value(peer.targets(), testing::Contains("http://h/q")),
+                  *directive != '\0');
+    }
+}
 
 }  // namespace
