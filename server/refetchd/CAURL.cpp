@@ -233,27 +233,30 @@ const char *CAURL::holdText() const
     return HTShared_hold(text_);
 }
 
-int CAURL::interesting(const CAURL *parent) const
+CADrop CAURL::objection(const CAURL *parent) const
 {
     if (depth_ > ac.delveDepth) {
         CATrace("URL......... %s is too deep (%d > %d).\n", stringitize(), depth_, ac.delveDepth);
-        return 0;
+        return CADrop::DelveDepth;
     }
-    if (ac.ignoreURL(this) != 0 || ac.onlyCheck(this) != 0) {
-        return 0;
+    if (ac.ignoreURL(this) != 0) {
+        return CADrop::IgnoreUrl;
+    }
+    if (ac.onlyCheck(this) != 0) {
+        return CADrop::OnlyUrl;
     }
     if (ac.queryURL(this) != 0 && ac.cacheThisQuery(this) == 0) {
         CATrace("URL......... %s will be ignored: query string.\n", stringitize());
-        return 0;
+        return CADrop::CacheQueries;
     }
     if (jumpsFromHost(parent)) {
-        return 0;
+        return CADrop::DelveAcrossHosts;
     }
     if (HashLookup(processedUrls, stringitize()) != nullptr) {
         CATrace("URL......... %s will be ignored: already processed.\n", stringitize());
-        return 0;
+        return CADrop::Processed;
     }
-    return hostIsExhausted() ? 0 : 1;
+    return hostIsExhausted() ? CADrop::MaxHostUrls : CADrop::None;
 }
 
 bool CAURL::jumpsFromHost(const CAURL *parent) const

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string_view>
 
+#include "CAoutcome.h"
 #include "CAwhen.h"
 #include "HTHash.h"
 #include "htthread.h"
@@ -53,9 +54,14 @@ public:
     // memory ran out while the record was made.
     [[nodiscard]] const char *holdText() const;
 
-    // 1 when this URL, found in the page `parent`, is to be enqueued; 0 (with the reason traced)
-    // when a limit or filter rejects it or it was taken already. Changes nothing.
-    [[nodiscard]] int interesting(const CAURL *parent) const;
+    // What stands against enqueuing this URL, found in the page `parent` (traced): a limit, a
+    // filter, or that it was taken already. Changes nothing.
+    [[nodiscard]] CADrop objection(const CAURL *parent) const;
+    // 1 when nothing does, else 0.
+    [[nodiscard]] int interesting(const CAURL *parent) const
+    {
+        return objection(parent) == CADrop::None ? 1 : 0;
+    }
 
 private:
     void parseMe(const char *name, const char *base);

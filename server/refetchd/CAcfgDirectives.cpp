@@ -9,6 +9,7 @@
 
 #include "CAcfg.h"
 #include "CAcfgLines.h"
+#include "CAresults.h"
 #include "CAtrace.h"
 #include "HTInet.h"
 #include "HTString.h"
@@ -407,7 +408,28 @@ void applyRetryAfter(const DirectiveCall &call)
     call.config.parseOptions.keepMoreHeaders |= call.config.retryAfter != 0;
 }
 
-constexpr std::array<Directive, 43> kDirectives = {{
+void applyResultsLog(const DirectiveCall &call)
+{
+    results.setLog(call.argument());
+    call.config.parseOptions.keepMoreHeaders = true;
+    CATrace("Results..... will be logged to \"%s\".\n", call.argument());
+}
+
+void applyMetricsFile(const DirectiveCall &call)
+{
+    results.setMetricsFile(call.argument());
+    call.config.parseOptions.keepMoreHeaders = true;
+    CATrace("Metrics..... will be written to \"%s\".\n", call.argument());
+}
+
+void applyProgress(const DirectiveCall &call)
+{
+    const std::int32_t seconds = HTInteger(call.argument());
+    results.setProgress(seconds);
+    CATrace("Progress.... will be told every %d s.\n", seconds);
+}
+
+constexpr std::array<Directive, 47> kDirectives = {{
     {"catracelog", applyTraceLog},
     {"errorlog", applyErrorLog},
     {"caching", applyCaching},
@@ -449,12 +471,17 @@ constexpr std::array<Directive, 43> kDirectives = {{
     {"closedelimitedbodies", applyParseOption, nullptr,
      "Bodies...... that end with the connection will ", "be read.\n",
      &CAParseOptions::closeDelimitedBodies},
+    {"modernlinks", applyParseOption, nullptr, "Links....... will ",
+     "be found as browsers find them.\n", &CAParseOptions::modernLinks},
     {"followredirects", applyFollowRedirects},
     {"retries", applyRetries},
     {"retryafter", applyRetryAfter, &CAConfig::retryAfter, "RetryAfter.. will ", "be respected.\n"},
     {"breadthfirst", applyFlag, &CAConfig::breadthFirst, "Order....... will ", "be by depth.\n"},
     {"requestheader", applyRequestHeader},
     {"useragent", applyUserAgent},
+    {"resultslog", applyResultsLog},
+    {"metricsfile", applyMetricsFile},
+    {"progress", applyProgress},
 }};
 
 constexpr auto kDirectiveNames = [] {

@@ -8,6 +8,7 @@
 #include "CAcfgLines.h"
 #include "CAhits.h"
 #include "CAqueue.h"
+#include "CAresults.h"
 #include "CAtrace.h"
 #include "HTFile.h"
 #include "HTMemory.h"
@@ -33,6 +34,15 @@ CAURL *adminUrl(const char *argument)
     return new CAURL(text);
 }
 
+// Deletes a seed that something stands against, and tells the observer.
+void dropSeed(CAURL *url, CADrop why)
+{
+    if (results.observes()) {
+        results.dropped(url->stringitize(), url->source(), 0, why);
+    }
+    delete url;
+}
+
 constexpr std::size_t kLoadedLine = 1023;  // characters of a hits-file line that are looked at
 
 // Enqueues the URL of one good line unless it is filtered or known.
@@ -44,11 +54,15 @@ void seedTopUrl(const CAConfig &config, const CAHitsLine &words)
     url->setHits(HTInteger(words.hits.data()));
     if (config.queryURL(url) != 0 && config.cacheThisQuery(url) == 0) {
         CATrace("Not loading... URL with ? \"%s\".\n", words.url.data());
-        delete url;
+        dropSeed(url, CADrop::CacheQueries);
         return;
     }
-    if (config.ignoreURL(url) != 0 || HashLookup(processedUrls, words.url.data()) != nullptr) {
-        delete url;
+    if (config.ignoreURL(url) != 0) {
+        dropSeed(url, CADrop::IgnoreUrl);
+        return;
+    }
+    if (HashLookup(processedUrls, words.url.data()) != nullptr) {
+        dropSeed(url, CADrop::Processed);
         return;
     }
     CARecordProcessed(url);
@@ -86,7 +100,7 @@ bool CAConfig::seedAdminUrl(CAQueue *queue, const char *argument)
     }
     if (queryURL(url) != 0 && cacheThisQuery(url) == 0) {
         CATrace("Not loading... URL with ? \"%s\".\n", argument);
-        delete url;
+        dropSeed(url, CADrop::CacheQueries);
         return false;
     }
     url->setSource(SOURCE_CONFIG);

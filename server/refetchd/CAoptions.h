@@ -5,5 +5,6 @@
 struct CAParseOptions {
     bool closeDelimitedBodies = false;  // a body without a length ends with the connection
     bool followAllRedirects = false;    // 301, 303, 307 and 308 lead on as 302 does
+    bool modernLinks = false;           // links are found as browsers find them
     bool keepMoreHeaders = false;       // those that tell of the cache and of pauses, too
 };

@@ -37,18 +37,19 @@ enum class CAFailure : std::uint8_t {
 
 // What the answer's own headers say of the cache.
 enum class CAVerdict : std::uint8_t {
-    Refreshed,     // fetched anew from the origin
+    Refreshed,     // fetched anew from the origin, or found unchanged there
     Stored,        // likewise, and the cache had no copy before
     FromCache,     // the cache answered with its copy
     NotCacheable,  // fetched, but may not be kept
+    Unknown,       // an answer that does not tell
     Failed,        // no answer, or one that is an error
     Dropped,       // not asked for
 };
 
-inline constexpr std::size_t kVerdicts = 6;
+inline constexpr std::size_t kVerdicts = 7;
 inline constexpr std::size_t kDrops = 10;
 
-// Such as "maxurls", "connection refused", "refreshed".
+// Such as "maxurls", "timed out", "served from cache"; they live for ever.
 [[nodiscard]] std::string_view CADropName(CADrop drop);
 [[nodiscard]] std::string_view CAFailureText(CAFailure failure);
 [[nodiscard]] std::string_view CAVerdictName(CAVerdict verdict);

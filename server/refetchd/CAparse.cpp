@@ -5,8 +5,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 
 #include "CAqueue.h"
+#include "CAresults.h"
 #include "CAtrace.h"
 #include "refetchd.h"
 
@@ -158,9 +160,10 @@ bool CAParser::urlLimitIsReached()
     return ac.maxUrls != kUnlimited && urlQueue->getTotalEnqueued() >= ac.maxUrls;
 }
 
-CAURL *CAParser::resolveFound(const char *link) const
+CAURL *CAParser::resolveFound(const char *link, std::int32_t deeper) const
 {
-    CAURL *const found = new CAURL(link, url_);
+    CAURL *const found = new CAURL(link, base_);
+    found->setDepth(found->depth() + deeper);
     if (ac.debugFlags[kDebugParseUrl] != 0) {
         FILE *const stream = CATraceOn() ? ac.traceStream : stderr;
         std::fprintf(stream, "Parsed...... \"%s\" + \"%s\" --> \"%s\".\n", link,
@@ -169,10 +172,21 @@ CAURL *CAParser::resolveFound(const char *link) const
     return found;
 }
 
+void CAParser::reportDropped(const char *link, std::int32_t deeper, CADrop why) const
+{
+    if (results.observes()) {
+        const std::unique_ptr<CAURL> found(resolveFound(link, deeper));
+        results.dropped(found->stringitize(), found->source(), found->depth(), why);
+    }
+}
+
 void CAParser::takeIfInteresting(CAURL *found) const
 {
-    if (found->interesting(url_) == 0) {
+    if (const CADrop why = found->objection(url_); why != CADrop::None) {
         CATrace("Not......... interested in URL \"%s\".\n", found->stringitize());
+        if (results.observes()) {
+            results.dropped(found->stringitize(), found->source(), found->depth(), why);
+        }
         delete found;
         return;
     }

@@ -86,14 +86,17 @@ protected:
     [[nodiscard]] static bool queueIsFull();
     [[nodiscard]] static bool urlLimitIsReached();
 
-    // Builds the URL of a link or redirection found in this response.
-    [[nodiscard]] CAURL *resolveFound(const char *link) const;
+    // Builds the URL of a link or redirection found in this response, so many levels deeper.
+    [[nodiscard]] CAURL *resolveFound(const char *link, std::int32_t deeper) const;
+    // Tells the observer of a link that a limit stands against; nothing without one.
+    void reportDropped(const char *link, std::int32_t deeper, CADrop why) const;
     // Takes `found` over: enqueued, counted for its host and recorded when it is interesting,
     // otherwise deleted.
     void takeIfInteresting(CAURL *found) const;
 
     CAParser *sink_ = nullptr;  // owned
     CAURL *const url_;
+    const CAURL *base_ = url_;  // against which links are resolved
     HTThreadContext *const threadContext_;
     CABuffer *const buffer_;  // owned; the stage's input
 };

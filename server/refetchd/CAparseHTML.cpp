@@ -1,5 +1,10 @@
 #include "CAparseHTML.h"
 
+#include <strings.h>
+
+#include <string>
+#include <string_view>
+
 #include "CAparseBinary.h"
 #include "CAtrace.h"
 
@@ -8,9 +13,14 @@ CAParseHTML::CAParseHTML(CAURL *url) : CAParser(url)
     commonInit();
 }
 
-CAParseHTML::CAParseHTML(CAURL *url, HTThreadContext *threadContext) : CAParser(url, threadContext)
+CAParseHTML::CAParseHTML(CAURL *url, HTThreadContext *threadContext, const CAParseOptions &options)
+    : CAParser(url, threadContext)
 {
     commonInit();
+    if (options.modernLinks) {
+        modernLinks_ = std::make_unique<CAScanModern>(static_cast<CALinkSink *>(this),
+                                                      ac.loadInlineImages != 0);
+    }
 }
 
 void CAParseHTML::commonInit()
@@ -41,13 +51,19 @@ std::int32_t CAParseHTML::consume(char *data, std::int32_t length, std::int32_t 
                 static_cast<unsigned>(length));
         sink_->consume(data, length, finished, closeConnection);
     }
-    if (wantsLinks()) {
+    if (!delves()) {
+        return length;
+    }
+    if (modernLinks_ != nullptr) {
+        modernLinks_->scan(data,
+                           data + length);  // it may be within a comment: no block is left out
+    } else if (takesLinks()) {
         links_.scan(data, data + length);
     }
     return length;
 }
 
-bool CAParseHTML::wantsLinks() const
+bool CAParseHTML::delves() const
 {
     if (ac.delveInto == NEVER && ac.loadInlineImages == 0) {
         return false;
@@ -56,6 +72,11 @@ bool CAParseHTML::wantsLinks() const
         CATrace("HTMLconsume. Don't delve off of URL: \"%s\".\n", url_->stringitize());
         return false;
     }
+    return true;
+}
+
+bool CAParseHTML::takesLinks()
+{
     if (queueIsFull()) {
         CATrace("HTMLconsume. Bailing 'cause queue is full.\n");
         return false;
@@ -67,19 +88,44 @@ bool CAParseHTML::wantsLinks() const
     return true;
 }
 
+void CAParseHTML::processFoundBase(const char *href)
+{
+    foundBase_ = std::make_unique<const CAURL>(href, url_);
+    base_ = foundBase_.get();
+}
+
+namespace {
+
+// A scheme of which a proxy makes nothing: a script, a mail address, data.
+bool isOfAnotherScheme(std::string_view link)
+{
+    const std::size_t colon = link.find_first_of(":/?#");
+    if (colon == std::string_view::npos || link[colon] != ':') {
+        return false;
+    }
+    const std::string scheme(link.substr(0, colon));
+    return strcasecmp(scheme.c_str(), "http") != 0 && strcasecmp(scheme.c_str(), "https") != 0 &&
+           strcasecmp(scheme.c_str(), "ftp") != 0;
+}
+
+}  // namespace
+
 void CAParseHTML::processFoundUrl(const char *link, bool raisesDepth)
 {
+    if (modernLinks_ != nullptr && isOfAnotherScheme(link)) {
+        CATrace("Ignoring.... URL \"%s\" (not of the web).\n", link);
+        return;
+    }
+    const std::int32_t deeper = raisesDepth ? 1 : 0;
     if (queueIsFull()) {
         CATrace("Ignoring.... relative URL \"%s\" (queue full).\n", link);
+        reportDropped(link, deeper, CADrop::MaxQueueDepth);
         return;
     }
     if (urlLimitIsReached()) {
         CATrace("Ignoring.... relative URL \"%s\" (hit max #URLs).\n", link);
+        reportDropped(link, deeper, CADrop::MaxUrls);
         return;
     }
-    CAURL *const found = resolveFound(link);
-    if (raisesDepth) {
-        found->setDepth(found->depth() + 1);
-    }
-    takeIfInteresting(found);
+    takeIfInteresting(resolveFound(link, deeper));
 }

@@ -2,16 +2,18 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 
 #include "CAparse.h"
 #include "CAscanHTML.h"
+#include "CAscanModern.h"
 
 // Passes each block to the stage behind first (the saver, when bodies are kept), because the scan
 // for links writes NULs into it.
 class CAParseHTML : public CAParser, private CALinkSink {
 public:
     explicit CAParseHTML(CAURL *url);
-    CAParseHTML(CAURL *url, HTThreadContext *threadContext);
+    CAParseHTML(CAURL *url, HTThreadContext *threadContext, const CAParseOptions &options = {});
     ~CAParseHTML() override;
     CAParseHTML(const CAParseHTML &) = delete;
     CAParseHTML &operator=(const CAParseHTML &) = delete;
@@ -22,8 +24,12 @@ public:
 
 private:
     void commonInit();
-    [[nodiscard]] bool wantsLinks() const;
+    [[nodiscard]] bool delves() const;
+    [[nodiscard]] static bool takesLinks();
     void processFoundUrl(const char *link, bool raisesDepth) override;
+    void processFoundBase(const char *href) override;
 
     CAScanHTML links_{this};
+    std::unique_ptr<CAScanModern> modernLinks_;  // in its place, when the options say so
+    std::unique_ptr<const CAURL> foundBase_;
 };

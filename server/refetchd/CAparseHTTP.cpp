@@ -29,8 +29,9 @@ constexpr std::array<std::string_view, 5> kKeptHeaders = {
     "Connection:", "Content-Length:", "Content-type:", "Location:", "Transfer-Encoding:"};
 
 // Kept besides when the options say so.
-constexpr std::array<std::string_view, 7> kMoreHeaders = {
-    "Age:", "Cache-Control:", "Cache-Status:", "Date:", "Retry-After:", "Via:", "X-Cache:"};
+constexpr std::array<std::string_view, 9> kMoreHeaders = {
+    "Age:", "Cache-Control:", "Cache-Status:",   "Date:",     "Retry-After:",
+    "Via:", "X-Cache:",       "X-Cache-Lookup:", "X-Varnish:"};
 
 template <std::size_t count>
 bool isAmong(const std::array<std::string_view, count> &names, std::string_view name)
@@ -141,6 +142,7 @@ void CAParseHTTP::consumeRC(char **readP, char *const *writeP)
         CATrace("Parser...... can't cope with HTTP/0.x responses.\n");
         state_ = State::Discard;
         rc_ = kBadResponse;
+        isHTTP_ = false;
         return;
     }
     while (isBlankOrTab(*at)) {
@@ -271,14 +273,24 @@ bool CAParseHTTP::followRedirect()
     CATrace("Found....... location \"%s\".\n", location);
     if (queueIsFull()) {
         CATrace("Ignoring.... location URL \"%s\" (queue full).\n", location);
+        reportOnce(location, CADrop::MaxQueueDepth);
         return false;
     }
     if (urlLimitIsReached()) {
         CATrace("Ignoring.... location URL \"%s\" (hit max #URLs).\n", location);
+        reportOnce(location, CADrop::MaxUrls);
         return false;
     }
-    takeIfInteresting(resolveFound(location));
+    takeIfInteresting(resolveFound(location, 0));
     return true;
+}
+
+void CAParseHTTP::reportOnce(const char *location, CADrop why)
+{
+    if (!locationReported_) {
+        locationReported_ = true;
+        reportDropped(location, 0, why);
+    }
 }
 
 void CAParseHTTP::chooseSink()
@@ -293,7 +305,7 @@ void CAParseHTTP::chooseSink()
     const std::string_view type(header, std::strcspn(header, ";"));
     if (type == "text/html") {
         CATrace("Parser...... will parse HTML body.\n");
-        addSink(new CAParseHTML(url_, threadContext_));
+        addSink(new CAParseHTML(url_, threadContext_, options_));
         return;
     }
     CATrace("Parser...... doesn't understand Content-type: %.*s\n", static_cast<int>(type.size()),

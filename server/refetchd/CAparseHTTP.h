@@ -25,6 +25,9 @@ public:
     // The status code; 0 until the status line was read, 500 when it was none.
     [[nodiscard]] std::int32_t getHTTPRequestRC() const { return rc_; }
 
+    // False once what came turned out to be no HTTP response.
+    [[nodiscard]] bool isHTTP() const { return isHTTP_; }
+
     // The value of a header that is kept (its name with the colon), as it stands; "" without one.
     [[nodiscard]] std::string_view header(const char *name) const;
 
@@ -46,6 +49,7 @@ private:
     [[nodiscard]] bool leadsOn() const;
     void makeDecision();
     [[nodiscard]] bool followRedirect();
+    void reportOnce(const char *location, CADrop why);
     void chooseSink();
     void consumeBody(char **readP, char *const *writeP, std::int32_t *finished,
                      std::int32_t *closeConnection);
@@ -61,5 +65,7 @@ private:
     std::int64_t bodyDelivered_ = 0;
     bool chunked_ = false;
     bool untilClose_ = false;
+    bool isHTTP_ = true;
+    bool locationReported_ = false;  // the decision on it may be made with each block
     CAChunkDecoder chunks_;
 };

@@ -1,10 +1,14 @@
 #include "CArun.h"
 
+#include <array>
+#include <csignal>
+#include <cstdio>
 #include <ctime>
 
 #include "CAURL.h"
 #include "CAqueue.h"
 #include "CArest.h"
+#include "CAresults.h"
 #include "CAtrace.h"
 #include "CAwork.h"
 #include "HTInit.h"
@@ -144,23 +148,88 @@ bool timeIsUp()
 
 }  // namespace
 
+namespace {
+
+// What the workers have done since they were started.
+CAProgress workDone()
+{
+    CAProgress work;
+    for (std::int32_t i = 0; i < workerCount(); ++i) {
+        work.done += workerThreads[i]->getFinished();
+        work.succeeded += workerThreads[i]->getSuccesses();
+        work.busy += workerThreads[i]->areYouBusy();
+    }
+    return work;
+}
+
+// The line of progress, to standard error; `before` was done by the runs before this one.
+void writeProgress(const CAProgress &before)
+{
+    CAProgress progress = workDone();
+    progress.done -= before.done;
+    progress.succeeded -= before.succeeded;
+    progress.queued = urlQueue->getLength() + restingHosts->parked();
+    progress.elapsed = secondsElapsed();
+    progress.maxRuntime = ac.maxRuntime;
+    std::array<char, 256> line{};
+    CAFormatProgress(line.data(), line.size(), progress);
+    std::fputs(line.data(), stderr);
+}
+
+// SIGUSR1 asks for it at any time; it is blocked in every thread and waits here.
+bool progressIsAskedFor()
+{
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGUSR1);
+    const std::timespec atOnce{};
+    return sigtimedwait(&signals, nullptr, &atOnce) == SIGUSR1;
+}
+
+// The run is over: what was observed of it is written, and what stands out is said.
+void endObservation()
+{
+    if (!results.observes()) {
+        return;
+    }
+    results.endRun(g_ca_timestarted, secondsElapsed(), urlQueue->getLength());
+    if (results.cacheIgnoresUs() && ac.stressMode == 0) {
+        CATrace(
+            "Results..... %d of %d pages were served from the proxy's cache although fresh copies "
+            "were asked for: the proxy ignores max-age=0, see its recipe.\n",
+            results.agedHits(), results.answers200());
+        CAErrorLog(956,
+                   "Most pages were served from the proxy's cache although a fresh copy was asked "
+                   "for: the proxy ignores max-age=0, see its recipe.\n");
+    }
+}
+
+}  // namespace
+
 void Run()
 {
+    const CAProgress before = workDone();
     for (;;) {
         updatetimeRep(0);
         restingHosts->release(HTtime(), urlQueue);
         if (timeIsUp()) {
             restingHosts->release(CARestTable::kForEver, urlQueue);  // not processed
+            endObservation();
             CASummary();
             CACleanup();
             CATrace("Master...... all threads done - we outta here!\n");
             return;
         }
         if (hasRunDry()) {
+            endObservation();
             CASummary();
             CACleanup();
             CATrace("Master...... all threads done - we're outta here!\n");
             return;
+        }
+        results.flush();
+        if (results.progressIsDue(secondsElapsed()) || progressIsAskedFor()) {
+            writeProgress(before);
         }
         HTSleep(kPollMilliseconds);
         CAWorkerThread::resetCountPerSecond(ac.requestsPerSecond);

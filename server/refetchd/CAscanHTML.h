@@ -15,6 +15,10 @@ public:
     // Called for each link, in their order: its text as found, which is gone after the call, and
     // whether it leads one level deeper than the page.
     virtual void processFoundUrl(const char *link, bool raisesDepth) = 0;
+
+    // Called for the page's base, against which the links behind it are to be resolved, by a
+    // scanner that looks for one.
+    virtual void processFoundBase(const char * /*href*/) {}
 };
 
 // Looks for tags that carry a link; builds no document. A tag is what stands between "<" and the

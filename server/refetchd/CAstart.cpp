@@ -173,6 +173,16 @@ void occupyStandardStreams()
     std::_Exit(1);
 }
 
+// SIGUSR1 asks for a line of progress; the master looks for it (CArun.cpp), and no other thread, as
+// each inherits this, is disturbed.
+void blockProgressSignal()
+{
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGUSR1);
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+}
+
 // Everything that has to exist before the command line is read.
 HTThreadContext *initialize()
 {
@@ -184,6 +194,7 @@ HTThreadContext *initialize()
     HTInitAll(0, 0);
     HTThreadContext *const context = HTInitThd(3);
     HTBlockSignals();
+    blockProgressSignal();
     std::signal(SIGXFSZ, SIG_IGN);  // a file that may not grow is an error of the write
     initNLS();
     ConfigManager_init();

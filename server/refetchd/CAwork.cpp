@@ -8,6 +8,7 @@
 #include "CAparseHTTP.h"
 #include "CAqueue.h"
 #include "CArest.h"
+#include "CAresults.h"
 #include "CAtrace.h"
 #include "HTString.h"
 #include "HTWorkThread.h"
@@ -124,13 +125,6 @@ bool waitForBudget(const Client &client)
     return false;
 }
 
-// What one exchange came to.
-struct Exchange {
-    std::int32_t status = 0;  // 0: no status line was read
-    CAFailure failure = CAFailure::None;
-    std::int64_t retryAfter = 0;  // seconds for which the host wants to be left alone
-};
-
 // So long a worker waits for pages that are less deep than those that are queued.
 constexpr std::uint32_t kShallowerMilliseconds = 50;
 
@@ -147,24 +141,8 @@ std::int64_t askedRest(const CAParseHTTP &parser)
     return !value.empty() && HTIsDigit(value.front()) ? HTDecimal(value) : kDefaultRest;
 }
 
-Exchange exchange(const Client &client, CAConnection *connection, CAURL *url)
-{
-    CAParseHTTP parser(url, client.context, ac.parseOptions);
-    CATrace("Worker...... #%d working on URL \"%s\".\n", client.index + 1, url->stringitize());
-    if (!client.keepsGoing() || connection == nullptr) {
-        return {.failure = CAFailure::Stopped};
-    }
-    connection->requestURL(url, &parser);
-    if (parser.getHTTPRequestRC() == 200) {
-        client.worker->incrementSuccesses();
-    }
-    return {.status = parser.getHTTPRequestRC(),
-            .failure = connection->failure(),
-            .retryAfter = askedRest(parser)};
-}
-
 // The exchange broke before an answer, and another one may do better.
-bool isWorthRetrying(const Exchange &result)
+bool isWorthRetrying(const CAExchange &result)
 {
     switch (result.failure) {
     case CAFailure::Connect:
@@ -181,18 +159,66 @@ bool isWorthRetrying(const Exchange &result)
     return false;
 }
 
-// Leaves the host of `url` alone as it asked; true when that takes the URL over for a repeat.
-bool restAndRepeat(CAURL *url, std::int64_t seconds)
+// What is to become of a URL behind an exchange.
+enum class Next : std::uint8_t {
+    Done,
+    Retry,  // the exchange broke
+    Rest,   // its host wants to be left alone, and it is repeated then
+};
+
+// Leaves the host of `url` alone as it asked; true when the URL is to be repeated then.
+bool restHost(CAURL *url, std::int64_t seconds)
 {
-    const std::time_t now = HTtime();
-    const std::int64_t rest = restingHosts->rest(url->host(), now, seconds);
+    const std::int64_t rest = restingHosts->rest(url->host(), HTtime(), seconds);
     CATrace("Worker...... host %.*s is left alone for %d s.\n", CALength(url->host()),
             url->host().data(), static_cast<int>(rest));
-    if (url->isRepeated()) {
-        return false;
+    return !url->isRepeated();
+}
+
+CACacheHeaders cacheHeaders(const CAParseHTTP &parser)
+{
+    return {.age = parser.header("Age:"),
+            .cacheControl = parser.header("Cache-Control:"),
+            .cacheStatus = parser.header("Cache-Status:"),
+            .date = parser.header("Date:"),
+            .via = parser.header("Via:"),
+            .xCache = parser.header("X-Cache:"),
+            .xCacheLookup = parser.header("X-Cache-Lookup:"),
+            .xVarnish = parser.header("X-Varnish:")};
+}
+
+// One exchange. Unless there is to be another one, the observer hears of it.
+Next exchange(const Client &client, CAConnection *connection, CAURL *url)
+{
+    CAParseHTTP parser(url, client.context, ac.parseOptions);
+    CATrace("Worker...... #%d working on URL \"%s\".\n", client.index + 1, url->stringitize());
+    if (!client.keepsGoing() || connection == nullptr) {
+        return Next::Done;
     }
-    url->setRepeated();
-    return restingHosts->park(url, now);
+    CAExchange result;
+    if (results.observes()) {
+        result.started = CANowMilliseconds();
+    }
+    connection->requestURL(url, &parser);
+    if (parser.getHTTPRequestRC() == 200) {
+        client.worker->incrementSuccesses();
+    }
+    result.status = parser.isHTTP() ? parser.getHTTPRequestRC() : 0;
+    result.failure = parser.isHTTP() ? connection->failure() : CAFailure::BadResponse;
+    if (isWorthRetrying(result) && url->retries() < ac.retries && client.keepsGoing()) {
+        return Next::Retry;
+    }
+    if (const std::int64_t rest = askedRest(parser); rest > 0 && restHost(url, rest)) {
+        return Next::Rest;
+    }
+    client.worker->incrementFinished();
+    if (results.observes()) {
+        result.milliseconds = CANowMilliseconds() - result.started;
+        result.bytes = connection->received();
+        result.headers = cacheHeaders(parser);
+        results.finished(*url, result);
+    }
+    return Next::Done;
 }
 
 // Fetches one URL and disposes of it: it is deleted, or waits for another try.
@@ -204,23 +230,24 @@ void fetch(const Client &client, CAURL *url)
     }
     CAConnection *const connection =
         ownConnection != nullptr ? ownConnection.get() : client.connection.get();
-    Exchange result = exchange(client, connection, url);
-    while (isWorthRetrying(result) && url->retries() < ac.retries && client.keepsGoing()) {
+    Next next = exchange(client, connection, url);
+    if (next == Next::Retry) {
         url->countRetry();
         CATrace("Worker...... will try URL \"%s\" again (%d of %d).\n", url->stringitize(),
                 url->retries(), ac.retries);
         connection->renew();
-        if (url->retries() > 1) {
+        if (url->retries() == 1 && waitForBudget(client)) {
+            fetch(client, url);
+        } else {
             urlQueue->requeue(url);
+        }
+        return;
+    }
+    if (next == Next::Rest) {
+        url->setRepeated();
+        if (restingHosts->park(url, HTtime())) {
             return;
         }
-        if (!waitForBudget(client)) {
-            break;
-        }
-        result = exchange(client, connection, url);
-    }
-    if (result.retryAfter > 0 && restAndRepeat(url, result.retryAfter)) {
-        return;
     }
     delete url;
 }

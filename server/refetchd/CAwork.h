@@ -37,6 +37,10 @@ public:
     void incrementSuccesses() { ++successes_; }
     [[nodiscard]] std::int32_t getSuccesses() const { return successes_; }
 
+    // URLs that are done with, whatever came of them.
+    void incrementFinished() { ++finished_; }
+    [[nodiscard]] std::int32_t getFinished() const { return finished_; }
+
     // Waits until a worker that is not running any more is gone altogether; gives up the thread of
     // one that still runs. Each at most once, by the master thread; nothing for a thread never
     // made.
@@ -68,6 +72,7 @@ private:
     std::atomic<std::int32_t> running_ = 1;
     std::atomic<std::int32_t> busy_ = 0;
     std::atomic<std::int32_t> successes_ = 0;
+    std::atomic<std::int32_t> finished_ = 0;
 };
 
 // The body of a worker's thread; `arg` is its index in `workerThreads`. Returns null.

@@ -1,6 +1,7 @@
 // Directives that are off unless they are set: what is asked for without and with each.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <signal.h>
 
 #include <atomic>
 
@@ -35,7 +36,8 @@ protected:
         agent.run();
         std::string asked;
         for (const std::string &target : peer.targets()) {
-            asked += (asked.empty() ? "" : " ") + target.substr(target.find('/', 7));
+            const bool absolute = target.starts_with("http://");
+            asked += (asked.empty() ? "" : " ") + target.substr(absolute ? target.find('/', 7) : 0);
         }
         EXPECT_EQ(asked, targets) << agent.process->err();
         for (const ScriptedPeer::Request &request : peer.requests()) {
@@ -84,6 +86,14 @@ const OptInRow kRows[] = {
      "/ /a /b"},
     {"BodyOfAnotherCoding", kClosed, {untilClose("Transfer-Encoding: gzip\r\n")}, "/", "/ /a /b"},
     {"BodyInBrokenChunks", kClosed, {untilClose("Transfer-Encoding: Chunked\r\n")}, "/", "/"},
+    {"LinksOfToday",
+     "modernlinks on",
+     {htmlPage("<base href=/d/><a\thref=x><a href=\"y?a=1&amp;b=2\"><img srcset=\"z 1x, /w 2x\">"
+               "<!-- <a href=\"no\"> --><script>'<a href=\"no\">'</script>"
+               "<a href=\"mailto:a@h\"><a href='JavaScript:no()'>")},
+     "/ /no /a@h /no()",
+     "/ /d/x /d/y?a=1&b=2 /d/z /w",
+     "loadurl h/; delvedepth 1; delveacrosshosts on; cachequeries on"},
     {"Moved301", kAll, {moved("301")}, "/", "/ /to"},
     {"Moved303", kAll, {moved("303")}, "/", "/ /to"},
     {"Moved307", kAll, {moved("307")}, "/", "/ /to"},
@@ -155,6 +165,92 @@ TEST(BreadthFirst, PageThatIsMetFirstOnALongerWayLosesItsLinks)
         EXPECT_EQ(testing::Value(peer.targets(), testing::Contains("http://h/q")),
                   *directive != '\0');
     }
+}
+
+// The log without what a clock says.
+std::string withoutTimes(const std::string &log)
+{
+    std::string text;
+    std::istringstream lines(log);
+    for (std::string line; std::getline(lines, line);) {
+        const std::size_t ms = line.find("\"ms\":") + 5;
+        text += line.substr(line.find("\"url\""), ms - line.find("\"url\""));
+        text += line.substr(line.find(',', ms)) + "\n";
+    }
+    return text;
+}
+
+Reply answer(const std::string &status, const std::string &headers)
+{
+    return {{{"HTTP/1.0 " + status + "\r\nContent-Type: text/html\r\nContent-Length: 0\r\n" +
+              headers + "\r\n"}}};
+}
+
+std::string logged(const std::string &url, const std::string &source, int depth,
+                   const std::string &answer, const std::string &verdict)
+{
+    return "\"url\":\"http://" + url + "\",\"source\":\"" + source +
+           "\",\"depth\":" + std::to_string(depth) + ",\"status\":" + answer +
+           ",\"ms\":,\"verdict\":\"" + verdict + "}\n";
+}
+
+TEST(Results, LogMetricsOrWarningSayOtherwise)
+{
+    const ScriptedPeer peer(
+        {{"http://h/", htmlPage("<a href=\"/old\"><a href=\"/no\"><a href=\"/x.gif\">"
+                                "<a href=\"http://o/\"><a href=\"/gone\"><a href=\"/\">")},
+         {"http://h/old", answer("200 OK", "Age: 7000\r\n")},
+         {"http://h/older", answer("200 OK", "Age: 8000\r\n")},
+         {"http://h/no", answer("404 No", "")},
+         {"http://h/gone", {{}, Reply::Then::Close}}});
+    Agent agent(
+        peer.port(),
+        "hostname 127.0.0.1; numclients 1; delvedepth 1; ignoreurl *.gif; resultslog "
+        "@dir@/log; metricsfile @dir@/prom; errorlog @dir@/e; serverroot @dir@; caching on; "
+        "loadtopcached 9; loadurl h/; loadurl h/?q; refetchdrepeat 2",
+        "9 5% http://h/older; 8 4% http://h/x.gif");
+    agent.run();
+    const std::string none = "0,\"bytes\":0";
+    const std::string run =
+        logged("h/?q", "admin", 0, none, R"(dropped","why":"cachequeries")") +
+        logged("h/x.gif", "topn", 0, none, R"(dropped","why":"ignoreurl")") +
+        logged("h/x.gif", "admin", 1, none, R"(dropped","why":"ignoreurl")") +
+        logged("o/", "admin", 1, none, R"(dropped","why":"delveacrosshosts")") +
+        logged("h/", "admin", 0, R"(200,"bytes":182)", R"(unknown")") +
+        logged("h/older", "topn", 0, R"(200,"bytes":74)", R"(served from cache","age":8000)") +
+        logged("h/old", "admin", 1, R"(200,"bytes":74)", R"(served from cache","age":7000)") +
+        logged("h/no", "admin", 1, R"(404,"bytes":63)", R"(failed","why":"status 404")") +
+        logged("h/gone", "admin", 1, none, R"(failed","why":"connection closed before an answer")");
+    EXPECT_EQ(withoutTimes(agent.dir.read("log")), run + run);
+    const std::string metrics = agent.dir.read("prom");
+    for (const char *const gauge :
+         {"urls{source=\"topn\",verdict=\"served_from_cache\"} 1",
+          "urls{source=\"admin\",verdict=\"failed\"} 2", "responses{class=\"4xx\"} 1",
+          "dropped_urls{by=\"ignoreurl\"} 2", "queue_left 0"}) {
+        EXPECT_NE(metrics.find(gauge), std::string::npos) << gauge << " is not in\n" << metrics;
+    }
+    EXPECT_EQ(agent.traced("the proxy ignores max-age=0"), 2) << agent.process->err();
+    EXPECT_NE(agent.dir.read("cacheAgent-errors").find("ignores max-age=0"), std::string::npos);
+}
+
+TEST(Progress, LineIsMissingOrTheSignalEndsTheProcess)
+{
+    const ScriptedPeer peer({{"http://h/", Reply{{}, Reply::Then::Stall}}});
+    Agent agent(peer.port(), "numclients 2; readtimeout 5; maxruntime 60; loadurl h/; loadurl h/1");
+    agent.startWith("-r proxy.conf");
+    ASSERT_TRUE(peer.waitForRequests(2, kRunDeadline));
+    agent.process->signal(SIGUSR1);
+    ASSERT_TRUE(agent.process->waitForError(" s left\n", kRunDeadline));
+    EXPECT_EQ(agent.process->err().find("Progress.... 1 done, 1 succeeded, 0 queued, 1 busy, "),
+              0U);
+    agent.finish();
+
+    Agent told(peer.port(), "numclients 1; readtimeout 5; loadurl h/; progress 2");
+    told.startWith("-r proxy.conf");
+    told.finish();
+    EXPECT_GE(
+        told.traced("Progress.... 0 done, 0 succeeded, 0 queued, 1 busy, 0.0 URLs/s, no limit\n"),
+        1);
 }
 
 }  // namespace

@@ -3,8 +3,12 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
+#include <algorithm>
+#include <array>
 #include <atomic>
 #include <filesystem>
+#include <mutex>
+#include <set>
 
 #include "Agent.h"
 #include "Site.h"
@@ -81,11 +85,17 @@ TEST_P(Squids, EverySeedIsRefetchedAndTheNextClientGetsTheNewCopy)
     version = 2;
     Agent agent(squid.port,
                 "numclients " + std::to_string(GetParam()) +
-                    "; serverroot @dir@; caching always; loadtopcached 9" + load + "/admin1" +
-                    load + "/admin2",
+                    "; resultslog @dir@/log; metricsfile @dir@/prom; serverroot @dir@; caching "
+                    "always; loadtopcached 9" +
+                    load + "/admin1" + load + "/admin2",
                 "9 5% " + site + "/top1; 8 3% " + site + "/top2; 7 2% " + site + "/top3");
     agent.run();
     EXPECT_EQ(origin.requests().size(), 11U) << agent.process->err();
+    const std::string metrics = agent.dir.read("prom");
+    EXPECT_THAT(metrics, testing::HasSubstr("{source=\"admin\",verdict=\"refreshed\"} 2\n"));
+    EXPECT_THAT(metrics, testing::HasSubstr("{source=\"topn\",verdict=\"refreshed\"} 3\n"));
+    const std::string log = agent.dir.read("log");
+    EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 5) << log;
     expectAll("HIT", "2");
     EXPECT_EQ(origin.requests().size(), 11U) << squid.dir.read("access.log");
 }
@@ -121,7 +131,9 @@ INSTANTIATE_TEST_SUITE_P(Squid, Depths, testing::Values(0, 1, 2),
                          testing::PrintToStringParamName());
 
 // 60 seeds, four a second, of which the one named "7" is the twenty-second and "59" the last.
-TEST(Squid, KilledAndBackFetchesWhatIsAskedForThen)
+class KilledSquid : public testing::TestWithParam<const char *> {};
+
+TEST_P(KilledSquid, AndBackFetchesWhatIsAskedForThenAndWithRetriesAll)
 {
     const ScriptedPeer origin;
     Squid squid;
@@ -131,7 +143,7 @@ TEST(Squid, KilledAndBackFetchesWhatIsAskedForThen)
     for (int i = 0; i < 60; ++i) {
         seeds += "loadurl " + site + std::to_string(i) + "; ";
     }
-    Agent agent(squid.port, "serverroot @dir@; numclients 2; delay 500; " + seeds);
+    Agent agent(squid.port, "serverroot @dir@; numclients 2; delay 500; " + seeds + GetParam());
     agent.start();
     ASSERT_TRUE(origin.waitForRequests(4, kRunDeadline));
     squid.end(SIGKILL);
@@ -142,6 +154,64 @@ TEST(Squid, KilledAndBackFetchesWhatIsAskedForThen)
     for (const char *const path : {"/18", "/38", "/58", "/19", "/39", "/59"}) {
         EXPECT_THAT(origin.targets(), testing::Contains(path));
     }
+    const std::vector<std::string> asked = origin.targets();
+    const std::set<std::string> distinct(asked.begin(), asked.end());
+    EXPECT_EQ(distinct.size() == 61, *GetParam() != '\0') << "all seeds, and that of the start";
 }
+
+INSTANTIATE_TEST_SUITE_P(Squid, KilledSquid, testing::Values("", "retries 9"));
+
+// What a site may do that only a directive makes good: without and with it.
+struct SiteRow : Row {
+    const char *directive;
+    std::map<std::string, Reply> site;  // to the first request for each; a plain page otherwise
+    std::string only;                   // what is asked for once more with the directive
+};
+
+class Sites : public testing::TestWithParam<SiteRow> {};
+
+TEST_P(Sites, GiveTheirPagesWithTheDirectiveOnly)
+{
+    const SiteRow &row = GetParam();
+    std::array<std::ptrdiff_t, 2> asked{};
+    for (const bool with : {false, true}) {
+        std::mutex mutex;
+        std::map<std::string, Reply> site = row.site;
+        const ScriptedPeer origin([&](const ScriptedPeer &, const ScriptedPeer::Request &request) {
+            const std::scoped_lock lock(mutex);
+            const auto node = site.extract(request.target);
+            return node.empty() ? htmlPage("page") : node.mapped();
+        });
+        const Squid squid;
+        const std::string base = "http://" + origin.address();
+        ASSERT_NE(squid.get(base + "/ready"), "") << squid.dir.read("cache.log");
+        Agent agent(squid.port, "numclients 3; delvedepth 2; loadurl " + base + "/; loadurl " +
+                                    base + "/s; " + (with ? row.directive : ""));
+        agent.run();
+        const std::vector<std::string> targets = origin.targets();
+        asked[with ? 1 : 0] = std::count(targets.begin(), targets.end(), row.only);
+    }
+    EXPECT_EQ(asked[1], asked[0] + 1);
+}
+
+const Reply kChunked = {
+    {{"HTTP/1.1 200 OK\r\nContent-Type: text/html\r\nTransfer-Encoding: "
+      "chunked\r\n\r\n11\r\n<p><a href=\"one\">\r\n0\r\n\r\n"}}};
+const Reply kBusy = {{{"HTTP/1.1 503 No\r\nRetry-After: 2\r\nContent-Length: 0\r\n\r\n"}}};
+const Reply kToP = htmlPage("<a href=\"p\">");
+const Reply kSlowToP = {{{kToP.pieces.front().bytes, 2500}}};
+
+const SiteRow kSites[] = {
+    {{"ChunkedPage"}, "closedelimitedbodies on", {{"/", kChunked}}, "/one"},
+    {{"BusyHost"}, "retryafter on", {{"/", kBusy}}, "/"},
+    {{"PageOnALongerWay"},
+     "breadthfirst on",
+     {{"/", kSlowToP},
+      {"/s", htmlPage("<a href=\"a\">")},
+      {"/a", kToP},
+      {"/p", htmlPage("<a href=\"q\">")}},
+     "/q"},
+};
+INSTANTIATE_TEST_SUITE_P(Squid, Sites, testing::ValuesIn(kSites), rowName);
 
 }  // namespace

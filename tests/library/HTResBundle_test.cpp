@@ -32,7 +32,7 @@ TEST(HTResBundle, CatalogueGivesAnotherText)
     } rows[] = {
         {"de_DE", 1, 951, "Treffer"},
         {"DE_de", 1, 955, "Keine Angaben verf\x81gbar..."},
-        {"de_DE", 1, 956, "none"},
+        {"de_DE", 1, 958, "none"},
         {"de_DE", 1, 930, "none"},
         {"de_DE", 1, 0, "none"},
         {"de_DE", 2, 951, "none"},

@@ -1,0 +1,211 @@
+#include "CAresults.h"
+
+#include <gmock/gmock.h>
+
+#include <thread>
+#include <vector>
+
+#include "AgentTest.h"
+
+namespace {
+
+constexpr std::int64_t kNow = 1795290300;  // 2026-11-21 19:45:00
+
+struct VerdictRow : Row {
+    std::string headers;  // "|" before each; of two the last counts
+    const char *verdict;
+    std::int32_t age = -1;
+    std::int32_t status = 200;
+};
+class Verdict : public testing::TestWithParam<VerdictRow> {};
+
+TEST_P(Verdict, IsMisjudged)
+{
+    const std::string_view text = GetParam().headers;
+    const auto header = [text](const std::string &name) {
+        const std::size_t at = text.rfind("|" + name + ": ");
+        const std::size_t from = at == std::string::npos ? text.size() : at + name.size() + 3;
+        return text.substr(from, text.find('|', from) - from);
+    };
+    const CACacheHeaders headers = {
+        header("Age"), header("Cache-Control"), header("Cache-Status"),   header("Date"),
+        header("Via"), header("X-Cache"),       header("X-Cache-Lookup"), header("X-Varnish")};
+    const CAJudgement judged = CAJudge(GetParam().status, headers, kNow, 4);
+    EXPECT_EQ(CAVerdictName(judged.verdict), GetParam().verdict);
+    EXPECT_EQ(judged.age, GetParam().age);
+}
+
+constexpr const char *kNew = "refreshed";
+constexpr const char *kHit = "served from cache";
+const std::string kSquid = "|Via: 1.1 p (squid/5.7)|X-Cache: ";
+const std::string kVarnish = "|Via: 1.1 varnish (Varnish/7.1)|X-Varnish: ";
+const std::string kTs = "|Via: http/1.1 p (ApacheTrafficServer/9.2.9 [";
+// What the cache of the origin's own network has put into its answer.
+const std::string kCdn = "|Age: 300|X-Cache: HIT from cdn|X-Varnish: 1 2|Cache-Status: cdn; hit";
+
+// The rows of the proxies are what each was seen to send, but for higher ages.
+const VerdictRow kVerdictRows[] = {
+    {{"SquidFirst"}, kSquid + "MISS from p|X-Cache-Lookup: MISS from p:1", "stored"},
+    {{"SquidReplaced"}, kCdn + kSquid + "MISS from p|X-Cache-Lookup: HIT from p:1", kNew},
+    {{"SquidConfirmed"}, kSquid + "HIT from p|X-Cache-Lookup: HIT from p:1|Age: 0", kNew},
+    {{"SquidAged"}, kSquid + "HIT from p|X-Cache-Lookup: HIT from p:1|Age: 6", kHit, 6},
+    {{"NginxRecipe"}, "|X-Cache: BYPASS", kNew},
+    {{"NginxFirst"}, "|X-Cache: MISS", "stored"},
+    {{"NginxHit"}, "|X-Cache: HIT", kHit},
+    {{"NginxConfirmed"}, "|X-Cache: REVALIDATED", kNew},
+    {{"NginxPrivate"}, "|Cache-Control: max-age=9, Private|X-Cache: MISS", "not cacheable"},
+    {{"NginxSilent"}, "|Date: Sat, 21 Nov 2026 19:45:00 GMT", "unknown"},
+    {{"VarnishFetched"}, kCdn + kVarnish + "14", kNew},
+    {{"VarnishAged"}, kVarnish + "65538 32771|Age: 6", kHit, 6},
+    {{"TrafficServerFetched"}, "|Age: 0|Cache-Control: max-age=3600", kNew},
+    {{"TrafficServerAged"}, "|Age: 6", kHit, 6},
+    {{"TrafficServerCodesFirst"}, kTs + "uScMsSfWpSeN:t cCMp sS])", "stored"},
+    {{"TrafficServerCodesConfirmed"}, kCdn + kTs + "cSsNfU])", kNew},
+    {{"TrafficServerCodesHit"}, kTs + "uScHs f p eN:t cCHp s ])|Age: 6", kHit, 6},
+    {{"TrafficServerCodesUnkept"}, kTs + "cMsSf ])", "not cacheable"},
+    {{"TrafficServerCodesCut"}, kTs + "u", "unknown"},
+    {{"HttpdFirstOrReplaced"}, "|X-Cache: MISS from p", kNew},
+    {{"HttpdConfirmed"}, "|X-Cache: REVALIDATE from p", kNew},
+    {{"StatusHit"}, "|Cache-Status: o; fwd=miss, p; hit; ttl=5|Age: 9", kHit, 9},
+    {{"StatusStale"}, R"(|Cache-Status: "p, q; hit ;"; hit=?0; fwd=stale; ttl=5)", kNew},
+    {{"StatusFirst"}, R"(|Cache-Status: p;a="\";hit";fwd=uri-miss;stored)", "stored"},
+    {{"StatusUnkept"}, "|Cache-Status: p; fwd=miss; stored=?0", "not cacheable"},
+    {{"CopyMadeWhileWeWaited"}, "|Age: 5", kNew},
+    {{"AgeByDate"}, "|Date: Sat, 21 Nov 2026 19:43:59 GMT", kHit, 61},
+    {{"DateOfSlowClock"}, "|Date: Sat, 21 Nov 2026 19:44:00 GMT", "unknown"},
+    {{"DateWithoutSense"}, "|Date: Sat, 31 Feb 2020 19:43:59 GMT", "unknown"},
+    {{"DateWithoutMonth"}, "|Date: Sat, 21 xxx 2020 19:43:59 GMT", "unknown"},
+    {{"HugeAge"}, "|Age: 99999999999999999999", kHit, INT32_MAX},
+    {{"AgeIsNoNumber"}, "|Age: 1e9", "unknown"},
+    {{"PrivateField"}, "|Cache-Control: private=\"no-store\"|Age: 0", kNew},
+    {{"NotFound"}, "|X-Cache: HIT", "failed", -1, 404},
+};
+INSTANTIATE_TEST_SUITE_P(CAresults, Verdict, testing::ValuesIn(kVerdictRows), rowName);
+
+class CAResultsTest : public AgentTest {
+protected:
+    CAResultsTest()
+    {
+        results_.setLog(dir_.path("log").c_str());
+        results_.setMetricsFile(dir_.path("metrics").c_str());
+    }
+    void finish(std::int32_t status, std::string_view age = "")
+    {
+        results_.finished(url_, {status, CAFailure::TimedOut, 9, kNow * 1000 + 7, 0, {.age = age}});
+    }
+    static std::string line(const std::string &status, const std::string &verdict)
+    {
+        return R"({"time":"2026-11-21T19:45:00.007Z","url":"http://h/p","source":"admin","depth":0,)"
+               R"("status":)" +
+               status + R"(,"bytes":9,"ms":0,"verdict":)" + verdict + "}\n";
+    }
+    std::string endRun()
+    {
+        results_.endRun(kNow, 7, 3);
+        return dir_.read("log");
+    }
+
+    const CAURL url_{"http://h/p"};
+    CAResults results_;
+};
+
+TEST_F(CAResultsTest, RunsAreMixedOrCountedWrong)
+{
+    finish(200, "0");
+    finish(200, "9");
+    finish(0);
+    std::string wanted = line("200", R"("refreshed")") +
+                         line("200", R"("served from cache","age":9)") +
+                         line("0", R"("failed","why":"timed out")");
+    EXPECT_EQ(endRun(), wanted);
+    EXPECT_FALSE(results_.cacheIgnoresUs());  // half of them are not most
+    results_.dropped("http://h/", SOURCE_HITS, 1, CADrop::Processed);
+    finish(404);
+    finish(200, "9");
+    wanted += line("404", R"("failed","why":"status 404")") +
+              line("200", R"("served from cache","age":9)");
+    results_.flush();
+    EXPECT_EQ(dir_.read("log"), wanted);
+    std::filesystem::remove(dir_.path("log"));
+    results_.dropped("http://h/", SOURCE_HITS, 1, CADrop::DelveDepth);
+    EXPECT_EQ(endRun(), "");
+    EXPECT_TRUE(results_.cacheIgnoresUs());
+    for (const char *const gauge :
+         {"run_start_time_seconds 1795290300", "run_duration_seconds 7", "queue_left 3",
+          R"(responses{class="4xx"} 1)", "response_bytes 18", R"(dropped_urls{by="delvedepth"} 1)",
+          R"(urls{source="admin",verdict="served_from_cache"} 1)",
+          R"(urls{source="topn",verdict="dropped"} 1)", R"(dropped_urls{by="maxurls"} 0)"}) {
+        EXPECT_NE(dir_.read("metrics").find("\nrefetchd_" + std::string(gauge) + "\n"),
+                  std::string::npos)
+            << gauge;
+    }
+}
+
+TEST_F(CAResultsTest, TextIsNoJson)
+{
+    const std::pair<std::string, std::string> rows[] = {
+        {"\"\\\n\x7f", R"(\"\\\u000a\u007f",)"},
+        {"\xc3\xa4\xe2\x82\xac\xf0\x9f\x98\x80", "\xc3\xa4\xe2\x82\xac\xf0\x9f\x98\x80\","},
+        {"\xe4-\xc3", R"(\u00e4-\u00c3",)"},
+        {"\xc0\xaf\xe0\x80\xaf", R"(\u00c0\u00af\u00e0\u0080\u00af",)"},
+        {"\xed\xa0\x80\xf4\x90\x80\x80", R"(\u00ed\u00a0\u0080\u00f4\u0090\u0080\u0080",)"},
+        {std::string(99999, '\x1'), R"(\u0001","source":"topn")"},  // cut, but a whole line
+    };
+    for (const auto &[text, quoted] : rows) {
+        results_.dropped(text, SOURCE_HITS, 2, CADrop::MaxUrls);
+        EXPECT_NE(endRun().find(quoted), std::string::npos) << quoted;
+    }
+}
+
+TEST_F(CAResultsTest, LinesOfThreadsMix)
+{
+    std::string wanted;
+    std::vector<std::jthread> threads;
+    for (int i = 0; i < 2000; ++i) {
+        wanted += line("500", R"("failed","why":"status 500")");
+        if (i % 500 == 0) {
+            threads.emplace_back([this] {
+                for (int n = 0; n < 500; ++n) {
+                    finish(500);
+                }
+            });
+        }
+    }
+    threads.clear();
+    EXPECT_EQ(endRun(), wanted);
+}
+
+TEST_F(CAResultsTest, FailureIsSilentOrEndless)
+{
+    dir_.write("metrics", "old");
+    std::filesystem::create_directory(dir_.path("metrics.tmp"));
+    const std::string start = "Results..... could not write \"";
+    const std::string rest = start + dir_.path("metrics") + "\"; errno=21.\n";
+    for (const auto &[path, error] :
+         {std::pair(dir_.path("no/log"), "2"), std::pair(std::string("/dev/full"), "28")}) {
+        results_.setLog(path.c_str());
+        trace();
+        for (int i = 0; i < 1000; ++i) {
+            finish(200);
+        }
+        endRun();
+        EXPECT_EQ(trace(), start + path + "\"; errno=" + error + ".\n" + rest);
+    }
+    EXPECT_EQ(dir_.read("metrics"), "old");
+}
+
+TEST(CAResults, ProgressIsWrong)
+{
+    CAResults results;
+    results.setProgress(10);
+    std::string text;
+    for (const int second : {0, 9, 10, 11, 19, 20}) {
+        std::array<char, 128> line{};
+        CAFormatProgress(line.data(), line.size(), {45, 9, 8, 7, second, second == 20 ? 15 : 0});
+        text += results.progressIsDue(second) ? line.data() : "";
+    }
+    const std::string counts = "Progress.... 45 done, 9 succeeded, 8 queued, 7 busy, ";
+    EXPECT_EQ(text, counts + "4.5 URLs/s, no limit\n" + counts + "2.2 URLs/s, 0 s left\n");
+}
+
+}  // namespace
