@@ -91,7 +91,7 @@ const OptInRow kRows[] = {
      {htmlPage("<base href=/d/><a\thref=x><a href=\"y?a=1&amp;b=2\"><img srcset=\"z 1x, /w 2x\">"
                "<!-- <a href=\"no\"> --><script>'<a href=\"no\">'</script>"
                "<a href=\"mailto:a@h\"><a href='JavaScript:no()'>")},
-     "/ /no /a@h /no()",
+     "/ /y?a=1&amp;b=2 /no /a@h /no()",
      "/ /d/x /d/y?a=1&b=2 /d/z /w",
      "loadurl h/; delvedepth 1; delveacrosshosts on; cachequeries on"},
     {"Moved301", kAll, {moved("301")}, "/", "/ /to"},
