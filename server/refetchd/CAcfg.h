@@ -135,16 +135,16 @@ public:
     char *updateProxy = nullptr;   // owned; "host:port"
     char *errorLogPath = nullptr;  // owned
     _when caching = NEVER;
-    char *hostname = nullptr;  // owned
+    char *hostname = nullptr;        // owned
+    char *userAgent = nullptr;       // owned; null: the built-in text
+    char *requestHeaders = nullptr;  // owned; whole lines with their ends, null for none
     std::int32_t port = 80;
     std::int32_t persistTimeout = 240;  // seconds
     std::int32_t readTimeout = 4;       // seconds
+    std::int32_t retries = 0;           // of a URL whose exchange broke before an answer
+    std::int32_t retryAfter = 0;        // flag: hosts that ask for it are left alone for a while
+    std::int32_t breadthFirst = 0;      // flag: the shallowest URLs first
     CAParseOptions parseOptions;
-    std::int32_t retries = 0;        // of a URL whose exchange broke before an answer
-    std::int32_t retryAfter = 0;     // flag: hosts that ask for it are left alone for a while
-    std::int32_t breadthFirst = 0;   // flag: the shallowest URLs first
-    char *userAgent = nullptr;       // owned; null: the built-in text
-    char *requestHeaders = nullptr;  // owned; whole lines with their ends, null for none
 
     // Set by the master thread, read at process exit: worker threads were left behind that may
     // still use this object.

@@ -332,6 +332,24 @@ void CAConnection::handOver(std::int32_t count, CAParser *parser, std::int32_t *
     }
 }
 
+// Tells of a read that brought nothing. True when the connection is to be closed at once.
+bool CAConnection::readFailed(std::int32_t count)
+{
+    // errno is as the last failure left it: an end of stream after one closes, too.
+    const int error = errno;
+    if (count == kHTTimedOut) {
+        CATrace("Net.. Cache agent time out!\n");
+        failure_ = CAFailure::TimedOut;
+        return false;
+    }
+    failure_ = count == 0 ? CAFailure::Closed : CAFailure::Reset;
+    if (error == 0) {
+        return false;
+    }
+    CATrace("Net.. cache agent error reading from socket; errno=%d, status=%d.\n", error, count);
+    return true;
+}
+
 int CAConnection::readResponse(CAParser *parser)
 {
     std::int32_t finished = 0;
@@ -340,17 +358,8 @@ int CAConnection::readResponse(CAParser *parser)
         const auto count = static_cast<std::int32_t>(
             HTSocket_receive(socket_, buffer_.data(), kReadSize,
                              timeoutMilliseconds(ac.readTimeout), threadContext_));
-        if (count == kHTTimedOut) {
-            CATrace("Net.. Cache agent time out!\n");
-            failure_ = CAFailure::TimedOut;
-            break;
-        }
         if (count <= 0) {
-            failure_ = count == 0 ? CAFailure::Closed : CAFailure::Reset;
-            // errno is as the last failure left it: an end of stream after one closes, too.
-            if (const int error = errno; error != 0) {
-                CATrace("Net.. cache agent error reading from socket; errno=%d, status=%d.\n",
-                        error, count);
+            if (readFailed(count)) {
                 return 1;
             }
             break;

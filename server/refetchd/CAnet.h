@@ -62,6 +62,7 @@ private:
     static constexpr std::int32_t kReadSize = 2 * kBlockSize;
 
     void closeSocket(int line);
+    [[nodiscard]] bool readFailed(std::int32_t count);
     void handOver(std::int32_t count, CAParser *parser, std::int32_t *finished,
                   std::int32_t *closeConnection);
     void traceRefusal(const CAURL *url, const char *reason);
