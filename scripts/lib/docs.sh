@@ -5,7 +5,7 @@
 # installed here are no fault.
 faults_of_manual() {
     mandoc -Tlint "$1" |
-        grep -v -E 'referenced manual not found: Xr (refetchd|refetchd-hits|tarnproxy\.conf) ' || true
+        grep -v -E 'referenced manual not found: Xr (refetchd(-check|-hits)?|tarnproxy\.conf) ' || true
     { LC_ALL=C.UTF-8 man --warnings --local-file "$1" >/dev/null; } 2>&1
 }
 

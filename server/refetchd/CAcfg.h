@@ -20,11 +20,13 @@
 #include <string_view>
 
 #include "CAoptions.h"
+#include "CAoutcome.h"
 #include "CAwhen.h"
 #include "HTList.h"
 #include "HTMemory.h"
 #include "HTWild.h"
 
+class CAConfigLines;
 class CAQueue;
 class CAURL;
 
@@ -38,6 +40,22 @@ struct HostLimit {
 enum CADebugModule : std::uint8_t {
     kDebugGetUrl = 1,
     kDebugParseUrl = 2,
+};
+
+// Hears what a configuration says while CAConfig::load() reads it, on the same thread.
+class CAConfigObserver {
+public:
+    CAConfigObserver() = default;
+    virtual ~CAConfigObserver() = default;
+    CAConfigObserver(const CAConfigObserver &) = delete;
+    CAConfigObserver &operator=(const CAConfigObserver &) = delete;
+
+    // A line of `file` (which lives as long as the configuration), before it is applied; `known` is
+    // false when the agent has no such directive. The line's words are not to be changed.
+    virtual void directive(const char *file, CAConfigLines *line, bool known) = 0;
+    // A seed that would be queued, or that something stands against: of the directive heard of
+    // last, or of the hits file, as its source says.
+    virtual void seed(const CAURL &url, CADrop why) = 0;
 };
 
 inline constexpr std::int32_t kUnlimited = INT32_MAX;
@@ -135,15 +153,20 @@ public:
     char *updateProxy = nullptr;   // owned; "host:port"
     char *errorLogPath = nullptr;  // owned
     _when caching = NEVER;
-    char *hostname = nullptr;        // owned
-    char *userAgent = nullptr;       // owned; null: the built-in text
-    char *requestHeaders = nullptr;  // owned; whole lines with their ends, null for none
+    char *hostname = nullptr;  // owned
     std::int32_t port = 80;
     std::int32_t persistTimeout = 240;  // seconds
     std::int32_t readTimeout = 4;       // seconds
     std::int32_t retries = 0;           // of a URL whose exchange broke before an answer
     std::int32_t retryAfter = 0;        // flag: hosts that ask for it are left alone for a while
     std::int32_t breadthFirst = 0;      // flag: the shallowest URLs first
+    char *userAgent = nullptr;          // owned; null: the built-in text
+    char *requestHeaders = nullptr;     // owned; whole lines with their ends, null for none
+
+    // With an observer the configuration is only looked at: load() opens no file for writing and
+    // queues no seed. Set before load(); stays the caller's.
+    CAConfigObserver *observer = nullptr;
+
     CAParseOptions parseOptions;
 
     // Set by the master thread, read at process exit: worker threads were left behind that may

@@ -40,6 +40,9 @@ struct Directive {
 
 void applyTraceLog(const DirectiveCall &call)
 {
+    if (call.config.observer != nullptr) {
+        return;
+    }
     FILE *const file = std::fopen(call.argument(), "we");
     if (file == nullptr) {
         return;
@@ -64,6 +67,9 @@ void applyErrorLog(const DirectiveCall &call)
     CAConfig &config = call.config;
     HTSACopy(&config.errorLogPath, call.argument());
     HTSACat(&config.errorLogPath, "cacheAgent-errors");
+    if (config.observer != nullptr) {
+        return;
+    }
     FILE *const file = std::fopen(config.errorLogPath, "we");
     if (file == nullptr) {
         CATrace("CacheErrorLog.... \"%s\" could not be opened.\n", config.errorLogPath);
@@ -512,6 +518,9 @@ int CAConfig::loadAgentConfig(CAQueue *queue, const char *file)
         const auto *const row =
             std::find_if(kDirectives.begin(), kDirectives.end(),
                          [name](const Directive &directive) { return directive.name == name; });
+        if (observer != nullptr) {
+            observer->directive(file, &line, row != kDirectives.end());
+        }
         if (row != kDirectives.end()) {
             row->apply({.config = *this, .queue = queue, .line = line, .row = *row});
         }

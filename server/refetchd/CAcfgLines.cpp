@@ -18,6 +18,7 @@ CAConfigLines::~CAConfigLines()
 bool CAConfigLines::next()
 {
     while (std::fgets(raw_.data(), static_cast<int>(raw_.size()), file_) != nullptr) {
+        countLine();
         copy_ = raw_;
         HTConvertToSlash(copy_.data());
         count_ = parse_args(copy_.data(), words_.data());
@@ -27,6 +28,12 @@ bool CAConfigLines::next()
         }
     }
     return false;
+}
+
+void CAConfigLines::countLine()
+{
+    number_ += lineEnded_ ? 1 : 0;
+    lineEnded_ = std::strchr(raw_.data(), '\n') != nullptr;
 }
 
 bool CAConfigLines::isDirective()

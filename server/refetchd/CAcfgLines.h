@@ -25,6 +25,8 @@ public:
 
     // The directive's name, standardized. Of the current line, as all below.
     [[nodiscard]] const char *directive() const { return words_[0]; }
+    // Its line in the file, from 1 on; the pieces of a line that is too long have one number.
+    [[nodiscard]] int number() const { return number_; }
     // Number of words, the directive included; at least 2.
     [[nodiscard]] int count() const { return count_; }
     // Word `index` (0 is the directive); an empty text behind the last. The caller may change it.
@@ -37,10 +39,13 @@ private:
     static constexpr std::size_t kLineSize = 1024 + 1;
 
     bool isDirective();
+    void countLine();
 
     FILE *const file_;
     bool inBlock_ = false;
     int count_ = 0;
+    int number_ = 0;
+    bool lineEnded_ = true;  // what was read last ended with its line
     std::array<char *, kMaxArgs> words_{};
     std::array<char, kLineSize> raw_{};
     std::array<char, kLineSize> copy_{};

@@ -51,9 +51,13 @@ void CAConfig::setServerRoot(const char *root)
     HTSACat(&g_catrace_filename, "/pub/");
     HTSACat(&g_catrace_filename, refetchd_LocaleString);
     HTSACat(&g_catrace_filename, "/reports/refetchd.html");
-    writePlaceholder(g_catrace_filename);
-
+    if (observer == nullptr) {
+        writePlaceholder(g_catrace_filename);
+    }
     HTSACat(&g_catrace_filename, kInProgress);
+    if (observer != nullptr) {
+        return;
+    }
     if (reportStream != nullptr) {
         std::fclose(reportStream);
     }

@@ -34,13 +34,26 @@ CAURL *adminUrl(const char *argument)
     return new CAURL(text);
 }
 
-// Deletes a seed that something stands against, and tells the observer.
-void dropSeed(CAURL *url, CADrop why)
+// Deletes a seed that something stands against, and tells the observers.
+void dropSeed(const CAConfig &config, CAURL *url, CADrop why)
 {
-    if (results.observes()) {
+    if (config.observer != nullptr) {
+        config.observer->seed(*url, why);
+    } else if (results.observes()) {
         results.dropped(url->stringitize(), url->source(), 0, why);
     }
     delete url;
+}
+
+// Hands a seed on to the queue, whose it is then; or to who only looks at the configuration.
+void enqueueSeed(const CAConfig &config, CAQueue *queue, CAURL *url)
+{
+    if (config.observer != nullptr) {
+        config.observer->seed(*url, CADrop::None);
+        delete url;
+        return;
+    }
+    queue->enqueue(url);
 }
 
 constexpr std::size_t kLoadedLine = 1023;  // characters of a hits-file line that are looked at
@@ -54,20 +67,20 @@ void seedTopUrl(const CAConfig &config, const CAHitsLine &words)
     url->setHits(HTInteger(words.hits.data()));
     if (config.queryURL(url) != 0 && config.cacheThisQuery(url) == 0) {
         CATrace("Not loading... URL with ? \"%s\".\n", words.url.data());
-        dropSeed(url, CADrop::CacheQueries);
+        dropSeed(config, url, CADrop::CacheQueries);
         return;
     }
     if (config.ignoreURL(url) != 0) {
-        dropSeed(url, CADrop::IgnoreUrl);
+        dropSeed(config, url, CADrop::IgnoreUrl);
         return;
     }
     if (HashLookup(processedUrls, words.url.data()) != nullptr) {
-        dropSeed(url, CADrop::Processed);
+        dropSeed(config, url, CADrop::Processed);
         return;
     }
     CARecordProcessed(url);
     ht.addHits(url->host(), url->hits());
-    urlQueue->enqueue(url);
+    enqueueSeed(config, urlQueue, url);
 }
 
 void readHits(const CAConfig &config)
@@ -100,14 +113,14 @@ bool CAConfig::seedAdminUrl(CAQueue *queue, const char *argument)
     }
     if (queryURL(url) != 0 && cacheThisQuery(url) == 0) {
         CATrace("Not loading... URL with ? \"%s\".\n", argument);
-        dropSeed(url, CADrop::CacheQueries);
+        dropSeed(*this, url, CADrop::CacheQueries);
         return false;
     }
     url->setSource(SOURCE_CONFIG);
     ht.addHit(url->host());
     CARecordProcessed(url);
     // Enqueued even when it is known already; from here on it may be a worker's.
-    queue->enqueue(url);
+    enqueueSeed(*this, queue, url);
     CATrace("Will load... URL \"%s\".\n", argument);
     return true;
 }

@@ -1,0 +1,6 @@
+#include "CAcheck.h"
+
+int main(int argc, char **argv)
+{
+    return CACheckMain(argc, argv);
+}
