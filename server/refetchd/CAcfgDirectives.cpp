@@ -352,10 +352,19 @@ std::string joinWords(const CAConfigLines &line, int first)
     return text;
 }
 
+// Tabs, and what ends the line, are white space.
+bool hasControl(const DirectiveCall &call)
+{
+    std::string_view text(call.line.rest());
+    text = text.substr(0, text.find_last_not_of("\r\n") + 1);
+    return std::any_of(text.begin(), text.end(),
+                       [](char c) { return HTIsControl(c) && c != '\t'; });
+}
+
 void applyUserAgent(const DirectiveCall &call)
 {
     const std::string text = joinWords(call.line, 1);
-    if (HTHasControl(text)) {
+    if (hasControl(call)) {
         CATrace("User-Agent.. refused: a control character in it.\n");
         return;
     }
@@ -365,7 +374,8 @@ void applyUserAgent(const DirectiveCall &call)
 
 // What every request has already, or what would give it a body.
 constexpr std::string_view kOwnHeaders[] = {
-    "Cache-Control", "Connection", "Content-Length", "Host", "Transfer-Encoding", "User-Agent",
+    "Accept", "Cache-Control",     "Connection", "Content-Length",
+    "Host",   "Transfer-Encoding", "User-Agent",
 };
 
 bool isOwnHeader(const char *name)
@@ -388,11 +398,11 @@ void applyRequestHeader(const DirectiveCall &call)
 {
     const char *const name = call.argument();
     const std::string value = joinWords(call.line, 2);
-    const char *const fault = !isHeaderName(name)   ? "not a header's name"
-                              : isOwnHeader(name)   ? "the agent sends its own"
-                              : value.empty()       ? "no value"
-                              : HTHasControl(value) ? "a control character in it"
-                                                    : nullptr;
+    const char *const fault = !isHeaderName(name) ? "not a header's name"
+                              : isOwnHeader(name) ? "the agent sends its own"
+                              : value.empty()     ? "no value"
+                              : hasControl(call)  ? "a control character in it"
+                                                  : nullptr;
     if (fault != nullptr) {
         CATrace("Header...... refused: %s.\n", fault);
         return;

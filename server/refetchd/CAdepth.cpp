@@ -25,6 +25,16 @@ CAURL *CADepthOrder::take()
     return url;
 }
 
+CAURL *CADepthOrder::drain()
+{
+    if (waiting_.empty()) {
+        return nullptr;
+    }
+    CAURL *const url = waiting_.begin()->second;
+    waiting_.erase(waiting_.begin());
+    return url;
+}
+
 void CADepthOrder::finished(std::int32_t depth)
 {
     const auto at = inWork_.find(depth);

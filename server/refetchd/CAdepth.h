@@ -18,6 +18,8 @@ public:
     // The next URL, which is in work then; null when none waits, or only deeper ones than those in
     // work.
     CAURL *take();
+    // Any URL that waits, which is not in work then; null when none does.
+    CAURL *drain();
     // One of this depth is no longer in work. What it led to was put before.
     void finished(std::int32_t depth);
 

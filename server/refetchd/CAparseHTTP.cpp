@@ -6,6 +6,7 @@
 #include <array>
 #include <cinttypes>
 #include <cstring>
+#include <string>
 #include <string_view>
 
 #include "CAparseBinary.h"
@@ -184,6 +185,7 @@ void CAParseHTTP::consumeHeaders(char **readP, char *const *writeP)
 void CAParseHTTP::addHeader(char *line)
 {
     char *const space = std::strchr(line, ' ');
+    addWithoutBlank(line);
     if (space == nullptr) {
         return;
     }
@@ -202,6 +204,24 @@ void CAParseHTTP::addHeader(char *line)
         HTAssocList_add(headers_, line, value, threadContext_);
     }
     CATrace("Parser...... found header %s %s.\n", line, value);
+}
+
+// A header whose value follows its colon at once counts as none, but for those that only the
+// options ask for.
+void CAParseHTTP::addWithoutBlank(const char *line)
+{
+    if (!options_.closeDelimitedBodies && !options_.keepMoreHeaders) {
+        return;
+    }
+    const char *const colon = std::strchr(line, ':');
+    if (colon == nullptr || colon[1] == ' ' || headerBytes_ > kMaxHeaderBytes) {
+        return;
+    }
+    const std::string name(line, colon + 1);
+    if (isAmong(kMoreHeaders, name) || strcasecmp(name.c_str(), "Transfer-Encoding:") == 0) {
+        headerBytes_ += kHeaderRecord + std::strlen(line);
+        HTAssocList_add(headers_, name.c_str(), colon + 1, threadContext_);
+    }
 }
 
 void CAParseHTTP::readFraming(std::int32_t *closeConnection)

@@ -28,6 +28,9 @@ public:
     // False once what came turned out to be no HTTP response.
     [[nodiscard]] bool isHTTP() const { return isHTTP_; }
 
+    // True once it is known that the body ends with the connection.
+    [[nodiscard]] bool endsWithClose() const { return untilClose_; }
+
     // The value of a header that is kept (its name with the colon), as it stands; "" without one.
     [[nodiscard]] std::string_view header(const char *name) const;
 
@@ -44,6 +47,7 @@ private:
     void consumeRC(char **readP, char *const *writeP);
     void consumeHeaders(char **readP, char *const *writeP);
     void addHeader(char *line);
+    void addWithoutBlank(const char *line);
     void readFraming(std::int32_t *closeConnection);
     [[nodiscard]] bool endsWithConnection() const;
     [[nodiscard]] bool leadsOn() const;

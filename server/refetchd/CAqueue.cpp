@@ -64,7 +64,7 @@ void CAQueue::appendLocked(HTList *node)
 void *CAQueue::dequeue()
 {
     if (orderedByDepth_) {
-        return takeByDepth();
+        return takeByDepth(&CADepthOrder::take);
     }
     HTList *node = nullptr;
     {
@@ -79,10 +79,15 @@ void *CAQueue::dequeue()
     return element;
 }
 
-void *CAQueue::takeByDepth()
+void *CAQueue::drain()
+{
+    return orderedByDepth_ ? takeByDepth(&CADepthOrder::drain) : dequeue();
+}
+
+void *CAQueue::takeByDepth(CAURL *(CADepthOrder::*take)())
 {
     const PMutexGuard guard(mutex_);
-    CAURL *const url = byDepth_.take();
+    CAURL *const url = (byDepth_.*take)();
     if (url != nullptr) {
         --length_;
     }

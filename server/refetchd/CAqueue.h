@@ -32,6 +32,9 @@ public:
     // out now).
     void *dequeue();
 
+    // Any element, whatever the order; null when the queue is empty.
+    void *drain();
+
     // From now on the elements are CAURL and are handed out as CADepthOrder says, those too that
     // wait already. Before any other thread uses the queue.
     void orderByDepth();
@@ -58,7 +61,7 @@ private:
     void put(void *element, std::int32_t count);
     void appendLocked(HTList *node) HT_REQUIRES(mutex_);
     HTList *takeFirstLocked() HT_REQUIRES(mutex_);
-    void *takeByDepth();
+    void *takeByDepth(CAURL *(CADepthOrder::*take)());
 
     PMutex mutex_;
     std::array<Lane, kLanes> lanes_ HT_GUARDED_BY(mutex_){};

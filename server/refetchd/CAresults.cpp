@@ -236,7 +236,11 @@ void CAResults::finished(const CAURL &url, const CAExchange &exchange)
                                        static_cast<std::int32_t>(exchange.milliseconds / 1000));
     std::array<char, 24> status{};
     std::string_view why;
-    if (judged.verdict == CAVerdict::Failed && exchange.status == 0) {
+    const bool isCutOff = exchange.status != 0 && exchange.failure != CAFailure::None;
+    if (isCutOff) {
+        why = exchange.failure == CAFailure::TimedOut ? "timed out within the answer"
+                                                      : "connection broke within the answer";
+    } else if (judged.verdict == CAVerdict::Failed && exchange.status == 0) {
         why = CAFailureText(exchange.failure);
     } else if (judged.verdict == CAVerdict::Failed) {
         std::snprintf(status.data(), status.size(), "status %d", exchange.status);
@@ -245,8 +249,8 @@ void CAResults::finished(const CAURL &url, const CAExchange &exchange)
     const Record record{.url = url.stringitize(),
                         .source = url.source(),
                         .depth = url.depth(),
-                        .verdict = judged.verdict,
-                        .age = judged.age,
+                        .verdict = isCutOff ? CAVerdict::Failed : judged.verdict,
+                        .age = isCutOff ? -1 : judged.age,
                         .why = why,
                         .exchange = exchange};
     int error = 0;

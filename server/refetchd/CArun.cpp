@@ -52,10 +52,52 @@ std::int32_t CAStartWorkers()
 
 namespace {
 
+// What the workers have done since they were started.
+CAProgress workDone()
+{
+    CAProgress work;
+    for (std::int32_t i = 0; i < workerCount(); ++i) {
+        work.done += workerThreads[i]->getFinished();
+        work.succeeded += workerThreads[i]->getSuccesses();
+        work.busy += workerThreads[i]->areYouBusy();
+    }
+    return work;
+}
+
+// What was done by the runs before this one. The master's.
+CAProgress doneBefore;
+
+// The line of progress, to standard error.
+void writeProgress()
+{
+    CAProgress progress = workDone();
+    progress.done -= doneBefore.done;
+    progress.succeeded -= doneBefore.succeeded;
+    progress.queued = urlQueue->getLength() + restingHosts->parked();
+    progress.elapsed = secondsElapsed();
+    progress.maxRuntime = ac.maxRuntime;
+    std::array<char, 256> line{};
+    CAFormatProgress(line.data(), line.size(), progress);
+    std::fputs(line.data(), stderr);
+}
+
+// SIGUSR1 asks for it at any time; it is blocked in every thread and waits here.
+bool progressIsAskedFor()
+{
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGUSR1);
+    const std::timespec atOnce{};
+    return sigtimedwait(&signals, nullptr, &atOnce) == SIGUSR1;
+}
+
 // Runs follow each other no faster than one in `maxruntime` seconds.
 void waitOutRunTime()
 {
     while (secondsElapsed() < ac.maxRuntime) {
+        if (progressIsAskedFor()) {
+            writeProgress();
+        }
         HTSleep(kPollMilliseconds);
     }
 }
@@ -150,42 +192,6 @@ bool timeIsUp()
 
 namespace {
 
-// What the workers have done since they were started.
-CAProgress workDone()
-{
-    CAProgress work;
-    for (std::int32_t i = 0; i < workerCount(); ++i) {
-        work.done += workerThreads[i]->getFinished();
-        work.succeeded += workerThreads[i]->getSuccesses();
-        work.busy += workerThreads[i]->areYouBusy();
-    }
-    return work;
-}
-
-// The line of progress, to standard error; `before` was done by the runs before this one.
-void writeProgress(const CAProgress &before)
-{
-    CAProgress progress = workDone();
-    progress.done -= before.done;
-    progress.succeeded -= before.succeeded;
-    progress.queued = urlQueue->getLength() + restingHosts->parked();
-    progress.elapsed = secondsElapsed();
-    progress.maxRuntime = ac.maxRuntime;
-    std::array<char, 256> line{};
-    CAFormatProgress(line.data(), line.size(), progress);
-    std::fputs(line.data(), stderr);
-}
-
-// SIGUSR1 asks for it at any time; it is blocked in every thread and waits here.
-bool progressIsAskedFor()
-{
-    sigset_t signals;
-    sigemptyset(&signals);
-    sigaddset(&signals, SIGUSR1);
-    const std::timespec atOnce{};
-    return sigtimedwait(&signals, nullptr, &atOnce) == SIGUSR1;
-}
-
 // The run is over: what was observed of it is written, and what stands out is said.
 void endObservation()
 {
@@ -208,7 +214,7 @@ void endObservation()
 
 void Run()
 {
-    const CAProgress before = workDone();
+    doneBefore = workDone();
     for (;;) {
         updatetimeRep(0);
         restingHosts->release(HTtime(), urlQueue);
@@ -221,6 +227,8 @@ void Run()
             return;
         }
         if (hasRunDry()) {
+            restingHosts->release(CARestTable::kForEver,
+                                  urlQueue);  // none waits: no rest outlives its run
             endObservation();
             CASummary();
             CACleanup();
@@ -229,7 +237,7 @@ void Run()
         }
         results.flush();
         if (results.progressIsDue(secondsElapsed()) || progressIsAskedFor()) {
-            writeProgress(before);
+            writeProgress();
         }
         HTSleep(kPollMilliseconds);
         CAWorkerThread::resetCountPerSecond(ac.requestsPerSecond);
@@ -290,7 +298,7 @@ void flushProcessedUrls()
 void flushQueue()
 {
     CATrace("Flushing.... remove all non-processed URLs.\n");
-    while (auto *const url = static_cast<CAURL *>(urlQueue->dequeue())) {
+    while (auto *const url = static_cast<CAURL *>(urlQueue->drain())) {
         if (processedUrls != nullptr) {
             releaseText(HashRemove(processedUrls, url->stringitize()), nullptr);
         }
@@ -302,10 +310,12 @@ void flushQueue()
 
 void CACleanup()
 {
+    ++currentRun;
     const bool last = ac.repeatCount == 1;
     bool allGone = false;
     if (last) {
         allGone = stopWorkers();
+        results.flush();  // what they were at when the run ended
         ac.workersLeft = !allGone;
     } else {
         CATrace("Reporting... Skip deleting thread for following runs\n");

@@ -1,5 +1,6 @@
 #include "CAwork.h"
 
+#include <algorithm>
 #include <memory>
 #include <string>
 
@@ -138,7 +139,8 @@ std::int64_t askedRest(const CAParseHTTP &parser)
         return 0;
     }
     const std::string_view value = parser.header("Retry-After:");
-    return !value.empty() && HTIsDigit(value.front()) ? HTDecimal(value) : kDefaultRest;
+    const bool isNumber = !value.empty() && HTIsDigit(value.front());
+    return isNumber ? std::max<std::int64_t>(HTDecimal(value), 1) : kDefaultRest;
 }
 
 // The exchange broke before an answer, and another one may do better.
@@ -166,13 +168,27 @@ enum class Next : std::uint8_t {
     Rest,   // its host wants to be left alone, and it is repeated then
 };
 
-// Leaves the host of `url` alone as it asked; true when the URL is to be repeated then.
-bool restHost(CAURL *url, std::int64_t seconds)
+// Leaves the host of `url` alone as it asked.
+void restHost(const CAURL &url, std::int64_t seconds)
 {
-    const std::int64_t rest = restingHosts->rest(url->host(), HTtime(), seconds);
-    CATrace("Worker...... host %.*s is left alone for %d s.\n", CALength(url->host()),
-            url->host().data(), static_cast<int>(rest));
-    return !url->isRepeated();
+    const std::int64_t rest = restingHosts->rest(url.host(), HTtime(), seconds);
+    CATrace("Worker...... host %.*s is left alone for %d s.\n", CALength(url.host()),
+            url.host().data(), static_cast<int>(rest));
+}
+
+// Somebody asks which answer is whose.
+bool looksAtAnswers()
+{
+    return results.observes() || ac.retries > 0 || ac.retryAfter != 0;
+}
+
+CAFailure failureOf(const CAParseHTTP &parser, const CAConnection &connection)
+{
+    if (!parser.isHTTP()) {
+        return CAFailure::BadResponse;
+    }
+    const bool isEnd = parser.endsWithClose() && connection.failure() == CAFailure::Closed;
+    return isEnd ? CAFailure::None : connection.failure();
 }
 
 CACacheHeaders cacheHeaders(const CAParseHTTP &parser)
@@ -188,7 +204,7 @@ CACacheHeaders cacheHeaders(const CAParseHTTP &parser)
 }
 
 // One exchange. Unless there is to be another one, the observer hears of it.
-Next exchange(const Client &client, CAConnection *connection, CAURL *url)
+Next exchange(const Client &client, CAConnection *connection, CAURL *url, std::uint32_t run)
 {
     CAParseHTTP parser(url, client.context, ac.parseOptions);
     CATrace("Worker...... #%d working on URL \"%s\".\n", client.index + 1, url->stringitize());
@@ -204,12 +220,19 @@ Next exchange(const Client &client, CAConnection *connection, CAURL *url)
         client.worker->incrementSuccesses();
     }
     result.status = parser.isHTTP() ? parser.getHTTPRequestRC() : 0;
-    result.failure = parser.isHTTP() ? connection->failure() : CAFailure::BadResponse;
-    if (isWorthRetrying(result) && url->retries() < ac.retries && client.keepsGoing()) {
-        return Next::Retry;
+    result.failure = failureOf(parser, *connection);
+    if (connection->failure() == CAFailure::TimedOut && looksAtAnswers()) {
+        connection->renew();  // a late answer must not pass for that of the next URL
     }
-    if (const std::int64_t rest = askedRest(parser); rest > 0 && restHost(url, rest)) {
-        return Next::Rest;
+    if (currentRun == run) {
+        if (isWorthRetrying(result) && url->retries() < ac.retries && client.keepsGoing()) {
+            return Next::Retry;
+        }
+        const std::int64_t rest = url->isRepeated() ? 0 : askedRest(parser);
+        if (rest > 0) {
+            restHost(*url, rest);
+            return Next::Rest;
+        }
     }
     client.worker->incrementFinished();
     if (results.observes()) {
@@ -222,7 +245,7 @@ Next exchange(const Client &client, CAConnection *connection, CAURL *url)
 }
 
 // Fetches one URL and disposes of it: it is deleted, or waits for another try.
-void fetch(const Client &client, CAURL *url)
+void fetch(const Client &client, CAURL *url, std::uint32_t run)
 {
     std::unique_ptr<CAConnection> ownConnection;
     if (connectsPerUrl()) {
@@ -230,14 +253,14 @@ void fetch(const Client &client, CAURL *url)
     }
     CAConnection *const connection =
         ownConnection != nullptr ? ownConnection.get() : client.connection.get();
-    Next next = exchange(client, connection, url);
+    const Next next = exchange(client, connection, url, run);
     if (next == Next::Retry) {
         url->countRetry();
         CATrace("Worker...... will try URL \"%s\" again (%d of %d).\n", url->stringitize(),
                 url->retries(), ac.retries);
         connection->renew();
         if (url->retries() == 1 && waitForBudget(client)) {
-            fetch(client, url);
+            fetch(client, url, run);
         } else {
             urlQueue->requeue(url);
         }
@@ -245,9 +268,10 @@ void fetch(const Client &client, CAURL *url)
     }
     if (next == Next::Rest) {
         url->setRepeated();
-        if (restingHosts->park(url, HTtime())) {
-            return;
+        if (!restingHosts->park(url, HTtime())) {
+            urlQueue->requeue(url);  // the rest is over already
         }
+        return;
     }
     delete url;
 }
@@ -257,6 +281,7 @@ void fetch(const Client &client, CAURL *url)
 void workOnNext(const Client &client)
 {
     client.worker->makeBusy();
+    const std::uint32_t run = currentRun;
     auto *const url = static_cast<CAURL *>(urlQueue->dequeue());
     const std::int32_t depth = url != nullptr ? url->depth() : 0;
     const bool blocked = url == nullptr && urlQueue->isOrderedByDepth();
@@ -264,7 +289,7 @@ void workOnNext(const Client &client)
     if (blocked || parked) {
         CAWorkerThread::returnRequest();
     } else if (url != nullptr) {
-        fetch(client, url);
+        fetch(client, url, run);
     }
     if (url != nullptr) {
         urlQueue->finished(depth);

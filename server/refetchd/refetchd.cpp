@@ -14,6 +14,7 @@ char *g_ca_service_prefix = nullptr;
 char *g_ca_hits_filename = nullptr;
 std::time_t g_ca_timestarted = 0;
 CAQueue *urlQueue = nullptr;
+std::atomic<std::uint32_t> currentRun = 0;
 CARestTable *const restingHosts = new CARestTable;
 HashTable *processedUrls = nullptr;
 CAWorkerThread **workerThreads = nullptr;

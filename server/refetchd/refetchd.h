@@ -33,6 +33,9 @@ extern CAQueue *urlQueue;
 // Hosts that are left alone for a while. It lives until the process ends, as a worker may.
 extern CARestTable *const restingHosts;
 
+// Changes with the end of each run: what was taken before is not tried again in the next.
+extern std::atomic<std::uint32_t> currentRun;
+
 // Text forms of the URLs that were taken in this run, shared with the URLs' own records
 // (HTShared.h); it has its own lock. Freed as `urlQueue` is.
 extern HashTable *processedUrls;

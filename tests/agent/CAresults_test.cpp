@@ -91,7 +91,8 @@ protected:
     }
     void finish(std::int32_t status, std::string_view age = "")
     {
-        results_.finished(url_, {status, CAFailure::TimedOut, 9, kNow * 1000 + 7, 0, {.age = age}});
+        const CAFailure failure = status == 0 ? CAFailure::TimedOut : CAFailure::None;
+        results_.finished(url_, {status, failure, 9, kNow * 1000 + 7, 0, {.age = age}});
     }
     static std::string line(const std::string &status, const std::string &verdict)
     {

@@ -167,6 +167,36 @@ TEST(BreadthFirst, PageThatIsMetFirstOnALongerWayLosesItsLinks)
     }
 }
 
+// "/s" holds the first run until its time is over, with "/a" still queued.
+TEST(BreadthFirst, PageOfARunThatWasCutShortBlocksOrEntersTheNext)
+{
+    std::atomic<int> stalls = 0;
+    const ScriptedPeer peer([&](const ScriptedPeer &, const ScriptedPeer::Request &request) {
+        const bool stall = request.target == "http://h/s" && stalls++ == 0;
+        return stall ? Reply{} : htmlPage(request.target == "http://h/" ? "<a href=\"a\">" : "");
+    });
+    Agent agent(peer.port(),
+                "breadthfirst on; numclients 1; readtimeout 6; maxruntime 3; refetchdrepeat 2; "
+                "delvedepth 1; loadurl h/; loadurl h/s");
+    agent.run();
+    EXPECT_THAT(peer.targets(), testing::ElementsAre("http://h/", "http://h/s", "http://h/",
+                                                     "http://h/s", "http://h/a"));
+}
+
+TEST(Results, LateAnswerIsTakenForThatOfTheNextUrl)
+{
+    Reply late = Reply::ok();
+    late.pieces.front() = {"HTTP/1.0 404 No\r\nContent-Length: 0\r\n\r\n", 1500};
+    const ScriptedPeer peer({{"http://h/0", late}});
+    Agent agent(peer.port(), "numclients 1; readtimeout 1; resultslog @dir@/log; " + seeds(2));
+    agent.run();
+    const std::string log = agent.dir.read("log");
+    EXPECT_NE(log.find("timed out"), std::string::npos) << log;
+    EXPECT_NE(log.find("\"http://h/1\",\"source\":\"admin\",\"depth\":0,\"status\":200"),
+              std::string::npos)
+        << log;
+}
+
 // The log without what a clock says.
 std::string withoutTimes(const std::string &log)
 {
