@@ -104,11 +104,15 @@ void applyLimit(const DirectiveCall &call)
     CATrace("%s%d%s", call.row.before, call.config.*call.row.field, call.row.after);
 }
 
-// An on/off word, with a message when the row has one.
+// An on/off word for a setting or an option of the parsers, with a message when the row has one.
 void applyFlag(const DirectiveCall &call)
 {
     const bool on = positive(call.argument());
-    call.config.*call.row.field = on ? 1 : 0;
+    if (call.row.option != nullptr) {
+        call.config.parseOptions.*call.row.option = on;
+    } else {
+        call.config.*call.row.field = on ? 1 : 0;
+    }
     if (call.row.before != nullptr) {
         CATrace("%s%s%s", call.row.before, on ? "" : "NOT ", call.row.after);
     }
@@ -324,14 +328,6 @@ void applyService(const DirectiveCall &call)
     }
 }
 
-// A flag of the parsers.
-void applyParseOption(const DirectiveCall &call)
-{
-    const bool on = positive(call.argument());
-    call.config.parseOptions.*call.row.option = on;
-    CATrace("%s%s%s", call.row.before, on ? "" : "NOT ", call.row.after);
-}
-
 // Which answers lead on: "all" redirections, or 302 alone.
 void applyFollowRedirects(const DirectiveCall &call)
 {
@@ -484,11 +480,10 @@ constexpr std::array<Directive, 47> kDirectives = {{
     {"refetchdhttpversion", applyHttpVersion},
     {"serverroot", applyServerRoot},
     {"service", applyService},
-    {"closedelimitedbodies", applyParseOption, nullptr,
-     "Bodies...... that end with the connection will ", "be read.\n",
-     &CAParseOptions::closeDelimitedBodies},
-    {"modernlinks", applyParseOption, nullptr, "Links....... will ",
-     "be found as browsers find them.\n", &CAParseOptions::modernLinks},
+    {"closedelimitedbodies", applyFlag, nullptr, "Bodies...... that end with the connection will ",
+     "be read.\n", &CAParseOptions::closeDelimitedBodies},
+    {"modernlinks", applyFlag, nullptr, "Links....... will ", "be found as browsers find them.\n",
+     &CAParseOptions::modernLinks},
     {"followredirects", applyFollowRedirects},
     {"retries", applyRetries},
     {"retryafter", applyRetryAfter, &CAConfig::retryAfter, "RetryAfter.. will ", "be respected.\n"},
