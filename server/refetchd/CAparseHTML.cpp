@@ -55,8 +55,8 @@ std::int32_t CAParseHTML::consume(char *data, std::int32_t length, std::int32_t 
         return length;
     }
     if (modernLinks_ != nullptr) {
-        modernLinks_->scan(data,
-                           data + length);  // it may be within a comment: no block is left out
+        // It may be within a comment: no block is left out.
+        modernLinks_->scan(data, data + length);
     } else if (takesLinks()) {
         links_.scan(data, data + length);
     }

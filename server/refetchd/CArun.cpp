@@ -192,9 +192,11 @@ bool timeIsUp()
 
 namespace {
 
-// The run is over: what was observed of it is written, and what stands out is said.
+// The run is over, and with it every rest: what still waits is left in the queue. What was observed
+// is written, and what stands out is said.
 void endObservation()
 {
+    restingHosts->release(CARestTable::kForEver, urlQueue);
     if (!results.observes()) {
         return;
     }
@@ -219,7 +221,6 @@ void Run()
         updatetimeRep(0);
         restingHosts->release(HTtime(), urlQueue);
         if (timeIsUp()) {
-            restingHosts->release(CARestTable::kForEver, urlQueue);  // not processed
             endObservation();
             CASummary();
             CACleanup();
@@ -227,8 +228,6 @@ void Run()
             return;
         }
         if (hasRunDry()) {
-            restingHosts->release(CARestTable::kForEver,
-                                  urlQueue);  // none waits: no rest outlives its run
             endObservation();
             CASummary();
             CACleanup();

@@ -228,10 +228,11 @@ Next exchange(const Client &client, CAConnection *connection, CAURL *url, std::u
         if (isWorthRetrying(result) && url->retries() < ac.retries && client.keepsGoing()) {
             return Next::Retry;
         }
-        const std::int64_t rest = url->isRepeated() ? 0 : askedRest(parser);
-        if (rest > 0) {
+        if (const std::int64_t rest = askedRest(parser); rest > 0) {
             restHost(*url, rest);
-            return Next::Rest;
+            if (!url->isRepeated()) {
+                return Next::Rest;
+            }
         }
     }
     client.worker->incrementFinished();
