@@ -265,8 +265,9 @@ TEST(Results, LogMetricsOrWarningSayOtherwise)
 
 TEST(Progress, LineIsMissingOrTheSignalEndsTheProcess)
 {
+    // One client: the first URL is counted before the second is asked for, which holds the run.
     const ScriptedPeer peer({{"http://h/", Reply{{}, Reply::Then::Stall}}});
-    Agent agent(peer.port(), "numclients 2; readtimeout 5; maxruntime 60; loadurl h/; loadurl h/1");
+    Agent agent(peer.port(), "numclients 1; readtimeout 5; maxruntime 60; loadurl h/1; loadurl h/");
     agent.startWith("-r proxy.conf");
     ASSERT_TRUE(peer.waitForRequests(2, kRunDeadline));
     agent.process->signal(SIGUSR1);
