@@ -188,19 +188,13 @@ bool timeIsUp()
     return true;
 }
 
-}  // namespace
-
-namespace {
-
-// The run is over, and with it every rest: what still waits is left in the queue. What was observed
-// is written, and what stands out is said.
-void endObservation()
+// What was observed of a run is written, and what stands out is said.
+void tellResults(int seconds, std::int32_t queueLeft)
 {
-    restingHosts->release(CARestTable::kForEver, urlQueue);
     if (!results.observes()) {
         return;
     }
-    results.endRun(g_ca_timestarted, secondsElapsed(), urlQueue->getLength());
+    results.endRun(g_ca_timestarted, seconds, queueLeft);
     if (results.cacheIgnoresUs() && ac.stressMode == 0) {
         CATrace(
             "Results..... %d of %d pages were served from the proxy's cache although fresh copies "
@@ -212,6 +206,20 @@ void endObservation()
     }
 }
 
+// The run is over, and with it every rest: what still waits is left in the queue. The results come
+// last, for what the workers are still at belongs to the last run.
+void endRun(const char *message)
+{
+    restingHosts->release(CARestTable::kForEver, urlQueue);
+    const int seconds = secondsElapsed();
+    const std::int32_t queueLeft = urlQueue->getLength();
+    results.flush();
+    CASummary();
+    CACleanup();
+    tellResults(seconds, queueLeft);
+    CATrace("%s", message);
+}
+
 }  // namespace
 
 void Run()
@@ -221,18 +229,10 @@ void Run()
         updatetimeRep(0);
         restingHosts->release(HTtime(), urlQueue);
         if (timeIsUp()) {
-            endObservation();
-            CASummary();
-            CACleanup();
-            CATrace("Master...... all threads done - we outta here!\n");
-            return;
+            return endRun("Master...... all threads done - we outta here!\n");
         }
         if (hasRunDry()) {
-            endObservation();
-            CASummary();
-            CACleanup();
-            CATrace("Master...... all threads done - we're outta here!\n");
-            return;
+            return endRun("Master...... all threads done - we're outta here!\n");
         }
         results.flush();
         if (results.progressIsDue(secondsElapsed()) || progressIsAskedFor()) {
@@ -314,7 +314,6 @@ void CACleanup()
     bool allGone = false;
     if (last) {
         allGone = stopWorkers();
-        results.flush();  // what they were at when the run ended
         ac.workersLeft = !allGone;
     } else {
         CATrace("Reporting... Skip deleting thread for following runs\n");

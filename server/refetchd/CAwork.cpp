@@ -208,12 +208,16 @@ Next exchange(const Client &client, CAConnection *connection, CAURL *url, std::u
 {
     CAParseHTTP parser(url, client.context, ac.parseOptions);
     CATrace("Worker...... #%d working on URL \"%s\".\n", client.index + 1, url->stringitize());
-    if (!client.keepsGoing() || connection == nullptr) {
-        return Next::Done;
-    }
     CAExchange result;
     if (results.observes()) {
         result.started = CANowMilliseconds();
+    }
+    if (!client.keepsGoing() || connection == nullptr) {
+        if (results.observes()) {
+            result.failure = CAFailure::Stopped;
+            results.finished(*url, result);
+        }
+        return Next::Done;
     }
     connection->requestURL(url, &parser);
     if (parser.getHTTPRequestRC() == 200) {
