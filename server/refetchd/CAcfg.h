@@ -42,6 +42,13 @@ enum CADebugModule : std::uint8_t {
     kDebugParseUrl = 2,
 };
 
+// What is left out of a file that is read, though somebody may have meant it.
+enum class CASkip : std::uint8_t {
+    Alone,     // a word without an argument
+    Unclosed,  // all from the start of a block on, for nothing ends it
+    BadHits,   // a line of the hits file that is none
+};
+
 // Hears what a configuration says while CAConfig::load() reads it, on the same thread.
 class CAConfigObserver {
 public:
@@ -53,6 +60,9 @@ public:
     // A line of `file` (which lives as long as the configuration), before it is applied; `known` is
     // false when the agent has no such directive. The line's words are not to be changed.
     virtual void directive(const char *file, CAConfigLines *line, bool known) = 0;
+    // What is left out, from line `number` of `file` on; `word` is what stands alone. Of the hits
+    // file only that there is another such line.
+    virtual void skipped(CASkip why, const char *file, int number, const char *word) = 0;
     // A seed that would be queued, or that something stands against: of the directive heard of
     // last, or of the hits file, as its source says.
     virtual void seed(const CAURL &url, CADrop why) = 0;

@@ -511,7 +511,7 @@ std::span<const std::string_view> CADirectiveNames()
 
 int CAConfig::loadAgentConfig(CAQueue *queue, const char *file)
 {
-    CAConfigLines line(file);
+    CAConfigLines line(file, observer);
     if (!line.isOpen()) {
         CATrace("Config...... file \"%s\" could not be opened.\n", file);
         CAErrorLog(0x3a5, "Could not open the cache agent configuration file \"%s\".\n", file);

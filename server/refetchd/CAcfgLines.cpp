@@ -2,11 +2,15 @@
 
 #include <cstring>
 
+#include "CAcfg.h"
 #include "CAtrace.h"
 #include "HTFile.h"
 #include "HTString.h"
 
-CAConfigLines::CAConfigLines(const char *file) : file_(HTOpenForReading(file)) {}
+CAConfigLines::CAConfigLines(const char *file, CAConfigObserver *observer)
+    : name_(file), observer_(observer), file_(HTOpenForReading(file))
+{
+}
 
 CAConfigLines::~CAConfigLines()
 {
@@ -27,6 +31,9 @@ bool CAConfigLines::next()
             return true;
         }
     }
+    if (inBlock_ && observer_ != nullptr) {
+        observer_->skipped(CASkip::Unclosed, name_, blockNumber_, "");
+    }
     return false;
 }
 
@@ -45,10 +52,14 @@ bool CAConfigLines::isDirective()
     }
     if (std::strcmp(word(count_ - 1), "{") == 0) {
         inBlock_ = true;
+        blockNumber_ = number_;
         return false;
     }
     if (alone && std::strcmp(words_[0], "}") != 0) {
         CATrace("Config...... insufficient parameters for directive %s\n", words_[0]);
+        if (observer_ != nullptr) {
+            observer_->skipped(CASkip::Alone, name_, number_, words_[0]);
+        }
     }
     return !alone;
 }

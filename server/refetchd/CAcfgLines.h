@@ -7,13 +7,16 @@
 
 #include "HTArgs.h"
 
+class CAConfigObserver;
+
 // Reads lines of at most 1024 characters (a longer one comes as several), turns backslashes into
 // slashes, splits into words, and skips what is no directive: empty lines, comments, "{ ... }"
 // blocks (they belong to the proxy and do not nest), and lines of one word, which are reported.
 class CAConfigLines {
 public:
-    // Opens `file`; isOpen() tells whether that worked.
-    explicit CAConfigLines(const char *file);
+    // Opens `file`, which must live as long; isOpen() tells whether that worked. `observer` (null:
+    // nobody) hears of what is skipped.
+    explicit CAConfigLines(const char *file, CAConfigObserver *observer = nullptr);
     ~CAConfigLines();
     CAConfigLines(const CAConfigLines &) = delete;
     CAConfigLines &operator=(const CAConfigLines &) = delete;
@@ -41,8 +44,11 @@ private:
     bool isDirective();
     void countLine();
 
+    const char *const name_;
+    CAConfigObserver *const observer_;
     FILE *const file_;
     bool inBlock_ = false;
+    int blockNumber_ = 0;  // of the line where the block begins
     int count_ = 0;
     int number_ = 0;
     bool lineEnded_ = true;  // what was read last ended with its line

@@ -95,6 +95,9 @@ void readHits(const CAConfig &config)
         }
         if (!CASplitHitsLine(line.data(), &words)) {
             CATrace("HITSFILE.... Ignoring bad line. . .\n");
+            if (config.observer != nullptr) {
+                config.observer->skipped(CASkip::BadHits, g_ca_hits_filename, 0, "");
+            }
             continue;
         }
         // Every good line counts, also one that is then left out.

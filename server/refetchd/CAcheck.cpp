@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -14,6 +13,7 @@
 #include <vector>
 
 #include "CAcfgLines.h"
+#include "CAcheckSettings.h"
 #include "CAqueue.h"
 #include "CAstart.h"
 #include "HTFile.h"
@@ -33,11 +33,6 @@ struct Place {
 std::string textOf(const Place &at)
 {
     return std::string(at.file) + ":" + std::to_string(at.line);
-}
-
-std::string quoted(std::string_view text)
-{
-    return "\"" + std::string(text) + "\"";
 }
 
 // Writes a line for a terminal: what is not printable ASCII comes as a number, for configurations
@@ -80,16 +75,6 @@ bool isReadable(const std::string &name, const std::string &from)
     return error == 0;
 }
 
-// What is wrong with a file that the agent is to write; empty: nothing.
-std::string unwritable(const std::string &name)
-{
-    const std::string directory = "./" + name.substr(0, name.rfind('/') + 1);
-    const bool there = access(name.c_str(), F_OK) == 0;
-    const std::string checked = there ? name : name[0] == '/' ? directory.substr(2) : directory;
-    // NOLINTNEXTLINE(concurrency-mt-unsafe): likewise
-    return access(checked.c_str(), W_OK) == 0 ? "" : name + ": " + std::strerror(errno);
-}
-
 // All words of a line behind the first, a blank between two.
 std::string arguments(const CAConfigLines &line)
 {
@@ -119,125 +104,19 @@ bool isNear(std::string_view a, std::string_view b, int edits)
            (swapped && isNear(a.substr(2), b.substr(2), edits - 1));
 }
 
-// What the argument of a directive has to be.
-enum class Argument : std::uint8_t {
-    Text,
-    Number,
-    Pause,
-    Flag,
-    On,
-    SaveOn,
-    All,
-    When,
-    Time,
-    File,        // to write
-    ConfigFile,  // this and those below: of each line of its own
-    Header,
-    Queries,
-    Pattern,
-    HostLimit,
-    Seed,
-};
-
-inline constexpr std::int32_t kFlag = -1;
-
-// How a value is shown. Numbers below `Least` are no limit; of kFlag, they are flags.
-template <auto Field, std::int32_t Least = INT32_MIN>
-std::string value(const CAConfig &config)
-{
-    constexpr std::array<const char *, 4> kWhenWords = {"never", "always", "admin", "topn"};
-    using Member = decltype(Field);
-    if constexpr (std::is_same_v<Member, bool CAParseOptions::*>) {
-        return config.parseOptions.*Field ? "on" : "off";
-    } else if constexpr (std::is_same_v<Member, char * CAConfig::*>) {
-        return config.*Field == nullptr ? "none" : config.*Field;
-    } else if constexpr (std::is_same_v<Member, _when CAConfig::*>) {
-        return kWhenWords[static_cast<std::size_t>(config.*Field)];
-    } else if (Least == kFlag) {
-        return config.*Field != 0 ? "on" : "off";
-    } else {
-        const bool limited = config.*Field >= Least && config.*Field != kUnlimited;
-        return limited ? std::to_string(config.*Field) : "no limit";
-    }
-}
-
-struct Setting {
-    std::string_view name;
-    Argument argument;
-    std::string (*value)(const CAConfig &config) = nullptr;  // null: as the line says
-};
-
-using C = CAConfig;
-using P = CAParseOptions;
-
-// In the order in which they are shown.
-constexpr Setting kSettings[] = {
-    {"catracelog", Argument::File},
-    {"errorlog", Argument::Text, value<&C::errorLogPath>},
-    {"resultslog", Argument::File},
-    {"metricsfile", Argument::File},
-    {"progress", Argument::Number},
-    {"updateproxy", Argument::Text, value<&C::updateProxy>},
-    {"hostname", Argument::Text, value<&C::hostname>},
-    {"port", Argument::Number, value<&C::port>},
-    {"serverroot", Argument::Text},
-    {"caching", Argument::When, value<&C::caching>},
-    {"loadtopcached", Argument::Number},
-    {"delveinto", Argument::When, value<&C::delveInto>},
-    {"delvedepth", Argument::Number, value<&C::delveDepth>},
-    {"delveacrosshosts", Argument::Flag, value<&C::delveAcrossHosts, kFlag>},
-    {"loadinlineimages", Argument::Flag, value<&C::loadInlineImages, kFlag>},
-    {"maxurls", Argument::Number, value<&C::maxUrls>},
-    {"maxqueuedepth", Argument::Number, value<&C::maxQueueDepth>},
-    {"numclients", Argument::Number, value<&C::numClients>},
-    {"delay", Argument::Pause, value<&C::delayMs>},
-    {"refetchdrequestpersecond", Argument::Number, value<&C::requestsPerSecond, 1>},
-    {"refetchdmaxconnection", Argument::Number, value<&C::maxConnections, 1>},
-    {"maxruntime", Argument::Time, value<&C::maxRuntime, 1>},
-    {"refetchdrepeat", Argument::Number, value<&C::repeatCount, 1>},
-    {"readtimeout", Argument::Number, value<&C::readTimeout>},
-    {"persisttimeout", Argument::Number, value<&C::persistTimeout>},
-    {"transparentproxy", Argument::On, value<&C::transparentProxy, kFlag>},
-    {"connecttohost", Argument::On, value<&C::connectToHost, kFlag>},
-    {"service", Argument::Text},
-    {"stressmode", Argument::Flag, value<&C::stressMode, kFlag>},
-    {"refetchdhttpversion", Argument::Text, value<&C::httpVersion>},
-    {"slf", Argument::SaveOn, value<&C::saveFiles, kFlag>},
-    {"slr", Argument::Text, value<&C::saveRoot>},
-    {"closedelimitedbodies", Argument::Flag, value<&P::closeDelimitedBodies>},
-    {"modernlinks", Argument::Flag, value<&P::modernLinks>},
-    {"followredirects", Argument::All, value<&P::followAllRedirects>},
-    {"retries", Argument::Number, value<&C::retries>},
-    {"retryafter", Argument::Flag, value<&C::retryAfter, kFlag>},
-    {"breadthfirst", Argument::Flag, value<&C::breadthFirst, kFlag>},
-    {"useragent", Argument::Text, value<&C::userAgent>},
-    {"configfile", Argument::ConfigFile},
-    {"requestheader", Argument::Header},
-    {"cachequeries", Argument::Queries},
-    {"ignoreurl", Argument::Pattern},
-    {"onlyurl", Argument::Pattern},
-    {"maxhosturls", Argument::HostLimit},
-    {"loadurl", Argument::Seed},
-};
-
 struct Found {
     Place at;
     std::string text;
-    const Setting *setting = nullptr;
-};
-
-// What is wrong with the arguments of a line (empty: nothing), and whether they set anything.
-struct Verdict {
-    std::string fault;
-    bool sets = true;
+    const CASetting *setting = nullptr;
 };
 
 // What counts in the end, from where, and what is probably a mistake; in the second reading it only
 // shows the seeds.
 struct Check : CAConfigObserver {
     void directive(const char *file, CAConfigLines *line, bool known) override;
+    void skipped(CASkip why, const char *file, int number, const char *word) override;
     void seed(const CAURL &url, CADrop why) override;
-    [[nodiscard]] Verdict judge(const Setting &setting, CAConfigLines *line);
+    [[nodiscard]] CAArgumentVerdict judge(CAArgument argument, CAConfigLines *line);
     void suggest(std::string_view name);
 
     Place at;                                 // the line
@@ -246,69 +125,24 @@ struct Check : CAConfigObserver {
     std::vector<Found> warnings;
     Place allHosts;  // the first limit for all hosts
     std::int64_t seeds = 0;
-    bool refused = false;     // a file
-    bool showsSeeds = false;  // the second reading
+    std::int64_t badHits = 0;  // lines of the hits file
+    bool refused = false;      // a file
+    bool showsSeeds = false;   // the second reading
 };
 
-bool isNumber(std::string_view word)
+// What is wrong with a line, and whether it counts, for what was read above it.
+CAArgumentVerdict Check::judge(CAArgument argument, CAConfigLines *line)
 {
-    word.remove_prefix(word.starts_with('-') || word.starts_with('+') ? 1 : 0);
-    return !word.empty() && std::all_of(word.begin(), word.end(), HTIsDigit);
-}
-
-Verdict Check::judge(const Setting &setting, CAConfigLines *line)
-{
-    // Copies, for what follows changes its text.
-    const std::string word = line->word(1);
-    std::string text = word;
-    const bool isOn = positive(text.data());  // which standardizes, too
-    const bool isOff = negative(text.data());
-    text.resize(std::strlen(text.data()));
-    const std::string standard = text;
-    const auto judged = [&word](bool good, const char *fault, bool sets = true) -> Verdict {
-        return {good ? "" : quoted(word) + fault, sets};
-    };
-    switch (setting.argument) {
-    case Argument::Number: return judged(isNumber(word), " is no number");
-    case Argument::Pause: return judged(isOn || isOff || isNumber(word), " is no number");
-    case Argument::Flag: return judged(isOn || isOff, " counts as off");
-    case Argument::On:
-    case Argument::SaveOn: {
-        const bool on = (setting.argument == Argument::On ? word : standard) == "on";
-        return judged(on || isOff, " changes nothing, only \"on\" does", on);
+    if (argument == CAArgument::ConfigFile) {
+        refused |= !isReadable(line->word(1), " (configfile, " + textOf(at) + ")");
+    } else if (argument == CAArgument::Queries && ac.cacheAllQueries != 0) {
+        return {"all queries are allowed above", false};
+    } else if (argument == CAArgument::HostLimit && allHosts.file != nullptr) {
+        return {"never counts: " + textOf(allHosts) + " is for all hosts", false};
+    } else if (argument == CAArgument::HostLimit && line->count() == 2) {
+        allHosts = at;
     }
-    case Argument::All: return judged(standard == "all" || isOff, " counts as off");
-    case Argument::When:
-        return judged(CAParseWhen(text.data()) != NEVER || isOff, " counts as never");
-    case Argument::Time: {
-        long seconds = 0;
-        text = line->rest();
-        const bool good = parse_time(text.data(), 1, &seconds) != 0;
-        return judged(good, " is no time", good);
-    }
-    case Argument::File: return {unwritable(word)};
-    case Argument::ConfigFile:
-        refused |= !isReadable(word, " (configfile, " + textOf(at) + ")");
-        return {};
-    case Argument::Queries: {
-        if (ac.cacheAllQueries != 0) {
-            return {"all queries are allowed above", false};
-        }
-        const bool takes = isOn || standard == "public";
-        return judged(takes || isOff, " changes nothing", takes);
-    }
-    case Argument::HostLimit:
-        if (allHosts.file != nullptr) {
-            return {"never counts: " + textOf(allHosts) + " is for all hosts", false};
-        }
-        allHosts = line->count() == 2 ? at : allHosts;
-        return judged(isNumber(word), " is no number");
-    case Argument::Text:
-    case Argument::Header:
-    case Argument::Pattern:
-    case Argument::Seed: break;
-    }
-    return {};
+    return CAJudgeArgument(argument, line);
 }
 
 void Check::directive(const char *file, CAConfigLines *line, bool known)
@@ -319,22 +153,45 @@ void Check::directive(const char *file, CAConfigLines *line, bool known)
     }
     const std::string_view name = line->directive();
     const std::string_view own = name == "delayperiod" ? "delay" : name;
-    const auto *const row = std::find_if(std::begin(kSettings), std::end(kSettings),
-                                         [own](const Setting &each) { return each.name == own; });
+    const auto row = std::find_if(CASettings().begin(), CASettings().end(),
+                                  [own](const CASetting &each) { return each.name == own; });
     if (!known) {
         suggest(name);
     }
-    if (row == std::end(kSettings)) {
+    if (row == CASettings().end()) {
         return;
     }
-    const Verdict verdict = judge(*row, line);
+    const CAArgumentVerdict verdict = judge(row->argument, line);
     if (!verdict.fault.empty()) {
         warnings.push_back({at, std::string(name) + ": " + verdict.fault});
     }
-    if (verdict.sets && row->argument < Argument::ConfigFile) {
+    if (verdict.sets && row->argument < CAArgument::ConfigFile) {
         found[row->name] = {at, arguments(*line)};
-    } else if (verdict.sets && row->argument != Argument::Seed) {
-        several.push_back({at, arguments(*line), row});
+    } else if (verdict.sets && row->argument != CAArgument::Seed) {
+        several.push_back({at, arguments(*line), &*row});
+    }
+}
+
+void Check::skipped(CASkip why, const char *file, int number, const char *word)
+{
+    if (showsSeeds) {
+        return;
+    }
+    switch (why) {
+    case CASkip::Alone: {
+        std::string name = word;
+        standardize(name.data());
+        name.resize(std::strlen(name.data()));
+        const auto names = CADirectiveNames();
+        if (std::find(names.begin(), names.end(), name) != names.end()) {
+            warnings.push_back({{file, number}, name + ": no argument"});
+        }
+        break;
+    }
+    case CASkip::Unclosed:
+        warnings.push_back({{file, number}, "no \"}\" ends this block: all below is left out"});
+        break;
+    case CASkip::BadHits: ++badHits; break;
     }
 }
 
@@ -345,7 +202,7 @@ void Check::suggest(std::string_view name)
     for (const std::string_view own : CADirectiveNames()) {
         if (isNear(name, own, own.size() < kLongName ? 1 : 2)) {
             warnings.push_back(
-                {at, quoted(name) + " is no directive: is it " + std::string(own) + "?"});
+                {at, CAQuoted(name) + " is no directive: is it " + std::string(own) + "?"});
             return;
         }
     }
@@ -364,7 +221,7 @@ void Check::seed(const CAURL &url, CADrop why)
         ++seeds;
     } else if (configured) {
         warnings.push_back(
-            {at, "loadurl: no cachequeries above allows " + quoted(url.stringitize())});
+            {at, "loadurl: no cachequeries above allows " + CAQuoted(url.stringitize())});
     }
 }
 
@@ -387,7 +244,7 @@ std::string headerFault(std::string text)
     constexpr std::string_view kEncoding = "accept-encoding ";
     const bool encoded = strncasecmp(text.c_str(), kEncoding.data(), kEncoding.size()) == 0;
     const std::string sent = ac.requestHeaders != nullptr ? ac.requestHeaders : "";
-    const std::string shown = quoted(text);
+    const std::string shown = CAQuoted(text);
     text.insert(std::min(text.find(' '), text.size()), ":");
     return sent.find(text + "\r\n") == std::string::npos ? shown + " is refused"
            : encoded && ac.delveDepth > 0                ? "no links are found in compressed pages"
@@ -425,18 +282,22 @@ void finish(Check *check)
         warn(rule.name.data(), check->found[rule.name], rule.breaks() ? rule.fault : "");
     }
     for (const Found &line : check->several) {
-        const bool header = line.setting->argument == Argument::Header;
+        const bool header = line.setting->argument == CAArgument::Header;
         warn("requestheader", line, header ? headerFault(line.text) : "");
     }
     const Found &top = check->found["loadtopcached"];
     warn("loadtopcached", top, HTInteger(top.text) > 0 ? hitsFault() : "");
+    if (check->badHits > 0) {
+        warn("loadtopcached", top,
+             std::to_string(check->badHits) + " bad lines in " + g_ca_hits_filename);
+    }
     const char *const report = g_catrace_filename;
-    warn("serverroot", check->found["serverroot"], report != nullptr ? unwritable(report) : "");
+    warn("serverroot", check->found["serverroot"], report != nullptr ? CAUnwritable(report) : "");
     warn("loadurl", {}, check->seeds == 0 ? "no seeds: nothing is asked for" : "");
 }
 
 // Shows a line of its own for each of the directives from `first` to `last`.
-void showSeveral(const Check &check, Argument first, Argument last)
+void showSeveral(const Check &check, CAArgument first, CAArgument last)
 {
     for (const Found &line : check.several) {
         if (line.setting->argument >= first && line.setting->argument <= last) {
@@ -447,15 +308,15 @@ void showSeveral(const Check &check, Argument first, Argument last)
 
 void showSettings(Check *check)
 {
-    for (const Setting &row : kSettings) {
-        if (row.argument < Argument::ConfigFile) {
+    for (const CASetting &row : CASettings()) {
+        if (row.argument < CAArgument::ConfigFile) {
             const Found &line = check->found[row.name];
             const std::string text = line.text.empty() ? "none" : line.text;
             putRow(row.name, row.value != nullptr ? row.value(ac) : text,
                    line.at.file != nullptr ? textOf(line.at) : "default");
         }
     }
-    showSeveral(*check, Argument::ConfigFile, Argument::Header);
+    showSeveral(*check, CAArgument::ConfigFile, CAArgument::Header);
 }
 
 // What the agent sets up before it reads its configuration, as far as that needs it.
@@ -533,7 +394,7 @@ int CACheckMain(int argc, char **argv)
         std::puts("Settings");
         showSettings(&check);
         std::puts("\nPatterns");
-        showSeveral(check, Argument::Queries, Argument::HostLimit);
+        showSeveral(check, CAArgument::Queries, CAArgument::HostLimit);
         std::puts("\nSeeds");
         showSeeds(names);
         std::puts("\nWarnings");

@@ -1,90 +1,17 @@
 #include "CAscanModern.h"
 
 #include <algorithm>
-#include <bit>
-#include <charconv>
 #include <cstring>
 #include <string_view>
 
+#include "CAlinkText.h"
+#include "CAmodernTags.h"
 #include "CAtrace.h"
 #include "HTString.h"
 
 namespace {
 
-// What becomes of an attribute's value.
-enum class Use : std::uint8_t {
-    Link,        // on the page's own level
-    DeeperLink,  // one level deeper than the page
-    Image,
-    ImageSet,  // "small.png 1x, large.png 2x"
-    Base,      // what the page's links are relative to
-    Refresh,   // "5; url=next.html"
-    Word,      // the tag is of interest only when this is the tag's word
-};
-
-}  // namespace
-
-struct CAModernAttribute {
-    std::string_view name;
-    Use use = Use::Link;
-};
-
-struct CAModernTag {
-    std::string_view name;
-    // Of two values at most one is a set, or there is no room for both.
-    std::array<CAModernAttribute, 2> attributes;
-    std::string_view word = {};
-    bool hasRawText = false;  // what follows up to its end tag holds no tags
-};
-
-namespace {
-
-constexpr std::array<CAModernTag, 22> kTags = {{
-    {"a", {{{"href", Use::DeeperLink}}}},
-    {"area", {{{"href", Use::Link}}}},
-    {"audio", {{{"src", Use::Link}}}},
-    {"base", {{{"href", Use::Base}}}},
-    {"body", {{{"background", Use::Link}}}},
-    {"embed", {{{"src", Use::Link}}}},
-    {"frame", {{{"src", Use::Link}}}},
-    {"iframe", {{{"src", Use::DeeperLink}}}},
-    {"ilayer", {{{"src", Use::Link}}}},
-    {"img", {{{"src", Use::Image}, {"srcset", Use::ImageSet}}}},
-    {"input", {{{"src", Use::Image}, {"type", Use::Word}}}, "image"},
-    {"layer", {{{"src", Use::Link}}}},
-    {"link", {{{"href", Use::DeeperLink}, {"imagesrcset", Use::ImageSet}}}},
-    {"meta", {{{"content", Use::Refresh}, {"http-equiv", Use::Word}}}, "refresh"},
-    {"object", {{{"data", Use::Link}}}},
-    {"script", {{{"src", Use::Link}}}, "", true},
-    {"source", {{{"src", Use::Link}, {"srcset", Use::ImageSet}}}},
-    {"style", {}, "", true},
-    {"textarea", {}, "", true},
-    {"title", {}, "", true},
-    {"track", {{{"src", Use::Link}}}},
-    {"video", {{{"src", Use::Link}, {"poster", Use::Image}}}},
-}};
-
-// The tags whose names begin with a letter, and those whose names have a length, a bit each: hardly
-// another tag is in both sets.
-struct TagIndex {
-    std::array<std::uint32_t, 256> byLetter{};
-    std::array<std::uint32_t, 13> byLength{};
-};
-
-consteval TagIndex indexTags()
-{
-    TagIndex index;
-    for (std::size_t i = 0; i < kTags.size(); ++i) {
-        const std::string_view name = kTags[i].name;
-        const auto letter = static_cast<unsigned char>(name.front());
-        index.byLetter[letter] |= 1U << i;
-        index.byLetter[letter - 'a' + 'A'] |= 1U << i;
-        index.byLength[name.size()] |= 1U << i;
-    }
-    return index;
-}
-
-constexpr TagIndex kTagIndex = indexTags();
+using Use = CAModernUse;
 
 class CharacterSet {
 public:
@@ -136,26 +63,6 @@ const char *find(const char *at, const char *end, char wanted)
 bool isLetter(char c)
 {
     return HTLower(c) >= 'a' && HTLower(c) <= 'z';
-}
-
-// Is the text `word`, which is in small letters, in either case?
-bool isWord(std::string_view text, std::string_view word)
-{
-    return std::equal(text.begin(), text.end(), word.begin(), word.end(),
-                      [](char a, char b) { return HTLower(a) == b; });
-}
-
-const CAModernTag *tagOf(std::string_view name)
-{
-    std::uint32_t set = kTagIndex.byLetter[static_cast<unsigned char>(name.front())] &
-                        kTagIndex.byLength[name.size()];
-    for (; set != 0; set &= set - 1) {
-        const CAModernTag &tag = kTags[static_cast<std::size_t>(std::countr_zero(set))];
-        if (isWord(name, tag.name)) {
-            return &tag;
-        }
-    }
-    return nullptr;
 }
 
 }  // namespace
@@ -299,7 +206,7 @@ CAScanModern::State CAScanModern::onName(Input *input)
     if (state_ == State::Name) {
         return onNameEnd(input);
     }
-    tag_ = state_ == State::TagName ? tagOf({name_.data(), nameLength_}) : nullptr;
+    tag_ = state_ == State::TagName ? CAFindModernTag({name_.data(), nameLength_}) : nullptr;
     seen_ = 0;
     valueCount_ = 0;
     used_ = 0;
@@ -408,7 +315,7 @@ const CAModernAttribute *CAScanModern::newAttribute()
     }
     for (std::size_t i = 0; i < tag_->attributes.size(); ++i) {
         const CAModernAttribute &attribute = tag_->attributes[i];
-        if (isWord({name_.data(), nameLength_}, attribute.name)) {
+        if (CAIsWord({name_.data(), nameLength_}, attribute.name)) {
             const bool isFirst = (seen_ & 1U << i) == 0;
             seen_ |= 1U << i;
             return isFirst ? &attribute : nullptr;
@@ -436,98 +343,6 @@ void CAScanModern::addToValue(const char *from, const char *to)
 
 namespace {
 
-struct NamedReference {
-    std::string_view name;
-    char character;
-};
-
-constexpr NamedReference kNamed[] = {
-    {"&amp;", '&'}, {"&lt;", '<'}, {"&gt;", '>'}, {"&quot;", '"'}, {"&apos;", '\''},
-};
-
-// A character reference: its length in the page, 0 when it stays as it stands, and its code.
-struct Reference {
-    std::size_t length = 0;
-    std::uint32_t code = 0;
-};
-
-bool isPrintable(std::uint32_t code)
-{
-    const bool isControl = code < 0x20 || (code >= 0x7F && code < 0xA0);
-    const bool isSurrogate = code >= 0xD800 && code < 0xE000;
-    return !isControl && !isSurrogate && code <= 0x10FFFF;
-}
-
-// `text` begins with "&".
-Reference referenceAt(std::string_view text)
-{
-    for (const auto &[name, character] : kNamed) {
-        if (text.starts_with(name)) {
-            return {name.size(), static_cast<unsigned char>(character)};
-        }
-    }
-    const bool isHex = text.starts_with("&#x") || text.starts_with("&#X");
-    if (!isHex && !text.starts_with("&#")) {
-        return {};
-    }
-    const char *const end = text.data() + text.size();
-    std::uint32_t code = 0;  // stays that without a number, or with one that is too large
-    const char *const stop =
-        std::from_chars(text.data() + (isHex ? 3 : 2), end, code, isHex ? 16 : 10).ptr;
-    const bool isWhole = stop != end && *stop == ';' && isPrintable(code);
-    return {isWhole ? static_cast<std::size_t>(stop + 1 - text.data()) : 0, code};
-}
-
-// Writes the code as UTF-8, which is shorter than any reference to it. Returns the place behind.
-char *writeUtf8(std::uint32_t code, char *out)
-{
-    constexpr std::array<std::uint32_t, 4> kFirstByte = {0, 0xC0, 0xE0, 0xF0};
-    std::uint32_t more = code < 0x80 ? 0 : code < 0x800 ? 1 : code < 0x10000 ? 2 : 3;
-    *out++ = static_cast<char>(kFirstByte[more] | code >> 6 * more);
-    while (more-- > 0) {
-        *out++ = static_cast<char>(0x80U | (code >> 6 * more & 0x3FU));
-    }
-    return out;
-}
-
-// Decodes the character references of [at, end) in place. Returns the new end.
-char *decode(char *at, char *end)
-{
-    char *out = at = std::find(at, end, '&');
-    while (at != end) {
-        const Reference reference =
-            *at == '&' ? referenceAt({at, static_cast<std::size_t>(end - at)}) : Reference();
-        if (reference.length == 0) {
-            *out++ = *at++;
-            continue;
-        }
-        out = writeUtf8(reference.code, out);
-        at += reference.length;
-    }
-    return out;
-}
-
-// Cuts [at, end) down to a URL, with a NUL in place of what stood behind it: blanks and control
-// characters around it are no part of it, tabs and line ends are none anywhere. Empty when it is
-// too long, or holds a NUL.
-std::string_view cutUrl(char *at, char *end)
-{
-    constexpr auto isBlank = [](char c) { return static_cast<unsigned char>(c) <= ' '; };
-    at = std::find_if_not(at, end, isBlank);
-    while (end != at && isBlank(end[-1])) {
-        --end;
-    }
-    end = std::remove_if(at, end, [](char c) { return c == '\t' || c == '\n' || c == '\r'; });
-    *end = '\0';
-    const std::string_view url(at, static_cast<std::size_t>(end - at));
-    if (url.size() <= CAScanModern::kLongestLink && url.find('\0') == std::string_view::npos) {
-        return url;
-    }
-    CATrace("HTML........ parser dropping a link of %u bytes.\n",
-            static_cast<unsigned>(url.size()));
-    return "";
-}
-
 // The comma behind the descriptors of a candidate, such as "2x"; one in parentheses is part of
 // them.
 char *skipDescriptors(char *at, const char *end)
@@ -546,7 +361,7 @@ void CAScanModern::tellValues()
     for (std::size_t i = 0; i < valueCount_; ++i) {
         const auto &[attribute, begin, end] = found_[i];
         isWanted = isWanted || (attribute->use == Use::Word &&
-                                isWord({values_.data() + begin, end - begin}, tag_->word));
+                                CAIsWord({values_.data() + begin, end - begin}, tag_->word));
     }
     for (std::size_t i = 0; isWanted && i < valueCount_; ++i) {
         tellValue(found_[i]);
@@ -556,7 +371,7 @@ void CAScanModern::tellValues()
 void CAScanModern::tellValue(const Value &value)
 {
     char *const at = values_.data() + value.begin;
-    char *const end = decode(at, values_.data() + value.end);
+    char *const end = CADecodeReferences(at, values_.data() + value.end);
     const Use use = value.attribute->use;
     if (!inlineImages_ && (use == Use::Image || use == Use::ImageSet)) {
         CATrace("HTMLconsume. Forgetting about image since LoadInlineImages is set to NO.\n");
@@ -575,7 +390,7 @@ void CAScanModern::tellValue(const Value &value)
 
 void CAScanModern::tell(char *at, char *end, bool raisesDepth)
 {
-    const std::string_view link = cutUrl(at, end);
+    const std::string_view link = CACutLink(at, end, kLongestLink);
     if (!link.empty()) {
         CATrace("Found....... URL \"%s\".\n", link.data());
         sink_->processFoundUrl(link.data(), raisesDepth);
@@ -584,7 +399,7 @@ void CAScanModern::tell(char *at, char *end, bool raisesDepth)
 
 void CAScanModern::tellBase(char *at, char *end)
 {
-    const std::string_view href = cutUrl(at, end);
+    const std::string_view href = CACutLink(at, end, kLongestLink);
     if (!href.empty() && !baseIsKnown_) {
         baseIsKnown_ = true;
         CATrace("Found....... base \"%s\".\n", href.data());
@@ -619,7 +434,7 @@ void CAScanModern::tellRefresh(char *at, char *end)
     at = skip(at, end, kSpace);
     at += at != end && (*at == ';' || *at == ',') ? 1 : 0;
     at = skip(at, end, kSpace);
-    if (end - at >= 3 && isWord({at, 3}, "url")) {
+    if (end - at >= 3 && CAIsWord({at, 3}, "url")) {
         char *const equals = skip(at + 3, end, kSpace);
         at = equals != end && *equals == '=' ? skip(equals + 1, end, kSpace) : at;
     }
