@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "HTMemory.h"
+#include "HTString.h"
 
 namespace {
 
@@ -53,9 +54,11 @@ bool HTAssocList_add(HTAssocList *list, const char *name, const char *value,
 
 char *HTAssocList_lookupExact(const HTAssocList *list, const char *name)
 {
+    // Most pairs are told by their first letter.
+    const char first = HTLower(*name);
     for (const HTList *element = list->next; element != nullptr; element = element->next) {
         auto *const pair = static_cast<Pair *>(element->object);
-        if (strcasecmp(pair->name(), name) == 0) {
+        if (HTLower(*pair->name()) == first && strcasecmp(pair->name(), name) == 0) {
             return pair->value;
         }
     }
