@@ -132,14 +132,15 @@ void applySaveFiles(const DirectiveCall &call)
     applyExactOn(call);
 }
 
-// Compiles a pattern and puts it at the head of `list`.
+// Compiles a pattern and puts it at the head of `list`. An empty one (a quoted nothing) matches
+// nothing, but counts.
 void addPattern(HTList *list, std::int32_t *count, const char *text)
 {
     HTPattern *const pattern = HTPattern_new(text);
     if (pattern != nullptr) {
         HTList_addObject(list, pattern, nullptr);
-        ++*count;
     }
+    ++*count;
 }
 
 void applyCacheQueries(const DirectiveCall &call)
@@ -268,11 +269,8 @@ void applyMaxHostUrls(const DirectiveCall &call)
     }
     for (int i = 2; i < call.line.count(); ++i) {
         const char *const text = call.line.word(i);
-        // An empty pattern (a quoted nothing) matches no host; without one it would match them all.
-        HTPattern *const pattern = HTPattern_new(text);
-        if (pattern != nullptr) {
-            addHostLimit(&config, pattern, max);
-        }
+        // Of an empty pattern (a quoted nothing) there is none: the limit is for all hosts.
+        addHostLimit(&config, HTPattern_new(text), max);
         CATrace("LoadConfig.. we will make no more than %d requests to hosts matching \"%s\".\n",
                 max, text);
     }

@@ -73,8 +73,7 @@ void CAConfig::finishReport()
 {
     const bool failed = std::ferror(reportStream) != 0;
     const bool written = failed || std::ftell(reportStream) > 0;
-    const bool complete = std::fclose(reportStream) == 0 && !failed;
-    const int closeError = errno;
+    const int closeError = std::fclose(reportStream) != 0 ? errno : failed ? EIO : 0;
     reportStream = nullptr;
     if (!written) {
         unlink(g_catrace_filename);  // no run has ended: the placeholder says so
@@ -86,7 +85,7 @@ void CAConfig::finishReport()
         return;
     }
     *cut = '\0';
-    if (!complete) {
+    if (closeError != 0) {
         // The disk is full, say: the placeholder is better than half a page.
         CATrace("Not able to rename %s to %s (rename errno=%d); no summary file.\n",
                 inProgress.get(), g_catrace_filename, closeError);

@@ -139,10 +139,10 @@ CAArgumentVerdict CAJudgeArgument(CAArgument argument, CAConfigLines *line)
         return judged(takes || isOff, " changes nothing", takes);
     }
     case A::File: return {CAUnwritable(word)};
+    case A::Pattern: return judged(!word.empty(), " matches nothing");
     case A::ConfigFile:
     case A::Text:
     case A::Header:
-    case A::Pattern:
     case A::Seed: break;
     }
     return {};

@@ -64,7 +64,7 @@ CAProgress workDone()
     return work;
 }
 
-// What was done by the runs before this one. The master's.
+// What was done in the runs before this one. The master's.
 CAProgress doneBefore;
 
 // The line of progress, to standard error.
@@ -102,6 +102,13 @@ void waitOutRunTime()
     }
 }
 
+// Queues the seeds again. From now on all that the workers do is the next run's.
+void seedAgain()
+{
+    doneBefore = workDone();
+    ac.reloadURLs(urlQueue);
+}
+
 void runRepeats(HTThreadContext *context)
 {
     CATrace("Starting.... Will run for %d times!!\n", ac.repeatCount);
@@ -113,7 +120,7 @@ void runRepeats(HTThreadContext *context)
         }
         HTWorkThread_svcThreadEndWork(1, context);
         if (--ac.repeatCount != 0) {
-            ac.reloadURLs(urlQueue);
+            seedAgain();
         }
         g_ca_timestarted = HTtime();
     }
@@ -127,7 +134,7 @@ void runRepeats(HTThreadContext *context)
         Run();
         waitOutRunTime();
         HTWorkThread_svcThreadEndWork(1, context);
-        ac.reloadURLs(urlQueue);
+        seedAgain();
         g_ca_timestarted = HTtime();
     }
 }
@@ -224,7 +231,6 @@ void endRun(const char *message)
 
 void Run()
 {
-    doneBefore = workDone();
     for (;;) {
         updatetimeRep(0);
         restingHosts->release(HTtime(), urlQueue);

@@ -11,6 +11,7 @@
 #include <cstring>
 #include <exception>
 #include <string_view>
+#include <utility>
 
 #include "CAqueue.h"
 #include "CArun.h"
@@ -218,8 +219,10 @@ void fitClientsToDescriptors()
     const rlim_t each = ac.saveFiles != 0 ? 2 : 1;  // the connection, the copy
     const rlim_t wanted = kOtherDescriptors + each * static_cast<rlim_t>(ac.numClients);
     if (limit.rlim_cur < wanted) {
-        limit.rlim_cur = std::min(wanted, limit.rlim_max);
-        setrlimit(RLIMIT_NOFILE, &limit);
+        const rlim_t before = std::exchange(limit.rlim_cur, std::min(wanted, limit.rlim_max));
+        if (setrlimit(RLIMIT_NOFILE, &limit) != 0) {
+            limit.rlim_cur = before;
+        }
     }
     if (limit.rlim_cur < wanted) {
         const rlim_t left = limit.rlim_cur - std::min(limit.rlim_cur, kOtherDescriptors);
