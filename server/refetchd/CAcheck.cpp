@@ -80,7 +80,7 @@ std::string arguments(const CAConfigLines &line)
 {
     std::string text = line.word(1);
     for (int i = 2; i < line.count(); ++i) {
-        text += " " + std::string(line.word(i));
+        text.append(" ").append(line.word(i));
     }
     return text;
 }
@@ -245,7 +245,7 @@ std::string headerFault(std::string text)
     const bool encoded = strncasecmp(text.c_str(), kEncoding.data(), kEncoding.size()) == 0;
     const std::string sent = ac.requestHeaders != nullptr ? ac.requestHeaders : "";
     const std::string shown = CAQuoted(text);
-    text.insert(std::min(text.find(' '), text.size()), ":");
+    text.insert(std::min(text.find(' '), text.size()), 1, ':');
     return sent.find(text + "\r\n") == std::string::npos ? shown + " is refused"
            : encoded && ac.delveDepth > 0                ? "no links are found in compressed pages"
                                                          : "";

@@ -102,7 +102,8 @@ std::span<const CASetting> CASettings()
 
 std::string CAQuoted(std::string_view text)
 {
-    return "\"" + std::string(text) + "\"";
+    std::string quoted = "\"";
+    return quoted.append(text).append("\"");
 }
 
 CAArgumentVerdict CAJudgeArgument(CAArgument argument, CAConfigLines *line)
