@@ -42,7 +42,7 @@ constexpr CASetting kSettings[] = {
     {"catracelog", A::File},
     {"errorlog", A::Text, value<&C::errorLogPath>},
     {"resultslog", A::File},
-    {"metricsfile", A::File},
+    {"metricsfile", A::Replaced},
     {"progress", A::Number},
     {"updateproxy", A::Text, value<&C::updateProxy>},
     {"hostname", A::Text, value<&C::hostname>},
@@ -140,6 +140,7 @@ CAArgumentVerdict CAJudgeArgument(CAArgument argument, CAConfigLines *line)
         return judged(takes || isOff, " changes nothing", takes);
     }
     case A::File: return {CAUnwritable(word)};
+    case A::Replaced: return {CAUnwritable(word + ".tmp")};
     case A::Pattern: return judged(!word.empty(), " matches nothing");
     case A::ConfigFile:
     case A::Text:

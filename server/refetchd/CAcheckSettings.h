@@ -21,6 +21,7 @@ enum class CAArgument : std::uint8_t {
     When,
     Time,
     File,        // to write
+    Replaced,    // to write aside and rename
     ConfigFile,  // this and those below: of each line of its own
     Header,
     Queries,

@@ -11,7 +11,9 @@ class CAURL;
 // Hands out URLs by depth, the shallowest first, and a deeper one only when no shallower one waits
 // or is in work: every page is then met first on one of the shortest ways to it, whatever the
 // number of clients. Within a depth the most requested go first, and else those that came first.
-// It has no lock; the URLs stay whoever's they were.
+// What waits for its
+// host elsewhere is neither waiting nor in work here. It has no lock; the URLs stay whoever's they
+// were.
 class CADepthOrder {
 public:
     void put(CAURL *url);

@@ -228,7 +228,10 @@ void CAParseHTTP::readFraming(std::int32_t *closeConnection)
 {
     const char *const connection = HTAssocList_lookupExact(headers_, "Connection:");
     const char *const length = HTAssocList_lookupExact(headers_, "Content-Length:");
-    untilClose_ = length == nullptr && endsWithConnection();
+    const char *const coding = HTAssocList_lookupExact(headers_, "Transfer-Encoding:");
+    unframed_ =
+        length == nullptr && (coding == nullptr || strcasestr(coding, "chunked") == nullptr);
+    untilClose_ = unframed_ && options_.closeDelimitedBodies && rc_ == kOk;
     if (untilClose_) {
         CATrace("Parser...... No content-length, the body ends with the connection.\n");
     } else if (length == nullptr) {
@@ -244,16 +247,6 @@ void CAParseHTTP::readFraming(std::int32_t *closeConnection)
     } else if (connection != nullptr) {
         *closeConnection = strcasecmp(connection, "keep-alive") == 0 ? 0 : 1;
     }
-}
-
-// Asked of a response without a length.
-bool CAParseHTTP::endsWithConnection() const
-{
-    if (!options_.closeDelimitedBodies || rc_ != kOk) {
-        return false;
-    }
-    const char *const coding = HTAssocList_lookupExact(headers_, "Transfer-Encoding:");
-    return coding == nullptr || strcasestr(coding, "chunked") == nullptr;
 }
 
 bool CAParseHTTP::leadsOn() const

@@ -28,8 +28,12 @@ public:
     // False once what came turned out to be no HTTP response.
     [[nodiscard]] bool isHTTP() const { return isHTTP_; }
 
-    // True once it is known that the body ends with the connection.
-    [[nodiscard]] bool endsWithClose() const { return untilClose_; }
+    // True once it is known that nothing but the end of the connection tells where the body ends.
+    [[nodiscard]] bool isUnframed() const { return unframed_; }
+
+    // True once a limit of the queue stood against a redirection: nothing more of the answer
+    // counts.
+    [[nodiscard]] bool waitsForRoom() const { return locationReported_; }
 
     // The value of a header that is kept (its name with the colon), as it stands; "" without one.
     [[nodiscard]] std::string_view header(const char *name) const;
@@ -49,7 +53,6 @@ private:
     void addHeader(char *line);
     void addWithoutBlank(const char *line);
     void readFraming(std::int32_t *closeConnection);
-    [[nodiscard]] bool endsWithConnection() const;
     [[nodiscard]] bool leadsOn() const;
     void makeDecision();
     [[nodiscard]] bool followRedirect();
@@ -68,7 +71,8 @@ private:
     std::int64_t contentLength_ = 0;  // 0 when absent; bodies may be larger than 2 GiB
     std::int64_t bodyDelivered_ = 0;
     bool chunked_ = false;
-    bool untilClose_ = false;
+    bool unframed_ = false;
+    bool untilClose_ = false;  // unframed, and its body is wanted all the same
     bool isHTTP_ = true;
     bool locationReported_ = false;  // the decision on it may be made with each block
     CAChunkDecoder chunks_;

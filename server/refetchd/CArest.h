@@ -41,5 +41,5 @@ private:
 
     PMutex mutex_;
     std::map<std::string, Host, std::less<>> hosts_ HT_GUARDED_BY(mutex_);
-    std::atomic<std::int32_t> parked_ = 0;  // changed under the lock
+    std::atomic<std::int32_t> parked_ = 0;  // grows under the lock
 };

@@ -83,9 +83,8 @@ void CAResults::dropped(std::string_view url, _source source, std::int32_t depth
     int error = 0;
     {
         const PMutexGuard guard(mutex_);
-        ++tally_.drops[indexOf(why)];
-        countLocked(record);
-        error = addLineLocked(record);
+        tally_.drops[indexOf(why)] += isOver_ ? 0 : 1;
+        error = tellLocked(record);
     }
     reportFailure(logPath_, error);
 }
@@ -95,31 +94,71 @@ void CAResults::finished(const CAURL &url, const CAExchange &exchange)
     const CAJudgement judged = CAJudge(exchange.status, exchange.headers, exchange.started / 1000,
                                        static_cast<std::int32_t>(exchange.milliseconds / 1000));
     std::array<char, 24> status{};
-    std::string_view why;
-    const bool isCutOff = exchange.status != 0 && exchange.failure != CAFailure::None;
-    if (isCutOff) {
-        why = exchange.failure == CAFailure::TimedOut ? "timed out within the answer"
-                                                      : "connection broke within the answer";
-    } else if (judged.verdict == CAVerdict::Failed && exchange.status == 0) {
-        why = CAFailureText(exchange.failure);
+    Record record{.url = url.stringitize(),
+                  .source = url.source(),
+                  .depth = url.depth(),
+                  .verdict = judged.verdict,
+                  .age = judged.age,
+                  .why = "",
+                  .exchange = exchange};
+    if (exchange.status != 0 && exchange.failure != CAFailure::None) {
+        record.verdict = CAVerdict::Failed;
+        record.age = -1;
+        record.why = exchange.failure == CAFailure::TimedOut ? "timed out within the answer"
+                                                             : "connection broke within the answer";
+    } else if (exchange.status == 0) {
+        record.why = CAFailureText(exchange.failure);
     } else if (judged.verdict == CAVerdict::Failed) {
         std::snprintf(status.data(), status.size(), "status %d", exchange.status);
-        why = status.data();
+        record.why = status.data();
     }
-    const Record record{.url = url.stringitize(),
-                        .source = url.source(),
-                        .depth = url.depth(),
-                        .verdict = isCutOff ? CAVerdict::Failed : judged.verdict,
-                        .age = isCutOff ? -1 : judged.age,
-                        .why = why,
-                        .exchange = exchange};
     int error = 0;
     {
         const PMutexGuard guard(mutex_);
-        countLocked(record);
-        error = addLineLocked(record);
+        error = tellLocked(record);
     }
     reportFailure(logPath_, error);
+}
+
+void CAResults::setInFlight(std::int32_t client, const CAURL *url)
+{
+    const std::int64_t now = url != nullptr ? CANowMilliseconds() : 0;
+    const auto index = static_cast<std::size_t>(client);
+    const PMutexGuard guard(mutex_);
+    if (index >= flights_.size()) {
+        flights_.resize(index + 1);
+    }
+    flights_[index] = {url, now};
+}
+
+// Each of these returns 0, or the error number that is to be reported: the first of a run.
+
+int CAResults::tellFlightsLocked()
+{
+    int error = 0;
+    for (const auto &[url, started] : flights_) {
+        if (url != nullptr) {
+            const int failed = tellLocked(
+                {.url = url->stringitize(),
+                 .source = url->source(),
+                 .depth = url->depth(),
+                 .verdict = CAVerdict::Failed,
+                 .age = -1,
+                 .why = CAFailureText(CAFailure::Stopped),
+                 .exchange = {.started = started, .milliseconds = CANowMilliseconds() - started}});
+            error = error == 0 ? failed : error;
+        }
+    }
+    return error;
+}
+
+int CAResults::tellLocked(const Record &record)
+{
+    if (isOver_) {
+        return 0;
+    }
+    countLocked(record);
+    return addLineLocked(record);
 }
 
 void CAResults::countLocked(const Record &record)
@@ -135,8 +174,6 @@ void CAResults::countLocked(const Record &record)
         tally_.agedHits += record.verdict == CAVerdict::FromCache ? 1 : 0;
     }
 }
-
-// Each of these returns 0, or the error number that is to be reported: the first of a run.
 
 int CAResults::openLocked()
 {
@@ -194,8 +231,10 @@ int CAResults::flushLocked()
             error = count == 0 ? EIO : errno;
         }
     }
-    // The lines that are not written are lost; half a line gets its end with those that follow.
-    const bool torn = written > 0 && written < used_ && (*lines_)[written - 1] != '\n';
+    // The lines that are not written are lost; half a line gets its end with those that follow, and
+    // nothing but such an end begins them with a line feed.
+    const bool torn =
+        written < used_ && (written > 0 ? (*lines_)[written - 1] != '\n' : lines_->front() == '\n');
     used_ = 0;
     if (torn) {
         (*lines_)[used_++] = '\n';
@@ -227,16 +266,19 @@ void CAResults::flush()
     reportFailure(logPath_, error);
 }
 
-void CAResults::endRun(std::time_t started, std::int32_t seconds, std::int32_t queueLeft)
+void CAResults::endRun(std::time_t started, std::int32_t seconds, std::int32_t queueLeft,
+                       bool isLast)
 {
     int error = 0;
     {
         const PMutexGuard guard(mutex_);
+        const int failed = isLast ? tellFlightsLocked() : 0;
+        isOver_ = isLast;
         error = closeLocked();
+        error = failed != 0 ? failed : error;
         last_ = tally_;
         tally_ = Tally();
     }
-    lastProgress_ = 0;
     reportFailure(logPath_, error);
     if (!metricsPath_.empty()) {
         writeMetrics(started, seconds, queueLeft);
@@ -315,6 +357,7 @@ void CAResults::writeMetrics(std::time_t started, std::int32_t seconds,
 
 bool CAResults::progressIsDue(std::int32_t elapsed)
 {
+    lastProgress_ = elapsed < lastProgress_ ? 0 : lastProgress_;  // another run
     if (progressSeconds_ < 1 || elapsed - lastProgress_ < progressSeconds_) {
         return false;
     }

@@ -14,6 +14,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "CAURL.h"
 #include "CAoutcome.h"
@@ -56,13 +57,19 @@ public:
     void dropped(std::string_view url, _source source, std::int32_t depth, CADrop why);
     void finished(const CAURL &url, const CAExchange &exchange);
 
+    // What `client` (from 0) is at from now on; null: nothing. The URL stays the caller's, who says
+    // so before it goes. Any thread.
+    void setInFlight(std::int32_t client, const CAURL *url);
+
     // Writes the lines that wait, for who watches the log or kills the agent. Any thread.
     void flush();
 
     // Ends a run that was started then and took so long, with so many URLs left in the queue:
     // closes the log, writes the metrics file (failures are traced and in the error log), and
-    // begins to count anew. Master thread.
-    void endRun(std::time_t started, std::int32_t seconds, std::int32_t queueLeft);
+    // begins to count anew. With the last run what is still in flight has failed, and nothing that
+    // comes later is heard. Master thread.
+    void endRun(std::time_t started, std::int32_t seconds, std::int32_t queueLeft,
+                bool isLast = false);
 
     // Of the run that ended last: answers with status 200, how many of them were the cache's own
     // copies, and whether those were more than half, although every request asks for fresh ones.
@@ -101,6 +108,13 @@ private:
         CAExchange exchange;
     };
 
+    struct Flight {
+        const CAURL *url = nullptr;
+        std::int64_t started = 0;
+    };
+
+    [[nodiscard]] int tellFlightsLocked() HT_REQUIRES(mutex_);
+    [[nodiscard]] int tellLocked(const Record &record) HT_REQUIRES(mutex_);
     void countLocked(const Record &record) HT_REQUIRES(mutex_);
     [[nodiscard]] int openLocked() HT_REQUIRES(mutex_);
     [[nodiscard]] int addLineLocked(const Record &record) HT_REQUIRES(mutex_);
@@ -120,7 +134,9 @@ private:
     std::size_t used_ HT_GUARDED_BY(mutex_) = 0;
     int file_ HT_GUARDED_BY(mutex_) = -1;
     bool failed_ HT_GUARDED_BY(mutex_) = false;  // in this run, and said so
+    bool isOver_ HT_GUARDED_BY(mutex_) = false;  // the last run has ended
     Tally tally_ HT_GUARDED_BY(mutex_);
+    std::vector<Flight> flights_ HT_GUARDED_BY(mutex_);  // by client
 };
 
 // It lives until the process ends, as a worker may.

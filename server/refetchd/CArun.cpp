@@ -195,13 +195,16 @@ bool timeIsUp()
     return true;
 }
 
+// URLs that nobody had asked for when the run that ended last was cleaned up. The master's.
+std::int32_t urlsLeft = 0;
+
 // What was observed of a run is written, and what stands out is said.
-void tellResults(int seconds, std::int32_t queueLeft)
+void tellResults(int seconds)
 {
     if (!results.observes()) {
         return;
     }
-    results.endRun(g_ca_timestarted, seconds, queueLeft);
+    results.endRun(g_ca_timestarted, seconds, urlsLeft, ac.repeatCount == 1);
     if (results.cacheIgnoresUs() && ac.stressMode == 0) {
         CATrace(
             "Results..... %d of %d pages were served from the proxy's cache although fresh copies "
@@ -213,17 +216,16 @@ void tellResults(int seconds, std::int32_t queueLeft)
     }
 }
 
-// The run is over, and with it every rest: what still waits is left in the queue. The results come
-// last, for what the workers are still at belongs to the last run.
+// The run is over. The results come last, for what the workers are still at belongs to the last
+// run.
 void endRun(const char *message)
 {
-    restingHosts->release(CARestTable::kForEver, urlQueue);
+    ++currentRun;
     const int seconds = secondsElapsed();
-    const std::int32_t queueLeft = urlQueue->getLength();
     results.flush();
     CASummary();
     CACleanup();
-    tellResults(seconds, queueLeft);
+    tellResults(seconds);
     CATrace("%s", message);
 }
 
@@ -303,7 +305,9 @@ void flushProcessedUrls()
 void flushQueue()
 {
     CATrace("Flushing.... remove all non-processed URLs.\n");
+    urlsLeft = 0;
     while (auto *const url = static_cast<CAURL *>(urlQueue->drain())) {
+        ++urlsLeft;
         if (processedUrls != nullptr) {
             releaseText(HashRemove(processedUrls, url->stringitize()), nullptr);
         }
@@ -315,7 +319,6 @@ void flushQueue()
 
 void CACleanup()
 {
-    ++currentRun;
     const bool last = ac.repeatCount == 1;
     bool allGone = false;
     if (last) {
@@ -327,6 +330,7 @@ void CACleanup()
     if (processedUrls != nullptr) {
         flushProcessedUrls();
     }
+    restingHosts->release(CARestTable::kForEver, urlQueue);
     flushQueue();
     if (allGone) {
         delete urlQueue;

@@ -4,6 +4,7 @@
 
 #include "CAhits.h"
 #include "CAqueue.h"
+#include "CArest.h"
 #include "CArun.h"
 #include "CAtrace.h"
 #include "CAwork.h"
@@ -45,7 +46,8 @@ void writeCounts(FILE *page)
                  CAMessage(947, "URLs specified by admin for refresh:"), ac.adminUrlCount,
                  CAMessage(948, "Top N URLs from the cache specified for refresh:"),
                  ac.seedCount - ac.adminUrlCount, CAMessage(949, "Total URLs loaded into cache:"),
-                 successes, CAMessage(950, "URLs not processed:"), urlQueue->getLength());
+                 successes, CAMessage(950, "URLs not processed:"),
+                 urlQueue->getLength() + restingHosts->parked());
 }
 
 // One row for each good line of the hits file.

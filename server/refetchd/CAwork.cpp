@@ -126,6 +126,18 @@ bool waitForBudget(const Client &client)
     return false;
 }
 
+// Likewise, for a request that only this run may send.
+bool waitForBudget(const Client &client, std::uint32_t run)
+{
+    while (currentRun == run && client.keepsGoing()) {
+        if (CAWorkerThread::mayISendRequest() != 0) {
+            return true;
+        }
+        HTSleep(kPollMilliseconds);
+    }
+    return false;
+}
+
 // So long a worker waits for pages that are less deep than those that are queued.
 constexpr std::uint32_t kShallowerMilliseconds = 50;
 
@@ -138,7 +150,8 @@ std::int64_t askedRest(const CAParseHTTP &parser)
     if (ac.retryAfter == 0 || (status != 429 && status != 503)) {
         return 0;
     }
-    const std::string_view value = parser.header("Retry-After:");
+    std::string_view value = parser.header("Retry-After:");
+    value.remove_prefix(std::min(value.find_first_not_of(" \t"), value.size()));
     const bool isNumber = !value.empty() && HTIsDigit(value.front());
     return isNumber ? std::max<std::int64_t>(HTDecimal(value), 1) : kDefaultRest;
 }
@@ -187,8 +200,8 @@ CAFailure failureOf(const CAParseHTTP &parser, const CAConnection &connection)
     if (!parser.isHTTP()) {
         return CAFailure::BadResponse;
     }
-    const bool isEnd = parser.endsWithClose() && connection.failure() == CAFailure::Closed;
-    return isEnd ? CAFailure::None : connection.failure();
+    const bool isEnd = parser.isUnframed() && connection.failure() == CAFailure::Closed;
+    return isEnd || parser.waitsForRoom() ? CAFailure::None : connection.failure();
 }
 
 CACacheHeaders cacheHeaders(const CAParseHTTP &parser)
@@ -203,6 +216,36 @@ CACacheHeaders cacheHeaders(const CAParseHTTP &parser)
             .xVarnish = parser.header("X-Varnish:")};
 }
 
+// Tells the observer of a URL that is not asked for, or not once more, because the run is over.
+void tellStopped(const CAURL &url)
+{
+    if (results.observes()) {
+        results.finished(url, {.failure = CAFailure::Stopped, .started = CANowMilliseconds()});
+    }
+}
+
+// Tells the observer what a client is at while it lives.
+class InFlight {
+public:
+    InFlight(std::int32_t client, const CAURL &url) : client_(client)
+    {
+        if (results.observes()) {
+            results.setInFlight(client_, &url);
+        }
+    }
+    ~InFlight()
+    {
+        if (results.observes()) {
+            results.setInFlight(client_, nullptr);
+        }
+    }
+    InFlight(const InFlight &) = delete;
+    InFlight &operator=(const InFlight &) = delete;
+
+private:
+    const std::int32_t client_;
+};
+
 // One exchange. Unless there is to be another one, the observer hears of it.
 Next exchange(const Client &client, CAConnection *connection, CAURL *url, std::uint32_t run)
 {
@@ -213,12 +256,10 @@ Next exchange(const Client &client, CAConnection *connection, CAURL *url, std::u
         result.started = CANowMilliseconds();
     }
     if (!client.keepsGoing() || connection == nullptr) {
-        if (results.observes()) {
-            result.failure = CAFailure::Stopped;
-            results.finished(*url, result);
-        }
+        tellStopped(*url);
         return Next::Done;
     }
+    const InFlight inFlight(client.index, *url);
     connection->requestURL(url, &parser);
     if (parser.getHTTPRequestRC() == 200) {
         client.worker->incrementSuccesses();
@@ -241,13 +282,16 @@ Next exchange(const Client &client, CAConnection *connection, CAURL *url, std::u
     }
     client.worker->incrementFinished();
     if (results.observes()) {
-        result.milliseconds = CANowMilliseconds() - result.started;
+        // The clock may have been set back meanwhile.
+        result.milliseconds = std::max<std::int64_t>(CANowMilliseconds() - result.started, 0);
         result.bytes = connection->received();
         result.headers = cacheHeaders(parser);
         results.finished(*url, result);
     }
     return Next::Done;
 }
+
+void retry(const Client &client, CAConnection *connection, CAURL *url, std::uint32_t run);
 
 // Fetches one URL and disposes of it: it is deleted, or waits for another try.
 void fetch(const Client &client, CAURL *url, std::uint32_t run)
@@ -260,16 +304,7 @@ void fetch(const Client &client, CAURL *url, std::uint32_t run)
         ownConnection != nullptr ? ownConnection.get() : client.connection.get();
     const Next next = exchange(client, connection, url, run);
     if (next == Next::Retry) {
-        url->countRetry();
-        CATrace("Worker...... will try URL \"%s\" again (%d of %d).\n", url->stringitize(),
-                url->retries(), ac.retries);
-        connection->renew();
-        if (url->retries() == 1 && waitForBudget(client)) {
-            fetch(client, url, run);
-        } else {
-            urlQueue->requeue(url);
-        }
-        return;
+        return retry(client, connection, url, run);
     }
     if (next == Next::Rest) {
         url->setRepeated();
@@ -279,6 +314,24 @@ void fetch(const Client &client, CAURL *url, std::uint32_t run)
         return;
     }
     delete url;
+}
+
+// Tries again, at once the first time, else behind the queue; not when the run is over by then.
+void retry(const Client &client, CAConnection *connection, CAURL *url, std::uint32_t run)
+{
+    url->countRetry();
+    CATrace("Worker...... will try URL \"%s\" again (%d of %d).\n", url->stringitize(),
+            url->retries(), ac.retries);
+    connection->renew();
+    const bool atOnce = url->retries() == 1;
+    if (atOnce && !waitForBudget(client, run)) {
+        tellStopped(*url);
+        delete url;
+    } else if (atOnce) {
+        fetch(client, url, run);
+    } else {
+        urlQueue->requeue(url);
+    }
 }
 
 // Takes the next URL, if another worker has not taken it meanwhile, and sees it through. Busy is

@@ -60,8 +60,9 @@ public:
     static std::int32_t releaseAConnection();
 
 private:
-    // Guards the budget and CAConnection::connectionCount, so that neither limit is ever exceeded.
-    // It lives until the process ends, as a worker may.
+    // Guards the budget and CAConnection::connectionCount, so that neither limit is exceeded (but
+    // that a right which is given back just behind a renewal counts once more). It lives until the
+    // process ends, as a worker may.
     static PMutex *const mutex;
     static std::int32_t countPerSecond HT_GUARDED_BY(*mutex);     // granted since the renewal
     static std::int32_t maxCountPerSecond HT_GUARDED_BY(*mutex);  // the budget
