@@ -31,8 +31,6 @@ public:
         std::free(g_ca_hits_filename);
         g_ca_hits_filename = nullptr;
     }
-    AgentState(const AgentState &) = delete;
-    AgentState &operator=(const AgentState &) = delete;
 
     // Empties the queue; the depth and the text of each URL, such as "0 http://h/p".
     static std::vector<std::string> drain()

@@ -1,5 +1,4 @@
-// A fresh agent for one test: its configuration as the program starts with it, an empty queue, and
-// the trace captured.
+// A fresh agent for one test: its state as the program starts with it, and the trace captured.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -25,9 +24,8 @@ protected:
     std::string trace()
     {
         std::fflush(ac.traceStream);
-        const std::string text(traceText_ + traceSeen_, traceSize_ - traceSeen_);
-        traceSeen_ = traceSize_;
-        return text;
+        std::rewind(ac.traceStream);
+        return {traceText_, traceSize_};
     }
 
     // Reads a configuration file with these lines.
@@ -42,7 +40,6 @@ protected:
 private:
     char *traceText_ = nullptr;
     std::size_t traceSize_ = 0;
-    std::size_t traceSeen_ = 0;
 };
 
 template <typename Param>

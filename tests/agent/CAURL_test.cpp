@@ -36,6 +36,8 @@ const JoinRow kJoins[] = {
     {"OtherHostTakesNoPath", "http://g", "http://h/d/p", "http://g/"},
     {"SameHostTakesThePath", "http://h:80", "http://h/d/p", "http://h/d/p"},
     {"SchemeAlone", "http:x", "http://h/d/p", "http://h/d/x"},
+    {"OneLetterIsNoScheme", "a:b", "http://h/d/p", "http://h/d/a:b"},
+    {"PseudoScheme", "url:URL:http://g/", "http://h/d/p", "http://g/"},
     {"Nothing", "", "", "/"},
 };
 INSTANTIATE_TEST_SUITE_P(CAURL, Join, testing::ValuesIn(kJoins), rowName);
@@ -72,6 +74,8 @@ const InterestRow kInterests[] = {
      "Ignoring.... URL \"http://h/x\" - matched pattern \"*x\".\n"},
     {"CaseCounts", "ignoreurl *X\nonlyurl *x\n", "http://h/x", 1,
      "Passing..... only-check for URL \"http://h/x\" - matched pattern \"*x\".\n"},
+    {"NothingPasses", "onlyurl \"\"\n", "http://h/x", 0, ""},
+    {"LimitOfNoPattern", "delveacrosshosts on\nmaxhosturls 1 \"\"\n", "http://limited/x", 0, ""},
     {"LeftOut", "onlyurl http://g/*\n", "http://h/x", 0, ""},
     {"Query", "", "http://h/?x", 0, "URL......... http://h/?x will be ignored: query string.\n"},
     {"QueryDecoded", "cachequeries on *x?*\n", "http://h/%78?q", 1, ""},
@@ -79,7 +83,6 @@ const InterestRow kInterests[] = {
     {"OtherHost", "", "http://g/x", 0,
      "URL......... http://g/x will be ignored: jump from host h to g.\n"},
     {"HostInCapitalsIsAnother", "", "http://H/x", 0, "jump from host h to H.\n"},
-    {"OtherHostAllowed", "delveacrosshosts on\n", "http://g/x", 1, ""},
     {"Known", "", "http://h/", 0, "URL......... http://h/ will be ignored: already processed.\n"},
     {"AtTheLimit", "delveacrosshosts on\nmaxhosturls 2 lim*\n", "http://limited/x", 0,
      "Host........ limited: 2 hits, 2 max --> ignoring \"http://limited/x\".\n"},

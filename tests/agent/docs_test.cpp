@@ -3,7 +3,7 @@
 
 #include <filesystem>
 #include <fstream>
-#include <sstream>
+#include <regex>
 
 #include "AgentTest.h"
 #include "CAcfg.h"
@@ -14,11 +14,6 @@ struct Documented {
     std::string name;
     std::string lines;     // its examples
     std::string messages;  // what each of them traces
-
-    friend std::ostream &operator<<(std::ostream &out, const Documented &directive)
-    {
-        return out << directive.name;
-    }
 };
 
 std::vector<Documented> documentedDirectives()
@@ -26,29 +21,21 @@ std::vector<Documented> documentedDirectives()
     std::vector<Documented> directives;
     std::ifstream file(SOURCE_DIRECTORY "/docs/directives.txt");
     for (std::string line; std::getline(file, line);) {
-        std::istringstream words(line);
-        std::string field;
-        std::string value;
-        std::getline(words >> field >> std::ws, value);
         if (!line.empty() && std::islower(line[0]) != 0) {
-            directives.push_back({field, "", ""});
-        } else if (line.starts_with("    example ")) {
-            directives.back().lines += value + "\n";
-        } else if (line.starts_with("    message ")) {
-            directives.back().messages += value + "\n";
+            directives.push_back({line, "", ""});
+        } else if (line.starts_with("    example  ")) {
+            directives.back().lines += line.substr(13) + "\n";
+        } else if (line.starts_with("    message  ")) {
+            directives.back().messages += line.substr(13) + "\n";
         }
     }
     return directives;
 }
 
 // The text with the directories of an installed agent below `root`.
-std::string below(const std::string &root, std::string text)
+std::string below(const std::string &root, const std::string &text)
 {
-    for (std::size_t at = 0; (at = text.find("/var/", at)) != std::string::npos;) {
-        text.insert(at, root);
-        at += root.size() + 1;
-    }
-    return text;
+    return std::regex_replace(text, std::regex("/var/"), root + "/var/");
 }
 
 class Document : public AgentTestWith<Documented> {};
@@ -67,15 +54,13 @@ TEST_P(Document, ExampleIsRefusedOrTracesAnotherMessage)
     EXPECT_TRUE(GetParam().lines.starts_with(GetParam().name + " "));
 }
 
-INSTANTIATE_TEST_SUITE_P(Docs, Document, testing::ValuesIn(documentedDirectives()),
-                         [](const auto &row) { return row.param.name; });
+INSTANTIATE_TEST_SUITE_P(Docs, Document, testing::ValuesIn(documentedDirectives()), rowName);
 
 TEST(Docs, DirectiveIsMissingOrUnknown)
 {
-    std::vector<std::string_view> names;
-    const std::vector<Documented> directives = documentedDirectives();
-    for (const Documented &directive : directives) {
-        names.emplace_back(directive.name);
+    std::vector<std::string> names;
+    for (const Documented &directive : documentedDirectives()) {
+        names.push_back(directive.name);
     }
     EXPECT_THAT(names, testing::UnorderedElementsAreArray(CADirectiveNames()));
 }

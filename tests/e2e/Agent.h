@@ -4,10 +4,10 @@
 
 #include <gtest/gtest.h>
 
+#include <iterator>
 #include <memory>
 #include <sstream>
 #include <string>
-#include <vector>
 
 #include "Process.h"
 #include "Row.h"
@@ -15,6 +15,7 @@
 #include "TempDir.h"
 
 inline constexpr Millis kRunDeadline{60000};
+inline const std::string kReport = "pub/de_DE/reports/refetchd.html";
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 inline constexpr bool kSanitized = true;  // takes memory and addresses of its own
@@ -22,15 +23,34 @@ inline constexpr bool kSanitized = true;  // takes memory and addresses of its o
 inline constexpr bool kSanitized = false;
 #endif
 
+// Replaces all occurrences; how many there were.
+inline int replaceAll(std::string *text, const std::string &from, const std::string &to)
+{
+    int count = 0;
+    for (std::size_t at = 0; (at = text->find(from, at)) != std::string::npos; ++count) {
+        text->replace(at, from.size(), to);
+        at += to.size();
+    }
+    return count;
+}
+
+inline Words split(const std::string &text)
+{
+    std::istringstream words(text);
+    return {std::istream_iterator<std::string>(words), std::istream_iterator<std::string>()};
+}
+
 class Agent {
 public:
     // Writes "proxy.conf": an updateproxy line for `proxyPort`, then `directives`; and the hits
-    // file of the server root "@dir@". Both texts as expand() takes them.
+    // file of the server root "@dir@", unless it is empty. Both texts as expand() takes them.
     Agent(std::uint16_t proxyPort, const std::string &directives, const std::string &hits = "")
         : peer_("127.0.0.1:" + std::to_string(proxyPort))
     {
         dir.write("pub/de_DE/reports/keep", "");
-        dir.write("logs/hitsfile.txt", expand(hits));
+        if (!hits.empty()) {
+            dir.write("logs/hitsfile.txt", expand(hits));
+        }
         dir.write("proxy.conf", expand("updateproxy @peer@; " + directives + "\n"));
     }
 
@@ -43,24 +63,22 @@ public:
         return text;
     }
 
-    // Starts the agent in the directory with these options only, blanks between them; or with the
-    // trace on and the configuration read as well.
+    // Starts a program in the directory; the agent, which has a wrapper, with these options; or
+    // with the trace on and the configuration read as well.
+    void startProgram(const std::string &command)
+    {
+        process = std::make_unique<Process>(
+            split("--chdir=" + dir.path() + " LC_ALL=de_DE.UTF-8 " + command));
+    }
     void startWith(const std::string &options)
     {
-        std::vector<std::string> words = {"--chdir=" + dir.path(), "LC_ALL=de_DE.UTF-8"};
-        std::istringstream split(wrapper + " " REFETCHD_BINARY " " + options);
-        for (std::string word; split >> word;) {
-            words.push_back(word);
-        }
-        process = std::make_unique<Process>(words);
+        startProgram(wrapper + " " REFETCHD_BINARY " " + options);
     }
     void start(const std::string &options = "") { startWith("-vv -r proxy.conf " + options); }
     // Waits for its end; expects the exit status.
-    Process::Result finish(int status = 0)
+    void finish(int status = 0)
     {
-        const Process::Result result = process->wait(kRunDeadline);
-        EXPECT_EQ(result.status, status) << "signal " << result.signal << "\n" << process->err();
-        return result;
+        EXPECT_EQ(process->wait(kRunDeadline), status) << process->err();
     }
     void run(const std::string &options = "")
     {
@@ -68,6 +86,7 @@ public:
         finish();
     }
 
+    [[nodiscard]] std::string report() const { return dir.read(kReport); }
     // How often `text` occurs in the trace.
     [[nodiscard]] int traced(const std::string &text) const
     {
@@ -80,30 +99,18 @@ public:
     std::unique_ptr<Process> process;
 
 private:
-    static int replaceAll(std::string *text, const std::string &from, const std::string &to)
-    {
-        int count = 0;
-        for (std::size_t at = 0; (at = text->find(from, at)) != std::string::npos; ++count) {
-            text->replace(at, from.size(), to);
-            at += to.size();
-        }
-        return count;
-    }
-
     const std::string peer_;
 };
 
-// Targets "http://h/0" and so on.
-inline std::vector<std::string> targets(int count)
+// Targets "http://h/0" and so on, and the directives that seed them.
+inline Words targets(int count)
 {
-    std::vector<std::string> result;
+    Words result;
     for (int number = 0; number < count; ++number) {
         result.push_back("http://h/" + std::to_string(number));
     }
     return result;
 }
-
-// The directives that seed them.
 inline std::string seeds(int count)
 {
     std::string lines;

@@ -1,56 +1,42 @@
 // Directives that are off unless they are set: what is asked for without and with each.
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <signal.h>
 
-#include <atomic>
+#include <regex>
 
 #include "Agent.h"
-#include "Site.h"
 
 namespace {
 
 struct OptInRow : Row {
     std::string directive;
     std::vector<Reply> replies;  // to the first requests for "/", in turn; then a plain page
-    std::string without;         // what one client asks for then, without "http://h"
+    std::string without;         // what one client asks for then
     std::string with;
     std::string others = "loadurl h/; delvedepth 1; readtimeout 1";
     std::string request = "";  // a part of each request, only with the directive
 };
 
-class OptIn : public testing::TestWithParam<OptInRow> {
-protected:
-    static void expectAskedFor(const std::string &targets, const std::string &directives)
-    {
-        const OptInRow &row = GetParam();
-        std::atomic<std::size_t> count = 0;
-        const ScriptedPeer peer([&](const ScriptedPeer &, const ScriptedPeer::Request &request) {
-            if (request.target != "http://h/" || count >= row.replies.size()) {
-                return htmlPage("page");
-            }
-            return row.replies[count++];
-        });
-        Agent agent(peer.port(), "numclients 1; " + row.others + directives,
-                    "5 50% http://h/s; 9 30% http://h/; 7 20% http://h/t");
-        agent.run();
-        std::string asked;
-        for (const std::string &target : peer.targets()) {
-            const bool absolute = target.starts_with("http://");
-            asked += (asked.empty() ? "" : " ") + target.substr(absolute ? target.find('/', 7) : 0);
-        }
-        EXPECT_EQ(asked, targets) << agent.process->err();
-        for (const ScriptedPeer::Request &request : peer.requests()) {
-            EXPECT_EQ(request.bytes.find(row.request) != std::string::npos,
-                      row.request.empty() || !directives.empty());
-        }
-    }
-};
+class OptIn : public testing::TestWithParam<OptInRow> {};
 
 TEST_P(OptIn, ChangesNothingUnlessItIsSet)
 {
-    expectAskedFor(GetParam().without, "");
-    expectAskedFor(GetParam().with, "; " + GetParam().directive);
+    const OptInRow &row = GetParam();
+    std::multimap<std::string, Reply> table;
+    for (const Reply &reply : row.replies) {
+        table.emplace("http://h/", reply);
+    }
+    table.emplace("http://h/", Reply::html());
+    for (const bool with : {false, true}) {
+        const ScriptedPeer peer(table);
+        Agent agent(peer.port(),
+                    "numclients 1; " + row.others + "; " + (with ? row.directive : ""));
+        agent.run();
+        EXPECT_EQ(peer.asked(), with ? row.with : row.without) << agent.process->err();
+        for (const ScriptedPeer::Request &request : peer.requests()) {
+            EXPECT_EQ(request.bytes.find(row.request) != std::string::npos,
+                      row.request.empty() || with);
+        }
+    }
 }
 
 // A page with a link to "/a", sent in two pieces, whose end is the connection's.
@@ -63,86 +49,57 @@ Reply untilClose(const std::string &header)
 
 Reply moved(const std::string &status)
 {
-    return {{{"HTTP/1.0 " + status + " Moved\r\nLocation: /to\r\nContent-Length: 0\r\n\r\n"}}};
+    return Reply::head(status + " Moved\r\nLocation: /to");
 }
 
-Reply busy(const std::string &status)
+Reply busy(const std::string &status, const std::string &seconds)
 {
-    return {{{"HTTP/1.0 " + status + "\r\nContent-Length: 0\r\n\r\n"}}};
+    return Reply::head(status + " No\r\nRetry-After: " + seconds);
 }
 
 const Reply kGone = {{}, Reply::Then::Close};
 const Reply kReset = {{}, Reply::Then::Reset};
+const std::vector<Reply> kLinks = {Reply::html(
+    "<base href=/d/><a\thref=x><a href=\"y?a=1&amp;b=2\"><img srcset=\"z 1x, /w 2x\">"
+    "<!-- <a href=\"no\"> --><script>'<a href=\"no\">'</script><a href='JavaScript:no()'>")};
 const std::string kSeeds = "loadurl h/; loadurl h/1; loadurl h/2; readtimeout 1";
+const std::string kOthers = "loadurl h/; loadurl o/x; loadurl h/1";
+const std::string kThreeSeconds = "loadurl h/; loadurl h/1; maxruntime 3";
+const std::string kQueries = "loadurl h/; delvedepth 1; delveacrosshosts on; cachequeries on";
 const std::string kClosed = "closedelimitedbodies on";
 const std::string kAll = "followredirects All";
+const std::string kRest = "retryafter on";
+const std::string kHeaders =
+    "requestheader A b, c; requestheader X b; useragent \"refetchd (night)\" /1";
+const std::string kTheirLines =
+    "\r\nUser-Agent: refetchd (night) /1\r\nHost: h\r\nCache-Control: max-age=0\r\nA: b, c\r\nX: "
+    "b\r\n";
+const Reply kLate = {{{busy("503", "1").pieces.front().bytes, 1500}}};
+const std::vector<Reply> kTwiceBusy = {busy("429", "1"), busy("503", "1")};
 
 const OptInRow kRows[] = {
-    {"BodyUntilClose", kClosed, {untilClose("")}, "/", "/ /a /b"},
-    {"BodyUntilCloseKeptAlive",
-     kClosed,
-     {untilClose("Connection: keep-alive\r\n")},
-     "/",
-     "/ /a /b"},
+    {"BodyUntilClose", kClosed, {untilClose("Connection: keep-alive\r\n")}, "/", "/ /a /b"},
     {"BodyOfAnotherCoding", kClosed, {untilClose("Transfer-Encoding: gzip\r\n")}, "/", "/ /a /b"},
     {"BodyInBrokenChunks", kClosed, {untilClose("Transfer-Encoding: Chunked\r\n")}, "/", "/"},
-    {"LinksOfToday",
-     "modernlinks on",
-     {htmlPage("<base href=/d/><a\thref=x><a href=\"y?a=1&amp;b=2\"><img srcset=\"z 1x, /w 2x\">"
-               "<!-- <a href=\"no\"> --><script>'<a href=\"no\">'</script>"
-               "<a href=\"mailto:a@h\"><a href='JavaScript:no()'>")},
-     "/ /y?a=1&amp;b=2 /no /a@h /no()",
-     "/ /d/x /d/y?a=1&b=2 /d/z /w",
-     "loadurl h/; delvedepth 1; delveacrosshosts on; cachequeries on"},
+    {"LinksOfToday", "modernlinks on", kLinks, "/ /y?a=1&amp;b=2 /no /no()",
+     "/ /d/x /d/y?a=1&b=2 /d/z /w", kQueries},
     {"Moved301", kAll, {moved("301")}, "/", "/ /to"},
     {"Moved303", kAll, {moved("303")}, "/", "/ /to"},
     {"Moved307", kAll, {moved("307")}, "/", "/ /to"},
     {"Moved308", kAll, {moved("308")}, "/", "/ /to"},
     {"Moved304", kAll, {moved("304")}, "/", "/"},
-    {"Moved302Only", "followredirects on", {moved("301"), moved("302")}, "/", "/"},
+    {"Moved302Only", "followredirects on", {moved("301")}, "/", "/"},
     {"RetryAtOnce", "retries 2", {kGone}, "/ /1 /2", "/ / /1 /2", kSeeds},
     {"RetryBehind", "retries 2", {kReset, kGone}, "/ /1 /2", "/ / /1 /2 /", kSeeds},
     {"RetryTwiceOnly", "retries 2", {kGone, kGone, kGone}, "/ /1 /2", "/ / /1 /2 /", kSeeds},
     {"RetryTimedOut", "retries 1", {Reply{}}, "/ /1 /2", "/ / /1 /2", kSeeds},
-    {"RetryNoAnswered", "retries 1", {busy("500 No")}, "/ /1 /2", "/ /1 /2", kSeeds},
-    {"RestFor",
-     "retryafter on",
-     {busy("503 No\r\nRetry-After: 2")},
-     "/ /1 /2",
-     "/ / /1 /2",
-     kSeeds},
-    {"RestAndRepeatOnce",
-     "retryafter on",
-     {busy("429 No\r\nRetry-After: 1"), busy("503 No\r\nRetry-After: 1")},
-     "/ /1 /2",
-     "/ / /1 /2",
-     kSeeds},
-    {"RestOthersGoOn",
-     "retryafter on",
-     {busy("429 No\r\nRetry-After: 1")},
-     "/ /x /1",
-     "/ /x / /1",
-     "loadurl h/; loadurl o/x; loadurl h/1"},
-    {"RestNoLongerThanTheRun",
-     "retryafter on",
-     {busy("503 No\r\nRetry-After: 99")},
-     "/ /1",
-     "/",
-     "loadurl h/; loadurl h/1; maxruntime 3"},
-    {"Header",
-     "requestheader Accept-Encoding gzip, br; requestheader X-A b",
-     {},
-     "/",
-     "/",
-     "loadurl h/",
-     "\r\nAccept-Encoding: gzip, br\r\nX-A: b\r\n"},
-    {"UserAgent",
-     "useragent \"refetchd (night)\" /1",
-     {},
-     "/",
-     "/",
-     "loadurl h/",
-     "\r\nUser-Agent: refetchd (night) /1\r\nHost: h\r\n"},
+    {"RetryNoAnswered", "retries 1", {Reply::head("500 No")}, "/ /1 /2", "/ /1 /2", kSeeds},
+    {"RestFor", kRest, {busy("503", " 2")}, "/ /1 /2", "/ / /1 /2", kSeeds + "; maxruntime 8"},
+    {"RestAndRepeatOnce", kRest, kTwiceBusy, "/ /1 /2", "/ / /1 /2", kSeeds},
+    {"LateIsNotTheNextUrls", kRest, {kLate}, "/ /1 /2", "/ /1 /2", kSeeds},
+    {"RestOthersGoOn", kRest, {busy("429", "1")}, "/ http://o/x /1", "/ http://o/x / /1", kOthers},
+    {"RestNoLongerThanTheRun", kRest, {busy("503", "99")}, "/ /1", "/", kThreeSeconds},
+    {"Headers", kHeaders, {}, "/", "/", "loadurl h/", kTheirLines},
 };
 INSTANTIATE_TEST_SUITE_P(OptIn, OptIn, testing::ValuesIn(kRows), rowName);
 
@@ -150,89 +107,45 @@ INSTANTIATE_TEST_SUITE_P(OptIn, OptIn, testing::ValuesIn(kRows), rowName);
 // be too deep for its own link.
 TEST(BreadthFirst, PageThatIsMetFirstOnALongerWayLosesItsLinks)
 {
-    const Reply quick = htmlPage("<a href=\"p\">");
+    const Reply quick = Reply::html("<a href=\"p\">");
     Reply slow = quick;
     slow.pieces.front().pauseMs = 2500;
-    for (const char *const directive : {"", "breadthfirst on"}) {
+    for (const std::string directive : {"", "breadthfirst on"}) {
         const ScriptedPeer peer({{"http://h/", slow},
-                                 {"http://h/s", htmlPage("<a href=\"a\">")},
+                                 {"http://h/s", Reply::html("<a href=\"a\">")},
                                  {"http://h/a", quick},
-                                 {"http://h/p", htmlPage("<a href=\"q\">")}});
-        Agent agent(
-            peer.port(),
-            std::string("numclients 3; delvedepth 2; loadurl h/; loadurl h/s; ") + directive);
+                                 {"http://h/p", Reply::html("<a href=\"q\">")}});
+        Agent agent(peer.port(),
+                    "numclients 3; delvedepth 2; loadurl h/; loadurl h/s; " + directive);
         agent.run();
-        EXPECT_EQ(testing::Value(peer.targets(), testing::Contains("http://h/q")),
-                  *directive != '\0');
+        EXPECT_EQ(peer.asked().find(" /q") != std::string::npos, !directive.empty());
     }
 }
 
 // "/s" holds the first run until its time is over, with "/a" still queued.
 TEST(BreadthFirst, PageOfARunThatWasCutShortBlocksOrEntersTheNext)
 {
-    std::atomic<int> stalls = 0;
-    const ScriptedPeer peer([&](const ScriptedPeer &, const ScriptedPeer::Request &request) {
-        const bool stall = request.target == "http://h/s" && stalls++ == 0;
-        return stall ? Reply{} : htmlPage(request.target == "http://h/" ? "<a href=\"a\">" : "");
-    });
+    const ScriptedPeer peer({{"http://h/", Reply::html("<a href=\"a\">")},
+                             {"http://h/s", Reply{}},
+                             {"http://h/s", Reply::ok()}});
     Agent agent(peer.port(),
                 "breadthfirst on; numclients 1; readtimeout 6; maxruntime 3; refetchdrepeat 2; "
                 "delvedepth 1; loadurl h/; loadurl h/s");
     agent.run();
-    EXPECT_THAT(peer.targets(), testing::ElementsAre("http://h/", "http://h/s", "http://h/",
-                                                     "http://h/s", "http://h/a"));
-}
-
-TEST(Results, LateAnswerIsTakenForThatOfTheNextUrl)
-{
-    Reply late = Reply::ok();
-    late.pieces.front() = {"HTTP/1.0 404 No\r\nContent-Length: 0\r\n\r\n", 1500};
-    const ScriptedPeer peer({{"http://h/0", late}});
-    Agent agent(peer.port(), "numclients 1; readtimeout 1; resultslog @dir@/log; " + seeds(2));
-    agent.run();
-    const std::string log = agent.dir.read("log");
-    EXPECT_NE(log.find("timed out"), std::string::npos) << log;
-    EXPECT_NE(log.find("\"http://h/1\",\"source\":\"admin\",\"depth\":0,\"status\":200"),
-              std::string::npos)
-        << log;
-}
-
-// The log without what a clock says.
-std::string withoutTimes(const std::string &log)
-{
-    std::string text;
-    std::istringstream lines(log);
-    for (std::string line; std::getline(lines, line);) {
-        const std::size_t ms = line.find("\"ms\":") + 5;
-        text += line.substr(line.find("\"url\""), ms - line.find("\"url\""));
-        text += line.substr(line.find(',', ms)) + "\n";
-    }
-    return text;
-}
-
-Reply answer(const std::string &status, const std::string &headers)
-{
-    return {{{"HTTP/1.0 " + status + "\r\nContent-Type: text/html\r\nContent-Length: 0\r\n" +
-              headers + "\r\n"}}};
-}
-
-std::string logged(const std::string &url, const std::string &source, int depth,
-                   const std::string &answer, const std::string &verdict)
-{
-    return "\"url\":\"http://" + url + "\",\"source\":\"" + source +
-           "\",\"depth\":" + std::to_string(depth) + ",\"status\":" + answer +
-           ",\"ms\":,\"verdict\":\"" + verdict + "}\n";
+    EXPECT_EQ(peer.asked(), "/ /s / /s /a");
 }
 
 TEST(Results, LogMetricsOrWarningSayOtherwise)
 {
     const ScriptedPeer peer(
-        {{"http://h/", htmlPage("<a href=\"/old\"><a href=\"/no\"><a href=\"/x.gif\">"
-                                "<a href=\"http://o/\"><a href=\"/gone\"><a href=\"/\">")},
-         {"http://h/old", answer("200 OK", "Age: 7000\r\n")},
-         {"http://h/older", answer("200 OK", "Age: 8000\r\n")},
-         {"http://h/no", answer("404 No", "")},
-         {"http://h/gone", {{}, Reply::Then::Close}}});
+        {{"http://h/", Reply::html("<a href=\"/old\"><a href=\"/no\"><a href=\"/x.gif\">"
+                                   "<a href=\"http://o/\"><a href=\"/gone\"><a href=\"/open\">"
+                                   "<a href=\"/\">")},
+         {"http://h/old", Reply::head("200 OK\r\nAge: 7000")},
+         {"http://h/older", Reply::head("200 OK\r\nAge: 8000")},
+         {"http://h/no", Reply::head("404 No")},
+         {"http://h/gone", {{}, Reply::Then::Close}},
+         {"http://h/open", untilClose("Age: 6000\r\n")}});
     Agent agent(
         peer.port(),
         "hostname 127.0.0.1; numclients 1; delvedepth 1; ignoreurl *.gif; resultslog "
@@ -240,28 +153,72 @@ TEST(Results, LogMetricsOrWarningSayOtherwise)
         "loadtopcached 9; loadurl h/; loadurl h/?q; refetchdrepeat 2",
         "9 5% http://h/older; 8 4% http://h/x.gif");
     agent.run();
-    const std::string none = "0,\"bytes\":0";
+    // URL, source, depth, status, bytes and verdict.
+    const std::regex line(
+        ".*\"http://(.*)\",\"source\":\"(.*)\",\"depth\":(.),\"status\":(.*),"
+        "\"bytes\":(.*),\"ms\":.*,\"verdict\":\"(.*)}");
     const std::string run =
-        logged("h/?q", "admin", 0, none, R"(dropped","why":"cachequeries")") +
-        logged("h/x.gif", "topn", 0, none, R"(dropped","why":"ignoreurl")") +
-        logged("h/x.gif", "admin", 1, none, R"(dropped","why":"ignoreurl")") +
-        logged("o/", "admin", 1, none, R"(dropped","why":"delveacrosshosts")") +
-        logged("h/", "admin", 0, R"(200,"bytes":182)", R"(unknown")") +
-        logged("h/older", "topn", 0, R"(200,"bytes":74)", R"(served from cache","age":8000)") +
-        logged("h/old", "admin", 1, R"(200,"bytes":74)", R"(served from cache","age":7000)") +
-        logged("h/no", "admin", 1, R"(404,"bytes":63)", R"(failed","why":"status 404")") +
-        logged("h/gone", "admin", 1, none, R"(failed","why":"connection closed before an answer")");
-    EXPECT_EQ(withoutTimes(agent.dir.read("log")), run + run);
-    const std::string metrics = agent.dir.read("prom");
-    for (const char *const gauge :
-         {"urls{source=\"topn\",verdict=\"served_from_cache\"} 1",
-          "urls{source=\"admin\",verdict=\"failed\"} 2", "responses{class=\"4xx\"} 1",
-          "dropped_urls{by=\"ignoreurl\"} 2", "queue_left 0"}) {
-        EXPECT_NE(metrics.find(gauge), std::string::npos) << gauge << " is not in\n" << metrics;
-    }
+        R"(h/?q admin 0 0 0 dropped","why":"cachequeries"
+h/x.gif topn 0 0 0 dropped","why":"ignoreurl"
+h/x.gif admin 1 0 0 dropped","why":"ignoreurl"
+o/ admin 1 0 0 dropped","why":"delveacrosshosts"
+h/ admin 0 200 199 unknown"
+h/older topn 0 200 49 served from cache","age":8000
+h/old admin 1 200 49 served from cache","age":7000
+h/no admin 1 404 38 failed","why":"status 404"
+h/gone admin 1 0 0 failed","why":"connection closed before an answer"
+h/open admin 1 200 70079 served from cache","age":6000
+)";
+    EXPECT_EQ(std::regex_replace(agent.dir.read("log"), line, "$1 $2 $3 $4 $5 $6"), run + run);
+    EXPECT_THAT(agent.dir.read("prom"),
+                testing::HasSubstr("urls{source=\"topn\",verdict=\"served_from_cache\"} 1\n"));
     EXPECT_EQ(agent.traced("the proxy ignores max-age=0"), 2) << agent.process->err();
-    EXPECT_NE(agent.dir.read("cacheAgent-errors").find("ignores max-age=0"), std::string::npos);
+    EXPECT_THAT(agent.dir.read("cacheAgent-errors"), testing::HasSubstr("ignores max-age=0"));
 }
+
+struct AccountRow : Row {
+    std::string directives;
+    int urls;         // that are told of: in the log, or as left in the queue
+    std::string log;  // URL and verdict, but where that is "unknown"
+};
+
+class Account : public testing::TestWithParam<AccountRow> {};
+
+TEST_P(Account, LacksAUrlOfARunThatWasCutShort)
+{
+    const ScriptedPeer peer({{"http://h/stuck", {{}, Reply::Then::Stall}},
+                             {"http://h/gone", {{{"", 1500}}, Reply::Then::Close}},
+                             {"http://h/moved", moved("302")},
+                             {"http://h/busy", busy("503", "99")}});
+    Agent agent(peer.port(), "resultslog @dir@/log; metricsfile @dir@/prom; numclients " +
+                                 GetParam().directives);
+    agent.run();
+    const std::regex parts(".*\"http://h/(.*)\",\"source\".*\"verdict\":\"([a-z ]*).*");
+    std::string verdicts;
+    int urls = 0;
+    std::istringstream log(agent.dir.read("log"));
+    for (std::string line; std::getline(log, line); ++urls) {
+        const std::string seen = std::regex_replace(line, parts, "$1 $2; ");
+        verdicts += seen.ends_with("unknown; ") ? "" : seen;
+    }
+    EXPECT_EQ(verdicts, GetParam().log);
+    const std::string metrics = agent.dir.read("prom");
+    EXPECT_EQ(urls + std::stoi(metrics.substr(metrics.rfind(' '))), GetParam().urls) << metrics;
+}
+
+const AccountRow kAccounts[] = {
+    {"InFlight", "1; readtimeout 60; maxruntime 2; loadurl h/stuck; loadurl h/1", 2,
+     "stuck failed; "},
+    {"WaitsForTheBudget",
+     "2; retries 1; refetchdrequestpersecond 1; maxruntime 1; loadurl h/gone; loadurl h/1; "
+     "loadurl h/2; loadurl h/3",
+     4, "gone failed; "},
+    {"WaitsForItsHost", "1; retryafter on; maxruntime 3; loadurl h/busy; loadurl h/1", 2, ""},
+    {"WaitsForRoom",
+     "1; readtimeout 3; maxqueuedepth 1; delvedepth 1; loadurl h/moved; loadurl h/moved", 4,
+     "to dropped; "},
+};
+INSTANTIATE_TEST_SUITE_P(Results, Account, testing::ValuesIn(kAccounts), rowName);
 
 TEST(Progress, LineIsMissingOrTheSignalEndsTheProcess)
 {
@@ -272,16 +229,8 @@ TEST(Progress, LineIsMissingOrTheSignalEndsTheProcess)
     ASSERT_TRUE(peer.waitForRequests(2, kRunDeadline));
     agent.process->signal(SIGUSR1);
     ASSERT_TRUE(agent.process->waitForError(" s left\n", kRunDeadline));
-    EXPECT_EQ(agent.process->err().find("Progress.... 1 done, 1 succeeded, 0 queued, 1 busy, "),
-              0U);
+    EXPECT_EQ(agent.traced("Progress.... 1 done, 1 succeeded, 0 queued, 1 busy, "), 1);
     agent.finish();
-
-    Agent told(peer.port(), "numclients 1; readtimeout 5; loadurl h/; progress 2");
-    told.startWith("-r proxy.conf");
-    told.finish();
-    EXPECT_GE(
-        told.traced("Progress.... 0 done, 0 succeeded, 0 queued, 1 busy, 0.0 URLs/s, no limit\n"),
-        1);
 }
 
 }  // namespace

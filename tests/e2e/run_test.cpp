@@ -1,8 +1,5 @@
-// Whole runs: repeats, time limits, pacing, the connection limit, and how a run ends.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <signal.h>
-
+// Whole runs: repeats, time limits, pacing, the limit of connections, how a run ends, and the
+// report that it leaves.
 #include "Agent.h"
 
 namespace {
@@ -11,9 +8,10 @@ struct PaceRow : Row {
     std::string directives;
     const char *options;
     int seeds;
-    int requests;  // that they make
-    int budget;    // requests for each
-    int periodMs;  // which begins with the start
+    int requests;         // that they make
+    int budget;           // requests for each
+    int periodMs;         // which begins with the start
+    int connections = 5;  // at most
 };
 
 class Pacing : public testing::TestWithParam<PaceRow> {};
@@ -30,54 +28,28 @@ TEST_P(Pacing, BudgetIsNeverExceeded)
         EXPECT_GE(request.arrival - start, Millis(number++ / row.budget * row.periodMs));
     }
     EXPECT_EQ(number, row.requests);
+    EXPECT_LE(peer.connections(), row.connections);
+    EXPECT_EQ(agent.traced("Worker...... waiting for a Connection.\n") > 0, row.connections < 5);
 }
 
 const PaceRow kPaces[] = {
     {"ByOption", "", "-rps 2", 6, 6, 2, 1000},
     {"DirectiveBeatsOption", "refetchd_request_per_second 3", "-rps 100", 9, 9, 3, 1000},
     {"NextRunAfterMaxRuntime", "maxruntime 4", "-rp 2", 1, 2, 1, 3000},
+    {"ConnectionsByOption", "", "-mc 1", 20, 20, 20, 0, 1},
+    {"ConnectionsByDirective", "refetchdmaxconnection 3", "", 20, 20, 20, 0, 3},
 };
 INSTANTIATE_TEST_SUITE_P(Run, Pacing, testing::ValuesIn(kPaces), rowName);
 
-struct LimitRow : Row {
-    const char *directives;
-    const char *options;
-    int limit;
-};
-
-class Connections : public testing::TestWithParam<LimitRow> {};
-
-// Four workers; the replies begin when as many as may connect are at work.
-TEST_P(Connections, LimitIsReachedAndNeverExceeded)
-{
-    const LimitRow &row = GetParam();
-    const auto limit = static_cast<std::size_t>(row.limit);
-    const ScriptedPeer peer([limit](const ScriptedPeer &self, const ScriptedPeer::Request &) {
-        (void)self.waitForRequests(limit, kRunDeadline);
-        return Reply::ok();
-    });
-    Agent agent(peer.port(), "numclients 4; " + seeds(20) + row.directives);
-    agent.run(row.options);
-    EXPECT_THAT(peer.targets(), testing::UnorderedElementsAreArray(targets(20)));
-    EXPECT_EQ(peer.mostConnections(), row.limit);
-    EXPECT_TRUE(limit < 4 || peer.connections() == 4) << "each worker keeps its connection";
-    EXPECT_EQ(agent.traced("Worker...... waiting for a Connection.\n") > 0, limit < 4);
-}
-
-const LimitRow kConnections[] = {
-    {"ByOption", "", "-mc 1", 1},
-    {"ByDirective", "refetchdmaxconnection 3", "", 3},
-    {"Unlimited", "", "-mc 0", 4},
-};
-INSTANTIATE_TEST_SUITE_P(Run, Connections, testing::ValuesIn(kConnections), rowName);
-
-const std::string kReport = "pub/de_DE/reports/refetchd.html";
-const char *const kPlaceholder =
+const std::string kHead =
     "<html>\n<head>\n   <title>Automatic Cache Refresh Summary</title>\n"
     "<meta name=\"GENERATOR\" content=\"Quillmark\">\n</head>\n"
     "<body background=\"/zuicons/statusBG.jpg\">\n\n"
-    "<center><h2>Automatic Cache Refresh Summary</h2></center>\n<p>Unable to show cache agent "
-    "information because no data is available at this time.</p>\n</html>\n";
+    "<center><h2>Automatic Cache Refresh Summary</h2></center>\n<p>";
+const std::string kPlaceholder =
+    kHead +
+    "Unable to show cache agent information because no data is available at this time.</p>\n"
+    "</html>\n";
 
 struct EndRow : Row {
     std::string directives;
@@ -96,7 +68,7 @@ TEST_P(End, IsCleanAndTheReportIsInPlace)
     agent.start();
     ASSERT_TRUE(peer.waitForRequests(row.reads, kRunDeadline));
     if (row.reads > 0) {
-        EXPECT_EQ(agent.dir.read(kReport), kPlaceholder);
+        EXPECT_EQ(agent.report(), kPlaceholder);
         agent.process->signal(SIGALRM);  // ignored, both
         agent.process->signal(SIGPIPE);
     }
@@ -104,12 +76,13 @@ TEST_P(End, IsCleanAndTheReportIsInPlace)
     EXPECT_EQ(peer.requests().size(), row.reads);
     EXPECT_EQ(agent.traced(row.trace), row.runs) << agent.process->err();
     EXPECT_EQ(agent.traced(kReport + ".tmp successfully renamed to @dir@/" + kReport), 1);
-    EXPECT_THAT(agent.dir.read(kReport), testing::Not(testing::HasSubstr("no data is available")));
+    EXPECT_NE(agent.report(), kPlaceholder);
+    EXPECT_EQ(agent.traced("Progress.... 0 done, 0 succeeded, ") > 0, row.reads > 0);
 }
 
 const char *const kRanDry = "all threads done - we're outta here!\n";
 const char *const kTimeUp = "all threads done - we outta here!\n";
-const std::string kStuck = "maxruntime 2; loadurl h/0; loadurl h/1; numclients ";
+const std::string kStuck = "progress 1; maxruntime 2; loadurl h/0; loadurl h/1; numclients ";
 
 const EndRow kEnds[] = {
     {"NothingToDo", "numclients -3", 0, kRanDry},
@@ -118,5 +91,69 @@ const EndRow kEnds[] = {
     {"ReadIsStuckInTwoRuns", kStuck + "1; refetchdrepeat 2", 1, kTimeUp, 2},
 };
 INSTANTIATE_TEST_SUITE_P(Run, End, testing::ValuesIn(kEnds), rowName);
+
+const std::string kTable = "<table align=center width=\"50%\" border=2 bordercolor=";
+// A page; each "@" stands for a count. The first table shows nothing and is never closed.
+const std::string kPage =
+    kHead +
+    "This page displays Cache Agent statistics and the Top Cached URLs that were requested\n"
+    "<hr>\n</p>\n\n" +
+    kTable + "\"#3366CC\" bordercolordark=\"#3366CC\" bordercolorlight=\"#3366CC\">\n" + kTable +
+    "\"#3366CC\" bordercolorlight=\"#3366CC\" bordercolordark=\"#3366CC\">\n<tr>\n"
+    " <td>URLs specified by admin for refresh:</td>\n <td align=right>@</td> <tr>\n"
+    "<td>Top N URLs from the cache specified for refresh:</td>\n<td align=right>@</td>\n </tr>\n"
+    " <tr>\n <td>Total URLs loaded into cache:</td>\n<td align=right>@</td> \n </tr>\n"
+    " <tr>\n <td>URLs not processed:</td>\n<td align=right>@</td>\n </tr>\n </table>\n\n";
+const std::string kHeads =
+    "<h3 align=center>URLs requested</h3>\n" + kTable +
+    "\"#HTML_BORDER_COLOR\" "
+    "bordercolorlight=\"#HTML_BORDER_COLOR\" bordercolordark=\"#HTML_BORDER_COLOR\">\n"
+    "<th align=left>Hits</th>\n<th align=left>Percent</th>\n<th align=left>URL</th>\n";
+
+struct ReportRow : Row {
+    std::string directives;
+    const char *hitsFile;
+    std::string hits;                 // what the page tells of it
+    std::vector<const char *> pages;  // the counts of each, of which the last is not processed
+};
+
+class Report : public testing::TestWithParam<ReportRow> {};
+
+TEST_P(Report, IsThisByteForByte)
+{
+    const ReportRow &row = GetParam();
+    const ScriptedPeer peer(
+        {{"http://h/gone", Reply::head("404 No")}, {"http://h/stuck", {{}, Reply::Then::Stall}}});
+    Agent agent(
+        peer.port(),
+        "numclients 2; hostname 127.0.0.1; serverroot @dir@; caching always; " + row.directives,
+        row.hitsFile);
+    agent.run("-rp " + std::to_string(row.pages.size()));
+    std::string expected;
+    for (const char *const counts : row.pages) {
+        expected += kPage;
+        std::istringstream numbers(counts);
+        for (std::string number; numbers >> number;) {
+            expected.replace(expected.find('@'), 1, number);
+        }
+        expected += row.hits + "\n<center>\n</body></html>\n";
+    }
+    EXPECT_EQ(agent.report(), expected);
+    EXPECT_FALSE(std::filesystem::exists(agent.dir.path(kReport + ".tmp")));
+}
+
+const char *const kHits = "#1 2% x; \n12 7.5% http://h/t; two words; 3 - http://h/gone <b>";
+const std::string kRows =
+    kHeads +
+    "<tr><td>12<td>7.5%<td><a href=\"http://h/t\">http://h/t</a></tr>\n"
+    "<tr><td>3<td>-<td><a href=\"http://h/gone\">http://h/gone</a></tr>\n</table>\n";
+const std::string kSeeds = "loadtopcached 2; loadurl h/a; loadurl h/gone?; loadurl h/gone";
+const std::string kTooLong = "maxruntime 1; readtimeout 60; loadurl h/stuck; loadurl h/stuck; ";
+
+const ReportRow kReports[] = {
+    {"TwoRuns", kSeeds, kHits, kRows, {"2 1 2 0", "2 1 4 0"}},
+    {"TimeIsUpAndNoHitsFile", kTooLong + seeds(3), "", "Unable to get info...<br>\n", {"5 0 0 3"}},
+};
+INSTANTIATE_TEST_SUITE_P(Run, Report, testing::ValuesIn(kReports), rowName);
 
 }  // namespace

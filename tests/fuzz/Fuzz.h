@@ -1,5 +1,5 @@
-// What the fuzz targets share. Each defines LLVMFuzzerTestOneInput(), driven by libFuzzer in the
-// preset "fuzz"; in every other build it replays its corpus.
+// What the fuzz targets share. Each defines fuzz(), driven by libFuzzer in the preset "fuzz"; in
+// every other build it replays its corpus.
 //
 // The first line of an input says how the rest is used, so that a corpus can be read and written.
 #pragma once
@@ -13,7 +13,15 @@
 #include <string_view>
 #include <vector>
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size);
+// Tries one input.
+void fuzz(std::string_view input);
+
+extern "C" [[gnu::used]] inline int LLVMFuzzerTestOneInput(const std::uint8_t *data,
+                                                           std::size_t size)
+{
+    fuzz({reinterpret_cast<const char *>(data), size});
+    return 0;
+}
 
 // Ends the process when a property does not hold: a finding.
 inline void require(bool holds, const char *property)
@@ -24,25 +32,19 @@ inline void require(bool holds, const char *property)
     }
 }
 
-class Input {
-public:
-    Input(const std::uint8_t *data, std::size_t size)
-        : rest_(reinterpret_cast<const char *>(data), size)
-    {
-    }
+// Takes the next line off, without its line feed; what is left when there is none.
+inline std::string_view takeLine(std::string_view *input)
+{
+    const std::string_view line = input->substr(0, input->find('\n'));
+    input->remove_prefix(std::min(line.size() + 1, input->size()));
+    return line;
+}
 
-    // Takes the next line off, without its line feed; what is left when there is none.
-    std::string_view line()
-    {
-        const std::string_view result = rest_.substr(0, rest_.find('\n'));
-        rest_.remove_prefix(std::min(result.size() + 1, rest_.size()));
-        return result;
-    }
-    [[nodiscard]] std::string_view rest() const { return rest_; }
-
-private:
-    std::string_view rest_;
-};
+// The bytes before the first NUL.
+inline std::string untilNul(std::string_view bytes)
+{
+    return std::string(bytes.substr(0, bytes.find('\0')));
+}
 
 // Where pieces of these sizes end in a text of `length` bytes. Each character of `sizes` is one: a
 // blank is 1, "!" is 2 and so on, a control character 4096. The last is used again and again;

@@ -23,7 +23,7 @@ struct Outcome {
     std::size_t taken = 0;  // bytes of the blocks up to the one that completed the response
     std::int32_t status = 0;
     std::int32_t done = 0;
-    std::int32_t close = 0;
+    std::int32_t close = kUntouched;
     std::string redirect = {};
     std::string file = {};
     bool isSaved = false;
@@ -40,50 +40,40 @@ Outcome fetch(const std::string &link, std::string_view settings, std::string_vi
     ac.delveAcrossHosts = has('x') ? 1 : 0;
     ac.maxQueueDepth = has('q') ? 0 : has('Q') ? 1 : kUnlimited;
     ac.maxUrls = has('m') ? 0 : has('M') ? 1 : kUnlimited;
-    ac.saveFiles = has('s') ? 1 : 0;
+    ac.saveFiles = 1;
     ac.saveRoot = strdup(saveRoot.c_str());
-    ac.traceStream = has('t') ? std::fopen("/dev/null", "we") : nullptr;
+    ac.traceStream = std::fopen("/dev/null", "we");
     CAURL url(link.c_str());
     url.setDepth(1);
     auto parser = std::make_unique<CAParseHTTP>(&url);
-    Flags flags;
     Outcome out;
     inPieces(response, cuts, [&](char *block, std::int32_t length) {
-        const std::int32_t taken = parser->consume(block, length, &flags.done, &flags.close);
+        const std::int32_t taken = parser->consume(block, length, &out.done, &out.close);
         require(taken == length || response.size() > kRoom, "all taken");
         out.taken += static_cast<std::size_t>(length);
-        return flags.done == 0;
+        return out.done == 0;
     });
     out.status = parser->getHTTPRequestRC();
-    out.done = flags.done;
-    out.close = flags.close;
     parser.reset();  // closes the file
-    const bool waits = out.status == 302 && (has('q') || has('m')) &&
-                       response.substr(response.find('\n')).starts_with("\nLocation: ");
-    require(!waits || out.done == 0, "a redirect waits for room");
     require(out.status == 200 || out.done == 0 || out.close == 1, "closed when abandoned");
     while (const std::unique_ptr<CAURL> found{static_cast<CAURL *>(urlQueue->dequeue())}) {
         require(*found->path() == '/' && found->depth() <= ac.delveDepth, "a URL that is wanted");
         require(out.status == 200 || (out.status == 302 && out.redirect.empty()), "one redirect");
         out.redirect = out.status == 302 ? found->stringitize() : "";  // links depend on the blocks
     }
-    if (has('s')) {
-        const std::string file = saveRoot + "h//d/page";
-        out.file = directory.read(file.substr(directory.path("").size()));
-        out.isSaved = std::filesystem::remove(file);
-    }
+    out.file = directory.read("a/b/c/save/h//d/page");
+    out.isSaved = std::filesystem::remove(saveRoot + "h//d/page");
     return out;
 }
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
+void fuzz(std::string_view input)
 {
-    Input input(data, size);
-    const std::string_view sizes = input.line();
-    const std::string_view settings = input.line();
-    std::string_view links = settings.find('u') != kNone ? input.line() : "";
-    const std::string_view response = input.rest();
+    const std::string_view sizes = takeLine(&input);
+    const std::string_view settings = takeLine(&input);
+    std::istringstream links(settings.find('u') != kNone ? std::string(takeLine(&input)) : "");
+    const std::string_view response = input;
 
     // Byte by byte, a response ends where it is done. Bytes behind that in the same block count as
     // part of it (a body beyond its length is never done), so only up to there all blocks are one;
@@ -101,17 +91,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     fetch(page, settings, response, cutsOf(sizes, response.size()));
 
     // The file of one may stand where the next needs a directory.
-    for (int i = 0; i < 4 && !links.empty(); ++i) {
-        const std::string link(links.substr(0, links.find(' ')));
+    std::string link;
+    for (int i = 0; i < 4 && links >> link; ++i) {
         fetch(link, settings, response, {});
-        links.remove_prefix(std::min(link.size() + 1, links.size()));
     }
-    if (settings.find('s') != kNone) {
-        for (const auto &entry : std::filesystem::recursive_directory_iterator(directory.path())) {
-            const std::string path = entry.path().string() + "/";
-            require(path.starts_with(saveRoot) || saveRoot.starts_with(path), "saved inside");
-        }
-        std::filesystem::remove_all(saveRoot);
+    for (const auto &entry : std::filesystem::recursive_directory_iterator(directory.path())) {
+        const std::string path = entry.path().string() + "/";
+        require(path.starts_with(saveRoot) || saveRoot.starts_with(path), "saved inside");
     }
-    return 0;
+    std::filesystem::remove_all(saveRoot);
 }

@@ -4,7 +4,6 @@
 
 #include <bit>
 #include <cstdlib>
-#include <thread>
 
 namespace {
 
@@ -54,15 +53,13 @@ TEST_F(HTListTest, FreeListsExchangeTheWrongNumber)
 TEST(HTList, ThreadLosesElements)
 {
     const HTListStatistics before = HTList_statistics(nullptr);
-    std::thread([] {
-        HTThreadContext *const context = HTWorkThread_threadCreate(0);
-        HTList *const list = HTList_new(nullptr);
-        for (int i = 0; i < 2000; ++i) {
-            HTList_addObject(list, nullptr, i % 3 == 0 ? context : nullptr);
-        }
-        HTList_delete(list, context);
-        HTWorkThread_threadExit(0, context);
-    }).join();
+    HTThreadContext *const context = HTWorkThread_threadCreate(0);
+    HTList *const list = HTList_new(nullptr);
+    for (int i = 0; i < 2000; ++i) {
+        HTList_addObject(list, nullptr, i % 3 == 0 ? context : nullptr);
+    }
+    HTList_delete(list, context);
+    HTWorkThread_threadExit(0, context);
     const HTListStatistics after = HTList_statistics(nullptr);
     EXPECT_EQ(after.allocated - after.count, before.allocated - before.count);
 }

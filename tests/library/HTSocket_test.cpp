@@ -10,9 +10,9 @@
 
 namespace {
 
-HTSocket *newSocket(int type)
+HTSocket *newSocket()
 {
-    return HTSocket_new(AF_INET, type, 0, "test", 1, nullptr);
+    return HTSocket_new(AF_INET, SOCK_STREAM, 0, "test", 1, nullptr);
 }
 
 int endSocket(HTSocket *socket)
@@ -20,26 +20,23 @@ int endSocket(HTSocket *socket)
     return HTSocket_close(socket, "test", 2, nullptr);
 }
 
-// A silent peer, then one that sends, then one that goes away without having read what it was sent;
-// waited for and read, or both at once.
-class Reading : public testing::TestWithParam<bool> {};
-
-TEST_P(Reading, PeerIsMisread)
+// A peer is silent, then sends, then goes away without having read what it was sent.
+TEST(HTSocket, PeerIsMisreadOrRecordIsUsedTwiceAtATime)
 {
-    const bool atOnce = GetParam();
     const struct {
         void (*act)(int peer);
         int ready;
         ssize_t count;
         int error;
     } steps[] = {
-        {[](int /*peer*/) {}, 0, atOnce ? kHTTimedOut : 0, atOnce ? 0 : EAGAIN},
+        {[](int /*peer*/) {}, 0, 0, EAGAIN},
         {[](int peer) { ::send(peer, "abc", 3, 0); }, 1, 3, 0},
         {[](int peer) { ::close(peer); }, -1, -1, ECONNRESET},
     };
     int ends[2];
-    ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | (atOnce ? 0 : SOCK_NONBLOCK), 0, ends), 0);
-    HTSocket *const socket = newSocket(SOCK_STREAM);
+    ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, ends), 0);
+    HTSocketQueue_init(1);
+    HTSocket *const socket = newSocket();
     ::dup2(ends[0], socket->fd);
     EXPECT_EQ(HTSocket_writemsg(socket, "x", 1, nullptr), 1);
     for (const auto &step : steps) {
@@ -48,63 +45,44 @@ TEST_P(Reading, PeerIsMisread)
         char buffer[8];
         errno = socket->lastError = 0;
         EXPECT_EQ(HTSocket_isStale(socket, &context), step.ready != 0);
-        if (atOnce) {
-            EXPECT_EQ(HTSocket_receive(socket, buffer, sizeof buffer, 10, &context), step.count);
-        } else {
-            EXPECT_EQ(HTSocket_isready(socket, 10, &context), step.ready);
-            EXPECT_EQ(HTSocket_read(socket, buffer, sizeof buffer, &context), step.count);
-        }
+        EXPECT_EQ(HTSocket_isready(socket, 10, &context), step.ready);
+        EXPECT_EQ(HTSocket_read(socket, buffer, sizeof buffer, &context), step.count);
         EXPECT_EQ(errno, step.error);
         EXPECT_EQ(socket->lastError, step.error);
         EXPECT_EQ(context.lastActivity != 0, step.count >= 0);
     }
-    EXPECT_EQ(endSocket(socket), 0);
     ::close(ends[0]);
+    EXPECT_EQ(endSocket(socket), 0);
+    EXPECT_EQ(endSocket(socket), -1);
+    EXPECT_EQ(newSocket(), socket);
+    HTSocket *const other = newSocket();
+    EXPECT_NE(other, socket);
+    EXPECT_EQ(endSocket(other) + endSocket(socket), 0);
 }
-INSTANTIATE_TEST_SUITE_P(HTSocket, Reading, testing::Bool());
 
-TEST(HTSocket, SignalEndsTheWaitOrRestartsIt)
+TEST(HTSocket, SignalEndsTheWaitOrRestartsItOrLeavesItsError)
 {
-    HTSocket *const socket = newSocket(SOCK_DGRAM);
+    static int ends[2];
+    ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
+    HTSocket *const socket = newSocket();
+    ::dup2(ends[0], socket->fd);
     std::signal(SIGALRM, [](int /*number*/) {});
     ::ualarm(20'000, 20'000);
     const std::uint32_t start = getmillicount();
     EXPECT_EQ(HTSocket_isready(socket, 50, nullptr), 0);
     EXPECT_GE(getmillicount() - start, 49U);
     char byte = 0;
+    errno = 0;
     EXPECT_EQ(HTSocket_receive(socket, &byte, 1, 50, nullptr), kHTTimedOut);
     EXPECT_GE(getmillicount() - start, 98U);
     ::ualarm(0, 0);
-    EXPECT_EQ(endSocket(socket), 0);
-}
-
-// The end of a stream counts as an error when an error number is left from before.
-TEST(HTSocket, SignalLeavesItsErrorToTheEndOfTheStream)
-{
-    static int ends[2];
-    ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
-    HTSocket *const socket = newSocket(SOCK_STREAM);
-    ::dup2(ends[0], socket->fd);
+    // The end of a stream counts as an error when an error number is left from before.
     std::signal(SIGALRM, [](int /*number*/) { ::close(ends[1]); });
     ::ualarm(20'000, 0);
-    errno = 0;
-    char byte = 0;
     EXPECT_EQ(HTSocket_receive(socket, &byte, 1, 5000, nullptr), 0);
     EXPECT_EQ(errno, 0);
     EXPECT_EQ(endSocket(socket), 0);
     ::close(ends[0]);
-}
-
-TEST(HTSocket, RecordIsUsedTwiceAtATime)
-{
-    HTSocketQueue_init(1);
-    HTSocket *const socket = newSocket(SOCK_STREAM);
-    EXPECT_EQ(endSocket(socket), 0);
-    EXPECT_EQ(endSocket(socket), -1);
-    EXPECT_EQ(newSocket(SOCK_STREAM), socket);
-    HTSocket *const other = newSocket(SOCK_STREAM);
-    EXPECT_NE(other, socket);
-    EXPECT_EQ(endSocket(other) + endSocket(socket), 0);
 }
 
 }  // namespace

@@ -7,7 +7,6 @@
 
 #include <cstddef>
 #include <cstring>
-#include <new>
 #include <string_view>
 
 class GuardedText {
@@ -18,9 +17,6 @@ public:
         const std::size_t room = (text.size() + page) / page * page;
         size_ = room + page;
         memory_ = mmap(nullptr, size_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-        if (memory_ == MAP_FAILED) {
-            throw std::bad_alloc();
-        }
         char *const end = static_cast<char *>(memory_) + room;
         mprotect(end, page, PROT_NONE);
         text_ = end - text.size() - 1;

@@ -10,21 +10,24 @@
 #include <stdexcept>
 #include <utility>
 
-Reply Reply::ok(const std::string &body)
+Reply Reply::ok(const std::string &body, const std::string &type)
 {
-    return {{{"HTTP/1.0 200 OK\r\nContent-Type: text/plain\r\nContent-Length: " +
+    return {{{"HTTP/1.0 200 OK\r\nContent-Type: " + type + "\r\nContent-Length: " +
               std::to_string(body.size()) + "\r\nConnection: keep-alive\r\n\r\n" + body}}};
+}
+
+Reply Reply::head(const std::string &status)
+{
+    return {{{"HTTP/1.0 " + status + "\r\nContent-Length: 0\r\n\r\n"}}};
 }
 
 ScriptedPeer::ScriptedPeer(Handler handler)
     : handler_(std::move(handler)), listener_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
 {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    sockaddr_in address{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
     socklen_t length = sizeof address;
     auto *const generic = reinterpret_cast<sockaddr *>(&address);
-    if (bind(listener_, generic, length) != 0 || listen(listener_, 256) != 0 ||
+    if (bind(listener_, generic, length) != 0 || listen(listener_, handler_ ? 256 : 0) != 0 ||
         getsockname(listener_, generic, &length) != 0) {
         throw std::runtime_error("no loopback port to listen on");
     }
@@ -34,10 +37,16 @@ ScriptedPeer::ScriptedPeer(Handler handler)
     acceptor_ = std::thread([this] { acceptAll(); });
 }
 
-ScriptedPeer::ScriptedPeer(const std::map<std::string, Reply> &table)
-    : ScriptedPeer([table](const ScriptedPeer &, const Request &request) {
-          const auto row = table.find(request.target);
-          return row == table.end() ? Reply::ok() : row->second;
+ScriptedPeer::ScriptedPeer(const std::multimap<std::string, Reply> &table)
+    : ScriptedPeer([table](const ScriptedPeer &self, const Request &request) {
+          auto [row, end] = table.equal_range(request.target);
+          if (row == end) {
+              return Reply::ok();
+          }
+          const std::vector<std::string> all = self.targets();
+          const auto times = std::count(all.begin(), all.end(), request.target);
+          const auto turns = std::min<std::ptrdiff_t>(times, std::distance(row, end));
+          return std::next(row, turns - 1)->second;
       })
 {
 }
@@ -56,7 +65,7 @@ ScriptedPeer::~ScriptedPeer()
 void ScriptedPeer::acceptAll()
 {
     int fd = -1;
-    while ((fd = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC)) >= 0) {
+    while (handler_ && (fd = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC)) >= 0) {
         const std::lock_guard guard(mutex_);
         Connection &connection = connections_.emplace_back(Connection{fd});
         ++accepted_;
@@ -68,16 +77,12 @@ void ScriptedPeer::acceptAll()
 // A send that fails shows in the next recv.
 void ScriptedPeer::play(int fd, const Reply &reply)
 {
-    bool taken = true;
-    const auto send = [&](const Reply::Piece &piece) {
+    const auto send = [fd](const Reply::Piece &piece) {
         std::this_thread::sleep_for(std::chrono::milliseconds(piece.pauseMs));
-        taken = ::send(fd, piece.bytes.data(), piece.bytes.size(), MSG_NOSIGNAL) >= 0;
+        return ::send(fd, piece.bytes.data(), piece.bytes.size(), MSG_NOSIGNAL) >= 0;
     };
-    for (const Reply::Piece &piece : reply.pieces) {
-        send(piece);
-    }
-    for (int again = 0; taken && again < reply.again; ++again) {
-        send(reply.pieces.back());
+    std::for_each(reply.pieces.begin(), reply.pieces.end(), send);
+    for (int again = 0; again < reply.again && send(reply.pieces.back()); ++again) {
     }
 }
 
@@ -129,6 +134,16 @@ std::vector<std::string> ScriptedPeer::targets() const
     std::vector<std::string> result;
     for (const Request &request : requests()) {
         result.push_back(request.target);
+    }
+    return result;
+}
+
+std::string ScriptedPeer::asked() const
+{
+    std::string result;
+    for (const std::string &target : targets()) {
+        result += (result.empty() ? "" : " ") +
+                  (target.starts_with("http://h/") ? target.substr(8) : target);
     }
     return result;
 }

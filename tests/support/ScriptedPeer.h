@@ -34,8 +34,11 @@ struct Reply {
     Then then = Then::Keep;
     int again = 0;  // so often the last piece is sent once more, while the client takes it
 
-    // A 200 with a length, of type text/plain, that keeps the connection.
-    static Reply ok(const std::string &body = "ok");
+    // A 200 with a length that keeps the connection.
+    static Reply ok(const std::string &body = "ok", const std::string &type = "text/plain");
+    static Reply html(const std::string &body = "page") { return ok(body, "text/html"); }
+    // Another status, with headers behind line ends, but without a body.
+    static Reply head(const std::string &status);
 };
 
 class ScriptedPeer {
@@ -50,9 +53,11 @@ public:
     // Called on the connection's thread, after the request was recorded; it may wait (bounded).
     using Handler = std::function<Reply(const ScriptedPeer &, const Request &)>;
 
+    // With none it accepts no connection; no more than one fits its backlog.
     explicit ScriptedPeer(Handler handler);
-    // Replies by request target; Reply::ok() to every other one.
-    explicit ScriptedPeer(const std::map<std::string, Reply> &table = {});
+    // Replies by request target: several in turn, the last of them for ever; Reply::ok() to every
+    // other target.
+    explicit ScriptedPeer(const std::multimap<std::string, Reply> &table = {});
     ~ScriptedPeer();
     ScriptedPeer(const ScriptedPeer &) = delete;
     ScriptedPeer &operator=(const ScriptedPeer &) = delete;
@@ -63,6 +68,8 @@ public:
     // What arrived so far, in that order.
     [[nodiscard]] std::vector<Request> requests() const;
     [[nodiscard]] std::vector<std::string> targets() const;
+    // The targets without "http://h", a blank between two.
+    [[nodiscard]] std::string asked() const;
     // False at the deadline.
     [[nodiscard]] bool waitForRequests(std::size_t count, std::chrono::milliseconds timeout) const;
 

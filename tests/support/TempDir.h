@@ -8,12 +8,21 @@
 #include <stdexcept>
 #include <string>
 
+// The file's bytes; empty when there is none, or one such as /dev/full, which has no end.
+inline std::string contentsOf(const std::string &file)
+{
+    std::ostringstream text;
+    if (std::filesystem::is_regular_file(file)) {
+        text << std::ifstream(file, std::ios::binary).rdbuf();
+    }
+    return text.str();
+}
+
 class TempDir {
 public:
     TempDir()
     {
-        const char *const base = std::getenv("TMPDIR");
-        path_ = std::string(base != nullptr ? base : "/tmp") + "/refetchd-test-XXXXXX";
+        path_ = std::filesystem::temp_directory_path().string() + "/refetchd-test-XXXXXX";
         if (mkdtemp(path_.data()) == nullptr) {
             throw std::runtime_error("no temporary directory: " + path_);
         }
@@ -37,13 +46,7 @@ public:
         std::ofstream(file, std::ios::binary) << text;
         return file.string();
     }
-    // The file's bytes; empty when there is none.
-    [[nodiscard]] std::string read(const std::string &name) const
-    {
-        std::ostringstream text;
-        text << std::ifstream(path(name), std::ios::binary).rdbuf();
-        return text.str();
-    }
+    [[nodiscard]] std::string read(const std::string &name) const { return contentsOf(path(name)); }
 
 private:
     std::string path_;

@@ -1,0 +1,55 @@
+// The two link extractors. What that which reads pages as browsers do finds must not depend on the
+// blocks.
+//
+// Input: a line of block sizes, then the page.
+#include "CAscanModern.h"
+#include "Feed.h"
+#include "Fuzz.h"
+#include "HTString.h"
+
+namespace {
+
+struct Links : CALinkSink {
+    void processFoundUrl(const char *link, bool raisesDepth) override
+    {
+        all.push_back((raisesDepth ? "+" : "-") + std::string(link));
+    }
+    void processFoundBase(const char *href) override { all.push_back("=" + std::string(href)); }
+
+    std::vector<std::string> all;
+};
+
+std::vector<std::string> scan(bool modern, std::string_view page, const Cuts &cuts)
+{
+    Links links;
+    CAScanHTML scanner(&links);
+    CAScanModern modernScanner(&links, true);
+    inPieces(page, cuts, [&](const char *block, std::int32_t length) {
+        // What is read behind the block is seen; only the plain scanner needs its NUL.
+        std::vector<char> exact(block, block + length + (modern ? 0 : 1));
+        char *const end = exact.data() + length;
+        modern ? modernScanner.scan(exact.data(), end) : scanner.scan(exact.data(), end);
+        return true;
+    });
+    return links.all;
+}
+
+}  // namespace
+
+void fuzz(std::string_view input)
+{
+    const std::string_view sizes = takeLine(&input);
+    const std::string_view page = input;
+    const std::vector<std::string> links = scan(true, page, {});
+    for (const Cuts &cuts : {Cuts{}, everyByte(page.size()), cutsOf(sizes, page.size())}) {
+        require(links == scan(true, page, cuts), "the same in blocks");
+        for (const std::string &link : scan(false, page, cuts)) {
+            require(page.find(link.substr(1)) != page.npos, "in the page");
+        }
+    }
+    for (const std::string &link : links) {
+        require(link.size() > 1 && link.size() <= 1 + CAScanModern::kLongestLink, "length");
+        require(!HTIsBlank(link[1]) && !HTIsBlank(link.back()), "no blanks around it");
+        require(link.find_first_of("\t\n\r") == link.npos, "a line");
+    }
+}
