@@ -115,6 +115,9 @@ void CAResults::finished(const CAURL &url, const CAExchange &exchange)
     int error = 0;
     {
         const PMutexGuard guard(mutex_);
+        for (Flight &flight : flights_) {
+            flight.url = flight.url == &url ? nullptr : flight.url;
+        }
         error = tellLocked(record);
     }
     reportFailure(logPath_, error);

@@ -57,8 +57,8 @@ public:
     void dropped(std::string_view url, _source source, std::int32_t depth, CADrop why);
     void finished(const CAURL &url, const CAExchange &exchange);
 
-    // What `client` (from 0) is at from now on; null: nothing. The URL stays the caller's, who says
-    // so before it goes. Any thread.
+    // What `client` (from 0) is at from now on; null, or when that is finished: nothing. The URL
+    // stays the caller's, who says so before it goes. Any thread.
     void setInFlight(std::int32_t client, const CAURL *url);
 
     // Writes the lines that wait, for who watches the log or kills the agent. Any thread.

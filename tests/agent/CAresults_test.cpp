@@ -150,14 +150,17 @@ TEST_F(CAResultsTest, TextIsNoJson)
 
 TEST_F(CAResultsTest, UrlInFlightIsLostOrHeardOfAgain)
 {
-    results_.setInFlight(3, &url_);
+    const CAURL other("http://h/other");
+    results_.setInFlight(3, &other);
+    results_.setInFlight(1, &other);
     results_.setInFlight(1, &url_);
-    results_.setInFlight(1, nullptr);
+    finish(200);
     results_.endRun(kNow, 7, 3, true);
     finish(200);
     const std::string log = endRun();
+    EXPECT_THAT(log, testing::StartsWith(line("200", R"("unknown")")));
     EXPECT_THAT(log, testing::EndsWith("\"failed\",\"why\":\"run was over\"}\n"));
-    EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 1);
+    EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 2);
 }
 
 TEST_F(CAResultsTest, HalfALineStaysOpen)
