@@ -74,7 +74,7 @@ const std::string kHeaders =
 const std::string kTheirLines =
     "\r\nUser-Agent: refetchd (night) /1\r\nHost: h\r\nCache-Control: max-age=0\r\nA: b, c\r\nX: "
     "b\r\n";
-const Reply kLate = {{{busy("503", "1").pieces.front().bytes, 1500}}};
+const Reply kLate = {{{busy("503", "1").pieces.front().bytes, 3000}}};
 const std::vector<Reply> kTwiceBusy = {busy("429", "1"), busy("503", "1")};
 
 const OptInRow kRows[] = {
@@ -96,7 +96,7 @@ const OptInRow kRows[] = {
     {"RetryNoAnswered", "retries 1", {Reply::head("500 No")}, "/ /1 /2", "/ /1 /2", kSeeds},
     {"RestFor", kRest, {busy("503", " 2")}, "/ /1 /2", "/ / /1 /2", kSeeds + "; maxruntime 8"},
     {"RestAndRepeatOnce", kRest, kTwiceBusy, "/ /1 /2", "/ / /1 /2", kSeeds},
-    {"LateIsNotTheNextUrls", kRest, {kLate}, "/ /1 /2", "/ /1 /2", kSeeds},
+    {"LateIsNotTheNextUrls", kRest, {kLate}, "/ /1 /2", "/ /1 /2", kSeeds + "; readtimeout 2"},
     {"RestOthersGoOn", kRest, {busy("429", "1")}, "/ http://o/x /1", "/ http://o/x / /1", kOthers},
     {"RestNoLongerThanTheRun", kRest, {busy("503", "99")}, "/ /1", "/", kThreeSeconds},
     {"Headers", kHeaders, {}, "/", "/", "loadurl h/", kTheirLines},
