@@ -65,6 +65,7 @@ const std::vector<Reply> kLinks = {Reply::html(
 const std::string kSeeds = "loadurl h/; loadurl h/1; loadurl h/2; readtimeout 1";
 const std::string kOthers = "loadurl h/; loadurl o/x; loadurl h/1";
 const std::string kThreeSeconds = "loadurl h/; loadurl h/1; maxruntime 3";
+const std::string kTwoSeconds = "loadurl h/; loadurl h/1; readtimeout 2";
 const std::string kQueries = "loadurl h/; delvedepth 1; delveacrosshosts on; cachequeries on";
 const std::string kClosed = "closedelimitedbodies on";
 const std::string kAll = "followredirects All";
@@ -96,7 +97,7 @@ const OptInRow kRows[] = {
     {"RetryNoAnswered", "retries 1", {Reply::head("500 No")}, "/ /1 /2", "/ /1 /2", kSeeds},
     {"RestFor", kRest, {busy("503", " 2")}, "/ /1 /2", "/ / /1 /2", kSeeds + "; maxruntime 8"},
     {"RestAndRepeatOnce", kRest, kTwiceBusy, "/ /1 /2", "/ / /1 /2", kSeeds},
-    {"LateIsNotTheNextUrls", kRest, {kLate}, "/ /1 /2", "/ /1 /2", kSeeds + "; readtimeout 2"},
+    {"LateIsNotTheNextUrls", kRest, {kLate}, "/ /1", "/ /1", kTwoSeconds},
     {"RestOthersGoOn", kRest, {busy("429", "1")}, "/ http://o/x /1", "/ http://o/x / /1", kOthers},
     {"RestNoLongerThanTheRun", kRest, {busy("503", "99")}, "/ /1", "/", kThreeSeconds},
     {"Headers", kHeaders, {}, "/", "/", "loadurl h/", kTheirLines},
