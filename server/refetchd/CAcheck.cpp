@@ -130,6 +130,16 @@ struct Check : CAConfigObserver {
     bool showsSeeds = false;   // the second reading
 };
 
+// Is this limit, without a pattern or with an empty one, for all hosts?
+bool isForAllHosts(const CAConfigLines &line)
+{
+    bool forAll = line.count() == 2;
+    for (int i = 2; i < line.count(); ++i) {
+        forAll = forAll || *line.word(i) == '\0';
+    }
+    return forAll;
+}
+
 // What is wrong with a line, and whether it counts, for what was read above it.
 CAArgumentVerdict Check::judge(CAArgument argument, CAConfigLines *line)
 {
@@ -139,7 +149,7 @@ CAArgumentVerdict Check::judge(CAArgument argument, CAConfigLines *line)
         return {"all queries are allowed above", false};
     } else if (argument == CAArgument::HostLimit && allHosts.file != nullptr) {
         return {"never counts: " + textOf(allHosts) + " is for all hosts", false};
-    } else if (argument == CAArgument::HostLimit && line->count() == 2) {
+    } else if (argument == CAArgument::HostLimit && isForAllHosts(*line)) {
         allHosts = at;
     }
     return CAJudgeArgument(argument, line);

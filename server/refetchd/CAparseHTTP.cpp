@@ -69,6 +69,11 @@ CAParseHTTP::CAParseHTTP(CAURL *url, HTThreadContext *threadContext, const CAPar
 
 CAParseHTTP::~CAParseHTTP()
 {
+    if (waitsForRoom()) {
+        const char *const header = HTAssocList_lookupExact(headers_, "Location:");
+        const std::string location(header, std::strcspn(header, "\r\n"));
+        reportDropped(location.c_str(), 0, waitsFor_);
+    }
     HTAssocList_delete(headers_, threadContext_);
 }
 
@@ -286,24 +291,17 @@ bool CAParseHTTP::followRedirect()
     CATrace("Found....... location \"%s\".\n", location);
     if (queueIsFull()) {
         CATrace("Ignoring.... location URL \"%s\" (queue full).\n", location);
-        reportOnce(location, CADrop::MaxQueueDepth);
+        waitsFor_ = CADrop::MaxQueueDepth;
         return false;
     }
     if (urlLimitIsReached()) {
         CATrace("Ignoring.... location URL \"%s\" (hit max #URLs).\n", location);
-        reportOnce(location, CADrop::MaxUrls);
+        waitsFor_ = CADrop::MaxUrls;
         return false;
     }
+    waitsFor_ = CADrop::None;
     takeIfInteresting(resolveFound(location, 0));
     return true;
-}
-
-void CAParseHTTP::reportOnce(const char *location, CADrop why)
-{
-    if (!locationReported_) {
-        locationReported_ = true;
-        reportDropped(location, 0, why);
-    }
 }
 
 void CAParseHTTP::chooseSink()

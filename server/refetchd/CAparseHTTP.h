@@ -31,9 +31,9 @@ public:
     // True once it is known that nothing but the end of the connection tells where the body ends.
     [[nodiscard]] bool isUnframed() const { return unframed_; }
 
-    // True once a limit of the queue stood against a redirection: nothing more of the answer
-    // counts.
-    [[nodiscard]] bool waitsForRoom() const { return locationReported_; }
+    // True while a limit of the queue stands against a redirection, which is looked at again with
+    // each block.
+    [[nodiscard]] bool waitsForRoom() const { return waitsFor_ != CADrop::None; }
 
     // The value of a header that is kept (its name with the colon), as it stands; "" without one.
     [[nodiscard]] std::string_view header(const char *name) const;
@@ -56,7 +56,6 @@ private:
     [[nodiscard]] bool leadsOn() const;
     void makeDecision();
     [[nodiscard]] bool followRedirect();
-    void reportOnce(const char *location, CADrop why);
     void chooseSink();
     void consumeBody(char **readP, char *const *writeP, std::int32_t *finished,
                      std::int32_t *closeConnection);
@@ -74,6 +73,6 @@ private:
     bool unframed_ = false;
     bool untilClose_ = false;  // unframed, and its body is wanted all the same
     bool isHTTP_ = true;
-    bool locationReported_ = false;  // the decision on it may be made with each block
+    CADrop waitsFor_ = CADrop::None;  // the limit that stands against the redirection
     CAChunkDecoder chunks_;
 };

@@ -141,14 +141,15 @@ int CAResults::tellFlightsLocked()
     int error = 0;
     for (const auto &[url, started] : flights_) {
         if (url != nullptr) {
-            const int failed = tellLocked(
-                {.url = url->stringitize(),
-                 .source = url->source(),
-                 .depth = url->depth(),
-                 .verdict = CAVerdict::Failed,
-                 .age = -1,
-                 .why = CAFailureText(CAFailure::Stopped),
-                 .exchange = {.started = started, .milliseconds = CANowMilliseconds() - started}});
+            const int failed = tellLocked({.url = url->stringitize(),
+                                           .source = url->source(),
+                                           .depth = url->depth(),
+                                           .verdict = CAVerdict::Failed,
+                                           .age = -1,
+                                           .why = CAFailureText(CAFailure::Stopped),
+                                           .exchange = {.started = started,
+                                                        .milliseconds = std::max<std::int64_t>(
+                                                            CANowMilliseconds() - started, 0)}});
             error = error == 0 ? failed : error;
         }
     }

@@ -259,7 +259,6 @@ Next exchange(const Client &client, CAConnection *connection, CAURL *url, std::u
         tellStopped(*url);
         return Next::Done;
     }
-    const InFlight inFlight(client.index, *url);
     connection->requestURL(url, &parser);
     if (parser.getHTTPRequestRC() == 200) {
         client.worker->incrementSuccesses();
@@ -297,12 +296,16 @@ void retry(const Client &client, CAConnection *connection, CAURL *url, std::uint
 void fetch(const Client &client, CAURL *url, std::uint32_t run)
 {
     std::unique_ptr<CAConnection> ownConnection;
-    if (connectsPerUrl()) {
-        ownConnection = std::make_unique<CAConnection>(std::string(url->host()).c_str());
+    CAConnection *connection = client.connection.get();
+    Next next = Next::Done;
+    {
+        const InFlight inFlight(client.index, *url);
+        if (connectsPerUrl()) {  // which looks its host up
+            ownConnection = std::make_unique<CAConnection>(std::string(url->host()).c_str());
+            connection = ownConnection.get();
+        }
+        next = exchange(client, connection, url, run);
     }
-    CAConnection *const connection =
-        ownConnection != nullptr ? ownConnection.get() : client.connection.get();
-    const Next next = exchange(client, connection, url, run);
     if (next == Next::Retry) {
         return retry(client, connection, url, run);
     }

@@ -45,7 +45,7 @@ const CheckRow kMistakes[] = {
     {"LeftOut", kFine + "Load-URL; foo; b {; x; }; ignoreurl \"\"; c {; slf x",
      "3: loadurl: no argument; 8: ignoreurl: \"\" matches nothing; "
      "9: no \"}\" ends this block: all below is left out"},
-    {"AllHostsFirst", kFine + "maxhosturls 5; maxhosturls 6 h",
+    {"AllHostsFirst", kFine + "maxhosturls 5 g \"\"; maxhosturls 6 h",
      "4: maxhosturls: never counts: 3 is for all hosts"},
     {"CachingNever", kTop + "admin", "4: loadtopcached: needs caching always"},
     {"NoRoot", kFine + "caching on; loadtopcached 1", "4: loadtopcached: needs serverroot"},
