@@ -233,9 +233,7 @@ void CAParseHTTP::readFraming(std::int32_t *closeConnection)
 {
     const char *const connection = HTAssocList_lookupExact(headers_, "Connection:");
     const char *const length = HTAssocList_lookupExact(headers_, "Content-Length:");
-    const char *const coding = HTAssocList_lookupExact(headers_, "Transfer-Encoding:");
-    unframed_ =
-        length == nullptr && (coding == nullptr || strcasestr(coding, "chunked") == nullptr);
+    unframed_ = length == nullptr && !isChunked();
     untilClose_ = unframed_ && options_.closeDelimitedBodies && rc_ == kOk;
     if (untilClose_) {
         CATrace("Parser...... No content-length, the body ends with the connection.\n");
@@ -252,6 +250,12 @@ void CAParseHTTP::readFraming(std::int32_t *closeConnection)
     } else if (connection != nullptr) {
         *closeConnection = strcasecmp(connection, "keep-alive") == 0 ? 0 : 1;
     }
+}
+
+bool CAParseHTTP::isChunked() const
+{
+    const char *const coding = HTAssocList_lookupExact(headers_, "Transfer-Encoding:");
+    return coding != nullptr && strcasestr(coding, "chunked") != nullptr;
 }
 
 bool CAParseHTTP::leadsOn() const

@@ -53,6 +53,7 @@ private:
     void addHeader(char *line);
     void addWithoutBlank(const char *line);
     void readFraming(std::int32_t *closeConnection);
+    [[nodiscard]] bool isChunked() const;
     [[nodiscard]] bool leadsOn() const;
     void makeDecision();
     [[nodiscard]] bool followRedirect();
