@@ -11,9 +11,9 @@
 #include <new>
 #include <string>
 
-#include "CAqueue.h"
 #include "HTList.h"
 #include "refetchd.h"
+#include "url/CAqueue.h"
 
 // Gives the thread a free list of its own, as ClientThread does; HTWorkThread_threadExit(1, ...)
 // takes it back.

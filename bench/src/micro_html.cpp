@@ -8,8 +8,8 @@
 #include <random>
 #include <string_view>
 
-#include "CAparseHTML.h"
 #include "Micro.h"
+#include "parse/CAparseHTML.h"
 
 namespace {
 

@@ -3,8 +3,8 @@
 
 #include <algorithm>
 
-#include "CAparseHTTP.h"
 #include "Micro.h"
+#include "parse/CAparseHTTP.h"
 
 namespace {
 

@@ -6,8 +6,8 @@
 #include <random>
 #include <vector>
 
-#include "CAtrace.h"
 #include "Micro.h"
+#include "base/CAtrace.h"
 
 namespace {
 

@@ -5,17 +5,17 @@
 #include <cstdio>
 #include <ctime>
 
-#include "CAURL.h"
-#include "CAqueue.h"
-#include "CArest.h"
-#include "CAresults.h"
-#include "CAtrace.h"
-#include "CAwork.h"
 #include "HTInit.h"
 #include "HTShared.h"
 #include "HTWorkThread.h"
+#include "base/CAtrace.h"
+#include "fetch/CAwork.h"
 #include "htthread.h"
 #include "refetchd.h"
+#include "report/CAresults.h"
+#include "url/CAURL.h"
+#include "url/CAqueue.h"
+#include "url/CArest.h"
 
 namespace {
 

@@ -13,15 +13,15 @@
 #include <string_view>
 #include <utility>
 
-#include "CAqueue.h"
 #include "CArun.h"
-#include "CAtrace.h"
 #include "HTFile.h"
 #include "HTInit.h"
 #include "HTSocket.h"
 #include "HTString.h"
+#include "base/CAtrace.h"
 #include "htthread.h"
 #include "refetchd.h"
+#include "url/CAqueue.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "CAcheck.h"
+#include "config/CAcheck.h"
 
 int main(int argc, char **argv)
 {

@@ -2,8 +2,8 @@
 
 #include <cstring>
 
-#include "CArest.h"
 #include "HTShared.h"
+#include "url/CArest.h"
 
 // The order of these two is the order of their life: `ht` is built after `ac` and goes before it.
 CAConfig ac;

@@ -6,10 +6,10 @@
 #include <cstdint>
 #include <ctime>
 
-#include "CAURL.h"
-#include "CAcfg.h"
 #include "HTHash.h"
 #include "HTLocale.h"
+#include "config/CAcfg.h"
+#include "url/CAURL.h"
 
 class CAQueue;
 class CARestTable;

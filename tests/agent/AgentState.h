@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "CAqueue.h"
 #include "HTShared.h"
 #include "refetchd.h"
+#include "url/CAqueue.h"
 
 class AgentState {
 public:

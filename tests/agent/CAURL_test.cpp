@@ -1,4 +1,4 @@
-#include "CAURL.h"
+#include "url/CAURL.h"
 
 #include "AgentTest.h"
 

@@ -1,5 +1,5 @@
 // Directives, and the check of the proxy's host.
-#include "CAcfg.h"
+#include "config/CAcfg.h"
 
 #include <gmock/gmock.h>
 

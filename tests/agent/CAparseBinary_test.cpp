@@ -1,4 +1,4 @@
-#include "CAparseBinary.h"
+#include "parse/CAparseBinary.h"
 
 #include <gmock/gmock.h>
 

@@ -1,4 +1,4 @@
-#include "CAparseHTML.h"
+#include "parse/CAparseHTML.h"
 
 #include <gmock/gmock.h>
 

@@ -1,4 +1,4 @@
-#include "CAparseHTTP.h"
+#include "parse/CAparseHTTP.h"
 
 #include <algorithm>
 

@@ -1,4 +1,4 @@
-#include "CAparse.h"
+#include "parse/CAparse.h"
 
 #include "AgentTest.h"
 

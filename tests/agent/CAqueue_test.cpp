@@ -1,4 +1,4 @@
-#include "CAqueue.h"
+#include "url/CAqueue.h"
 
 #include <gtest/gtest.h>
 

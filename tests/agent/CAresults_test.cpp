@@ -1,4 +1,4 @@
-#include "CAresults.h"
+#include "report/CAresults.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>

@@ -1,4 +1,4 @@
-#include "CAscanModern.h"
+#include "parse/CAscanModern.h"
 
 #include <gmock/gmock.h>
 

@@ -1,4 +1,4 @@
-#include "CAwhen.h"
+#include "base/CAwhen.h"
 
 #include <gtest/gtest.h>
 

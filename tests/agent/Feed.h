@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "CAparse.h"
+#include "parse/CAparse.h"
 
 using Cuts = std::vector<std::size_t>;  // where a piece ends, in order; the last ends with the text
 

@@ -6,7 +6,7 @@
 #include <regex>
 
 #include "AgentTest.h"
-#include "CAcfg.h"
+#include "config/CAcfg.h"
 
 namespace {
 

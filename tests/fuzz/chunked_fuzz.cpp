@@ -6,9 +6,9 @@
 #include <sstream>
 
 #include "AgentState.h"
-#include "CAparseChunked.h"
 #include "Feed.h"
 #include "Fuzz.h"
+#include "parse/CAparseChunked.h"
 
 namespace {
 

@@ -2,10 +2,10 @@
 // blocks.
 //
 // Input: a line of block sizes, then the page.
-#include "CAscanModern.h"
 #include "Feed.h"
 #include "Fuzz.h"
 #include "HTString.h"
+#include "parse/CAscanModern.h"
 
 namespace {
 

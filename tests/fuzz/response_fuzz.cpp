@@ -7,10 +7,10 @@
 #include <memory>
 
 #include "AgentState.h"
-#include "CAparseHTTP.h"
 #include "Feed.h"
 #include "Fuzz.h"
 #include "TempDir.h"
+#include "parse/CAparseHTTP.h"
 
 namespace {
 

@@ -3,11 +3,11 @@
 // Input: a line with the page's URL, then the link.
 #include <cstring>
 
-#include "CAURL.h"
 #include "Fuzz.h"
 #include "GuardedText.h"
 #include "HTParse.h"
 #include "HTSimplify.h"
+#include "url/CAURL.h"
 
 namespace {
 

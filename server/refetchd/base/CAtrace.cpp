@@ -1,0 +1,44 @@
+#include "base/CAtrace.h"
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+
+#include "HTMessages.h"
+
+namespace {
+
+constexpr int kCatalogueSet = 4;
+constexpr int kCatalogueKey = 1;
+
+}  // namespace
+
+void CATraceLine(const char *format, ...)
+{
+    va_list args;
+    va_start(args, format);
+    std::vfprintf(ac.traceStream, format, args);
+    va_end(args);
+}
+
+const char *CAMessage(int number, const char *fallback)
+{
+    return nlsGetString(kCatalogueSet, kCatalogueKey, number, fallback);
+}
+
+void CAErrorLog(int message, const char *fallback, const char *argument)
+{
+    if (ac.errorLogStream == nullptr || ac.traceStream == nullptr) {
+        return;
+    }
+    // The text may come from a file, so it is never used as a format.
+    const char *const text = CAMessage(message, fallback);
+    const char *const place = argument == nullptr ? nullptr : std::strstr(text, "%s");
+    if (place == nullptr) {
+        std::fputs(text, ac.errorLogStream);
+    } else {
+        std::fprintf(ac.errorLogStream, "%.*s%s%s", static_cast<int>(place - text), text, argument,
+                     place + 2);
+    }
+    std::fflush(ac.errorLogStream);
+}

@@ -1,0 +1,222 @@
+#include "config/CAcfg.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+
+#include "HTInet.h"
+#include "HTString.h"
+#include "base/CAtrace.h"
+#include "refetchd.h"
+#include "url/CAqueue.h"
+
+namespace {
+
+constexpr const char *kConfigDirectory = "/etc";
+constexpr const char *kConfigName = "tarnproxy.conf";
+
+struct DebugModule {
+    std::string_view name;
+    CADebugModule number;
+};
+
+constexpr std::array<DebugModule, 2> ModuleList = {{
+    {"geturl", kDebugGetUrl},
+    {"parseurl", kDebugParseUrl},
+}};
+
+// The default configuration file, a heap string; null when memory is out.
+char *defaultConfigFile()
+{
+    char *name = strdup(kConfigDirectory);
+    if (name == nullptr) {
+        return nullptr;
+    }
+    if (name[std::strlen(name) - 1] != '/') {
+        HTSACat(&name, "/");
+    }
+    return HTSACat(&name, kConfigName);
+}
+
+bool holds(const HTList *list, const char *text)
+{
+    for (const HTList *entry = list->next; entry != nullptr; entry = entry->next) {
+        if (std::strcmp(static_cast<const char *>(entry->object), text) == 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
+void freePatterns(HTList *patterns)
+{
+    for (const HTList *entry = patterns->next; entry != nullptr; entry = entry->next) {
+        HTPattern_free(static_cast<HTPattern *>(entry->object));
+    }
+    HTList_delete(patterns, nullptr);
+}
+
+}  // namespace
+
+CAConfig::CAConfig()
+    : httpVersion(strdup("HTTP/1.0")),
+      ignorePatterns(HTList_new(nullptr)),
+      onlyPatterns(HTList_new(nullptr)),
+      queryPatterns(HTList_new(nullptr)),
+      configFiles(HTList_new(nullptr))
+{
+    if (*HTHostName() != '\0') {
+        HTSACopy(&hostname, HTHostName());
+    }
+}
+
+CAConfig::~CAConfig()
+{
+    if (reportStream != nullptr) {
+        finishReport();
+    }
+    if (workersLeft) {
+        // They may be about to write a line or to match a pattern; the end of the process frees
+        // all.
+        std::fflush(nullptr);
+        return;
+    }
+    if (errorLogStream != nullptr) {
+        std::fclose(errorLogStream);
+    }
+    if (traceStream != nullptr && traceStream != stderr) {
+        std::fclose(traceStream);
+    }
+    // The remaining fields (`onlyPatterns`, `hostLimits`, `httpVersion`, `updateProxy`, `hostname`)
+    // live until the process ends.
+    std::free(saveRoot);
+    std::free(userAgent);
+    std::free(requestHeaders);
+    std::free(errorLogPath);
+    freePatterns(ignorePatterns);
+    freePatterns(queryPatterns);
+    HTList_deleteAndFreeContents(configFiles, nullptr);
+}
+
+void CAConfig::DetermineFilename(const char *name)
+{
+    const HeapString file(name != nullptr ? strdup(name) : defaultConfigFile());
+    if (file == nullptr) {
+        CATrace("DetermineFilename: strdup(\"/etc\") failed...\n");
+        CATrace("Unable to determine configuration file names.\n");
+        std::exit(1);  // NOLINT(concurrency-mt-unsafe): no other thread exists yet
+    }
+    addConfigFile(file.get());
+}
+
+void CAConfig::addConfigFile(const char *name)
+{
+    char *const copy = holds(configFiles, name) ? nullptr : strdup(name);
+    if (copy != nullptr) {
+        HTList_appendObject(configFiles, copy, nullptr);
+    }
+}
+
+void CAConfig::debugModule(const char *module)
+{
+    for (const DebugModule &row : ModuleList) {
+        if (row.name == module) {
+            debugFlags[row.number] = 1;
+        }
+    }
+}
+
+int CAConfig::load(CAQueue *queue, const char *name)
+{
+    DetermineFilename(name);
+    // `configfile` directives append to the list while it is walked.
+    for (const HTList *entry = configFiles->next; entry != nullptr; entry = entry->next) {
+        if (loadAgentConfig(queue, static_cast<const char *>(entry->object)) == 0) {
+            return 0;
+        }
+    }
+    loadURLsInHitsFile(queue, nullptr);
+    seedCount = queue->getTotalEnqueued();
+    if (determineProxy() == 0) {
+        return 0;
+    }
+    // Only now, after the first load took its lines: what a foreign proxy loses is the reloads.
+    checkProxyHost();
+    return 1;
+}
+
+int CAConfig::determineProxy()
+{
+    if (updateProxy != nullptr) {
+        return 1;
+    }
+    if (hostname == nullptr) {
+        CATrace("Proxy....... not specified and not determined from daemon config.\n");
+        CAErrorLog(0x3a3, "Cannot run cache agent because proxy server is not specified.\n");
+        return 0;
+    }
+    const std::size_t size = std::strlen(hostname) + 16;
+    updateProxy = static_cast<char *>(std::malloc(size));
+    if (updateProxy == nullptr) {
+        std::fprintf(stderr, "CAConfig::load: proxyName malloc() failed...\n");
+        std::exit(1);  // NOLINT(concurrency-mt-unsafe): no other thread exists yet
+    }
+    std::snprintf(updateProxy, size, "%s:%d", hostname, port);
+    CATrace("Proxy....... %s determined from daemon config file.\n", updateProxy);
+    return 1;
+}
+
+namespace {
+
+enum class HostMatch : std::uint8_t {
+    Match,
+    ShortMismatch,  // one of the names has no dots, and the other does not begin with it
+    FullMismatch,   // both have dots and differ
+};
+
+struct HostComparison {
+    HostMatch match;
+    std::size_t length;  // characters compared in a short mismatch
+};
+
+HostComparison compareHosts(std::string_view local, std::string_view proxy)
+{
+    if (proxy == local) {
+        return {HostMatch::Match, 0};
+    }
+    for (const std::string_view name : {proxy, local}) {
+        if (name.find('.') == std::string_view::npos) {
+            const bool same = proxy.substr(0, name.size()) == local.substr(0, name.size());
+            return {same ? HostMatch::Match : HostMatch::ShortMismatch, name.size()};
+        }
+    }
+    return {HostMatch::FullMismatch, 0};
+}
+
+}  // namespace
+
+// The top-N list belongs to the proxy on this host; for another one the reloads must not read it.
+void CAConfig::checkProxyHost()
+{
+    const char *const local = HTHostName();
+    const char *const proxy = updateProxy;
+    const auto length = static_cast<int>(std::strcspn(proxy, ":"));  // the port is not compared
+    const HostComparison result = compareHosts(local, {proxy, static_cast<std::size_t>(length)});
+    switch (result.match) {
+    case HostMatch::Match:
+        CATrace("Hosts....... match (%s, %.*s) --> use top N.\n", local, length, proxy);
+        return;
+    case HostMatch::ShortMismatch:
+        CATrace(
+            "Mismatch.... on hostname vs proxyname (%s, %.*s, %u chars) --> nothing from the top "
+            "N.\n",
+            local, length, proxy, static_cast<unsigned>(result.length));
+        break;
+    case HostMatch::FullMismatch:
+        CATrace("Mismatch.... on hostname vs proxyname (%s, %.*s) --> nothing from the top N.\n",
+                local, length, proxy);
+        break;
+    }
+    topCachedCount = 0;
+}

@@ -1,0 +1,180 @@
+// The seeds of the queue: `loadurl` lines of the configuration files, and the top of the hits file.
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "HTFile.h"
+#include "HTMemory.h"
+#include "HTString.h"
+#include "HTWorkThread.h"
+#include "base/CAhits.h"
+#include "base/CAtrace.h"
+#include "config/CAcfg.h"
+#include "config/CAcfgLines.h"
+#include "refetchd.h"
+#include "report/CAresults.h"
+#include "url/CAqueue.h"
+
+namespace {
+
+// The URL that a `loadurl` argument means: without a scheme or a leading slash it is an HTTP host.
+CAURL *adminUrl(const char *argument)
+{
+    if (std::strstr(argument, "://") != nullptr || *argument == '/') {
+        return new CAURL(argument);
+    }
+    const HTPoolScope scope(&HTThread_context()->pool);
+    const std::size_t size = sizeof("http://") + std::strlen(argument);
+    char *const text = static_cast<char *>(HTThread_context()->pool.alloc(size));
+    if (text == nullptr) {
+        return nullptr;
+    }
+    std::snprintf(text, size, "http://%s", argument);
+    return new CAURL(text);
+}
+
+// Deletes a seed that something stands against, and tells the observers.
+void dropSeed(const CAConfig &config, CAURL *url, CADrop why)
+{
+    if (config.observer != nullptr) {
+        config.observer->seed(*url, why);
+    } else if (results.observes()) {
+        results.dropped(url->stringitize(), url->source(), 0, why);
+    }
+    delete url;
+}
+
+// Hands a seed on to the queue, whose it is then; or to who only looks at the configuration.
+void enqueueSeed(const CAConfig &config, CAQueue *queue, CAURL *url)
+{
+    if (config.observer != nullptr) {
+        config.observer->seed(*url, CADrop::None);
+        delete url;
+        return;
+    }
+    queue->enqueue(url);
+}
+
+constexpr std::size_t kLoadedLine = 1023;  // characters of a hits-file line that are looked at
+
+// Enqueues the URL of one good line unless it is filtered or known.
+void seedTopUrl(const CAConfig &config, const CAHitsLine &words)
+{
+    CATrace("Number of Hits %s for URL \"%s\".\n", words.hits.data(), words.url.data());
+    CAURL *const url = new CAURL(words.url.data());
+    url->setSource(SOURCE_HITS);
+    url->setHits(HTInteger(words.hits.data()));
+    if (config.queryURL(url) != 0 && config.cacheThisQuery(url) == 0) {
+        CATrace("Not loading... URL with ? \"%s\".\n", words.url.data());
+        dropSeed(config, url, CADrop::CacheQueries);
+        return;
+    }
+    if (config.ignoreURL(url) != 0) {
+        dropSeed(config, url, CADrop::IgnoreUrl);
+        return;
+    }
+    if (HashLookup(processedUrls, words.url.data()) != nullptr) {
+        dropSeed(config, url, CADrop::Processed);
+        return;
+    }
+    CARecordProcessed(url);
+    ht.addHits(url->host(), url->hits());
+    enqueueSeed(config, urlQueue, url);
+}
+
+void readHits(const CAConfig &config)
+{
+    std::array<char, kLoadedLine + 1> line{};
+    CAHitsLine words{};
+    std::int32_t count = 0;
+    while (count < config.topCachedCount &&
+           std::fgets(line.data(), static_cast<int>(line.size()), config.hitsStream) != nullptr) {
+        if (CAIsBlankHitsLine(line.data())) {
+            continue;
+        }
+        if (!CASplitHitsLine(line.data(), &words)) {
+            CATrace("HITSFILE.... Ignoring bad line. . .\n");
+            if (config.observer != nullptr) {
+                config.observer->skipped(CASkip::BadHits, g_ca_hits_filename, 0, "");
+            }
+            continue;
+        }
+        // Every good line counts, also one that is then left out.
+        ++count;
+        seedTopUrl(config, words);
+    }
+}
+
+}  // namespace
+
+bool CAConfig::seedAdminUrl(CAQueue *queue, const char *argument)
+{
+    CAURL *const url = adminUrl(argument);
+    if (url == nullptr) {
+        return false;
+    }
+    if (queryURL(url) != 0 && cacheThisQuery(url) == 0) {
+        CATrace("Not loading... URL with ? \"%s\".\n", argument);
+        dropSeed(*this, url, CADrop::CacheQueries);
+        return false;
+    }
+    url->setSource(SOURCE_CONFIG);
+    ht.addHit(url->host());
+    CARecordProcessed(url);
+    // Enqueued even when it is known already; from here on it may be a worker's.
+    enqueueSeed(*this, queue, url);
+    CATrace("Will load... URL \"%s\".\n", argument);
+    return true;
+}
+
+int CAConfig::loadURLsInConfigFile(CAQueue *queue, const char *file)
+{
+    CAConfigLines line(file);
+    if (!line.isOpen()) {
+        return 0;
+    }
+    CATrace("Loading..... URLs in config file \"%s\".\n", file);
+    while (line.next()) {
+        if (std::strcmp(line.directive(), "loadurl") == 0) {
+            seedAdminUrl(queue, line.word(1));
+        }
+    }
+    return 1;
+}
+
+int CAConfig::loadURLsInHitsFile(CAQueue * /*queue*/, const char * /*file*/)
+{
+    if (g_ca_hits_filename == nullptr || caching != ALWAYS) {
+        if (topCachedCount > 0) {
+            CATrace("Not......... loading files specified in hits file.\n");
+            CAErrorLog(0x3a6,
+                       "Not able to load files specified in hits file, check proxy server "
+                       "configuration.\n");
+        }
+        return 0;
+    }
+    if (topCachedCount <= 0) {
+        return 0;
+    }
+    hitsStream = HTOpenForReading(g_ca_hits_filename);
+    if (hitsStream == nullptr) {
+        const int error = errno;
+        CATrace("ldAgtConfig. hits file \"%s\" not opened; errno was %d.\n", g_ca_hits_filename,
+                error);
+        return 0;
+    }
+    CATrace("ldAgtConfig. hits file \"%s\" was opened.\n", g_ca_hits_filename);
+    readHits(*this);
+    std::fclose(hitsStream);
+    hitsStream = nullptr;
+    return 1;
+}
+
+void CAConfig::reloadURLs(CAQueue *queue)
+{
+    for (const HTList *entry = configFiles->next; entry != nullptr; entry = entry->next) {
+        loadURLsInConfigFile(queue, static_cast<const char *>(entry->object));
+    }
+    loadURLsInHitsFile(queue, nullptr);
+}

@@ -1,0 +1,416 @@
+#include "config/CAcheck.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <map>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "CAstart.h"
+#include "HTFile.h"
+#include "HTInit.h"
+#include "HTShared.h"
+#include "HTString.h"
+#include "config/CAcfgLines.h"
+#include "config/CAcheckSettings.h"
+#include "refetchd.h"
+#include "url/CAqueue.h"
+
+namespace {
+
+// A line of a configuration file; no file: none.
+struct Place {
+    const char *file = nullptr;
+    int line = 0;
+};
+
+std::string textOf(const Place &at)
+{
+    return std::string(at.file) + ":" + std::to_string(at.line);
+}
+
+// Writes a line for a terminal: what is not printable ASCII comes as a number, for configurations
+// and hits files may hold what a terminal obeys.
+void put(const std::string &line, FILE *stream = stdout)
+{
+    for (const char c : line) {
+        if (c >= ' ' && c <= '~') {
+            std::fputc(c, stream);
+        } else {
+            std::fprintf(stream, "\\x%02x", static_cast<unsigned>(static_cast<unsigned char>(c)));
+        }
+    }
+    std::fputc('\n', stream);
+}
+
+void putRow(std::string_view name, const std::string &value, const std::string &from)
+{
+    constexpr std::size_t kName = 25;
+    constexpr std::size_t kValue = 24;
+    std::string row(name);
+    row.resize(kName, ' ');
+    row += value + " ";
+    row.resize(std::max(row.size(), kName + kValue), ' ');
+    put(row + from);
+}
+
+// Tells of a file that cannot be read twice as a configuration. True when it can.
+bool isReadable(const std::string &name, const std::string &from)
+{
+    struct stat status = {};
+    const int error = stat(name.c_str(), &status) != 0 || access(name.c_str(), R_OK) != 0 ? errno
+                      : S_ISREG(status.st_mode)                                           ? 0
+                      : S_ISDIR(status.st_mode)                                           ? EISDIR
+                                                                                          : ESPIPE;
+    if (error != 0) {
+        // NOLINTNEXTLINE(concurrency-mt-unsafe): there is no other thread
+        put("refetchd-check: " + name + ": " + std::strerror(error) + from, stderr);
+    }
+    return error == 0;
+}
+
+// All words of a line behind the first, a blank between two.
+std::string arguments(const CAConfigLines &line)
+{
+    std::string text = line.word(1);
+    for (int i = 2; i < line.count(); ++i) {
+        text.append(" ").append(line.word(i));
+    }
+    return text;
+}
+
+// True when so many edits make one name of the other: a letter more, less or another, or two
+// swapped.
+bool isNear(std::string_view a, std::string_view b, int edits)
+{
+    while (!a.empty() && !b.empty() && a[0] == b[0]) {
+        a.remove_prefix(1);
+        b.remove_prefix(1);
+    }
+    if (edits == 0 || (a.empty() && b.empty())) {
+        return a.empty() && b.empty();
+    }
+    const std::string_view restOfA = a.substr(a.empty() ? 0 : 1);
+    const std::string_view restOfB = b.substr(b.empty() ? 0 : 1);
+    const bool swapped = a.size() > 1 && b.size() > 1 && a[0] == b[1] && a[1] == b[0];
+    return isNear(restOfA, restOfB, edits - 1) || isNear(restOfA, b, edits - 1) ||
+           isNear(a, restOfB, edits - 1) ||
+           (swapped && isNear(a.substr(2), b.substr(2), edits - 1));
+}
+
+struct Found {
+    Place at;
+    std::string text;
+    const CASetting *setting = nullptr;
+};
+
+// What counts in the end, from where, and what is probably a mistake; in the second reading it only
+// shows the seeds.
+struct Check : CAConfigObserver {
+    void directive(const char *file, CAConfigLines *line, bool known) override;
+    void skipped(CASkip why, const char *file, int number, const char *word) override;
+    void seed(const CAURL &url, CADrop why) override;
+    [[nodiscard]] CAArgumentVerdict judge(CAArgument argument, CAConfigLines *line);
+    void suggest(std::string_view name);
+
+    Place at;                                 // the line
+    std::map<std::string_view, Found> found;  // by directive, the last line that set it
+    std::vector<Found> several;               // of directives that add up
+    std::vector<Found> warnings;
+    Place allHosts;  // the first limit for all hosts
+    std::int64_t seeds = 0;
+    std::int64_t badHits = 0;  // lines of the hits file
+    bool refused = false;      // a file
+    bool showsSeeds = false;   // the second reading
+};
+
+// Is this limit, without a pattern or with an empty one, for all hosts?
+bool isForAllHosts(const CAConfigLines &line)
+{
+    bool forAll = line.count() == 2;
+    for (int i = 2; i < line.count(); ++i) {
+        forAll = forAll || *line.word(i) == '\0';
+    }
+    return forAll;
+}
+
+// What is wrong with a line, and whether it counts, for what was read above it.
+CAArgumentVerdict Check::judge(CAArgument argument, CAConfigLines *line)
+{
+    if (argument == CAArgument::ConfigFile) {
+        refused |= !isReadable(line->word(1), " (configfile, " + textOf(at) + ")");
+    } else if (argument == CAArgument::Queries && ac.cacheAllQueries != 0) {
+        return {"all queries are allowed above", false};
+    } else if (argument == CAArgument::HostLimit && allHosts.file != nullptr) {
+        return {"never counts: " + textOf(allHosts) + " is for all hosts", false};
+    } else if (argument == CAArgument::HostLimit && isForAllHosts(*line)) {
+        allHosts = at;
+    }
+    return CAJudgeArgument(argument, line);
+}
+
+void Check::directive(const char *file, CAConfigLines *line, bool known)
+{
+    at = {file, line->number()};
+    if (showsSeeds) {
+        return;
+    }
+    const std::string_view name = line->directive();
+    const std::string_view own = name == "delayperiod" ? "delay" : name;
+    const auto row = std::find_if(CASettings().begin(), CASettings().end(),
+                                  [own](const CASetting &each) { return each.name == own; });
+    if (!known) {
+        suggest(name);
+    }
+    if (row == CASettings().end()) {
+        return;
+    }
+    const CAArgumentVerdict verdict = judge(row->argument, line);
+    if (!verdict.fault.empty()) {
+        warnings.push_back({at, std::string(name) + ": " + verdict.fault});
+    }
+    if (verdict.sets && row->argument < CAArgument::ConfigFile) {
+        found[row->name] = {at, arguments(*line)};
+    } else if (verdict.sets && row->argument != CAArgument::Seed) {
+        several.push_back({at, arguments(*line), &*row});
+    }
+}
+
+void Check::skipped(CASkip why, const char *file, int number, const char *word)
+{
+    if (showsSeeds) {
+        return;
+    }
+    switch (why) {
+    case CASkip::Alone: {
+        std::string name = word;
+        standardize(name.data());
+        name.resize(std::strlen(name.data()));
+        const auto names = CADirectiveNames();
+        if (std::find(names.begin(), names.end(), name) != names.end()) {
+            warnings.push_back({{file, number}, name + ": no argument"});
+        }
+        break;
+    }
+    case CASkip::Unclosed:
+        warnings.push_back({{file, number}, "no \"}\" ends this block: all below is left out"});
+        break;
+    case CASkip::BadHits: ++badHits; break;
+    }
+}
+
+// A name that is almost a directive's is taken for a slip; all others are the proxy's business.
+void Check::suggest(std::string_view name)
+{
+    constexpr std::size_t kLongName = 8;
+    for (const std::string_view own : CADirectiveNames()) {
+        if (isNear(name, own, own.size() < kLongName ? 1 : 2)) {
+            warnings.push_back(
+                {at, CAQuoted(name) + " is no directive: is it " + std::string(own) + "?"});
+            return;
+        }
+    }
+}
+
+void Check::seed(const CAURL &url, CADrop why)
+{
+    const bool configured = url.source() == SOURCE_CONFIG;
+    if (showsSeeds) {
+        const std::string from = configured
+                                     ? "loadurl, " + textOf(at)
+                                     : std::to_string(url.hits()) + " hits, " + g_ca_hits_filename;
+        put((why == CADrop::None ? "ask   " : "skip  ") + std::string(url.stringitize()) + "   " +
+            (why == CADrop::None ? "" : std::string(CADropName(why)) + "   ") + "(" + from + ")");
+    } else if (why == CADrop::None) {
+        ++seeds;
+    } else if (configured) {
+        warnings.push_back(
+            {at, "loadurl: no cachequeries above allows " + CAQuoted(url.stringitize())});
+    }
+}
+
+// What is wrong with the hits file and with a header; empty: nothing.
+std::string hitsFault()
+{
+    struct stat status = {};
+    const std::string file = g_ca_hits_filename != nullptr ? g_ca_hits_filename : "";
+    if (ac.caching != ALWAYS || file.empty()) {
+        return ac.caching != ALWAYS ? "needs caching always" : "needs serverroot";
+    }
+    if (stat(file.c_str(), &status) != 0 || access(file.c_str(), R_OK) != 0) {
+        return file + ": " + std::strerror(errno);  // NOLINT(concurrency-mt-unsafe): likewise
+    }
+    return status.st_size == 0 ? file + " is empty" : "";
+}
+
+std::string headerFault(std::string text)
+{
+    constexpr std::string_view kEncoding = "accept-encoding ";
+    const bool encoded = strncasecmp(text.c_str(), kEncoding.data(), kEncoding.size()) == 0;
+    const std::string sent = ac.requestHeaders != nullptr ? ac.requestHeaders : "";
+    const std::string shown = CAQuoted(text);
+    text.insert(std::min(text.find(' '), text.size()), 1, ':');
+    return sent.find(text + "\r\n") == std::string::npos ? shown + " is refused"
+           : encoded && ac.delveDepth > 0                ? "no links are found in compressed pages"
+                                                         : "";
+}
+
+// What a setting needs of the others.
+struct Rule {
+    std::string_view name;
+    bool (*breaks)();
+    const char *fault;
+};
+
+constexpr Rule kRules[] = {
+    {"updateproxy", [] { return ac.updateProxy == nullptr || *ac.updateProxy == ':'; },
+     "no proxy is known"},
+    {"numclients", [] { return ac.numClients < 1; }, "nobody is there to ask"},
+    {"readtimeout", [] { return ac.readTimeout < 1; }, "no answer is waited for"},
+    {"refetchdrepeat", [] { return ac.repeatCount != 1 && ac.maxRuntime == 0; },
+     "needs maxruntime, or runs follow each other without a pause"},
+    {"slf", [] { return ac.saveFiles != 0 && ac.saveRoot == nullptr; }, "needs slr"},
+    {"connecttohost", [] { return ac.connectToHost != 0 && ac.transparentProxy == 0; },
+     "needs transparentproxy on"},
+};
+
+// What shows only when all is read.
+void finish(Check *check)
+{
+    const auto warn = [check](const char *name, const Found &found, const std::string &fault) {
+        if (!fault.empty()) {
+            check->warnings.push_back({found.at, std::string(name) + ": " + fault});
+        }
+    };
+    for (const Rule &rule : kRules) {
+        warn(rule.name.data(), check->found[rule.name], rule.breaks() ? rule.fault : "");
+    }
+    for (const Found &line : check->several) {
+        const bool header = line.setting->argument == CAArgument::Header;
+        warn("requestheader", line, header ? headerFault(line.text) : "");
+    }
+    const Found &top = check->found["loadtopcached"];
+    warn("loadtopcached", top, HTInteger(top.text) > 0 ? hitsFault() : "");
+    if (check->badHits > 0) {
+        warn("loadtopcached", top,
+             std::to_string(check->badHits) + " bad lines in " + g_ca_hits_filename);
+    }
+    const char *const report = g_catrace_filename;
+    warn("serverroot", check->found["serverroot"], report != nullptr ? CAUnwritable(report) : "");
+    warn("loadurl", {}, check->seeds == 0 ? "no seeds: nothing is asked for" : "");
+}
+
+// Shows a line of its own for each of the directives from `first` to `last`.
+void showSeveral(const Check &check, CAArgument first, CAArgument last)
+{
+    for (const Found &line : check.several) {
+        if (line.setting->argument >= first && line.setting->argument <= last) {
+            putRow(line.setting->name, line.text, textOf(line.at));
+        }
+    }
+}
+
+void showSettings(Check *check)
+{
+    for (const CASetting &row : CASettings()) {
+        if (row.argument < CAArgument::ConfigFile) {
+            const Found &line = check->found[row.name];
+            const std::string text = line.text.empty() ? "none" : line.text;
+            putRow(row.name, row.value != nullptr ? row.value(ac) : text,
+                   line.at.file != nullptr ? textOf(line.at) : "default");
+        }
+    }
+    showSeveral(*check, CAArgument::ConfigFile, CAArgument::Header);
+}
+
+// What the agent sets up before it reads its configuration, as far as that needs it.
+void initialize()
+{
+    HTInitAll(0, 0);
+    HTInitThd(3);
+    initNLS();
+    ConfigManager_init();
+    constexpr std::uint32_t kBuckets = 1009;
+    urlQueue = new CAQueue(1);
+    processedUrls = HashCreate(kBuckets, UrlComparator, UrlHasher, 1);
+}
+
+// Reads the files, without any the agent's own. False when the agent would not run.
+bool load(CAConfig *config, Check *check, const std::vector<const char *> &names)
+{
+    if (names.empty()) {
+        config->DetermineFilename(nullptr);
+    }
+    for (const char *const name : names) {
+        const HeapString path(HTMakeAbsolutePath(name));
+        config->DetermineFilename(path != nullptr ? path.get() : name);
+    }
+    const HTList *const files = config->configFiles->next;
+    for (const HTList *entry = files; entry != nullptr; entry = entry->next) {
+        check->refused |= !isReadable(static_cast<const char *>(entry->object), "");
+    }
+    config->observer = check;
+    const bool runs =
+        !check->refused && config->load(urlQueue, static_cast<const char *>(files->object)) != 0;
+    config->observer = nullptr;
+    return runs;
+}
+
+void showSeeds(const std::vector<const char *> &names)
+{
+    HashDrain(
+        processedUrls,
+        [](void *text, void * /*none*/) { HTShared_release(static_cast<char *>(text)); }, nullptr);
+    static CAConfig *const again = new CAConfig;  // it lives until the process ends, as `ac` does
+    Check check;
+    check.showsSeeds = true;
+    static_cast<void>(load(again, &check, names));
+}
+
+int showUsage()
+{
+    std::fputs(
+        "Usage: refetchd-check [ options ... ] [ <proxy config file> ... ]\n"
+        "       where options include:\n"
+        "         -q    <warnings only>\n",
+        stderr);
+    return 1;
+}
+
+}  // namespace
+
+int CACheckMain(int argc, char **argv)
+{
+    const std::vector<const char *> words(argv + std::min(argc, 1), argv + argc);
+    const bool quiet = !words.empty() && std::strcmp(words[0], "-q") == 0;
+    const std::vector<const char *> names(words.begin() + (quiet ? 1 : 0), words.end());
+    if (std::any_of(names.begin(), names.end(), [](const char *name) { return *name == '-'; })) {
+        return showUsage();
+    }
+    initialize();
+    Check check;
+    const bool runs = load(&ac, &check, names);
+    if (check.refused) {
+        return 1;
+    }
+    finish(&check);
+    if (!quiet) {
+        std::puts("Settings");
+        showSettings(&check);
+        std::puts("\nPatterns");
+        showSeveral(check, CAArgument::Queries, CAArgument::HostLimit);
+        std::puts("\nSeeds");
+        showSeeds(names);
+        std::puts("\nWarnings");
+    }
+    for (const Found &warning : check.warnings) {
+        put((warning.at.file == nullptr ? "" : textOf(warning.at) + ": ") + warning.text);
+    }
+    return std::fflush(stdout) == 0 && runs && check.warnings.empty() ? 0 : 1;
+}

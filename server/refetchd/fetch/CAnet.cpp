@@ -1,0 +1,374 @@
+#include "fetch/CAnet.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+
+#include "HTInet.h"
+#include "HTString.h"
+#include "base/CAtrace.h"
+#include "htthread.h"
+#include "parse/CAparse.h"
+#include "refetchd.h"
+#include "url/CAURL.h"
+
+std::atomic<std::int32_t> CAConnection::connectionCount = 0;
+
+namespace {
+
+constexpr const char *kSource = "server/refetchd/CAnet";
+
+constexpr const char *kUserAgent = "Mozilla/4.0 (emulation; QRX BUG)";
+
+// The cache directives of the stress mode, by the low three bits of a random number; an empty one
+// is left out of the request. Without stress every request asks for a fresh copy.
+constexpr std::string_view kFreshCopy = "Cache-Control: max-age=0\r\n";
+constexpr std::array<std::string_view, 8> kStressDirectives = {{
+    "Cache-Control: min-fresh=90\r\n",
+    "Cache-Control: max-stale=360\r\n",
+    "",
+    "",
+    kFreshCopy,
+    kFreshCopy,
+    "Cache-Control: only-if-cached\r\n",
+    "Cache-Control: QRX-BUG\r\n",
+}};
+
+std::string_view cacheDirective()
+{
+    if (ac.stressMode == 0) {
+        return kFreshCopy;
+    }
+    // Not seeded: a stress run is the same at every start. NOLINTNEXTLINE(concurrency-mt-unsafe)
+    return kStressDirectives[static_cast<unsigned>(std::rand()) & 7U];
+}
+
+// Puts text behind text in a buffer of fixed size, and remembers when it did not fit.
+class RequestWriter {
+public:
+    RequestWriter(char *buffer, std::size_t size) : begin_(buffer), at_(buffer), room_(size) {}
+
+    RequestWriter &operator<<(std::string_view text)
+    {
+        fits_ = fits_ && text.size() <= room_;
+        if (fits_) {
+            at_ = std::copy(text.begin(), text.end(), at_);
+            room_ -= text.size();
+        }
+        return *this;
+    }
+
+    [[nodiscard]] bool fits() const { return fits_; }
+    [[nodiscard]] std::size_t length() const { return static_cast<std::size_t>(at_ - begin_); }
+    [[nodiscard]] std::string_view from(std::size_t start) const
+    {
+        return {begin_ + start, length() - start};
+    }
+
+private:
+    char *const begin_;
+    char *at_;
+    std::size_t room_;
+    bool fits_ = true;
+};
+
+// The request target: the path alone for a transparent proxy; otherwise the absolute form, behind
+// the service prefix when there is one, with one "/" at the seam.
+void writeTarget(const CAURL *url, RequestWriter *request)
+{
+    if (ac.transparentProxy != 0) {
+        *request << url->transparentStringitize();
+        return;
+    }
+    std::string_view target(url->stringitize());
+    if (g_ca_service_prefix != nullptr) {
+        const std::string_view prefix(g_ca_service_prefix);
+        *request << prefix;
+        const bool before = prefix.ends_with('/');
+        const bool behind = target.starts_with('/');
+        if (before && behind) {
+            target.remove_prefix(1);
+        } else if (!before && !behind) {
+            *request << "/";
+        }
+    }
+    *request << target;
+}
+
+std::string_view hostOf(const CAURL *url)
+{
+    if (const std::string_view host = url->host(); !host.empty()) {
+        return host;
+    }
+    return ac.updateProxy != nullptr ? ac.updateProxy : HTHostName();
+}
+
+int timeoutMilliseconds(std::int32_t seconds)
+{
+    return static_cast<int>(std::clamp<std::int64_t>(std::int64_t{seconds} * 1000, 0, INT_MAX));
+}
+
+}  // namespace
+
+CAConnection::CAConnection(const char *peer)
+    : peerName_(strdup(peer)), threadContext_(HTThread_context())
+{
+    address_.sin_family = AF_INET;
+    // A setting that is no port leaves 0, which only a name with its own port makes good.
+    const bool isPort = ac.port >= 0 && ac.port <= UINT16_MAX;
+    address_.sin_port = isPort ? htons(static_cast<std::uint16_t>(ac.port)) : in_port_t{0};
+    addressValid_ = peerName_ != nullptr &&
+                    HTParseInet(&address_, peerName_, threadContext_) == 0 &&
+                    (isPort || address_.sin_port != 0);
+}
+
+CAConnection::~CAConnection()
+{
+    closeSocket(__LINE__);
+    std::free(peerName_);
+}
+
+void CAConnection::closeSocket(int line)
+{
+    if (socket_ != nullptr) {
+        HTSocket_close(socket_, kSource, line, threadContext_);
+        socket_ = nullptr;
+    }
+}
+
+void CAConnection::doneWithConnection()
+{
+    closeSocket(__LINE__);
+    CATrace("Net......... cache agent closed the socket.\n");
+}
+
+void CAConnection::renew()
+{
+    if (socket_ != nullptr) {
+        doneWithConnection();
+    }
+}
+
+int CAConnection::requestURL(const CAURL *url, CAParser *parser)
+{
+    failure_ = CAFailure::None;
+    received_ = 0;
+    const std::time_t now = HTtime();
+    if (lastUsed_ == 0) {
+        lastUsed_ = now;
+    }
+    if (now - lastUsed_ > ac.persistTimeout) {
+        closeSocket(__LINE__);
+    }
+    lastUsed_ = now;
+    if (checkConnection() != 0) {
+        return -1;
+    }
+    const std::int32_t length = composeRequest(url);
+    if (length < 0) {
+        failure_ = CAFailure::Request;
+        return -1;
+    }
+    CATrace("Net......... requesting \"%s\".\n", url->stringitize());
+    if (ac.debugFlags[kDebugGetUrl] != 0) {
+        std::fprintf(stderr, "Net......... requesting \"%s\".\n", url->stringitize());
+    }
+    if (const std::int32_t sent = sendRequest(length); sent != length) {
+        if (sent >= 0) {
+            closeSocket(__LINE__);  // half a request must not stand before the next one
+            failure_ = CAFailure::Send;
+        }
+        return -1;
+    }
+    reused_ = true;
+    if (readResponse(parser) != 0) {
+        doneWithConnection();
+    }
+    return 0;
+}
+
+int CAConnection::checkConnection()
+{
+    if (!addressValid_) {
+        CATrace("Net......... address is not valid:  %s\n", peerName_);
+        failure_ = CAFailure::Address;
+        return -1;
+    }
+    if (socket_ != nullptr) {
+        return 0;
+    }
+    failure_ = CAFailure::Connect;
+    socket_ = HTSocket_new(AF_INET, SOCK_STREAM, IPPROTO_TCP, kSource, __LINE__, threadContext_);
+    if (socket_ == nullptr) {
+        const int error = errno;
+        CATrace("Net......... could not create a new socket.\n");
+        errno = error;
+        return -1;
+    }
+    reused_ = false;
+    surplus_ = false;
+    const int on = 1;
+    HTSocket_setsockopt(socket_, SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on), threadContext_);
+    // A byte of urgent data would wake the wait for input and then leave the read asleep; in line
+    // it is a byte like any other.
+    HTSocket_setsockopt(socket_, SOL_SOCKET, SO_OOBINLINE, &on, sizeof(on), threadContext_);
+    if (HTSocket_connect(&socket_, &address_, sizeof(address_), threadContext_) != 0) {
+        const int error = errno;
+        closeSocket(__LINE__);
+        CATrace("Net......... could not connect to partner; errno=%d.\n", error);
+        errno = error;
+        return -1;
+    }
+    failure_ = CAFailure::None;
+    return 0;
+}
+
+// Traces that no request is made for `url`, control characters in it as percent escapes: one line.
+void CAConnection::traceRefusal(const CAURL *url, const char *reason)
+{
+    if (!CATraceOn()) {
+        return;
+    }
+    const char *const text = url->stringitize();
+    const HTPoolScope scope(&threadContext_->pool);
+    char *const shown = static_cast<char *>(threadContext_->pool.alloc(3 * std::strlen(text) + 1));
+    if (shown == nullptr) {
+        return;
+    }
+    char *out = shown;
+    for (const char *in = text; *in != '\0'; ++in) {
+        if (HTIsControl(*in)) {
+            out += std::snprintf(out, 4, "%%%02X", static_cast<unsigned>(*in));
+        } else {
+            *out++ = *in;
+        }
+    }
+    *out = '\0';
+    CATrace("Request..... refused, %s: \"%s\".\n", reason, shown);
+}
+
+std::int32_t CAConnection::composeRequest(const CAURL *url)
+{
+    RequestWriter request(buffer_.data(), kBlockSize);
+    request << "GET ";
+    const std::size_t targetStart = request.length();
+    writeTarget(url, &request);
+    const std::string_view target = request.from(targetStart);
+    const std::string_view host = hostOf(url);
+    if (HTHasControl(target) || HTHasControl(host)) {
+        traceRefusal(url, "control character in target or host");
+        return -1;
+    }
+    request << " " << ac.httpVersion << "\r\n"
+            << "Accept: text/html, */*; q=0.10\r\n"
+            << "User-Agent: " << (ac.userAgent != nullptr ? ac.userAgent : kUserAgent) << "\r\n"
+            << "Host: " << host << "\r\n"
+            << cacheDirective() << (ac.requestHeaders != nullptr ? ac.requestHeaders : "")
+            << "Connection: Keep-alive\r\n\r\n";
+    if (!request.fits()) {
+        traceRefusal(url, "too long for the request buffer");
+        return -1;
+    }
+    buffer_[request.length()] = '\0';
+    CATrace("Request..... built: %s\n", buffer_.data());
+    return static_cast<std::int32_t>(request.length());
+}
+
+std::int32_t CAConnection::write(std::int32_t length)
+{
+    return static_cast<std::int32_t>(HTSocket_writemsg(
+        socket_, buffer_.data(), static_cast<std::size_t>(length), threadContext_));
+}
+
+std::int32_t CAConnection::sendRequest(std::int32_t length)
+{
+    // A peer that has closed its side would still let the first write pass and then answer it with
+    // a reset, and bytes that came before the request are no answer to it: either way it would be
+    // lost. So such a connection counts as one that failed to write.
+    const bool stale = reused_ && (surplus_ || HTSocket_isStale(socket_, threadContext_));
+    std::int32_t sent = stale ? -1 : write(length);
+    if (sent >= 0) {
+        return sent;
+    }
+    closeSocket(__LINE__);
+    CATrace("Net......... Unable to write, retrying. . .\n");
+    if (checkConnection() != 0) {
+        const int error = errno;
+        CATrace("Net......... could not connect to partner; errno=%d.\n", error);
+        return -1;
+    }
+    sent = write(length);
+    if (sent < 0) {
+        const int error = errno;
+        CATrace("Net......... could not send request; errno=%d.\n", error);
+        failure_ = CAFailure::Send;
+        return -1;
+    }
+    return sent;
+}
+
+// Hands what was read to the parser, a block at a time.
+void CAConnection::handOver(std::int32_t count, CAParser *parser, std::int32_t *finished,
+                            std::int32_t *closeConnection)
+{
+    char *block = buffer_.data();
+    char *const end = block + count;
+    while (block != end && *finished == 0) {
+        const auto length =
+            static_cast<std::int32_t>(std::min<std::ptrdiff_t>(end - block, kBlockSize));
+        CATrace("Cache Agent read %d bytes from socket %d.\n", length, socket_->fd);
+        const char next = block[length];  // the parser writes a NUL there
+        parser->consume(block, length, finished, closeConnection);
+        block += length;
+        *block = next;
+    }
+    surplus_ = block != end;
+    if (*finished != 0) {
+        CATrace("Net.. stop reading the socket.\n");
+    }
+}
+
+// Tells of a read that brought nothing. True when the connection is to be closed at once.
+bool CAConnection::readFailed(std::int32_t count)
+{
+    // errno is as the last failure left it: an end of stream after one closes, too.
+    const int error = errno;
+    if (count == kHTTimedOut) {
+        CATrace("Net.. Cache agent time out!\n");
+        failure_ = CAFailure::TimedOut;
+        return false;
+    }
+    failure_ = count == 0 ? CAFailure::Closed : CAFailure::Reset;
+    if (error == 0) {
+        return false;
+    }
+    CATrace("Net.. cache agent error reading from socket; errno=%d, status=%d.\n", error, count);
+    return true;
+}
+
+int CAConnection::readResponse(CAParser *parser)
+{
+    std::int32_t finished = 0;
+    std::int32_t closeConnection = 0;
+    while (finished == 0) {
+        const auto count = static_cast<std::int32_t>(
+            HTSocket_receive(socket_, buffer_.data(), kReadSize,
+                             timeoutMilliseconds(ac.readTimeout), threadContext_));
+        if (count <= 0) {
+            if (readFailed(count)) {
+                return 1;
+            }
+            break;
+        }
+        received_ += count;
+        handOver(count, parser, &finished, &closeConnection);
+    }
+    if (closeConnection != 0) {
+        CATrace("Net.. the socket will be closed.\n");
+    }
+    return closeConnection;
+}

@@ -1,0 +1,404 @@
+#include "fetch/CAwork.h"
+
+#include <algorithm>
+#include <memory>
+#include <string>
+
+#include "HTString.h"
+#include "HTWorkThread.h"
+#include "base/CAtrace.h"
+#include "fetch/CAnet.h"
+#include "parse/CAparseHTTP.h"
+#include "refetchd.h"
+#include "report/CAresults.h"
+#include "url/CAURL.h"
+#include "url/CAqueue.h"
+#include "url/CArest.h"
+
+PMutex *const CAWorkerThread::mutex = new PMutex;
+std::int32_t CAWorkerThread::countPerSecond = 0;
+std::int32_t CAWorkerThread::maxCountPerSecond = 0;
+
+HTThreadHandle CAWorkerThread::start()
+{
+    keepGoing_ = 1;
+    thread_ = StartThread(ClientThread, reinterpret_cast<void *>(std::intptr_t{index_}));
+    return thread_;
+}
+
+std::int32_t CAWorkerThread::mayISendRequest()
+{
+    const PMutexGuard guard(*mutex);
+    if (maxCountPerSecond < 1) {
+        return 1;
+    }
+    if (countPerSecond >= maxCountPerSecond) {
+        return 0;
+    }
+    ++countPerSecond;
+    return 1;
+}
+
+void CAWorkerThread::returnRequest()
+{
+    const PMutexGuard guard(*mutex);
+    if (countPerSecond > 0) {
+        --countPerSecond;
+    }
+}
+
+std::int32_t CAWorkerThread::resetCountPerSecond(std::int32_t max)
+{
+    const PMutexGuard guard(*mutex);
+    countPerSecond = 0;
+    maxCountPerSecond = max;
+    return 1;
+}
+
+std::int32_t CAWorkerThread::mayIHaveAConnection()
+{
+    const PMutexGuard guard(*mutex);
+    if (ac.maxConnections < 1) {
+        return 1;
+    }
+    if (CAConnection::connectionCount >= ac.maxConnections) {
+        return 0;
+    }
+    ++CAConnection::connectionCount;
+    return 1;
+}
+
+std::int32_t CAWorkerThread::releaseAConnection()
+{
+    const PMutexGuard guard(*mutex);
+    if (ac.maxConnections < 1) {
+        return 1;
+    }
+    if (CAConnection::connectionCount < 1) {
+        return 0;
+    }
+    --CAConnection::connectionCount;
+    return 1;
+}
+
+namespace {
+
+// What one worker's thread works with.
+struct Client {
+    CAWorkerThread *worker = nullptr;
+    std::int32_t index = 0;
+    HTThreadContext *context = nullptr;
+    std::unique_ptr<CAConnection> connection;  // to the proxy; none when each URL has its own
+
+    [[nodiscard]] bool keepsGoing() const { return worker->shouldKeepGoing() != 0; }
+};
+
+// Each URL gets a connection of its own, to its own host.
+bool connectsPerUrl()
+{
+    return ac.transparentProxy != 0 && ac.connectToHost != 0;
+}
+
+// Waits for the right to a connection, and makes it. It may be told to stop instead.
+void makeConnection(Client *client)
+{
+    while (CAWorkerThread::mayIHaveAConnection() == 0) {
+        if (!client->keepsGoing()) {
+            return;
+        }
+        CATrace("Worker...... waiting for a Connection.\n");
+        HTSleep(kPollMilliseconds);
+    }
+    if (client->keepsGoing()) {
+        client->connection = std::make_unique<CAConnection>(ac.updateProxy);
+    }
+}
+
+// Waits for the right to start a request; false when told to stop instead.
+bool waitForBudget(const Client &client)
+{
+    while (client.keepsGoing()) {
+        if (CAWorkerThread::mayISendRequest() != 0) {
+            return client.keepsGoing();
+        }
+        HTSleep(kPollMilliseconds);
+    }
+    return false;
+}
+
+// Likewise, for a request that only this run may send.
+bool waitForBudget(const Client &client, std::uint32_t run)
+{
+    while (currentRun == run && client.keepsGoing()) {
+        if (CAWorkerThread::mayISendRequest() != 0) {
+            return true;
+        }
+        HTSleep(kPollMilliseconds);
+    }
+    return false;
+}
+
+// So long a worker waits for pages that are less deep than those that are queued.
+constexpr std::uint32_t kShallowerMilliseconds = 50;
+
+constexpr std::int64_t kDefaultRest = 10;  // seconds, when the host does not say
+
+// For how long the answer asks to leave its host alone; 0 for not at all.
+std::int64_t askedRest(const CAParseHTTP &parser)
+{
+    const std::int32_t status = parser.getHTTPRequestRC();
+    if (ac.retryAfter == 0 || (status != 429 && status != 503)) {
+        return 0;
+    }
+    std::string_view value = parser.header("Retry-After:");
+    value.remove_prefix(std::min(value.find_first_not_of(" \t"), value.size()));
+    const bool isNumber = !value.empty() && HTIsDigit(value.front());
+    return isNumber ? std::max<std::int64_t>(HTDecimal(value), 1) : kDefaultRest;
+}
+
+// The exchange broke before an answer, and another one may do better.
+bool isWorthRetrying(const CAExchange &result)
+{
+    switch (result.failure) {
+    case CAFailure::Connect:
+    case CAFailure::Send:
+    case CAFailure::Closed:
+    case CAFailure::Reset:
+    case CAFailure::TimedOut: return result.status == 0;
+    case CAFailure::None:
+    case CAFailure::Address:
+    case CAFailure::Request:
+    case CAFailure::BadResponse:
+    case CAFailure::Stopped: return false;
+    }
+    return false;
+}
+
+// What is to become of a URL behind an exchange.
+enum class Next : std::uint8_t {
+    Done,
+    Retry,  // the exchange broke
+    Rest,   // its host wants to be left alone, and it is repeated then
+};
+
+// Leaves the host of `url` alone as it asked.
+void restHost(const CAURL &url, std::int64_t seconds)
+{
+    const std::int64_t rest = restingHosts->rest(url.host(), HTtime(), seconds);
+    CATrace("Worker...... host %.*s is left alone for %d s.\n", CALength(url.host()),
+            url.host().data(), static_cast<int>(rest));
+}
+
+// Somebody asks which answer is whose.
+bool looksAtAnswers()
+{
+    return results.observes() || ac.retries > 0 || ac.retryAfter != 0;
+}
+
+CAFailure failureOf(const CAParseHTTP &parser, const CAConnection &connection)
+{
+    if (!parser.isHTTP()) {
+        return CAFailure::BadResponse;
+    }
+    const bool isEnd = parser.isUnframed() && connection.failure() == CAFailure::Closed;
+    return isEnd || parser.waitsForRoom() ? CAFailure::None : connection.failure();
+}
+
+CACacheHeaders cacheHeaders(const CAParseHTTP &parser)
+{
+    return {.age = parser.header("Age:"),
+            .cacheControl = parser.header("Cache-Control:"),
+            .cacheStatus = parser.header("Cache-Status:"),
+            .date = parser.header("Date:"),
+            .via = parser.header("Via:"),
+            .xCache = parser.header("X-Cache:"),
+            .xCacheLookup = parser.header("X-Cache-Lookup:"),
+            .xVarnish = parser.header("X-Varnish:")};
+}
+
+// Tells the observer of a URL that is not asked for, or not once more, because the run is over.
+void tellStopped(const CAURL &url)
+{
+    if (results.observes()) {
+        results.finished(url, {.failure = CAFailure::Stopped, .started = CANowMilliseconds()});
+    }
+}
+
+// Tells the observer what a client is at while it lives.
+class InFlight {
+public:
+    InFlight(std::int32_t client, const CAURL &url) : client_(client)
+    {
+        if (results.observes()) {
+            results.setInFlight(client_, &url);
+        }
+    }
+    ~InFlight()
+    {
+        if (results.observes()) {
+            results.setInFlight(client_, nullptr);
+        }
+    }
+    InFlight(const InFlight &) = delete;
+    InFlight &operator=(const InFlight &) = delete;
+
+private:
+    const std::int32_t client_;
+};
+
+// One exchange. Unless there is to be another one, the observer hears of it.
+Next exchange(const Client &client, CAConnection *connection, CAURL *url, std::uint32_t run)
+{
+    CAParseHTTP parser(url, client.context, ac.parseOptions);
+    CATrace("Worker...... #%d working on URL \"%s\".\n", client.index + 1, url->stringitize());
+    CAExchange result;
+    if (results.observes()) {
+        result.started = CANowMilliseconds();
+    }
+    if (!client.keepsGoing() || connection == nullptr) {
+        tellStopped(*url);
+        return Next::Done;
+    }
+    connection->requestURL(url, &parser);
+    if (parser.getHTTPRequestRC() == 200) {
+        client.worker->incrementSuccesses();
+    }
+    result.status = parser.isHTTP() ? parser.getHTTPRequestRC() : 0;
+    result.failure = failureOf(parser, *connection);
+    if (connection->failure() == CAFailure::TimedOut && looksAtAnswers()) {
+        connection->renew();  // a late answer must not pass for that of the next URL
+    }
+    if (currentRun == run) {
+        if (isWorthRetrying(result) && url->retries() < ac.retries && client.keepsGoing()) {
+            return Next::Retry;
+        }
+        if (const std::int64_t rest = askedRest(parser); rest > 0) {
+            restHost(*url, rest);
+            if (!url->isRepeated()) {
+                return Next::Rest;
+            }
+        }
+    }
+    client.worker->incrementFinished();
+    if (results.observes()) {
+        // The clock may have been set back meanwhile.
+        result.milliseconds = std::max<std::int64_t>(CANowMilliseconds() - result.started, 0);
+        result.bytes = connection->received();
+        result.headers = cacheHeaders(parser);
+        results.finished(*url, result);
+    }
+    return Next::Done;
+}
+
+void retry(const Client &client, CAConnection *connection, CAURL *url, std::uint32_t run);
+
+// Fetches one URL and disposes of it: it is deleted, or waits for another try.
+void fetch(const Client &client, CAURL *url, std::uint32_t run)
+{
+    std::unique_ptr<CAConnection> ownConnection;
+    CAConnection *connection = client.connection.get();
+    Next next = Next::Done;
+    {
+        const InFlight inFlight(client.index, *url);
+        if (connectsPerUrl()) {  // which looks its host up
+            ownConnection = std::make_unique<CAConnection>(std::string(url->host()).c_str());
+            connection = ownConnection.get();
+        }
+        next = exchange(client, connection, url, run);
+    }
+    if (next == Next::Retry) {
+        return retry(client, connection, url, run);
+    }
+    if (next == Next::Rest) {
+        url->setRepeated();
+        if (!restingHosts->park(url, HTtime())) {
+            urlQueue->requeue(url);  // the rest is over already
+        }
+        return;
+    }
+    delete url;
+}
+
+// Tries again, at once the first time, else behind the queue; not when the run is over by then.
+void retry(const Client &client, CAConnection *connection, CAURL *url, std::uint32_t run)
+{
+    url->countRetry();
+    CATrace("Worker...... will try URL \"%s\" again (%d of %d).\n", url->stringitize(),
+            url->retries(), ac.retries);
+    connection->renew();
+    const bool atOnce = url->retries() == 1;
+    if (atOnce && !waitForBudget(client, run)) {
+        tellStopped(*url);
+        delete url;
+    } else if (atOnce) {
+        fetch(client, url, run);
+    } else {
+        urlQueue->requeue(url);
+    }
+}
+
+// Takes the next URL, if another worker has not taken it meanwhile, and sees it through. Busy is
+// set before the queue is asked: whoever finds the queue empty finds the taker busy.
+void workOnNext(const Client &client)
+{
+    client.worker->makeBusy();
+    const std::uint32_t run = currentRun;
+    auto *const url = static_cast<CAURL *>(urlQueue->dequeue());
+    const std::int32_t depth = url != nullptr ? url->depth() : 0;
+    const bool blocked = url == nullptr && urlQueue->isOrderedByDepth();
+    const bool parked = url != nullptr && ac.retryAfter != 0 && restingHosts->park(url, HTtime());
+    if (blocked || parked) {
+        CAWorkerThread::returnRequest();
+    } else if (url != nullptr) {
+        fetch(client, url, run);
+    }
+    if (url != nullptr) {
+        urlQueue->finished(depth);
+    }
+    client.worker->makeIdle();
+    if (blocked) {
+        HTSleep(kShallowerMilliseconds);
+    }
+}
+
+void onePass(const Client &client)
+{
+    HTWorkThread_svcThreadStartWork(1, client.context);
+    if (ac.delayMs > 0) {
+        HTSleep(static_cast<std::uint32_t>(ac.delayMs));
+    }
+    if (urlQueue->empty() != 0) {
+        CATrace("Worker...... thread %d has nothing to do.\n", client.index + 1);
+        HTSleep(kPollMilliseconds);
+    } else if (waitForBudget(client)) {
+        workOnNext(client);
+    }
+    HTWorkThread_svcThreadEndWork(1, client.context);
+}
+
+}  // namespace
+
+void *ClientThread(void *arg)
+{
+    const auto index = static_cast<std::int32_t>(reinterpret_cast<std::intptr_t>(arg));
+    CATrace("Worker...... thread %d starting.\n", index + 1);
+    HTThreadContext *const context = HTWorkThread_threadCreate(1);
+    HTBlockSignals();
+    Client client{
+        .worker = workerThreads[index], .index = index, .context = context, .connection = nullptr};
+    if (!connectsPerUrl()) {
+        makeConnection(&client);
+    }
+    while (client.keepsGoing()) {
+        onePass(client);
+    }
+    HTWorkThread_threadExit(1, context);
+    client.worker->notRunning();
+    if (client.connection != nullptr) {
+        client.connection.reset();
+        CAWorkerThread::releaseAConnection();
+    }
+    // Counted from 0 here, unlike everywhere else.
+    CATrace("Worker...... thread %d exiting.\n", index);
+    return nullptr;
+}

@@ -1,0 +1,199 @@
+#include "parse/CAparse.h"
+
+#include <algorithm>
+#include <cinttypes>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include "base/CAtrace.h"
+#include "refetchd.h"
+#include "report/CAresults.h"
+#include "url/CAqueue.h"
+
+CABuffer::CABuffer(std::int32_t size) : size_(size), capacity_(size)
+{
+    if (CATraceOn()) {
+        makeBlock();  // the line tells its address
+        CATraceLine("Buffer...... new a buffer %" PRIxPTR ".\n",
+                    reinterpret_cast<std::uintptr_t>(buffer_));
+    }
+}
+
+// Without memory the buffer has no size, and takes nothing from then on.
+void CABuffer::makeBlock()
+{
+    buffer_ = static_cast<char *>(std::malloc(static_cast<std::size_t>(size_) + 1));
+    if (buffer_ == nullptr) {
+        size_ = 0;
+        capacity_ = 0;
+    }
+}
+
+CABuffer::~CABuffer()
+{
+    std::free(buffer_);
+}
+
+std::int32_t CABuffer::addData(const char *data, std::int32_t length)
+{
+    if (data == nullptr || length <= 0) {
+        return 0;
+    }
+    if (buffer_ == nullptr && size_ != 0) {
+        makeBlock();
+    }
+    if (buffer_ == nullptr) {
+        return 0;
+    }
+    CATrace("Buffer...... bs %d, cs %d, sz %d.\n", size_, contentSize_, length);
+    if (readP_ == nullptr) {
+        readP_ = buffer_;
+        writeP_ = buffer_;
+        contentSize_ = 0;
+    }
+    if (std::int64_t{length} + contentSize_ >= size_ && size_ <= maxBufferSize) {
+        return grow(data, length);
+    }
+    if (readP_ - buffer_ > size_ >> 1) {
+        compact();
+    }
+    const auto room = static_cast<std::int32_t>(buffer_ + size_ - writeP_);
+    const std::int32_t taken = std::min(room, length);
+    std::memcpy(writeP_, data, static_cast<std::size_t>(taken));
+    writeP_ += taken;
+    *writeP_ = '\0';
+    adjustContentSize();
+    return taken;
+}
+
+// The size rises by all that is offered, so the new bytes always fit behind the unread ones. The
+// block may be larger than that: a body that comes in many pieces is not copied for each of them.
+std::int32_t CABuffer::grow(const char *data, std::int32_t length)
+{
+    const std::int64_t newSize = std::int64_t{size_} + length;
+    if (newSize >= INT32_MAX) {
+        return -1;
+    }
+    char *block = buffer_;
+    if (newSize > capacity_) {
+        const auto capacity = static_cast<std::int32_t>(
+            std::clamp<std::int64_t>(2 * std::int64_t{capacity_}, newSize, INT32_MAX - 1));
+        block = static_cast<char *>(std::malloc(static_cast<std::size_t>(capacity) + 1));
+        if (block == nullptr) {
+            return -1;
+        }
+        capacity_ = capacity;
+    }
+    std::memmove(block, readP_, static_cast<std::size_t>(contentSize_));
+    std::memcpy(block + contentSize_, data, static_cast<std::size_t>(length));
+    if (block != buffer_) {
+        std::free(buffer_);
+        buffer_ = block;
+    }
+    size_ = static_cast<std::int32_t>(newSize);
+    readP_ = block;
+    writeP_ = block + contentSize_ + length;
+    *writeP_ = '\0';
+    adjustContentSize();
+    return length;
+}
+
+void CABuffer::compact()
+{
+    std::memmove(buffer_, readP_, static_cast<std::size_t>(contentSize_));
+    readP_ = buffer_;
+    writeP_ = buffer_ + contentSize_;
+    *writeP_ = '\0';
+}
+
+char *CABuffer::adjustReadP(std::int32_t n)
+{
+    const std::int64_t unread = std::int64_t{contentSize_} - n;
+    const std::int64_t alreadyRead = readP_ == nullptr ? 0 : readP_ - buffer_;
+    if (unread > 0 && alreadyRead + n >= 0) {
+        readP_ += n;
+        adjustContentSize();
+    } else {
+        readP_ = buffer_;
+        writeP_ = buffer_;
+        contentSize_ = 0;
+    }
+    return readP_;
+}
+
+CAParser::CAParser(CAURL *url) : CAParser(url, HTThread_context()) {}
+
+CAParser::CAParser(CAURL *url, HTThreadContext *threadContext)
+    : url_(url), threadContext_(threadContext), buffer_(new CABuffer(kBufferSize))
+{
+}
+
+CAParser::~CAParser()
+{
+    delete sink_;
+    delete buffer_;
+}
+
+std::int32_t CAParser::consume(char *data, std::int32_t length, std::int32_t *finished,
+                               std::int32_t *closeConnection)
+{
+    return sink_ == nullptr ? length : sink_->consume(data, length, finished, closeConnection);
+}
+
+CAParser *CAParser::addSink(CAParser *next)
+{
+    delete sink_;
+    sink_ = next;
+    return next;
+}
+
+bool CAParser::queueIsFull()
+{
+    return urlQueue->getLength() >= ac.maxQueueDepth;
+}
+
+bool CAParser::urlLimitIsReached()
+{
+    // The total stops at the largest number, which must not pass for a limit.
+    return ac.maxUrls != kUnlimited && urlQueue->getTotalEnqueued() >= ac.maxUrls;
+}
+
+CAURL *CAParser::resolveFound(const char *link, std::int32_t deeper) const
+{
+    CAURL *const found = new CAURL(link, base_);
+    found->setDepth(found->depth() + deeper);
+    if (ac.debugFlags[kDebugParseUrl] != 0) {
+        FILE *const stream = CATraceOn() ? ac.traceStream : stderr;
+        std::fprintf(stream, "Parsed...... \"%s\" + \"%s\" --> \"%s\".\n", link,
+                     url_->stringitize(), found->stringitize());
+    }
+    return found;
+}
+
+void CAParser::reportDropped(const char *link, std::int32_t deeper, CADrop why) const
+{
+    if (results.observes()) {
+        const std::unique_ptr<CAURL> found(resolveFound(link, deeper));
+        results.dropped(found->stringitize(), found->source(), found->depth(), why);
+    }
+}
+
+void CAParser::takeIfInteresting(CAURL *found) const
+{
+    if (const CADrop why = found->objection(url_); why != CADrop::None) {
+        CATrace("Not......... interested in URL \"%s\".\n", found->stringitize());
+        if (results.observes()) {
+            results.dropped(found->stringitize(), found->source(), found->depth(), why);
+        }
+        delete found;
+        return;
+    }
+    const std::string_view host = found->host();
+    CATrace("Interested.. in URL \"%s\".\n", found->stringitize());
+    CATrace("Interested..   for host \"%.*s\".\n", CALength(host), host.data());
+    ht.addHit(host);
+    CARecordProcessed(found);
+    urlQueue->enqueue(found);
+}

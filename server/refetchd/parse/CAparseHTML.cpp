@@ -1,0 +1,131 @@
+#include "parse/CAparseHTML.h"
+
+#include <strings.h>
+
+#include <string>
+#include <string_view>
+
+#include "base/CAtrace.h"
+#include "parse/CAparseBinary.h"
+
+CAParseHTML::CAParseHTML(CAURL *url) : CAParser(url)
+{
+    commonInit();
+}
+
+CAParseHTML::CAParseHTML(CAURL *url, HTThreadContext *threadContext, const CAParseOptions &options)
+    : CAParser(url, threadContext)
+{
+    commonInit();
+    if (options.modernLinks) {
+        modernLinks_ = std::make_unique<CAScanModern>(static_cast<CALinkSink *>(this),
+                                                      ac.loadInlineImages != 0);
+    }
+}
+
+void CAParseHTML::commonInit()
+{
+    if (ac.saveFiles == 0 || ac.saveRoot == nullptr) {
+        return;
+    }
+    CATrace("Adding...... new binary-parser for URL \"%s\".\n", url_->stringitize());
+    addSink(new CAParseBinary(url_));
+}
+
+CAParseHTML::~CAParseHTML()
+{
+    if (sink_ != nullptr) {
+        CATrace("CAParseHTML. deleting its sink.\n");
+        addSink(nullptr);
+    }
+}
+
+std::int32_t CAParseHTML::consume(char *data, std::int32_t length, std::int32_t *finished,
+                                  std::int32_t *closeConnection)
+{
+    if (data == nullptr || length <= 0) {
+        return 0;
+    }
+    if (sink_ != nullptr) {
+        CATrace("HTML........ parser sending %u bytes to its sink.\n",
+                static_cast<unsigned>(length));
+        sink_->consume(data, length, finished, closeConnection);
+    }
+    if (!delves()) {
+        return length;
+    }
+    if (modernLinks_ != nullptr) {
+        // It may be within a comment: no block is left out.
+        modernLinks_->scan(data, data + length);
+    } else if (takesLinks()) {
+        links_.scan(data, data + length);
+    }
+    return length;
+}
+
+bool CAParseHTML::delves() const
+{
+    if (ac.delveInto == NEVER && ac.loadInlineImages == 0) {
+        return false;
+    }
+    if (CAMatchWhen(ac.delveInto, url_->source()) == 0) {
+        CATrace("HTMLconsume. Don't delve off of URL: \"%s\".\n", url_->stringitize());
+        return false;
+    }
+    return true;
+}
+
+bool CAParseHTML::takesLinks()
+{
+    if (queueIsFull()) {
+        CATrace("HTMLconsume. Bailing 'cause queue is full.\n");
+        return false;
+    }
+    if (urlLimitIsReached()) {
+        CATrace("HTMLconsume. Bailing 'cause we hit max #URLs.\n");
+        return false;
+    }
+    return true;
+}
+
+void CAParseHTML::processFoundBase(const char *href)
+{
+    foundBase_ = std::make_unique<const CAURL>(href, url_);
+    base_ = foundBase_.get();
+}
+
+namespace {
+
+// A scheme of which a proxy makes nothing: a script, a mail address, data.
+bool isOfAnotherScheme(std::string_view link)
+{
+    const std::size_t colon = link.find_first_of(":/?#");
+    if (colon == std::string_view::npos || link[colon] != ':') {
+        return false;
+    }
+    const std::string scheme(link.substr(0, colon));
+    return strcasecmp(scheme.c_str(), "http") != 0 && strcasecmp(scheme.c_str(), "https") != 0 &&
+           strcasecmp(scheme.c_str(), "ftp") != 0;
+}
+
+}  // namespace
+
+void CAParseHTML::processFoundUrl(const char *link, bool raisesDepth)
+{
+    if (modernLinks_ != nullptr && isOfAnotherScheme(link)) {
+        CATrace("Ignoring.... URL \"%s\" (not of the web).\n", link);
+        return;
+    }
+    const std::int32_t deeper = raisesDepth ? 1 : 0;
+    if (queueIsFull()) {
+        CATrace("Ignoring.... relative URL \"%s\" (queue full).\n", link);
+        reportDropped(link, deeper, CADrop::MaxQueueDepth);
+        return;
+    }
+    if (urlLimitIsReached()) {
+        CATrace("Ignoring.... relative URL \"%s\" (hit max #URLs).\n", link);
+        reportDropped(link, deeper, CADrop::MaxUrls);
+        return;
+    }
+    takeIfInteresting(resolveFound(link, deeper));
+}

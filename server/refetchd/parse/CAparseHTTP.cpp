@@ -1,0 +1,366 @@
+#include "parse/CAparseHTTP.h"
+
+#include <strings.h>
+
+#include <algorithm>
+#include <array>
+#include <cinttypes>
+#include <cstring>
+#include <string>
+#include <string_view>
+
+#include "HTString.h"
+#include "base/CAtrace.h"
+#include "parse/CAparseBinary.h"
+#include "parse/CAparseHTML.h"
+#include "refetchd.h"
+
+namespace {
+
+// A pass in which the input buffer took nothing is tried again this often.
+constexpr int kMaxIdlePasses = 3;
+
+constexpr std::int32_t kOk = 200;
+constexpr std::int32_t kFound = 302;
+constexpr std::array<std::int32_t, 4> kOtherRedirects = {301, 303, 307, 308};
+constexpr std::int32_t kBadResponse = 500;
+
+// The headers that are asked for; no other is kept.
+constexpr std::array<std::string_view, 5> kKeptHeaders = {
+    "Connection:", "Content-Length:", "Content-type:", "Location:", "Transfer-Encoding:"};
+
+// Kept besides when the options say so.
+constexpr std::array<std::string_view, 9> kMoreHeaders = {
+    "Age:", "Cache-Control:", "Cache-Status:",   "Date:",     "Retry-After:",
+    "Via:", "X-Cache:",       "X-Cache-Lookup:", "X-Varnish:"};
+
+template <std::size_t count>
+bool isAmong(const std::array<std::string_view, count> &names, std::string_view name)
+{
+    return std::any_of(names.begin(), names.end(), [name](std::string_view kept) {
+        return name.size() == kept.size() &&
+               strncasecmp(name.data(), kept.data(), kept.size()) == 0;
+    });
+}
+
+// Nor is any header beyond this many bytes: a peer may send them for ever. Each counts with what
+// its record takes.
+constexpr std::size_t kMaxHeaderBytes = 262144;
+constexpr std::size_t kHeaderRecord = 128;
+
+char *findByte(char *from, char *end, char wanted)
+{
+    return static_cast<char *>(std::memchr(from, wanted, static_cast<std::size_t>(end - from)));
+}
+
+bool isBlankOrTab(char c)
+{
+    return c == ' ' || c == '\t';
+}
+
+}  // namespace
+
+CAParseHTTP::CAParseHTTP(CAURL *url) : CAParseHTTP(url, HTThread_context()) {}
+
+CAParseHTTP::CAParseHTTP(CAURL *url, HTThreadContext *threadContext, const CAParseOptions &options)
+    : CAParser(url, threadContext), options_(options), headers_(HTAssocList_new(threadContext))
+{
+}
+
+CAParseHTTP::~CAParseHTTP()
+{
+    if (waitsForRoom()) {
+        const char *const header = HTAssocList_lookupExact(headers_, "Location:");
+        const std::string location(header, std::strcspn(header, "\r\n"));
+        reportDropped(location.c_str(), 0, waitsFor_);
+    }
+    HTAssocList_delete(headers_, threadContext_);
+}
+
+std::string_view CAParseHTTP::header(const char *name) const
+{
+    const char *const value = HTAssocList_lookupExact(headers_, name);
+    return value != nullptr ? value : "";
+}
+
+std::int32_t CAParseHTTP::consume(char *data, std::int32_t length, std::int32_t *finished,
+                                  std::int32_t *closeConnection)
+{
+    if (length <= 0) {
+        return 0;
+    }
+    data[length] = '\0';
+    std::int32_t taken = 0;
+    int idlePasses = 0;
+    while (length > 0 && idlePasses < kMaxIdlePasses) {
+        // After a partial take the block is offered from its start again, only shorter.
+        const std::int32_t added = buffer_->addData(data, length);
+        ++idlePasses;
+        if (buffer_->getReadP() != nullptr) {
+            step(finished, closeConnection);
+        }
+        if (added > 0) {
+            idlePasses = 0;
+            length -= added;
+            taken += added;
+        }
+    }
+    return taken;
+}
+
+// One pass: each state hands on to the next within it, so that a block which holds a whole response
+// is carried through all of them.
+void CAParseHTTP::step(std::int32_t *finished, std::int32_t *closeConnection)
+{
+    char **const readP = buffer_->getReadPP();
+    char *const *const writeP = buffer_->getWritePP();
+    if (state_ == State::StatusLine) {
+        consumeRC(readP, writeP);
+    }
+    if (state_ == State::Headers) {
+        consumeHeaders(readP, writeP);
+    }
+    if (state_ == State::Complete) {
+        readFraming(closeConnection);
+        makeDecision();
+    }
+    if (state_ == State::Body) {
+        consumeBody(readP, writeP, finished, closeConnection);
+    }
+    if (state_ == State::Discard) {
+        *readP = *writeP;
+        *finished = 1;
+        *closeConnection = 1;
+    }
+    buffer_->adjustContentSize();
+}
+
+void CAParseHTTP::consumeRC(char **readP, char *const *writeP)
+{
+    char *const lineEnd = findByte(*readP, *writeP, '\n');
+    if (lineEnd == nullptr) {
+        return;
+    }
+    // Only the line itself is looked at: what else has come by now depends on the network.
+    char *at = findByte(*readP, lineEnd, ' ');
+    const std::string_view line(*readP, static_cast<std::size_t>(lineEnd - *readP));
+    if (!line.starts_with("HTTP/") || at == nullptr) {
+        CATrace("Parser...... can't cope with HTTP/0.x responses.\n");
+        state_ = State::Discard;
+        rc_ = kBadResponse;
+        isHTTP_ = false;
+        return;
+    }
+    while (isBlankOrTab(*at)) {
+        ++at;
+    }
+    state_ = State::Headers;
+    if (*at == '\0') {
+        // A NUL ends the text before any code: the code reads as 0, and what was buffered is lost.
+        CATrace("Parser...... can't cope with totally wierded-out response line.\n");
+        rc_ = 0;
+        *readP = *writeP;
+        return;
+    }
+    rc_ = HTInteger({at, static_cast<std::size_t>(lineEnd - at)});
+    *readP = lineEnd + 1;
+}
+
+void CAParseHTTP::consumeHeaders(char **readP, char *const *writeP)
+{
+    while (state_ == State::Headers) {
+        char *const line = *readP;
+        char *end = findByte(line, *writeP, '\n');
+        if (end == nullptr) {
+            return;
+        }
+        *readP = end + 1;
+        *end = '\0';
+        if (end > line && end[-1] == '\r') {
+            *--end = '\0';
+        }
+        if (end - line < 2) {
+            state_ = State::Complete;
+        } else {
+            addHeader(line);
+        }
+    }
+}
+
+void CAParseHTTP::addHeader(char *line)
+{
+    char *const space = std::strchr(line, ' ');
+    addWithoutBlank(line);
+    if (space == nullptr) {
+        return;
+    }
+    *space = '\0';
+    const std::string_view name(line, static_cast<std::size_t>(space - line));
+    const char *const value = space + 1;
+    if (headerBytes_ > kMaxHeaderBytes) {
+        return;
+    }
+    headerBytes_ += kHeaderRecord + name.size() + std::strlen(value);
+    if (headerBytes_ > kMaxHeaderBytes) {
+        CATrace("Parser...... too many headers, ignoring the rest.\n");
+        return;
+    }
+    if (isAmong(kKeptHeaders, name) || (options_.keepMoreHeaders && isAmong(kMoreHeaders, name))) {
+        HTAssocList_add(headers_, line, value, threadContext_);
+    }
+    CATrace("Parser...... found header %s %s.\n", line, value);
+}
+
+// A header whose value follows its colon at once counts as none, but for those that only the
+// options ask for.
+void CAParseHTTP::addWithoutBlank(const char *line)
+{
+    if (!options_.closeDelimitedBodies && !options_.keepMoreHeaders) {
+        return;
+    }
+    const char *const colon = std::strchr(line, ':');
+    if (colon == nullptr || colon[1] == ' ' || headerBytes_ > kMaxHeaderBytes) {
+        return;
+    }
+    const std::string name(line, colon + 1);
+    if (isAmong(kMoreHeaders, name) || strcasecmp(name.c_str(), "Transfer-Encoding:") == 0) {
+        headerBytes_ += kHeaderRecord + std::strlen(line);
+        HTAssocList_add(headers_, name.c_str(), colon + 1, threadContext_);
+    }
+}
+
+void CAParseHTTP::readFraming(std::int32_t *closeConnection)
+{
+    const char *const connection = HTAssocList_lookupExact(headers_, "Connection:");
+    const char *const length = HTAssocList_lookupExact(headers_, "Content-Length:");
+    unframed_ = length == nullptr && !isChunked();
+    untilClose_ = unframed_ && options_.closeDelimitedBodies && rc_ == kOk;
+    if (untilClose_) {
+        CATrace("Parser...... No content-length, the body ends with the connection.\n");
+    } else if (length == nullptr) {
+        CATrace("Parser...... No content-length, will try chunked data.\n");
+        chunked_ = true;
+    } else {
+        contentLength_ = HTDecimal(length);
+        CATrace("Parser...... Content-length:  %" PRId64 ", Connection:  %s\n", contentLength_,
+                connection != nullptr ? connection : "(null)");
+    }
+    if (untilClose_) {
+        *closeConnection = 1;
+    } else if (connection != nullptr) {
+        *closeConnection = strcasecmp(connection, "keep-alive") == 0 ? 0 : 1;
+    }
+}
+
+bool CAParseHTTP::isChunked() const
+{
+    const char *const coding = HTAssocList_lookupExact(headers_, "Transfer-Encoding:");
+    return coding != nullptr && strcasestr(coding, "chunked") != nullptr;
+}
+
+bool CAParseHTTP::leadsOn() const
+{
+    return rc_ == kFound ||
+           (options_.followAllRedirects && std::find(kOtherRedirects.begin(), kOtherRedirects.end(),
+                                                     rc_) != kOtherRedirects.end());
+}
+
+void CAParseHTTP::makeDecision()
+{
+    if (leadsOn() && !followRedirect()) {
+        return;
+    }
+    if (rc_ != kOk) {
+        CATrace("Parser...... abandoning response with RC=%d.\n", rc_);
+        state_ = State::Discard;
+        return;
+    }
+    chooseSink();
+}
+
+// Enqueues the target of a redirection when it is interesting. False when a limit of the queue
+// stands against it: the decision is then made again with the next block.
+bool CAParseHTTP::followRedirect()
+{
+    CATrace("Parser...... return code was %d (will look for Location:)\n", rc_);
+    const char *const header = HTAssocList_lookupExact(headers_, "Location:");
+    if (header == nullptr) {
+        return true;
+    }
+    const HTPoolScope scope(&threadContext_->pool);
+    const char *const location = threadContext_->pool.copy(header, std::strcspn(header, "\r\n"));
+    if (location == nullptr) {
+        return true;
+    }
+    CATrace("Found....... location \"%s\".\n", location);
+    if (queueIsFull()) {
+        CATrace("Ignoring.... location URL \"%s\" (queue full).\n", location);
+        waitsFor_ = CADrop::MaxQueueDepth;
+        return false;
+    }
+    if (urlLimitIsReached()) {
+        CATrace("Ignoring.... location URL \"%s\" (hit max #URLs).\n", location);
+        waitsFor_ = CADrop::MaxUrls;
+        return false;
+    }
+    waitsFor_ = CADrop::None;
+    takeIfInteresting(resolveFound(location, 0));
+    return true;
+}
+
+void CAParseHTTP::chooseSink()
+{
+    const char *const header = HTAssocList_lookupExact(headers_, "Content-type:");
+    if (header == nullptr) {
+        CATrace("Parser...... couldn't find the content-type.\n");
+        state_ = State::Discard;
+        return;
+    }
+    state_ = State::Body;
+    const std::string_view type(header, std::strcspn(header, ";"));
+    if (type == "text/html") {
+        CATrace("Parser...... will parse HTML body.\n");
+        addSink(new CAParseHTML(url_, threadContext_, options_));
+        return;
+    }
+    CATrace("Parser...... doesn't understand Content-type: %.*s\n", static_cast<int>(type.size()),
+            type.data());
+    if (ac.saveFiles != 0 && ac.saveRoot != nullptr) {
+        CATrace("So.......... we added a binary parser.\n");
+        addSink(new CAParseBinary(url_));
+    }
+}
+
+void CAParseHTTP::consumeBody(char **readP, char *const *writeP, std::int32_t *finished,
+                              std::int32_t *closeConnection)
+{
+    const auto avail = static_cast<std::int32_t>(*writeP - *readP);
+    if (contentLength_ > 0) {
+        consumeLength(readP, avail, finished, closeConnection);
+    } else if (untilClose_) {
+        CATrace("HTTP........ parser sending %d bytes to its sink.\n", avail);
+        *readP += CAParser::consume(*readP, avail, finished, closeConnection);
+    } else if (chunked_) {
+        CATrace("HTTP........ unchunking %d bytes data into the buffer.\n", avail);
+        chunks_.decode(*readP, avail,
+                       {.sink = sink_, .finished = finished, .closeConnection = closeConnection});
+        *readP += avail;
+    } else {
+        state_ = State::Discard;
+    }
+}
+
+void CAParseHTTP::consumeLength(char **readP, std::int32_t avail, std::int32_t *finished,
+                                std::int32_t *closeConnection)
+{
+    CATrace("HTTP........ parser sending %u bytes to its sink, (%" PRId64 "/%" PRId64 ") .\n",
+            static_cast<unsigned>(avail), bodyDelivered_, contentLength_);
+    const std::int32_t eaten = CAParser::consume(*readP, avail, finished, closeConnection);
+    bodyDelivered_ += eaten;
+    *readP += eaten;
+    CATrace("HTTP........ the sink eat %d bytes, %" PRId64 " bytes more wanted.\n", eaten,
+            contentLength_ - bodyDelivered_);
+    if (bodyDelivered_ == contentLength_) {
+        *finished = 1;
+    }
+}

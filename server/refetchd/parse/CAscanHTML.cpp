@@ -1,0 +1,234 @@
+#include "parse/CAscanHTML.h"
+
+#include <bit>
+#include <cstdint>
+#include <cstring>
+#include <string_view>
+
+#include "HTString.h"
+#include "base/CAtrace.h"
+
+namespace {
+
+// A tag that carries a link. Its name is followed by a blank: a name before a tab or a
+// line feed is not found.
+struct Target {
+    std::string_view tag;
+    std::string_view attribute;
+    bool raisesDepth;  // the link is one level deeper than the page
+    bool isImage;
+};
+
+constexpr std::array<Target, 12> Targets = {{
+    {"a ", "href", true, false},
+    {"img ", "src", false, true},
+    {"link ", "href", true, false},
+    {"frame ", "src", false, false},
+    {"iframe ", "src", true, false},
+    {"object ", "data", false, false},
+    {"layer ", "src", false, false},
+    {"ilayer ", "src", false, false},
+    {"script ", "src", false, false},
+    {"area ", "href", false, false},
+    {"body ", "background", false, false},
+    {"meta ", "url", false, false},
+}};
+
+// For each byte the targets whose names begin with it, in either case, a bit each: most tags of a
+// page are none.
+using TargetSet = std::uint16_t;
+
+consteval std::array<TargetSet, 256> targetsByLetter()
+{
+    std::array<TargetSet, 256> sets{};
+    for (std::size_t c = 0; c < sets.size(); ++c) {
+        for (std::size_t i = 0; i < Targets.size(); ++i) {
+            const bool begins = Targets[i].tag.front() == HTLower(static_cast<char>(c));
+            sets[c] = static_cast<TargetSet>(sets[c] | (begins ? 1U << i : 0U));
+        }
+    }
+    return sets;
+}
+
+constexpr std::array<TargetSet, 256> kTargetsByLetter = targetsByLetter();
+
+// Does the text begin with `word`, which is in small letters, in either case?
+bool begins(const char *text, std::string_view word)
+{
+    for (const char c : word) {
+        if (HTLower(*text++) != c) {
+            return false;
+        }
+    }
+    return true;
+}
+
+const Target *targetOf(const char *text)
+{
+    TargetSet set = kTargetsByLetter[static_cast<unsigned char>(*text)];
+    for (; set != 0; set = static_cast<TargetSet>(set & (set - 1))) {
+        const Target &target = Targets[static_cast<std::size_t>(std::countr_zero(set))];
+        if (begins(text, target.tag)) {
+            return &target;
+        }
+    }
+    return nullptr;
+}
+
+bool isSpace(char c)
+{
+    return c == ' ' || (c >= '\t' && c <= '\r');
+}
+
+char *skipSpace(char *text)
+{
+    while (isSpace(*text)) {
+        ++text;
+    }
+    return text;
+}
+
+// The value of an attribute whose "=" was stepped over, cut off in place; null when it has no end.
+// An unquoted value at the very end of a tag that was scanned in its block has none: its ">" is a
+// NUL already.
+char *cutValue(char *text)
+{
+    text = skipSpace(text);
+    const char quote = *text;
+    char *end = nullptr;
+    if (quote == '"' || quote == '\'') {
+        text = skipSpace(text + 1);
+        end = std::strchr(text, quote);
+    } else {
+        end = std::strpbrk(text, " \t\r\n>");
+    }
+    if (end == nullptr) {
+        return nullptr;
+    }
+    while (end > text && isSpace(end[-1])) {
+        --end;
+    }
+    *end = '\0';
+    return text;
+}
+
+// The value of the first `attribute` in the text of a tag, wherever it stands; null without one.
+char *valueOf(std::string_view attribute, char *text)
+{
+    for (; *text != '\0'; ++text) {
+        if (begins(text, attribute)) {
+            char *const equals = skipSpace(text + attribute.size());
+            return *equals == '=' ? cutValue(equals + 1) : nullptr;
+        }
+    }
+    return nullptr;
+}
+
+char *find(char *from, const char *end, char wanted)
+{
+    return static_cast<char *>(std::memchr(from, wanted, static_cast<std::size_t>(end - from)));
+}
+
+unsigned count(std::size_t length)
+{
+    return static_cast<unsigned>(length);
+}
+
+}  // namespace
+
+void CAScanHTML::scan(char *data, char *end)
+{
+    char *at = reassemblyLength_ != 0 ? finishPending(data, end) : data;
+    while (char *const tag = find(at, end, '<')) {
+        char *const close = find(tag, end, '>');
+        if (close == nullptr) {
+            bufferIncomplete(tag, static_cast<std::size_t>(end - tag),
+                             static_cast<std::size_t>(tag - data));
+            return;
+        }
+        *close = '\0';
+        parseTag(tag);
+        at = close + 1;
+    }
+}
+
+// Ends the pending tag with what the block brings for it. Returns where the scan begins.
+char *CAScanHTML::finishPending(char *data, char *end)
+{
+    char *const open = find(data, end, '<');
+    const char *const close = find(data, end, '>');
+    if (close == nullptr) {
+        queueUp(data, static_cast<std::size_t>(end - data));
+        return data;
+    }
+    if (open != nullptr && open < close) {
+        reassemblyLength_ = 0;  // another tag begins before this one has ended
+        return open;
+    }
+    parsePending(data, static_cast<std::size_t>(close + 1 - data));
+    return data;  // what belonged to the tag holds no "<"
+}
+
+void CAScanHTML::queueUp(const char *data, std::size_t length)
+{
+    if (reassemblyLength_ + length < kReassemblySize - 1) {
+        std::memcpy(&reassembly_[reassemblyLength_], data, length);
+        reassemblyLength_ += length;
+        reassembly_[reassemblyLength_] = '\0';
+        CATrace("HTML........ parser queueing up another %u bytes.\n", count(length));
+        return;
+    }
+    reassemblyLength_ = 0;  // before the message, which therefore counts 0 bytes buffered
+    CATrace(
+        "HTML........ parser giving up on reassembly (%u buffered + %u incoming with no end in "
+        "sight).\n",
+        count(reassemblyLength_), count(length));
+}
+
+void CAScanHTML::parsePending(const char *piece, std::size_t length)
+{
+    const std::size_t total = reassemblyLength_ + length;
+    if (total < kReassemblySize) {
+        std::memcpy(&reassembly_[reassemblyLength_], piece, length);
+        reassembly_[total] = '\0';
+        CATrace("HTML........ parser parsing reconstructed tag \"%s\".\n", reassembly_.data());
+        parseTag(reassembly_.data());
+    } else {
+        CATrace("HTML........ parser ran out of reassembly space (%u extra bytes needed).\n",
+                count(total - (kReassemblySize - 1)));
+    }
+    reassemblyLength_ = 0;
+}
+
+void CAScanHTML::bufferIncomplete(const char *tag, std::size_t length, std::size_t offset)
+{
+    if (length >= kReassemblySize - 1) {
+        CATrace("HTML........ can't buffer %u characters (SP is %u chars in).\n", count(length),
+                count(offset));
+        return;
+    }
+    CATrace("HTML........ parser buffering %u characters of an incomplete tag.\n", count(length));
+    std::memcpy(reassembly_.data(), tag, length);
+    reassembly_[length] = '\0';
+    reassemblyLength_ = length;
+}
+
+// `tag` points at the "<" of a text that ends in a NUL, and is cut up.
+void CAScanHTML::parseTag(char *tag)
+{
+    char *const text = skipSpace(tag + 1);
+    const Target *const target = targetOf(text);
+    if (target == nullptr) {
+        return;
+    }
+    if (target->isImage && ac.loadInlineImages == 0) {
+        CATrace("HTMLconsume. Forgetting about image since LoadInlineImages is set to NO.\n");
+        return;
+    }
+    const char *const link = valueOf(target->attribute, skipSpace(text + target->tag.size()));
+    if (link == nullptr) {
+        return;
+    }
+    CATrace("Found....... URL \"%s\".\n", link);
+    sink_->processFoundUrl(link, target->raisesDepth);
+}

@@ -1,0 +1,446 @@
+#include "parse/CAscanModern.h"
+
+#include <algorithm>
+#include <cstring>
+#include <string_view>
+
+#include "HTString.h"
+#include "base/CAtrace.h"
+#include "parse/CAlinkText.h"
+#include "parse/CAmodernTags.h"
+
+namespace {
+
+using Use = CAModernUse;
+
+class CharacterSet {
+public:
+    explicit consteval CharacterSet(std::string_view members)
+    {
+        for (const char c : members) {
+            has_[static_cast<unsigned char>(c)] = true;
+        }
+    }
+    constexpr bool has(char c) const { return has_[static_cast<unsigned char>(c)]; }
+
+private:
+    std::array<bool, 256> has_{};
+};
+
+constexpr CharacterSet kSpace(" \t\n\f\r");
+constexpr CharacterSet kEndsTagName(" \t\n\f\r/>");
+constexpr CharacterSet kEndsName(" \t\n\f\r/>=");
+constexpr CharacterSet kEndsValue(" \t\n\f\r>");
+constexpr CharacterSet kBeforeUrl(" \t\n\f\r,");
+constexpr CharacterSet kTime("0123456789.");
+constexpr CharacterSet kEndsTime(" \t\n\f\r;,");
+
+// Both for a block, which is only read, and for a value.
+template <typename Char>
+Char *find(Char *at, const char *end, const CharacterSet &set)
+{
+    while (at != end && !set.has(*at)) {
+        ++at;
+    }
+    return at;
+}
+
+template <typename Char>
+Char *skip(Char *at, const char *end, const CharacterSet &set)
+{
+    while (at != end && set.has(*at)) {
+        ++at;
+    }
+    return at;
+}
+
+const char *find(const char *at, const char *end, char wanted)
+{
+    const void *const found = std::memchr(at, wanted, static_cast<std::size_t>(end - at));
+    return found == nullptr ? end : static_cast<const char *>(found);
+}
+
+bool isLetter(char c)
+{
+    return HTLower(c) >= 'a' && HTLower(c) <= 'z';
+}
+
+}  // namespace
+
+void CAScanModern::scan(const char *data, const char *end)
+{
+    Input input{.at = data, .end = end};
+    while (input.at != input.end) {
+        state_ = step(&input);
+    }
+}
+
+// A step takes at least a byte, or leads to a state that does. It goes through several states where
+// most tags do within a block, which are many: "<p>", "</p>", "<p class="...">".
+CAScanModern::State CAScanModern::step(Input *input)
+{
+    switch (state_) {
+    case State::Text:
+        state_ = skipPast('<', State::TagOpen, input);
+        if (input->at == input->end) {
+            return state_;
+        }
+        [[fallthrough]];
+    case State::TagOpen: return onTagOpen(State::TagName, input);
+    case State::EndTagOpen: return onTagOpen(State::EndTagName, input);
+    case State::Comment: return skipPast('-', State::CommentDash, input);
+    case State::RawText: return skipPast('<', State::RawOpen, input);
+    case State::Skipped: return skipPast('>', State::Text, input);
+    case State::Declaration:
+    case State::DeclarationDash:
+    case State::CommentStart:
+    case State::CommentStartDash:
+    case State::CommentDash:
+    case State::CommentEnd:
+    case State::CommentBang:
+    case State::RawOpen: return onMark(input);
+    case State::TagName:
+    case State::EndTagName:
+    case State::Name: return onName(input);
+    case State::RawEndName: return onRawEndName(input);
+    case State::BeforeName:
+    case State::AfterName:
+    case State::BeforeValue:
+        input->at = skip(input->at, input->end, kSpace);
+        return input->at == input->end ? state_ : onTagMark(input);
+    case State::Slash: return *input->at == '>' ? onTagEnd(true, input) : State::BeforeName;
+    case State::DoubleQuoted: return onQuoted('"', input);
+    case State::SingleQuoted: return onQuoted('\'', input);
+    case State::Unquoted: break;
+    }
+    return onValue(find(input->at, input->end, kEndsValue), input);
+}
+
+// The state stays as it is while the byte has not come.
+CAScanModern::State CAScanModern::skipPast(char wanted, State next, Input *input) const
+{
+    const char *const found = find(input->at, input->end, wanted);
+    input->at = found == input->end ? found : found + 1;
+    return found == input->end ? state_ : next;
+}
+
+// The next byte around comments and the like. It is taken when a row names it; what else comes is
+// left to the state of the row without one.
+CAScanModern::State CAScanModern::onMark(Input *input)
+{
+    constexpr char kElse = '\0';
+    struct Row {
+        State from;
+        char byte;
+        State to;
+    };
+    static constexpr Row kRows[] = {
+        {State::TagOpen, '/', State::EndTagOpen},
+        {State::TagOpen, '!', State::Declaration},
+        {State::TagOpen, '?', State::Skipped},
+        {State::TagOpen, kElse, State::Text},
+        {State::EndTagOpen, kElse, State::Skipped},
+        {State::Declaration, '-', State::DeclarationDash},
+        {State::Declaration, kElse, State::Skipped},
+        {State::DeclarationDash, '-', State::CommentStart},
+        {State::DeclarationDash, kElse, State::Skipped},
+        {State::CommentStart, '-', State::CommentStartDash},
+        {State::CommentStart, '>', State::Text},
+        {State::CommentStart, kElse, State::Comment},
+        {State::CommentStartDash, '-', State::CommentEnd},
+        {State::CommentStartDash, '>', State::Text},
+        {State::CommentStartDash, kElse, State::Comment},
+        {State::CommentDash, '-', State::CommentEnd},
+        {State::CommentDash, kElse, State::Comment},
+        {State::CommentEnd, '>', State::Text},
+        {State::CommentEnd, '-', State::CommentEnd},
+        {State::CommentEnd, '!', State::CommentBang},
+        {State::CommentEnd, kElse, State::Comment},
+        {State::CommentBang, '>', State::Text},
+        {State::CommentBang, '-', State::CommentDash},
+        {State::CommentBang, kElse, State::Comment},
+        {State::RawOpen, '/', State::RawEndName},
+        {State::RawOpen, kElse, State::RawText},
+    };
+    const Row *row = kRows;
+    while (row->from != state_ || (row->byte != *input->at && row->byte != kElse)) {
+        ++row;
+    }
+    nameLength_ = 0;
+    input->at += row->byte == kElse ? 0 : 1;
+    return row->to;
+}
+
+// `name` is the state that follows a letter.
+CAScanModern::State CAScanModern::onTagOpen(State name, Input *input)
+{
+    if (name == State::TagName && *input->at == '/' && input->end - input->at > 1) {
+        ++input->at;
+        state_ = State::EndTagOpen;
+        name = State::EndTagName;
+    }
+    if (!isLetter(*input->at)) {
+        return onMark(input);
+    }
+    state_ = name;
+    nameLength_ = 0;
+    return onName(input);
+}
+
+// The rest of a name. What is too long for a name of the table is cut off, and then equals none.
+CAScanModern::State CAScanModern::onName(Input *input)
+{
+    const CharacterSet &ends = state_ == State::Name ? kEndsName : kEndsTagName;
+    const char *at = input->at;
+    std::size_t length = nameLength_;
+    for (; at != input->end && !ends.has(*at); ++at) {
+        if (length < name_.size()) {
+            name_[length++] = *at;
+        }
+    }
+    nameLength_ = length;
+    input->at = at;
+    if (at == input->end) {
+        return state_;
+    }
+    if (state_ == State::Name) {
+        return onNameEnd(input);
+    }
+    tag_ = state_ == State::TagName ? CAFindModernTag({name_.data(), nameLength_}) : nullptr;
+    seen_ = 0;
+    valueCount_ = 0;
+    used_ = 0;
+    return *at == '>' ? onTagEnd(false, input) : State::BeforeName;
+}
+
+CAScanModern::State CAScanModern::onNameEnd(Input *input)
+{
+    attribute_ = newAttribute();
+    valueLength_ = 0;
+    if (input->end - input->at > 2 && input->at[0] == '=' && input->at[1] == '"') {
+        input->at += 2;
+        state_ = State::DoubleQuoted;
+        return onQuoted('"', input);
+    }
+    return State::AfterName;
+}
+
+// Waits for the end tag of what was passed over; then its name is as good as any.
+CAScanModern::State CAScanModern::onRawEndName(Input *input)
+{
+    const std::string_view name = tag_->name;
+    if (nameLength_ == name.size() && kEndsTagName.has(*input->at)) {
+        return State::EndTagName;
+    }
+    if (nameLength_ == name.size() || HTLower(*input->at) != name[nameLength_]) {
+        return State::RawText;
+    }
+    ++nameLength_;
+    ++input->at;
+    return State::RawEndName;
+}
+
+// The byte that is no white space around an attribute's name. Before it all but "/" and ">" begin
+// one, even "=".
+CAScanModern::State CAScanModern::onTagMark(Input *input)
+{
+    const char c = *input->at;
+    if (state_ == State::AfterName) {
+        input->at += c == '=' ? 1 : 0;
+        return c == '=' ? State::BeforeValue : State::BeforeName;
+    }
+    if (state_ == State::BeforeValue) {
+        input->at += c == '"' || c == '\'' ? 1 : 0;
+        return c == '"' ? State::DoubleQuoted : c == '\'' ? State::SingleQuoted : State::Unquoted;
+    }
+    if (c == '>') {
+        return onTagEnd(false, input);
+    }
+    if (c == '/') {
+        ++input->at;
+        return State::Slash;
+    }
+    name_[0] = c;
+    nameLength_ = 1;
+    ++input->at;
+    state_ = State::Name;
+    return input->at == input->end ? state_ : onName(input);
+}
+
+// A closed tag counts as an element without text. Browsers hold to that only within a drawing; but
+// to pass over the rest of the page costs more than to look for links in a script.
+CAScanModern::State CAScanModern::onTagEnd(bool isClosed, Input *input)
+{
+    ++input->at;
+    if (tag_ == nullptr) {
+        return State::Text;
+    }
+    tellValues();
+    return tag_->hasRawText && !isClosed ? State::RawText : State::Text;
+}
+
+CAScanModern::State CAScanModern::onQuoted(char quote, Input *input)
+{
+    const char *const stop = find(input->at, input->end, quote);
+    const State next = onValue(stop, input);
+    if (stop == input->end) {
+        return next;
+    }
+    ++input->at;
+    const bool isLast = input->at != input->end && *input->at == '>';
+    return isLast ? onTagEnd(false, input) : next;
+}
+
+// The value goes on up to `stop`, and has its end there unless the block has.
+CAScanModern::State CAScanModern::onValue(const char *stop, Input *input)
+{
+    addToValue(input->at, stop);
+    input->at = stop;
+    if (stop == input->end) {
+        return state_;
+    }
+    if (attribute_ != nullptr) {
+        found_[valueCount_++] = {attribute_, used_, used_ + valueLength_};
+        used_ += valueLength_ + 1;
+        attribute_ = nullptr;
+    }
+    return State::BeforeName;
+}
+
+// The attribute whose name was read; null when it is of no interest or not the first of its name.
+const CAModernAttribute *CAScanModern::newAttribute()
+{
+    if (tag_ == nullptr) {
+        return nullptr;
+    }
+    for (std::size_t i = 0; i < tag_->attributes.size(); ++i) {
+        const CAModernAttribute &attribute = tag_->attributes[i];
+        if (CAIsWord({name_.data(), nameLength_}, attribute.name)) {
+            const bool isFirst = (seen_ & 1U << i) == 0;
+            seen_ |= 1U << i;
+            return isFirst ? &attribute : nullptr;
+        }
+    }
+    return nullptr;
+}
+
+void CAScanModern::addToValue(const char *from, const char *to)
+{
+    if (attribute_ == nullptr) {
+        return;
+    }
+    const std::size_t limit = attribute_->use == Use::ImageSet ? kLongestSet : kLongestLink;
+    const auto length = static_cast<std::size_t>(to - from);
+    if (length > limit - valueLength_) {
+        CATrace("HTML........ parser dropping a value of more than %u bytes.\n",
+                static_cast<unsigned>(limit));
+        attribute_ = nullptr;
+        return;
+    }
+    std::memcpy(values_.data() + used_ + valueLength_, from, length);
+    valueLength_ += length;
+}
+
+namespace {
+
+// The comma behind the descriptors of a candidate, such as "2x"; one in parentheses is part of
+// them.
+char *skipDescriptors(char *at, const char *end)
+{
+    for (bool isInside = false; at != end && (*at != ',' || isInside); ++at) {
+        isInside = *at == '(' || (isInside && *at != ')');
+    }
+    return at;
+}
+
+}  // namespace
+
+void CAScanModern::tellValues()
+{
+    bool isWanted = tag_->word.empty();
+    for (std::size_t i = 0; i < valueCount_; ++i) {
+        const auto &[attribute, begin, end] = found_[i];
+        isWanted = isWanted || (attribute->use == Use::Word &&
+                                CAIsWord({values_.data() + begin, end - begin}, tag_->word));
+    }
+    for (std::size_t i = 0; isWanted && i < valueCount_; ++i) {
+        tellValue(found_[i]);
+    }
+}
+
+void CAScanModern::tellValue(const Value &value)
+{
+    char *const at = values_.data() + value.begin;
+    char *const end = CADecodeReferences(at, values_.data() + value.end);
+    const Use use = value.attribute->use;
+    if (!inlineImages_ && (use == Use::Image || use == Use::ImageSet)) {
+        CATrace("HTMLconsume. Forgetting about image since LoadInlineImages is set to NO.\n");
+        return;
+    }
+    switch (use) {
+    case Use::Link:
+    case Use::Image: return tell(at, end, false);
+    case Use::DeeperLink: return tell(at, end, true);
+    case Use::ImageSet: return tellSet(at, end);
+    case Use::Base: return tellBase(at, end);
+    case Use::Refresh: return tellRefresh(at, end);
+    case Use::Word: break;
+    }
+}
+
+void CAScanModern::tell(char *at, char *end, bool raisesDepth)
+{
+    const std::string_view link = CACutLink(at, end, kLongestLink);
+    if (!link.empty()) {
+        CATrace("Found....... URL \"%s\".\n", link.data());
+        sink_->processFoundUrl(link.data(), raisesDepth);
+    }
+}
+
+void CAScanModern::tellBase(char *at, char *end)
+{
+    const std::string_view href = CACutLink(at, end, kLongestLink);
+    if (!href.empty() && !baseIsKnown_) {
+        baseIsKnown_ = true;
+        CATrace("Found....... base \"%s\".\n", href.data());
+        sink_->processFoundBase(href.data());
+    }
+}
+
+// set := { white space | "," } URL [ white space descriptors "," ] ...
+// A URL may hold commas; those at its end do not belong to it, and then no descriptors follow.
+void CAScanModern::tellSet(char *at, char *end)
+{
+    while ((at = skip(at, end, kBeforeUrl)) != end) {
+        char *const stop = find(at, end, kSpace);
+        char *last = stop;
+        while (last[-1] == ',') {
+            --last;
+        }
+        char *const next = last == stop ? skipDescriptors(stop, end) : stop;
+        tell(at, last, false);
+        at = next;
+    }
+}
+
+// refresh := time ( white space | ";" | "," ) [ "url" "=" ] ( URL | quote URL [ quote ] )
+void CAScanModern::tellRefresh(char *at, char *end)
+{
+    char *const time = skip(at, end, kSpace);
+    at = skip(time, end, kTime);
+    if (at == time || at == end || !kEndsTime.has(*at)) {
+        return;
+    }
+    at = skip(at, end, kSpace);
+    at += at != end && (*at == ';' || *at == ',') ? 1 : 0;
+    at = skip(at, end, kSpace);
+    if (end - at >= 3 && CAIsWord({at, 3}, "url")) {
+        char *const equals = skip(at + 3, end, kSpace);
+        at = equals != end && *equals == '=' ? skip(equals + 1, end, kSpace) : at;
+    }
+    if (at != end && (*at == '"' || *at == '\'')) {
+        end = std::find(at + 1, end, *at);
+        ++at;
+    }
+    tell(at, end, false);
+}

@@ -1,0 +1,130 @@
+#include "report/CAjson.h"
+
+#include <array>
+#include <chrono>
+
+namespace {
+
+constexpr std::ptrdiff_t kEscape = 6;  // longest character
+
+// What UTF-8 allows: first bytes, the second byte behind them, and the length of such a character.
+// What has a shorter form, or is half a character of UTF-16, is none.
+struct Utf8Row {
+    unsigned char first;
+    unsigned char lastFirst;
+    unsigned char second;
+    unsigned char lastSecond;
+    std::size_t length;
+};
+constexpr std::array<Utf8Row, 9> kUtf8 = {{
+    {0x00, 0x7f, 0, 0, 1},
+    {0xc2, 0xdf, 0x80, 0xbf, 2},
+    {0xe0, 0xe0, 0xa0, 0xbf, 3},
+    {0xe1, 0xec, 0x80, 0xbf, 3},
+    {0xed, 0xed, 0x80, 0x9f, 3},
+    {0xee, 0xef, 0x80, 0xbf, 3},
+    {0xf0, 0xf0, 0x90, 0xbf, 4},
+    {0xf1, 0xf3, 0x80, 0xbf, 4},
+    {0xf4, 0xf4, 0x80, 0x8f, 4},
+}};
+
+// The length of the character at the start of `text`, which is not empty; 0 when there is none.
+std::size_t utf8Length(std::string_view text)
+{
+    const auto isIn = [text](std::size_t at, unsigned char from, unsigned char to) {
+        const auto byte = static_cast<unsigned char>(text[at]);
+        return byte >= from && byte <= to;
+    };
+    for (const Utf8Row &row : kUtf8) {
+        if (isIn(0, row.first, row.lastFirst)) {
+            bool good = row.length <= text.size();
+            for (std::size_t i = 1; good && i < row.length; ++i) {
+                good = i == 1 ? isIn(i, row.second, row.lastSecond) : isIn(i, 0x80, 0xbf);
+            }
+            return good ? row.length : 0;
+        }
+    }
+    return 0;
+}
+
+// The bytes that stand for themselves in a quoted text.
+constexpr auto kPlain = [] {
+    std::array<bool, 256> plain{};
+    for (unsigned char c = ' '; c <= '~'; ++c) {
+        plain[c] = c != '"' && c != '\\';
+    }
+    return plain;
+}();
+
+// How many of them begin `text`: of a URL mostly all.
+std::size_t plainLength(std::string_view text)
+{
+    std::size_t length = 0;
+    while (length < text.size() && kPlain[static_cast<unsigned char>(text[length])]) {
+        ++length;
+    }
+    return length;
+}
+
+}  // namespace
+
+void CAJsonWriter::quote(std::string_view text)
+{
+    *this << "\"";
+    while (!text.empty() && end_ - at_ >= kEscape) {
+        const auto room = static_cast<std::size_t>(end_ - at_);
+        const std::string_view plain = text.substr(0, std::min(plainLength(text), room));
+        *this << plain;
+        text.remove_prefix(plain.empty() ? putCharacter(text) : plain.size());
+    }
+    *this << "\"";
+}
+
+// Returns how many bytes of `text` it was. A byte that is no character stands for itself, as in
+// ISO 8859-1.
+std::size_t CAJsonWriter::putCharacter(std::string_view text)
+{
+    const char c = text.front();
+    const std::size_t length = utf8Length(text);
+    if (c == '"' || c == '\\') {
+        *this << (c == '"' ? "\\\"" : "\\\\");
+    } else if (length == 0 || static_cast<unsigned char>(c) < ' ' || c == '\x7f') {
+        constexpr std::string_view kHex = "0123456789abcdef";
+        *this << "\\u00";
+        *at_++ = kHex[static_cast<unsigned char>(c) >> 4U];
+        *at_++ = kHex[static_cast<unsigned char>(c) & 15U];
+        return 1;
+    } else {
+        *this << text.substr(0, length);
+    }
+    return length;
+}
+
+template <int Count, typename Number>
+void CAJsonWriter::digits(Number number, char behind)
+{
+    for (int i = Count - 1; i >= 0; --i) {
+        at_[i] = static_cast<char>('0' + number % 10);
+        number /= 10;
+    }
+    at_ += Count;
+    *at_++ = behind;
+}
+
+void CAJsonWriter::time(std::int64_t milliseconds)
+{
+    using namespace std::chrono;
+    const sys_time<std::chrono::milliseconds> moment{std::chrono::milliseconds(milliseconds)};
+    const auto day = floor<days>(moment);
+    const year_month_day date(day);
+    const hh_mm_ss clock(moment - day);
+    *this << "\"";
+    digits<4>(static_cast<unsigned>(static_cast<int>(date.year())), '-');
+    digits<2>(static_cast<unsigned>(date.month()), '-');
+    digits<2>(static_cast<unsigned>(date.day()), 'T');
+    digits<2>(clock.hours().count(), ':');
+    digits<2>(clock.minutes().count(), ':');
+    digits<2>(clock.seconds().count(), '.');
+    digits<3>(clock.subseconds().count(), 'Z');
+    *this << "\"";
+}

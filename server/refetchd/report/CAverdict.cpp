@@ -1,0 +1,300 @@
+#include "report/CAverdict.h"
+
+#include <strings.h>
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <chrono>
+
+#include "HTString.h"
+
+namespace {
+
+// What the cache itself says of an answer.
+enum class Word : std::uint8_t {
+    None,
+    Hit,
+    Fetched,
+    Missed,  // fetched, and there was no copy before
+    Unkept,  // fetched, and not stored
+};
+
+// A copy so many seconds old may have been made since we asked: clocks tell whole seconds.
+constexpr std::int32_t kJustNow = 1;
+// The clock of an origin may be behind by so much.
+constexpr std::int32_t kClockError = 60;
+
+bool startsWith(std::string_view text, std::string_view prefix)
+{
+    return text.size() >= prefix.size() &&
+           strncasecmp(text.data(), prefix.data(), prefix.size()) == 0;
+}
+
+bool contains(std::string_view text, std::string_view part)
+{
+    return text.find(part) != std::string_view::npos;
+}
+
+std::string_view withoutBlanks(std::string_view text)
+{
+    while (!text.empty() && HTIsBlank(text.front())) {
+        text.remove_prefix(1);
+    }
+    while (!text.empty() && HTIsBlank(text.back())) {
+        text.remove_suffix(1);
+    }
+    return text;
+}
+
+// Cuts off what stands before the first `mark` outside quotes, and the mark; or all. Returns it
+// without blanks around it.
+std::string_view takeUntil(std::string_view *text, char mark)
+{
+    bool quoted = false;
+    std::size_t at = 0;
+    for (; at < text->size() && (quoted || (*text)[at] != mark); ++at) {
+        if ((*text)[at] == '"') {
+            quoted = !quoted;
+        } else if (quoted && (*text)[at] == '\\') {
+            ++at;
+        }
+    }
+    const std::string_view taken = text->substr(0, at);
+    text->remove_prefix(std::min(text->size(), at + 1));
+    return withoutBlanks(taken);
+}
+
+// The last member of a list, which is of the cache next to us; empty for an empty list.
+std::string_view lastMember(std::string_view list)
+{
+    std::string_view last;
+    while (!list.empty()) {
+        last = takeUntil(&list, ',');
+    }
+    return last;
+}
+
+//     cache := name { ';' ( "hit" | "fwd=" reason | "stored" | key '=' value ) }
+//
+// A flag may have its value: "hit=?0" is none.
+Word fromCacheStatus(std::string_view list)
+{
+    std::string_view member = lastMember(list);
+    Word word = Word::None;
+    takeUntil(&member, ';');
+    while (!member.empty()) {
+        std::string_view value = takeUntil(&member, ';');
+        const std::string_view key = takeUntil(&value, '=');
+        if (key == "hit" && value != "?0") {
+            return Word::Hit;
+        }
+        if (key == "stored" && value == "?0") {
+            return Word::Unkept;
+        }
+        if (key == "fwd") {
+            const bool missed = value == "miss" || value == "uri-miss" || value == "vary-miss";
+            word = missed ? Word::Missed : Word::Fetched;
+        }
+    }
+    return word;
+}
+
+// How a member of "X-Cache:" begins, in any case. Squid and httpd say " from HOST" behind it.
+struct XCacheRow {
+    std::string_view start;
+    Word word;
+};
+constexpr std::array<XCacheRow, 7> kXCache = {{
+    {"HIT", Word::Hit},
+    {"STALE", Word::Hit},     // nginx: an old copy, for the origin is in trouble
+    {"UPDATING", Word::Hit},  // nginx: or while another client's request gets a new one
+    {"MISS", Word::Fetched},
+    {"BYPASS", Word::Fetched},      // nginx, told to fetch
+    {"EXPIRED", Word::Fetched},     // nginx
+    {"REVALIDATE", Word::Fetched},  // httpd, and nginx with a "D": the origin confirmed the copy
+}};
+
+std::string_view hostIn(std::string_view member)
+{
+    constexpr std::string_view kFrom = " from ";
+    const std::size_t at = member.rfind(kFrom);
+    return at == std::string_view::npos ? "" : member.substr(at + kFrom.size());
+}
+
+Word fromXCache(const CACacheHeaders &headers)
+{
+    const std::string_view member = lastMember(headers.xCache);
+    // Squid and httpd say MISS when a copy was replaced, too; but Squid tells what it found.
+    if (member == "MISS" ||
+        (startsWith(member, "MISS") && startsWith(lastMember(headers.xCacheLookup), "MISS"))) {
+        return Word::Missed;
+    }
+    const auto *const row =
+        std::find_if(kXCache.begin(), kXCache.end(),
+                     [member](const XCacheRow &r) { return startsWith(member, r.start); });
+    return row == kXCache.end() ? Word::None : row->word;
+}
+
+// The number of the request, and that of the request which fetched the copy.
+Word fromXVarnish(std::string_view value)
+{
+    value = withoutBlanks(value);
+    if (value.empty()) {
+        return Word::None;
+    }
+    return contains(value, " ") ? Word::Hit : Word::Fetched;
+}
+
+// Traffic Server's codes in "Via:", such as "[uScMsSfWpSeN:t cCMp sS]" or "[cMsSfW]": behind "c"
+// what the cache had (M nothing), behind "s" what the origin said (a blank: it was not asked),
+// behind "f" what became of the copy (a blank: nothing).
+Word fromTrafficServer(std::string_view member)
+{
+    const std::size_t open = member.rfind('[');
+    std::string_view codes = open == std::string_view::npos ? "" : member.substr(open + 1);
+    if (codes.starts_with('u')) {
+        codes.remove_prefix(std::min<std::size_t>(2, codes.size()));
+    }
+    if (codes.size() < 6 || codes[0] != 'c' || codes[2] != 's' || codes[4] != 'f') {
+        return Word::None;
+    }
+    if (codes[3] == ' ') {
+        return Word::Hit;
+    }
+    if (codes[5] == ' ') {
+        return Word::Unkept;
+    }
+    return codes[1] == 'M' ? Word::Missed : Word::Fetched;
+}
+
+// What the cache next to us says, of which the last member of "Via:" may tell the name.
+//
+//     member := protocol name [ '(' comment ')' ]
+Word ownWord(const CACacheHeaders &headers)
+{
+    std::string_view member = lastMember(headers.via);
+    Word word = Word::None;
+    if (contains(member, "(Varnish/")) {
+        word = fromXVarnish(headers.xVarnish);
+    } else if (contains(member, "(ApacheTrafficServer/")) {
+        word = fromTrafficServer(member);
+    }
+    if (word != Word::None) {
+        return word;
+    }
+    takeUntil(&member, ' ');
+    const std::string_view name = takeUntil(&member, ' ');
+    const bool ownXCache = !name.empty() && hostIn(lastMember(headers.xCache)) == name;
+    word = ownXCache ? Word::None : fromCacheStatus(headers.cacheStatus);
+    return word == Word::None ? fromXCache(headers) : word;
+}
+
+bool mayBeKept(std::string_view cacheControl)
+{
+    while (!cacheControl.empty()) {
+        const std::string_view directive = takeUntil(&cacheControl, ',');
+        if (directive.size() == 8 && startsWith(directive, "no-store")) {
+            return false;
+        }
+        if (directive.size() == 7 && startsWith(directive, "private")) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// The number that `text` consists of; -1 when it does not.
+std::int32_t numberIn(std::string_view text)
+{
+    std::int32_t number = -1;
+    const char *const end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, number);
+    return error == std::errc() && stop == end ? number : -1;
+}
+
+// Seconds since the epoch of a text such as "Sun, 06 Nov 1994 08:49:37 GMT"; -1 for any other.
+std::time_t timeOf(std::string_view text)
+{
+    constexpr std::string_view kMonths = "JanFebMarAprMayJunJulAugSepOctNovDec";
+    if (text.size() != 29 || !text.ends_with(" GMT")) {
+        return -1;
+    }
+    const auto part = [text](std::size_t at, std::size_t length) {
+        return numberIn(text.substr(at, length));
+    };
+    const std::size_t month = kMonths.find(text.substr(8, 3));
+    if (month == std::string_view::npos || month % 3 != 0 || part(5, 2) < 0 || part(12, 4) < 0 ||
+        part(17, 2) < 0 || part(20, 2) < 0 || part(23, 2) < 0) {
+        return -1;
+    }
+    const std::chrono::year_month_day date(std::chrono::year(part(12, 4)),
+                                           std::chrono::month(static_cast<unsigned>(month / 3 + 1)),
+                                           std::chrono::day(static_cast<unsigned>(part(5, 2))));
+    if (!date.ok()) {
+        return -1;
+    }
+    const std::chrono::seconds seconds =
+        std::chrono::sys_days(date).time_since_epoch() + std::chrono::hours(part(17, 2)) +
+        std::chrono::minutes(part(20, 2)) + std::chrono::seconds(part(23, 2));
+    return seconds.count();
+}
+
+// The age that the answer itself tells; else that of a date too old for a clock that is wrong; or
+// -1.
+std::int32_t ageOf(const CACacheHeaders &headers, std::time_t requested)
+{
+    std::string_view list = headers.age;
+    if (const std::string_view first = takeUntil(&list, ','); !first.empty()) {
+        const bool number = std::all_of(first.begin(), first.end(), HTIsDigit);
+        return number ? HTInteger(first) : -1;
+    }
+    const std::time_t date = timeOf(withoutBlanks(headers.date));
+    if (date < 0 || requested - date <= kClockError) {
+        return -1;
+    }
+    return static_cast<std::int32_t>(std::min<std::time_t>(requested - date, INT32_MAX));
+}
+
+// Without the cache's own word: only an age proves anything, for nginx sends none, and a date of
+// its own.
+Word byAge(std::int32_t age, std::int32_t fresh)
+{
+    if (age < 0) {
+        return Word::None;
+    }
+    return age > fresh ? Word::Hit : Word::Fetched;
+}
+
+CAVerdict verdictOf(Word word, bool kept)
+{
+    if (word == Word::Hit) {
+        return CAVerdict::FromCache;
+    }
+    if (!kept || word == Word::Unkept) {
+        return CAVerdict::NotCacheable;
+    }
+    if (word == Word::None) {
+        return CAVerdict::Unknown;
+    }
+    return word == Word::Missed ? CAVerdict::Stored : CAVerdict::Refreshed;
+}
+
+}  // namespace
+
+CAJudgement CAJudge(std::int32_t status, const CACacheHeaders &headers, std::time_t requested,
+                    std::int32_t took)
+{
+    if (status < 200 || status >= 400) {
+        return {.verdict = CAVerdict::Failed, .age = -1};
+    }
+    const std::int32_t age = ageOf(headers, requested);
+    const std::int32_t fresh = took > INT32_MAX - kJustNow ? INT32_MAX : took + kJustNow;
+    Word word = ownWord(headers);
+    // Squid says HIT, and an age of 0, when the origin has just confirmed the copy.
+    if (word == Word::None || (word == Word::Hit && age >= 0)) {
+        word = byAge(age, fresh);
+    }
+    const CAVerdict verdict = verdictOf(word, mayBeKept(headers.cacheControl));
+    return {.verdict = verdict, .age = verdict == CAVerdict::FromCache ? age : -1};
+}

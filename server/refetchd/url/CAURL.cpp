@@ -1,0 +1,382 @@
+#include "url/CAURL.h"
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <cstring>
+#include <memory>
+#include <string_view>
+
+#include "HTMemory.h"
+#include "HTParse.h"
+#include "HTShared.h"
+#include "HTSimplify.h"
+#include "HTString.h"
+#include "HTWorkThread.h"
+#include "base/CAtrace.h"
+#include "refetchd.h"
+
+namespace {
+
+constexpr const char *kSource = "server/refetchd/CAURL";
+
+struct DefaultPort {
+    std::string_view protocol;
+    std::string_view port;  // as it stands in the host; empty: any port
+};
+
+constexpr DefaultPort kDefaultPorts[] = {
+    {"http", ":80"},
+    {"gopher", ":70"},
+    {"file", ""},
+};
+
+bool differ(const char *a, const char *b)
+{
+    return a != nullptr && b != nullptr && std::strcmp(a, b) != 0;
+}
+
+// Cuts a port that says nothing, in place.
+void cutPort(char *host, const char *protocol)
+{
+    char *const colon = std::strchr(host, ':');
+    if (colon == nullptr) {
+        return;
+    }
+    const std::string_view port(colon);
+    for (const DefaultPort &row : kDefaultPorts) {
+        if (protocol != nullptr && row.protocol == protocol &&
+            (row.port.empty() || row.port == port)) {
+            *colon = '\0';
+            return;
+        }
+    }
+    // "h.:8080": the dot is cut, and the port goes with it.
+    if (colon > host && colon[-1] == '.') {
+        colon[-1] = '\0';
+    }
+}
+
+bool isSeparator(char c)
+{
+    return c == '/' || c == '\\';
+}
+
+// How much of the page's path (without its leading "/") stands before a relative link: up to and
+// including the last separator before the query. A separator that is the path's first byte does not
+// count.
+std::size_t keptLength(std::string_view page)
+{
+    if (page.empty()) {
+        return 0;
+    }
+    std::size_t at = std::min(page.find('?'), page.size() - 1);
+    while (at > 0 && !isSeparator(page[at])) {
+        --at;
+    }
+    return at == 0 ? 0 : at + 1;
+}
+
+std::string_view orEmpty(const char *text)
+{
+    return text == nullptr ? "" : text;
+}
+
+// Writes the joined path, "/" first, into `out`, which has room for both texts.
+void joinPath(const HTURIParts &given, const HTURIParts &related, char *out)
+{
+    std::string_view kept;
+    std::string_view rest;
+    if (given.absolute != nullptr) {
+        rest = given.absolute;
+    } else if (related.absolute == nullptr) {
+        rest = orEmpty(given.relative != nullptr ? given.relative : related.relative);
+    } else if (given.relative == nullptr) {
+        rest = related.absolute;
+    } else {
+        const std::string_view page(related.absolute);
+        kept = page.substr(0, keptLength(page));
+        rest = given.relative;
+    }
+    *out++ = '/';
+    out = std::copy(kept.begin(), kept.end(), out);
+    out = std::copy(rest.begin(), rest.end(), out);
+    *out = '\0';
+}
+
+constexpr std::string_view kHostMark = "://";
+constexpr std::string_view kEnd{"\0", 1};
+
+const char *newText(std::string_view protocol, std::string_view host, std::string_view path)
+{
+    const bool absolute = !protocol.empty() && !host.empty();
+    const std::array<std::string_view, 5> pieces =
+        absolute ? std::array{protocol, kHostMark, host, path, std::string_view()}
+                 : std::array{path, kEnd, protocol, kEnd, host};
+    std::size_t length = 0;
+    for (const std::string_view piece : pieces) {
+        length += piece.size();
+    }
+    char *const text = HTShared_new(length);
+    if (text == nullptr) {
+        HTOutOfMemory(kSource, "parseMe", __LINE__, length);
+        return nullptr;
+    }
+    char *out = text;
+    for (const std::string_view piece : pieces) {
+        out = std::copy(piece.begin(), piece.end(), out);
+    }
+    return text;
+}
+
+// The parts of a text that newText() has put together. Neither scheme nor host holds a "/".
+struct Parts {
+    std::string_view protocol;
+    std::string_view host;
+    const char *path;
+
+    explicit Parts(const char *text) : path(text)
+    {
+        if (*text == '/') {
+            protocol = text + std::strlen(text) + 1;
+            host = protocol.data() + protocol.size() + 1;
+            return;
+        }
+        const char *const mark = std::strstr(text, kHostMark.data());
+        const char *const begin = mark + kHostMark.size();
+        path = std::strchr(begin, '/');
+        protocol = {text, static_cast<std::size_t>(mark - text)};
+        host = {begin, static_cast<std::size_t>(path - begin)};
+    }
+};
+
+}  // namespace
+
+CAURL::CAURL(const char *name)
+{
+    parseMe(name, "");
+}
+
+CAURL::CAURL(const char *name, const char *base)
+{
+    parseMe(name, base);
+    CATrace("URL......... [n+n] \"%s\" + \"%s\" --> \"%s\".\n", name, base, stringitize());
+}
+
+CAURL::CAURL(const char *name, const CAURL *parent)
+    : depth_(parent->depth_), source_(parent->source_)
+{
+    parseMe(name, parent->stringitize());
+    CATrace("URL......... [n+u] \"%s\" + \"%s\" --> \"%s\".\n", name, parent->stringitize(),
+            stringitize());
+}
+
+CAURL::~CAURL()
+{
+    HTShared_release(text_);
+}
+
+void CAURL::parseMe(const char *name, const char *base)
+{
+    HTPool *const pool = &HTThread_context()->pool;
+    const HTPoolScope scope(pool);
+    const std::size_t nameLength = std::strlen(name);
+    const std::size_t baseLength = std::strlen(base);
+    char *const givenText = pool->copy(name, nameLength);
+    char *const relatedText = pool->copy(base, baseLength);
+    char *const path = static_cast<char *>(pool->alloc(nameLength + baseLength + sizeof("/")));
+    if (givenText == nullptr || relatedText == nullptr || path == nullptr) {
+        return;
+    }
+    HTURIParts given{};
+    HTURIParts related{};
+    HTParse_scan(givenText, &given, nameLength);
+    HTParse_scan(relatedText, &related, baseLength);
+
+    const char *const protocol = given.access != nullptr ? given.access : related.access;
+    if (differ(given.access, related.access)) {
+        related = HTURIParts{};  // nothing is inherited across schemes
+    }
+
+    char *const host = given.host != nullptr ? given.host : related.host;
+    if (host != nullptr) {
+        cutPort(host, protocol);
+    }
+    if (differ(given.host, related.host)) {
+        related.absolute = nullptr;
+        related.relative = nullptr;
+    }
+
+    joinPath(given, related, path);
+    HTSimplify(path, pool);
+    CATrace("Simplify.... path down to \"%s\".\n", path);
+    text_ = newText(orEmpty(protocol), orEmpty(host), path);
+}
+
+std::string_view CAURL::protocol() const
+{
+    return text_ == nullptr ? "" : Parts(text_).protocol;
+}
+
+std::string_view CAURL::host() const
+{
+    return text_ == nullptr ? "" : Parts(text_).host;
+}
+
+const char *CAURL::path() const
+{
+    return text_ == nullptr ? "/" : Parts(text_).path;
+}
+
+const char *CAURL::holdText() const
+{
+    return HTShared_hold(text_);
+}
+
+CADrop CAURL::objection(const CAURL *parent) const
+{
+    if (depth_ > ac.delveDepth) {
+        CATrace("URL......... %s is too deep (%d > %d).\n", stringitize(), depth_, ac.delveDepth);
+        return CADrop::DelveDepth;
+    }
+    if (ac.ignoreURL(this) != 0) {
+        return CADrop::IgnoreUrl;
+    }
+    if (ac.onlyCheck(this) != 0) {
+        return CADrop::OnlyUrl;
+    }
+    if (ac.queryURL(this) != 0 && ac.cacheThisQuery(this) == 0) {
+        CATrace("URL......... %s will be ignored: query string.\n", stringitize());
+        return CADrop::CacheQueries;
+    }
+    if (jumpsFromHost(parent)) {
+        return CADrop::DelveAcrossHosts;
+    }
+    if (HashLookup(processedUrls, stringitize()) != nullptr) {
+        CATrace("URL......... %s will be ignored: already processed.\n", stringitize());
+        return CADrop::Processed;
+    }
+    return hostIsExhausted() ? CADrop::MaxHostUrls : CADrop::None;
+}
+
+bool CAURL::jumpsFromHost(const CAURL *parent) const
+{
+    const std::string_view from = parent->host();
+    const std::string_view to = host();
+    if (ac.delveAcrossHosts != 0 || from == to) {
+        return false;
+    }
+    CATrace("URL......... %s will be ignored: jump from host %.*s to %.*s.\n", stringitize(),
+            CALength(from), from.data(), CALength(to), to.data());
+    return true;
+}
+
+bool CAURL::hostIsExhausted() const
+{
+    const std::string_view name = host();
+    const std::int32_t max = ac.getMaxHits(name, &HTThread_context()->pool);
+    const std::int32_t hits = ht.getHits(name);
+    if (max == 0 || hits < max) {
+        return false;
+    }
+    CATrace("Host........ %.*s: %d hits, %d max --> ignoring \"%s\".\n", CALength(name),
+            name.data(), hits, max, stringitize());
+    return true;
+}
+
+namespace {
+
+// What the table looks for: every record begins with it, and a look-up needs no more.
+struct HostName {
+    std::string_view name;
+};
+
+}  // namespace
+
+struct CAHost : HostName {
+    explicit CAHost(std::string_view hostName) : copy(strndup(hostName.data(), hostName.size()))
+    {
+        name = {copy.get(), copy == nullptr ? 0 : hostName.size()};
+    }
+
+    const HeapString copy;  // null when memory is out
+    std::int32_t hits = 0;
+};
+
+namespace {
+
+constexpr std::uint32_t kHostBuckets = 1009;
+
+int HostComparator(const void *a, const void *b)
+{
+    return static_cast<const HostName *>(a)->name == static_cast<const HostName *>(b)->name ? 0 : 1;
+}
+
+std::uint32_t HostHasher(std::uint32_t size, const void *host)
+{
+    return ElfHash(size, static_cast<const HostName *>(host)->name);
+}
+
+CAHost *find(HashTable *hosts, std::string_view name)
+{
+    const HostName probe{name};
+    return static_cast<CAHost *>(static_cast<HostName *>(HashLookup(hosts, &probe)));
+}
+
+// A new host with no hits; null (reported) when memory is out.
+CAHost *add(HashTable *hosts, std::string_view name)
+{
+    auto record = std::make_unique<CAHost>(name);
+    if (record->copy == nullptr) {
+        HTOutOfMemory(kSource, "addHits", __LINE__, name.size() + 1);
+        return nullptr;
+    }
+    return HashAdd(hosts, static_cast<HostName *>(record.get())) == 0 ? record.release() : nullptr;
+}
+
+}  // namespace
+
+CAHostTable::CAHostTable()
+    : mutex_(new PMutex), hosts_(HashCreate(kHostBuckets, HostComparator, HostHasher, 0))
+{
+}
+
+void CAHostTable::addHits(std::string_view host, std::int32_t n)
+{
+    CATrace("Adding...... %d hit(s) for host \"%.*s\".\n", n, CALength(host), host.data());
+    bool isNew = false;
+    {
+        const PMutexGuard guard(*mutex_);
+        CAHost *record = find(hosts_, host);
+        isNew = record == nullptr;
+        if (isNew) {
+            record = add(hosts_, host);
+        }
+        if (record == nullptr) {
+            return;  // this host is not counted
+        }
+        if (__builtin_add_overflow(record->hits, n, &record->hits)) {
+            record->hits = n < 0 ? INT32_MIN : INT32_MAX;
+        }
+    }
+    if (isNew) {
+        CATrace("Added....... new host \"%.*s\" to host table.\n", CALength(host), host.data());
+    }
+}
+
+std::int32_t CAHostTable::getHits(std::string_view host)
+{
+    std::int32_t hits = 0;
+    bool known = false;
+    {
+        const PMutexGuard guard(*mutex_);
+        if (const CAHost *const record = find(hosts_, host); record != nullptr) {
+            known = true;
+            hits = record->hits;
+        }
+    }
+    if (!known) {
+        CATrace("Never....... hit site \"%.*s\".\n", CALength(host), host.data());
+    }
+    return hits;
+}

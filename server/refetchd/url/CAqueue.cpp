@@ -1,0 +1,137 @@
+#include "url/CAqueue.h"
+
+#include "HTWorkThread.h"
+#include "url/CAURL.h"
+
+CAQueue::CAQueue(int serialize) : mutex_(serialize != 0 ? pmutex_create() : 0)
+{
+    for (Lane &lane : lanes_) {
+        lane.head = HTList_new(nullptr);
+        lane.tail = lane.head;
+    }
+}
+
+CAQueue::~CAQueue()
+{
+    for (Lane &lane : lanes_) {
+        HTList_delete(lane.head, nullptr);
+        lane = {.head = nullptr, .tail = nullptr};
+    }
+}
+
+void CAQueue::enqueue(void *element)
+{
+    put(element, 1);
+}
+
+void CAQueue::requeue(void *element)
+{
+    put(element, 0);
+}
+
+// Puts the element in, which adds `count` to the total.
+void CAQueue::put(void *element, std::int32_t count)
+{
+    HTList *node = nullptr;
+    if (!orderedByDepth_) {
+        node = HTList_new(HTThread_context());
+        if (node == nullptr) {
+            return;  // out of memory, reported by the list
+        }
+        node->object = element;
+    }
+    const PMutexGuard guard(mutex_);
+    if (node != nullptr) {
+        appendLocked(node);
+    } else {
+        byDepth_.put(static_cast<CAURL *>(element));
+    }
+    ++length_;
+    ++generation_;
+    if (totalEnqueued_ != INT32_MAX) {
+        totalEnqueued_ += count;
+    }
+}
+
+void CAQueue::appendLocked(HTList *node)
+{
+    Lane &lane = lanes_[nextIn_];
+    nextIn_ = nextLane(nextIn_);
+    lane.tail->next = node;
+    lane.tail = node;
+}
+
+void *CAQueue::dequeue()
+{
+    if (orderedByDepth_) {
+        return takeByDepth(&CADepthOrder::take);
+    }
+    HTList *node = nullptr;
+    {
+        const PMutexGuard guard(mutex_);
+        node = takeFirstLocked();
+    }
+    if (node == nullptr) {
+        return nullptr;
+    }
+    void *const element = node->object;
+    HTList_discardElement(node, HTThread_context());
+    return element;
+}
+
+void *CAQueue::drain()
+{
+    return orderedByDepth_ ? takeByDepth(&CADepthOrder::drain) : dequeue();
+}
+
+void *CAQueue::takeByDepth(CAURL *(CADepthOrder::*take)())
+{
+    const PMutexGuard guard(mutex_);
+    CAURL *const url = (byDepth_.*take)();
+    if (url != nullptr) {
+        --length_;
+    }
+    return url;
+}
+
+void CAQueue::orderByDepth()
+{
+    std::int32_t moved = 0;
+    while (auto *const url = static_cast<CAURL *>(dequeue())) {
+        const PMutexGuard guard(mutex_);
+        byDepth_.put(url);
+        ++moved;
+    }
+    orderedByDepth_ = true;
+    length_ = moved;
+}
+
+void CAQueue::finished(std::int32_t depth)
+{
+    if (orderedByDepth_) {
+        const PMutexGuard guard(mutex_);
+        byDepth_.finished(depth);
+    }
+}
+
+// Unlinks the next element; null when there is none.
+HTList *CAQueue::takeFirstLocked()
+{
+    std::size_t index = nextOut_;
+    do {
+        Lane &lane = lanes_[index];
+        if (HTList *const node = lane.head->next) {
+            nextOut_ = index;  // stays here: this lane is emptied first
+            lane.head->next = node->next;
+            if (lane.tail == node) {
+                lane.tail = lane.head;
+            }
+            --length_;
+            return node;
+        }
+        index = nextLane(index);
+    } while (index != nextOut_);
+    nextOut_ = 0;
+    nextIn_ = 0;
+    return nullptr;
+}

@@ -1,0 +1,78 @@
+// The shared queue of pending work.
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <cstdint>
+
+#include "HTList.h"
+#include "htthread.h"
+#include "url/CAdepth.h"
+
+// A queue of untyped pointers in 20 lanes. Enqueue deals the elements out to the lanes in turn;
+// dequeue empties one lane, first in first out, before it moves on to the next: work from different
+// parts of the seed list is mixed. It never owns or frees what it holds, and has no limit of its
+// own.
+//
+// Any thread may call any member but the destructor. Answers about its length may be stale as soon
+// as they are given.
+class CAQueue {
+public:
+    // With `serialize` 0 the queue has no lock and belongs to one thread.
+    explicit CAQueue(int serialize);
+    // The elements left in it stay whoever's they were.
+    ~CAQueue();
+    CAQueue(const CAQueue &) = delete;
+    CAQueue &operator=(const CAQueue &) = delete;
+
+    void enqueue(void *element);
+    // Enqueues once more what was dequeued before: it does not count as another element.
+    void requeue(void *element);
+    // The next element, or null when the queue is empty (ordered by depth: when none may be handed
+    // out now).
+    void *dequeue();
+
+    // Any element, whatever the order; null when the queue is empty.
+    void *drain();
+
+    // From now on the elements are CAURL and are handed out as CADepthOrder says, those too that
+    // wait already. Before any other thread uses the queue.
+    void orderByDepth();
+    [[nodiscard]] bool isOrderedByDepth() const { return orderedByDepth_; }
+    // Who has dequeued a URL of this depth is done with it, and has enqueued what it led to.
+    void finished(std::int32_t depth);
+
+    [[nodiscard]] int empty() const { return length_ == 0 ? 1 : 0; }
+    [[nodiscard]] std::int32_t getLength() const { return length_; }
+    // Number of enqueue calls since the queue was made.
+    [[nodiscard]] std::int32_t getTotalEnqueued() const { return totalEnqueued_; }
+    // Changes with each element that is put in, anew or again.
+    [[nodiscard]] std::uint32_t getGeneration() const { return generation_; }
+
+private:
+    static constexpr std::size_t kLanes = 20;
+
+    struct Lane {
+        HTList *head;  // a list with its header element
+        HTList *tail;  // its last element, or the header while the lane is empty
+    };
+
+    static std::size_t nextLane(std::size_t lane) { return lane + 1 == kLanes ? 0 : lane + 1; }
+    void put(void *element, std::int32_t count);
+    void appendLocked(HTList *node) HT_REQUIRES(mutex_);
+    HTList *takeFirstLocked() HT_REQUIRES(mutex_);
+    void *takeByDepth(CAURL *(CADepthOrder::*take)());
+
+    PMutex mutex_;
+    std::array<Lane, kLanes> lanes_ HT_GUARDED_BY(mutex_){};
+    std::size_t nextOut_ HT_GUARDED_BY(mutex_) = 0;  // lane where the next dequeue looks first
+    std::size_t nextIn_ HT_GUARDED_BY(mutex_) = 0;   // lane of the next enqueue
+    CADepthOrder byDepth_ HT_GUARDED_BY(mutex_);     // in place of the lanes
+    bool orderedByDepth_ = false;                    // written before any other thread exists
+
+    // Changed under the lock and read without, for every link of a page asks. In the default order:
+    // who finds a worker idle also finds what that worker has enqueued counted here.
+    std::atomic<std::int32_t> length_ = 0;
+    std::atomic<std::int32_t> totalEnqueued_ = 0;
+    std::atomic<std::uint32_t> generation_ = 0;
+};
