@@ -12,7 +12,8 @@
 #include <string>
 
 #include "HTList.h"
-#include "refetchd.h"
+#include "config/CAcfg.h"
+#include "url/CAprocessed.h"
 #include "url/CAqueue.h"
 
 // Gives the thread a free list of its own, as ClientThread does; HTWorkThread_threadExit(1, ...)
@@ -30,7 +31,7 @@ inline void startAgent(const std::string &config = "")
     becomeWorker();
     new (&ac) CAConfig;
     urlQueue = new CAQueue(1);
-    processedUrls = HashCreate(1009, UrlComparator, UrlHasher, 1);
+    processedUrls = CANewProcessedUrls();
     const std::filesystem::path file = std::filesystem::temp_directory_path() /
                                        ("refetchd-bench-" + std::to_string(getpid()) + ".conf");
     std::ofstream(file) << config;

@@ -89,7 +89,7 @@ void findLinks(benchmark::State &state)
 {
     measure(&state, [] {
         LinkCounter counter;
-        CAScanHTML scanner(&counter);
+        CAScanHTML scanner(&counter, true);
         inBlocks(page, [&scanner](char *block, std::size_t length) {
             scanner.scan(block, block + length);
         });

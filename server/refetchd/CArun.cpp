@@ -6,14 +6,17 @@
 #include <ctime>
 
 #include "HTInit.h"
-#include "HTShared.h"
 #include "HTWorkThread.h"
 #include "base/CAtrace.h"
+#include "config/CAcfg.h"
 #include "fetch/CAwork.h"
 #include "htthread.h"
 #include "refetchd.h"
+#include "report/CAprogress.h"
 #include "report/CAresults.h"
+#include "report/CAsummary.h"
 #include "url/CAURL.h"
+#include "url/CAprocessed.h"
 #include "url/CAqueue.h"
 #include "url/CArest.h"
 
@@ -64,8 +67,9 @@ CAProgress workDone()
     return work;
 }
 
-// What was done in the runs before this one. The master's.
+// What was done in the runs before this one, and when the last line was written. The master's.
 CAProgress doneBefore;
+CAProgressClock progressClock;
 
 // The line of progress, to standard error.
 void writeProgress()
@@ -73,7 +77,7 @@ void writeProgress()
     CAProgress progress = workDone();
     progress.done -= doneBefore.done;
     progress.succeeded -= doneBefore.succeeded;
-    progress.queued = urlQueue->getLength() + restingHosts->parked();
+    progress.queued = urlQueue->getLength() + restingHosts.parked();
     progress.elapsed = secondsElapsed();
     progress.maxRuntime = ac.maxRuntime;
     std::array<char, 256> line{};
@@ -179,7 +183,7 @@ bool hasRunDry()
         return false;
     }
     CATrace("Master...... queue is empty.\n");
-    return !traceBusyWorkers() && restingHosts->parked() == 0 &&
+    return !traceBusyWorkers() && restingHosts.parked() == 0 &&
            urlQueue->getGeneration() == generation;
 }
 
@@ -235,7 +239,7 @@ void Run()
 {
     for (;;) {
         updatetimeRep(0);
-        restingHosts->release(HTtime(), urlQueue);
+        restingHosts.release(HTtime(), urlQueue);
         if (timeIsUp()) {
             return endRun("Master...... all threads done - we outta here!\n");
         }
@@ -243,7 +247,7 @@ void Run()
             return endRun("Master...... all threads done - we're outta here!\n");
         }
         results.flush();
-        if (results.progressIsDue(secondsElapsed()) || progressIsAskedFor()) {
+        if (progressClock.isDue(secondsElapsed(), ac.progressSeconds) || progressIsAskedFor()) {
             writeProgress();
         }
         HTSleep(kPollMilliseconds);
@@ -288,16 +292,11 @@ bool stopWorkers()
     return deleted == count;
 }
 
-void releaseText(void *text, void * /*context*/)
-{
-    HTShared_release(static_cast<char *>(text));
-}
-
 // A worker that is busy over the end of the run may add a text at any time: it goes or stays.
 void flushProcessedUrls()
 {
     CATrace("Flushing.... remove all processed URLs.\n");
-    HashDrain(processedUrls, releaseText, nullptr);
+    CAForgetAllProcessed();
 }
 
 // A worker that is busy over the end may have recorded a link behind the flush of the texts and
@@ -309,13 +308,27 @@ void flushQueue()
     while (auto *const url = static_cast<CAURL *>(urlQueue->drain())) {
         ++urlsLeft;
         if (processedUrls != nullptr) {
-            releaseText(HashRemove(processedUrls, url->stringitize()), nullptr);
+            CAForgetProcessed(url->stringitize());
         }
         delete url;
     }
 }
 
 }  // namespace
+
+void CASummary()
+{
+    if (ac.reportStream == nullptr) {
+        return;
+    }
+    CATrace("Now writing Automatic Cache Refresh Summary file!\n");
+    CAWriteSummary(ac.reportStream,
+                   {.adminUrls = ac.adminUrlCount,
+                    .topUrls = ac.seedCount - ac.adminUrlCount,
+                    .loaded = workDone().succeeded,
+                    .notProcessed = urlQueue->getLength() + restingHosts.parked()},
+                   g_ca_hits_filename);
+}
 
 void CACleanup()
 {
@@ -330,7 +343,7 @@ void CACleanup()
     if (processedUrls != nullptr) {
         flushProcessedUrls();
     }
-    restingHosts->release(CARestTable::kForEver, urlQueue);
+    restingHosts.release(CARestTable::kForEver, urlQueue);
     flushQueue();
     if (allGone) {
         delete urlQueue;

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <cstdio>
 
 // Makes ac.numClients workers and starts their threads. Returns how many threads could be started;
 // a worker without one (traced) is idle for ever. Main thread, once, before the master thread
@@ -24,6 +23,3 @@ void CACleanup();
 // Appends the summary of the run that ended to the report in progress; nothing without one. Master
 // thread.
 void CASummary();
-
-// Writes what a page of the report begins with, to the end of its heading.
-void CAReportHead(FILE *page);

@@ -19,13 +19,14 @@
 #include "HTSocket.h"
 #include "HTString.h"
 #include "base/CAtrace.h"
+#include "config/CAcfg.h"
+#include "fetch/CAwork.h"
 #include "htthread.h"
 #include "refetchd.h"
+#include "url/CAprocessed.h"
 #include "url/CAqueue.h"
 
 namespace {
-
-constexpr std::uint32_t kProcessedBuckets = 1009;
 
 struct UsageLine {
     int number;
@@ -184,6 +185,15 @@ void blockProgressSignal()
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
 }
 
+// The tables that seeds go to, and what else the configuration needs of the process.
+void prepareTables()
+{
+    initNLS();
+    ConfigManager_init();
+    urlQueue = new CAQueue(1);
+    processedUrls = CANewProcessedUrls();
+}
+
 // Everything that has to exist before the command line is read.
 HTThreadContext *initialize()
 {
@@ -197,10 +207,7 @@ HTThreadContext *initialize()
     HTBlockSignals();
     blockProgressSignal();
     std::signal(SIGXFSZ, SIG_IGN);  // a file that may not grow is an error of the write
-    initNLS();
-    ConfigManager_init();
-    urlQueue = new CAQueue(1);
-    processedUrls = HashCreate(kProcessedBuckets, UrlComparator, UrlHasher, 1);
+    prepareTables();
     updatetimeRep(0);
     return context;
 }
@@ -249,6 +256,13 @@ void runToTheEnd()
 }
 
 }  // namespace
+
+void CAPrepareToRead()
+{
+    HTInitAll(0, 0);
+    HTInitThd(3);
+    prepareTables();
+}
 
 int CAMain(int argc, char **argv)
 {

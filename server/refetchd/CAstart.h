@@ -6,6 +6,9 @@
 // or 1 when the configuration cannot be loaded. A wrong command line ends the process in Usage().
 int CAMain(int argc, char **argv);
 
+// Sets up what reading a configuration needs, for a program that does no more than that.
+void CAPrepareToRead();
+
 // Prints the usage text to standard error and ends the process with status 1.
 [[noreturn]] void Usage();
 

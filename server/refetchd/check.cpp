@@ -1,6 +1,8 @@
+#include "CAstart.h"
 #include "config/CAcheck.h"
 
 int main(int argc, char **argv)
 {
+    CAPrepareToRead();
     return CACheckMain(argc, argv);
 }

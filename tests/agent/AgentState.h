@@ -8,8 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "HTShared.h"
-#include "refetchd.h"
+#include "config/CAcfg.h"
+#include "url/CAURL.h"
+#include "url/CAprocessed.h"
 #include "url/CAqueue.h"
 
 class AgentState {
@@ -20,12 +21,12 @@ public:
         ac.~CAConfig();
         new (&ac) CAConfig;
         urlQueue = new CAQueue(1);
-        processedUrls = HashCreate(1009, UrlComparator, UrlHasher, 1);
+        processedUrls = CANewProcessedUrls();
     }
     ~AgentState()
     {
         drain();
-        forgetProcessed();
+        CAForgetAllProcessed();
         HashDestroy(processedUrls);
         delete urlQueue;
         std::free(g_ca_hits_filename);
@@ -41,13 +42,6 @@ public:
             delete url;
         }
         return texts;
-    }
-    static void forgetProcessed()
-    {
-        HashDrain(
-            processedUrls,
-            [](void *text, void * /*none*/) { HTShared_release(static_cast<char *>(text)); },
-            nullptr);
     }
 
 private:

@@ -45,7 +45,7 @@ TEST_F(CAScanHTMLTest, FindsOtherLinks)
     };
     for (const auto &row : rows) {
         Links links;
-        CAScanHTML scanner(&links);
+        CAScanHTML scanner(&links, true);
         const Cuts cuts{row.cut, std::max(row.cut, row.end)};
         inPieces(row.page, cuts, [&](char *block, std::int32_t length) {
             scanner.scan(block, block + length);

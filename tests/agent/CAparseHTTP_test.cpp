@@ -31,7 +31,7 @@ std::string outcomeOf(const std::string &bytes, const Cuts &cuts)
     for (const std::string &enqueued : AgentState::drain()) {
         body += enqueued;
     }
-    AgentState::forgetProcessed();
+    CAForgetAllProcessed();
     return body;
 }
 

@@ -10,6 +10,8 @@
 #include <vector>
 
 #include "AgentTest.h"
+#include "report/CAprogress.h"
+#include "url/CAURL.h"
 
 namespace {
 
@@ -34,7 +36,10 @@ TEST_P(Verdict, IsMisjudged)
     const CACacheHeaders headers = {
         header("Age"), header("Cache-Control"), header("Cache-Status"),   header("Date"),
         header("Via"), header("X-Cache"),       header("X-Cache-Lookup"), header("X-Varnish")};
-    const CAJudgement judged = CAJudge(GetParam().status, headers, kNow, 4);
+    const CAJudgement judged = CAJudge({.status = GetParam().status,
+                                        .started = kNow * 1000,
+                                        .milliseconds = 4000,
+                                        .headers = headers});
     EXPECT_EQ(CAVerdictName(judged.verdict), GetParam().verdict);
     EXPECT_EQ(judged.age, GetParam().age);
 }
@@ -216,22 +221,21 @@ TEST_F(CAResultsTest, FailureIsSilentOrEndless)
             finish(200);
         }
         endRun();
-        EXPECT_EQ(trace(), start + path +
-                               (path == "/dev/full" ? "\"; errno=28.\n" : "\"; errno=2.\n") +
-                               start + dir_.path("metrics") + "\"; errno=21.\n");
+        EXPECT_EQ(trace(),
+                  start + path + (path == "/dev/full" ? "\"; errno=28.\n" : "\"; errno=2.\n") +
+                      "Metrics..... could not write \"" + dir_.path("metrics") + "\"; errno=17.\n");
     }
     EXPECT_EQ(dir_.read("metrics"), "old");
 }
 
 TEST(CAResults, ProgressIsWrong)
 {
-    CAResults results;
-    results.setProgress(10);
+    CAProgressClock clock;
     std::string text;
     for (const int second : {0, 9, 10, 11, 19, 20, 1, 10}) {
         std::array<char, 128> line{};
         CAFormatProgress(line.data(), line.size(), {45, 9, 8, 7, second, second == 20 ? 15 : 0});
-        text += results.progressIsDue(second) ? line.data() : "";
+        text += clock.isDue(second, 10) ? line.data() : "";
     }
     const std::string counts = "Progress.... 45 done, 9 succeeded, 8 queued, 7 busy, ";
     EXPECT_EQ(text, counts + "4.5 URLs/s, no limit\n" + counts + "2.2 URLs/s, 0 s left\n" + counts +

@@ -72,7 +72,7 @@ void fuzz(std::string_view input)
     const auto [admin, top] = takeSeeds(lost ? INT32_MAX : ac.topCachedCount);
     require(std::ssize(admin) == ac.adminUrlCount, "all counted");
 
-    AgentState::forgetProcessed();
+    CAForgetAllProcessed();
     ac.reloadURLs(urlQueue);
     const auto [adminAgain, topAgain] = takeSeeds(ac.topCachedCount);
     // A later line may have allowed the query of an earlier URL.

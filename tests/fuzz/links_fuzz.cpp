@@ -22,7 +22,7 @@ struct Links : CALinkSink {
 std::vector<std::string> scan(bool modern, std::string_view page, const Cuts &cuts)
 {
     Links links;
-    CAScanHTML scanner(&links);
+    CAScanHTML scanner(&links, true);
     CAScanModern modernScanner(&links, true);
     inPieces(page, cuts, [&](const char *block, std::int32_t length) {
         // What is read behind the block is seen; only the plain scanner needs its NUL.

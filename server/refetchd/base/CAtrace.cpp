@@ -6,6 +6,9 @@
 
 #include "HTMessages.h"
 
+FILE *g_ca_trace = nullptr;
+FILE *g_ca_errorlog = nullptr;
+
 namespace {
 
 constexpr int kCatalogueSet = 4;
@@ -17,7 +20,7 @@ void CATraceLine(const char *format, ...)
 {
     va_list args;
     va_start(args, format);
-    std::vfprintf(ac.traceStream, format, args);
+    std::vfprintf(g_ca_trace, format, args);
     va_end(args);
 }
 
@@ -28,17 +31,17 @@ const char *CAMessage(int number, const char *fallback)
 
 void CAErrorLog(int message, const char *fallback, const char *argument)
 {
-    if (ac.errorLogStream == nullptr || ac.traceStream == nullptr) {
+    if (g_ca_errorlog == nullptr || g_ca_trace == nullptr) {
         return;
     }
     // The text may come from a file, so it is never used as a format.
     const char *const text = CAMessage(message, fallback);
     const char *const place = argument == nullptr ? nullptr : std::strstr(text, "%s");
     if (place == nullptr) {
-        std::fputs(text, ac.errorLogStream);
+        std::fputs(text, g_ca_errorlog);
     } else {
-        std::fprintf(ac.errorLogStream, "%.*s%s%s", static_cast<int>(place - text), text, argument,
+        std::fprintf(g_ca_errorlog, "%.*s%s%s", static_cast<int>(place - text), text, argument,
                      place + 2);
     }
-    std::fflush(ac.errorLogStream);
+    std::fflush(g_ca_errorlog);
 }

@@ -4,15 +4,27 @@
 
 #include <algorithm>
 #include <climits>
+#include <cstdio>
 #include <string_view>
 
 #include "HTAttributes.h"
-#include "config/CAcfg.h"
+
+// The streams of the two logs; null while a log is closed. The configuration opens and closes them
+// and calls them `ac.traceStream` and `ac.errorLogStream`.
+extern FILE *g_ca_trace;
+extern FILE *g_ca_errorlog;
 
 // True while the trace log is open. Ask first where a line needs more than its arguments.
 inline bool CATraceOn()
 {
-    return ac.traceStream != nullptr;
+    return g_ca_trace != nullptr;
+}
+
+// Where a line goes that is written whether or not the trace log is open: to it, or else to
+// standard error.
+inline FILE *CATraceOrStderr()
+{
+    return CATraceOn() ? g_ca_trace : stderr;
 }
 
 // CATrace(format, ...) writes one line to the trace log, as printf does. While the log is closed it

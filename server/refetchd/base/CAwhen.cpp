@@ -149,6 +149,11 @@ const char *CAWhenString(_when when)
     return "NEVER";
 }
 
+std::string_view CASourceName(_source source)
+{
+    return source == SOURCE_HITS ? "topn" : "admin";
+}
+
 int CAMatchWhen(_when when, _source source)
 {
     return when == ALWAYS || (when == ADMIN_ONLY && source == SOURCE_CONFIG) ||

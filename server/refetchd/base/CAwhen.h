@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string_view>
 
 // Where a URL came from: the administrator's own list or the proxy's hits file. Links and
 // redirections inherit it.
@@ -23,6 +24,9 @@ _when CAParseWhen(char *text);
 
 // "NEVER", "ALWAYS", "ADMIN_ONLY" or "TOPN_ONLY"; "NEVER" for any other value.
 const char *CAWhenString(_when when);
+
+// "admin" or "topn".
+std::string_view CASourceName(_source source);
 
 // 1 when a feature set to `when` applies to URLs of source `source`, else 0.
 int CAMatchWhen(_when when, _source source);

@@ -8,7 +8,13 @@
 #include "HTInet.h"
 #include "HTString.h"
 #include "base/CAtrace.h"
-#include "refetchd.h"
+
+CAConfig ac;
+
+char *g_catrace_filename = nullptr;
+char *g_ca_service_prefix = nullptr;
+char *g_ca_hits_filename = nullptr;
+char refetchd_LocaleString[kLocaleNameSize] = "";
 #include "url/CAqueue.h"
 
 namespace {
@@ -84,10 +90,12 @@ CAConfig::~CAConfig()
     }
     if (errorLogStream != nullptr) {
         std::fclose(errorLogStream);
+        errorLogStream = nullptr;
     }
     if (traceStream != nullptr && traceStream != stderr) {
         std::fclose(traceStream);
     }
+    traceStream = nullptr;
     // The remaining fields (`onlyPatterns`, `hostLimits`, `httpVersion`, `updateProxy`, `hostname`)
     // live until the process ends.
     std::free(saveRoot);

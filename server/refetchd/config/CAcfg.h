@@ -20,9 +20,11 @@
 #include <string_view>
 
 #include "HTList.h"
+#include "HTLocale.h"
 #include "HTMemory.h"
 #include "HTWild.h"
 #include "base/CAoutcome.h"
+#include "base/CAtrace.h"
 #include "base/CAwhen.h"
 #include "config/CAoptions.h"
 
@@ -129,10 +131,10 @@ public:
     std::int32_t requestsPerSecond = 0;  // below 1: no limit
     std::int32_t maxConnections = 0;     // below 1: no limit
     char *httpVersion;                   // owned
-    FILE *traceStream = nullptr;         // null: no tracing
+    FILE *&traceStream = g_ca_trace;     // null: no tracing
     FILE *reportStream = nullptr;        // the report in progress
     FILE *hitsStream = nullptr;          // only while the hits file is read
-    FILE *errorLogStream = nullptr;
+    FILE *&errorLogStream = g_ca_errorlog;
     std::int32_t topCachedCount = 0;  // lines of the hits file to look at
     HTList *ignorePatterns;           // of HTPattern, newest first
     std::int32_t ignoreCount = 0;
@@ -169,6 +171,7 @@ public:
     std::int32_t readTimeout = 4;       // seconds
     std::int32_t retries = 0;           // of a URL whose exchange broke before an answer
     std::int32_t retryAfter = 0;        // flag: hosts that ask for it are left alone for a while
+    std::int32_t progressSeconds = 0;   // between two lines of progress; below 1: none
     std::int32_t breadthFirst = 0;      // flag: the shallowest URLs first
     char *userAgent = nullptr;          // owned; null: the built-in text
     char *requestHeaders = nullptr;     // owned; whole lines with their ends, null for none
@@ -190,6 +193,16 @@ private:
 };
 
 extern CAConfig ac;
+
+// Path of the report; it ends in ".tmp" while the run writes the report. Prefix of the requests'
+// targets. Path of the hits file. Owned heap strings, null until the configuration names them.
+extern char *g_catrace_filename;
+extern char *g_ca_service_prefix;
+extern char *g_ca_hits_filename;
+
+// The locale's name, a level of the report's path. Set at start-up, before the configuration is
+// read.
+extern char refetchd_LocaleString[kLocaleNameSize];
 
 // The names of all directives, as they are compared: in lower case, without "-" and "_". Any
 // thread.

@@ -12,7 +12,6 @@
 #include "base/CAtrace.h"
 #include "config/CAcfg.h"
 #include "config/CAcfgLines.h"
-#include "refetchd.h"
 #include "report/CAresults.h"
 
 namespace {
@@ -432,13 +431,6 @@ void applyMetricsFile(const DirectiveCall &call)
     CATrace("Metrics..... will be written to \"%s\".\n", call.argument());
 }
 
-void applyProgress(const DirectiveCall &call)
-{
-    const std::int32_t seconds = HTInteger(call.argument());
-    results.setProgress(seconds);
-    CATrace("Progress.... will be told every %d s.\n", seconds);
-}
-
 constexpr std::array<Directive, 47> kDirectives = {{
     {"catracelog", applyTraceLog},
     {"errorlog", applyErrorLog},
@@ -490,7 +482,8 @@ constexpr std::array<Directive, 47> kDirectives = {{
     {"useragent", applyUserAgent},
     {"resultslog", applyResultsLog},
     {"metricsfile", applyMetricsFile},
-    {"progress", applyProgress},
+    {"progress", applyNumber, &CAConfig::progressSeconds, "Progress.... will be told every ",
+     " s.\n"},
 }};
 
 constexpr auto kDirectiveNames = [] {

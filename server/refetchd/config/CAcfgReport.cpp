@@ -5,11 +5,10 @@
 #include <cerrno>
 #include <cstring>
 
-#include "CArun.h"
 #include "HTString.h"
 #include "base/CAtrace.h"
 #include "config/CAcfg.h"
-#include "refetchd.h"
+#include "report/CAsummary.h"
 
 namespace {
 
@@ -22,25 +21,11 @@ void writePlaceholder(const char *path)
     if (page == nullptr) {
         return;
     }
-    CAReportHead(page);
-    std::fprintf(page,
-                 "<p>Unable to show cache agent information because no data is available at this "
-                 "time.</p>");
-    std::fprintf(page, "\n</html>\n");
+    CAWritePlaceholder(page);
     std::fclose(page);
 }
 
 }  // namespace
-
-void CAReportHead(FILE *page)
-{
-    std::fprintf(page, "<html>\n<head>\n   <title>%s</title>\n",
-                 CAMessage(942, "Automatic Cache Refresh Summary"));
-    std::fprintf(page, "<meta name=\"GENERATOR\" content=\"Quillmark\">\n</head>\n");
-    std::fprintf(page,
-                 "<body background=\"/zuicons/statusBG.jpg\">\n\n<center><h2>%s</h2></center>\n",
-                 CAMessage(943, "Automatic Cache Refresh Summary"));
-}
 
 void CAConfig::setServerRoot(const char *root)
 {

@@ -12,8 +12,10 @@
 #include "base/CAtrace.h"
 #include "config/CAcfg.h"
 #include "config/CAcfgLines.h"
-#include "refetchd.h"
 #include "report/CAresults.h"
+#include "url/CAURL.h"
+#include "url/CAhost.h"
+#include "url/CAprocessed.h"
 #include "url/CAqueue.h"
 
 namespace {
@@ -74,7 +76,7 @@ void seedTopUrl(const CAConfig &config, const CAHitsLine &words)
         dropSeed(config, url, CADrop::IgnoreUrl);
         return;
     }
-    if (HashLookup(processedUrls, words.url.data()) != nullptr) {
+    if (CAIsProcessed(words.url.data())) {
         dropSeed(config, url, CADrop::Processed);
         return;
     }

@@ -12,14 +12,12 @@
 #include <string_view>
 #include <vector>
 
-#include "CAstart.h"
 #include "HTFile.h"
-#include "HTInit.h"
-#include "HTShared.h"
 #include "HTString.h"
 #include "config/CAcfgLines.h"
 #include "config/CAcheckSettings.h"
-#include "refetchd.h"
+#include "url/CAURL.h"
+#include "url/CAprocessed.h"
 #include "url/CAqueue.h"
 
 namespace {
@@ -329,18 +327,6 @@ void showSettings(Check *check)
     showSeveral(*check, CAArgument::ConfigFile, CAArgument::Header);
 }
 
-// What the agent sets up before it reads its configuration, as far as that needs it.
-void initialize()
-{
-    HTInitAll(0, 0);
-    HTInitThd(3);
-    initNLS();
-    ConfigManager_init();
-    constexpr std::uint32_t kBuckets = 1009;
-    urlQueue = new CAQueue(1);
-    processedUrls = HashCreate(kBuckets, UrlComparator, UrlHasher, 1);
-}
-
 // Reads the files, without any the agent's own. False when the agent would not run.
 bool load(CAConfig *config, Check *check, const std::vector<const char *> &names)
 {
@@ -364,9 +350,7 @@ bool load(CAConfig *config, Check *check, const std::vector<const char *> &names
 
 void showSeeds(const std::vector<const char *> &names)
 {
-    HashDrain(
-        processedUrls,
-        [](void *text, void * /*none*/) { HTShared_release(static_cast<char *>(text)); }, nullptr);
+    CAForgetAllProcessed();
     static CAConfig *const again = new CAConfig;  // it lives until the process ends, as `ac` does
     Check check;
     check.showsSeeds = true;
@@ -393,7 +377,6 @@ int CACheckMain(int argc, char **argv)
     if (std::any_of(names.begin(), names.end(), [](const char *name) { return *name == '-'; })) {
         return showUsage();
     }
-    initialize();
     Check check;
     const bool runs = load(&ac, &check, names);
     if (check.refused) {

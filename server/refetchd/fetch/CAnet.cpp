@@ -11,9 +11,9 @@
 #include "HTInet.h"
 #include "HTString.h"
 #include "base/CAtrace.h"
+#include "config/CAcfg.h"
 #include "htthread.h"
 #include "parse/CAparse.h"
-#include "refetchd.h"
 #include "url/CAURL.h"
 
 std::atomic<std::int32_t> CAConnection::connectionCount = 0;

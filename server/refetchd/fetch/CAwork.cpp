@@ -7,13 +7,16 @@
 #include "HTString.h"
 #include "HTWorkThread.h"
 #include "base/CAtrace.h"
+#include "config/CAcfg.h"
 #include "fetch/CAnet.h"
 #include "parse/CAparseHTTP.h"
-#include "refetchd.h"
 #include "report/CAresults.h"
 #include "url/CAURL.h"
 #include "url/CAqueue.h"
 #include "url/CArest.h"
+
+CAWorkerThread **workerThreads = nullptr;
+std::atomic<std::uint32_t> currentRun = 0;
 
 PMutex *const CAWorkerThread::mutex = new PMutex;
 std::int32_t CAWorkerThread::countPerSecond = 0;
@@ -141,39 +144,6 @@ bool waitForBudget(const Client &client, std::uint32_t run)
 // So long a worker waits for pages that are less deep than those that are queued.
 constexpr std::uint32_t kShallowerMilliseconds = 50;
 
-constexpr std::int64_t kDefaultRest = 10;  // seconds, when the host does not say
-
-// For how long the answer asks to leave its host alone; 0 for not at all.
-std::int64_t askedRest(const CAParseHTTP &parser)
-{
-    const std::int32_t status = parser.getHTTPRequestRC();
-    if (ac.retryAfter == 0 || (status != 429 && status != 503)) {
-        return 0;
-    }
-    std::string_view value = parser.header("Retry-After:");
-    value.remove_prefix(std::min(value.find_first_not_of(" \t"), value.size()));
-    const bool isNumber = !value.empty() && HTIsDigit(value.front());
-    return isNumber ? std::max<std::int64_t>(HTDecimal(value), 1) : kDefaultRest;
-}
-
-// The exchange broke before an answer, and another one may do better.
-bool isWorthRetrying(const CAExchange &result)
-{
-    switch (result.failure) {
-    case CAFailure::Connect:
-    case CAFailure::Send:
-    case CAFailure::Closed:
-    case CAFailure::Reset:
-    case CAFailure::TimedOut: return result.status == 0;
-    case CAFailure::None:
-    case CAFailure::Address:
-    case CAFailure::Request:
-    case CAFailure::BadResponse:
-    case CAFailure::Stopped: return false;
-    }
-    return false;
-}
-
 // What is to become of a URL behind an exchange.
 enum class Next : std::uint8_t {
     Done,
@@ -184,7 +154,7 @@ enum class Next : std::uint8_t {
 // Leaves the host of `url` alone as it asked.
 void restHost(const CAURL &url, std::int64_t seconds)
 {
-    const std::int64_t rest = restingHosts->rest(url.host(), HTtime(), seconds);
+    const std::int64_t rest = restingHosts.rest(url.host(), HTtime(), seconds);
     CATrace("Worker...... host %.*s is left alone for %d s.\n", CALength(url.host()),
             url.host().data(), static_cast<int>(rest));
 }
@@ -202,18 +172,6 @@ CAFailure failureOf(const CAParseHTTP &parser, const CAConnection &connection)
     }
     const bool isEnd = parser.isUnframed() && connection.failure() == CAFailure::Closed;
     return isEnd || parser.waitsForRoom() ? CAFailure::None : connection.failure();
-}
-
-CACacheHeaders cacheHeaders(const CAParseHTTP &parser)
-{
-    return {.age = parser.header("Age:"),
-            .cacheControl = parser.header("Cache-Control:"),
-            .cacheStatus = parser.header("Cache-Status:"),
-            .date = parser.header("Date:"),
-            .via = parser.header("Via:"),
-            .xCache = parser.header("X-Cache:"),
-            .xCacheLookup = parser.header("X-Cache-Lookup:"),
-            .xVarnish = parser.header("X-Varnish:")};
 }
 
 // Tells the observer of a URL that is not asked for, or not once more, because the run is over.
@@ -269,10 +227,12 @@ Next exchange(const Client &client, CAConnection *connection, CAURL *url, std::u
         connection->renew();  // a late answer must not pass for that of the next URL
     }
     if (currentRun == run) {
-        if (isWorthRetrying(result) && url->retries() < ac.retries && client.keepsGoing()) {
+        if (CAIsWorthRetrying(result) && url->retries() < ac.retries && client.keepsGoing()) {
             return Next::Retry;
         }
-        if (const std::int64_t rest = askedRest(parser); rest > 0) {
+        const std::int64_t rest =
+            ac.retryAfter == 0 ? 0 : CAAskedRest(result.status, parser.header("Retry-After:"));
+        if (rest > 0) {
             restHost(*url, rest);
             if (!url->isRepeated()) {
                 return Next::Rest;
@@ -284,7 +244,7 @@ Next exchange(const Client &client, CAConnection *connection, CAURL *url, std::u
         // The clock may have been set back meanwhile.
         result.milliseconds = std::max<std::int64_t>(CANowMilliseconds() - result.started, 0);
         result.bytes = connection->received();
-        result.headers = cacheHeaders(parser);
+        result.headers = parser.cacheHeaders();
         results.finished(*url, result);
     }
     return Next::Done;
@@ -311,7 +271,7 @@ void fetch(const Client &client, CAURL *url, std::uint32_t run)
     }
     if (next == Next::Rest) {
         url->setRepeated();
-        if (!restingHosts->park(url, HTtime())) {
+        if (!restingHosts.park(url, HTtime())) {
             urlQueue->requeue(url);  // the rest is over already
         }
         return;
@@ -346,7 +306,7 @@ void workOnNext(const Client &client)
     auto *const url = static_cast<CAURL *>(urlQueue->dequeue());
     const std::int32_t depth = url != nullptr ? url->depth() : 0;
     const bool blocked = url == nullptr && urlQueue->isOrderedByDepth();
-    const bool parked = url != nullptr && ac.retryAfter != 0 && restingHosts->park(url, HTtime());
+    const bool parked = url != nullptr && ac.retryAfter != 0 && restingHosts.park(url, HTtime());
     if (blocked || parked) {
         CAWorkerThread::returnRequest();
     } else if (url != nullptr) {

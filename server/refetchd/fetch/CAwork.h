@@ -76,5 +76,15 @@ private:
     std::atomic<std::int32_t> finished_ = 0;
 };
 
+// ac.numClients worker records; null until the workers are started. The master thread clears each
+// entry whose worker it deletes.
+extern CAWorkerThread **workerThreads;
+
+// Changes with the end of each run: what was taken before is not tried again in the next.
+extern std::atomic<std::uint32_t> currentRun;
+
+// Every wait of the agent's is a poll at this interval.
+inline constexpr std::uint32_t kPollMilliseconds = 1000;
+
 // The body of a worker's thread; `arg` is its index in `workerThreads`. Returns null.
 void *ClientThread(void *arg);

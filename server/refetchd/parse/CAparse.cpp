@@ -8,8 +8,12 @@
 #include <memory>
 
 #include "base/CAtrace.h"
-#include "refetchd.h"
+#include "config/CAcfg.h"
+#include "config/CAwanted.h"
 #include "report/CAresults.h"
+#include "url/CAURL.h"
+#include "url/CAhost.h"
+#include "url/CAprocessed.h"
 #include "url/CAqueue.h"
 
 CABuffer::CABuffer(std::int32_t size) : size_(size), capacity_(size)
@@ -149,24 +153,12 @@ CAParser *CAParser::addSink(CAParser *next)
     return next;
 }
 
-bool CAParser::queueIsFull()
-{
-    return urlQueue->getLength() >= ac.maxQueueDepth;
-}
-
-bool CAParser::urlLimitIsReached()
-{
-    // The total stops at the largest number, which must not pass for a limit.
-    return ac.maxUrls != kUnlimited && urlQueue->getTotalEnqueued() >= ac.maxUrls;
-}
-
 CAURL *CAParser::resolveFound(const char *link, std::int32_t deeper) const
 {
     CAURL *const found = new CAURL(link, base_);
     found->setDepth(found->depth() + deeper);
     if (ac.debugFlags[kDebugParseUrl] != 0) {
-        FILE *const stream = CATraceOn() ? ac.traceStream : stderr;
-        std::fprintf(stream, "Parsed...... \"%s\" + \"%s\" --> \"%s\".\n", link,
+        std::fprintf(CATraceOrStderr(), "Parsed...... \"%s\" + \"%s\" --> \"%s\".\n", link,
                      url_->stringitize(), found->stringitize());
     }
     return found;
@@ -182,7 +174,7 @@ void CAParser::reportDropped(const char *link, std::int32_t deeper, CADrop why) 
 
 void CAParser::takeIfInteresting(CAURL *found) const
 {
-    if (const CADrop why = found->objection(url_); why != CADrop::None) {
+    if (const CADrop why = CAObjection(*found, *url_); why != CADrop::None) {
         CATrace("Not......... interested in URL \"%s\".\n", found->stringitize());
         if (results.observes()) {
             results.dropped(found->stringitize(), found->source(), found->depth(), why);

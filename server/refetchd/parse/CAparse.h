@@ -10,8 +10,10 @@
 #include <cstdint>
 
 #include "HTWorkThread.h"
+#include "base/CAoutcome.h"
 #include "config/CAoptions.h"
-#include "url/CAURL.h"
+
+class CAURL;
 
 // A byte buffer with a read and a write position. What is unread is always followed by a NUL.
 class CABuffer {
@@ -82,10 +84,6 @@ public:
     CAParser *addSink(CAParser *next);
 
 protected:
-    // The limits on links: no more while so many URLs wait, and none once so many were enqueued.
-    [[nodiscard]] static bool queueIsFull();
-    [[nodiscard]] static bool urlLimitIsReached();
-
     // Builds the URL of a link or redirection found in this response, so many levels deeper.
     [[nodiscard]] CAURL *resolveFound(const char *link, std::int32_t deeper) const;
     // Tells the observer of a link that a limit stands against; nothing without one.

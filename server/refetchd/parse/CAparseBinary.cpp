@@ -13,7 +13,9 @@
 #include "HTMemory.h"
 #include "HTString.h"
 #include "base/CAtrace.h"
+#include "config/CAcfg.h"
 #include "htthread.h"
+#include "url/CAURL.h"
 
 namespace {
 

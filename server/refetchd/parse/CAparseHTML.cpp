@@ -6,15 +6,15 @@
 #include <string_view>
 
 #include "base/CAtrace.h"
+#include "config/CAcfg.h"
+#include "config/CAwanted.h"
 #include "parse/CAparseBinary.h"
+#include "url/CAURL.h"
 
-CAParseHTML::CAParseHTML(CAURL *url) : CAParser(url)
-{
-    commonInit();
-}
+CAParseHTML::CAParseHTML(CAURL *url) : CAParseHTML(url, HTThread_context()) {}
 
 CAParseHTML::CAParseHTML(CAURL *url, HTThreadContext *threadContext, const CAParseOptions &options)
-    : CAParser(url, threadContext)
+    : CAParser(url, threadContext), links_(this, ac.loadInlineImages != 0)
 {
     commonInit();
     if (options.modernLinks) {
@@ -77,15 +77,13 @@ bool CAParseHTML::delves() const
 
 bool CAParseHTML::takesLinks()
 {
-    if (queueIsFull()) {
+    const CADrop limit = CALinkLimit();
+    if (limit == CADrop::MaxQueueDepth) {
         CATrace("HTMLconsume. Bailing 'cause queue is full.\n");
-        return false;
-    }
-    if (urlLimitIsReached()) {
+    } else if (limit == CADrop::MaxUrls) {
         CATrace("HTMLconsume. Bailing 'cause we hit max #URLs.\n");
-        return false;
     }
-    return true;
+    return limit == CADrop::None;
 }
 
 void CAParseHTML::processFoundBase(const char *href)
@@ -117,14 +115,9 @@ void CAParseHTML::processFoundUrl(const char *link, bool raisesDepth)
         return;
     }
     const std::int32_t deeper = raisesDepth ? 1 : 0;
-    if (queueIsFull()) {
-        CATrace("Ignoring.... relative URL \"%s\" (queue full).\n", link);
-        reportDropped(link, deeper, CADrop::MaxQueueDepth);
-        return;
-    }
-    if (urlLimitIsReached()) {
-        CATrace("Ignoring.... relative URL \"%s\" (hit max #URLs).\n", link);
-        reportDropped(link, deeper, CADrop::MaxUrls);
+    if (const CADrop limit = CALinkLimit(); limit != CADrop::None) {
+        CATrace("Ignoring.... relative URL \"%s\" (%s).\n", link, CALimitText(limit));
+        reportDropped(link, deeper, limit);
         return;
     }
     takeIfInteresting(resolveFound(link, deeper));

@@ -29,7 +29,7 @@ private:
     void processFoundUrl(const char *link, bool raisesDepth) override;
     void processFoundBase(const char *href) override;
 
-    CAScanHTML links_{this};
+    CAScanHTML links_;
     std::unique_ptr<CAScanModern> modernLinks_;  // in its place, when the options say so
     std::unique_ptr<const CAURL> foundBase_;
 };

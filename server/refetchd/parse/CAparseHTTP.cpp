@@ -11,9 +11,10 @@
 
 #include "HTString.h"
 #include "base/CAtrace.h"
+#include "config/CAcfg.h"
+#include "config/CAwanted.h"
 #include "parse/CAparseBinary.h"
 #include "parse/CAparseHTML.h"
-#include "refetchd.h"
 
 namespace {
 
@@ -81,6 +82,18 @@ std::string_view CAParseHTTP::header(const char *name) const
 {
     const char *const value = HTAssocList_lookupExact(headers_, name);
     return value != nullptr ? value : "";
+}
+
+CACacheHeaders CAParseHTTP::cacheHeaders() const
+{
+    return {.age = header("Age:"),
+            .cacheControl = header("Cache-Control:"),
+            .cacheStatus = header("Cache-Status:"),
+            .date = header("Date:"),
+            .via = header("Via:"),
+            .xCache = header("X-Cache:"),
+            .xCacheLookup = header("X-Cache-Lookup:"),
+            .xVarnish = header("X-Varnish:")};
 }
 
 std::int32_t CAParseHTTP::consume(char *data, std::int32_t length, std::int32_t *finished,
@@ -293,17 +306,11 @@ bool CAParseHTTP::followRedirect()
         return true;
     }
     CATrace("Found....... location \"%s\".\n", location);
-    if (queueIsFull()) {
-        CATrace("Ignoring.... location URL \"%s\" (queue full).\n", location);
-        waitsFor_ = CADrop::MaxQueueDepth;
+    waitsFor_ = CALinkLimit();
+    if (waitsFor_ != CADrop::None) {
+        CATrace("Ignoring.... location URL \"%s\" (%s).\n", location, CALimitText(waitsFor_));
         return false;
     }
-    if (urlLimitIsReached()) {
-        CATrace("Ignoring.... location URL \"%s\" (hit max #URLs).\n", location);
-        waitsFor_ = CADrop::MaxUrls;
-        return false;
-    }
-    waitsFor_ = CADrop::None;
     takeIfInteresting(resolveFound(location, 0));
     return true;
 }

@@ -5,8 +5,10 @@
 #include <string_view>
 
 #include "HTAssoc.h"
+#include "config/CAoptions.h"
 #include "parse/CAparse.h"
 #include "parse/CAparseChunked.h"
+#include "report/CAverdict.h"
 
 // Reads one response. A 302 enqueues its "Location:"; a 200 hands its body to the sink that fits
 // its type; every other status is abandoned, unless the options say otherwise. Any byte may be the
@@ -37,6 +39,9 @@ public:
 
     // The value of a header that is kept (its name with the colon), as it stands; "" without one.
     [[nodiscard]] std::string_view header(const char *name) const;
+
+    // Those that say what the cache did; they stay the parser's.
+    [[nodiscard]] CACacheHeaders cacheHeaders() const;
 
 private:
     enum class State : std::uint8_t {

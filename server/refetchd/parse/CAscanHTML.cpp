@@ -221,7 +221,7 @@ void CAScanHTML::parseTag(char *tag)
     if (target == nullptr) {
         return;
     }
-    if (target->isImage && ac.loadInlineImages == 0) {
+    if (target->isImage && !inlineImages_) {
         CATrace("HTMLconsume. Forgetting about image since LoadInlineImages is set to NO.\n");
         return;
     }

@@ -26,7 +26,8 @@ public:
 // scanner reads one page, on one thread.
 class CAScanHTML {
 public:
-    explicit CAScanHTML(CALinkSink *sink) : sink_(sink) {}
+    // The sink gets each link when its tag ends, without images unless `inlineImages`.
+    CAScanHTML(CALinkSink *sink, bool inlineImages) : sink_(sink), inlineImages_(inlineImages) {}
 
     // Scans the block [data, end) and cuts its tags up in place; `*end` must be a NUL.
     void scan(char *data, char *end);
@@ -42,6 +43,7 @@ private:
     void parseTag(char *tag);
 
     CALinkSink *const sink_;
+    const bool inlineImages_;
     std::size_t reassemblyLength_ = 0;                // 0: none is pending
     std::array<char, kReassemblySize> reassembly_{};  // a tag that has not ended yet
 };

@@ -11,6 +11,7 @@
 
 #include "base/CAtrace.h"
 #include "report/CAjson.h"
+#include "url/CAURL.h"
 
 CAResults &results = *new CAResults;
 
@@ -22,19 +23,6 @@ std::int64_t CANowMilliseconds()
 }
 
 namespace {
-
-constexpr std::string_view kSourceNames[] = {"admin", "topn"};
-
-constexpr std::size_t indexOf(_source source)
-{
-    return source == SOURCE_HITS ? 1 : 0;
-}
-
-template <typename Enum>
-constexpr std::size_t indexOf(Enum value)
-{
-    return static_cast<std::size_t>(value);
-}
 
 void reportFailure(const std::string &path, int error)
 {
@@ -83,7 +71,7 @@ void CAResults::dropped(std::string_view url, _source source, std::int32_t depth
     int error = 0;
     {
         const PMutexGuard guard(mutex_);
-        tally_.drops[indexOf(why)] += isOver_ ? 0 : 1;
+        tally_.drops[static_cast<std::size_t>(why)] += isOver_ ? 0 : 1;
         error = tellLocked(record);
     }
     reportFailure(logPath_, error);
@@ -91,27 +79,14 @@ void CAResults::dropped(std::string_view url, _source source, std::int32_t depth
 
 void CAResults::finished(const CAURL &url, const CAExchange &exchange)
 {
-    const CAJudgement judged = CAJudge(exchange.status, exchange.headers, exchange.started / 1000,
-                                       static_cast<std::int32_t>(exchange.milliseconds / 1000));
-    std::array<char, 24> status{};
-    Record record{.url = url.stringitize(),
-                  .source = url.source(),
-                  .depth = url.depth(),
-                  .verdict = judged.verdict,
-                  .age = judged.age,
-                  .why = "",
-                  .exchange = exchange};
-    if (exchange.status != 0 && exchange.failure != CAFailure::None) {
-        record.verdict = CAVerdict::Failed;
-        record.age = -1;
-        record.why = exchange.failure == CAFailure::TimedOut ? "timed out within the answer"
-                                                             : "connection broke within the answer";
-    } else if (exchange.status == 0) {
-        record.why = CAFailureText(exchange.failure);
-    } else if (judged.verdict == CAVerdict::Failed) {
-        std::snprintf(status.data(), status.size(), "status %d", exchange.status);
-        record.why = status.data();
-    }
+    const CAJudgement judged = CAJudge(exchange);
+    const Record record{.url = url.stringitize(),
+                        .source = url.source(),
+                        .depth = url.depth(),
+                        .verdict = judged.verdict,
+                        .age = judged.age,
+                        .why = judged.why,
+                        .exchange = exchange};
     int error = 0;
     {
         const PMutexGuard guard(mutex_);
@@ -167,16 +142,7 @@ int CAResults::tellLocked(const Record &record)
 
 void CAResults::countLocked(const Record &record)
 {
-    const std::int32_t status = record.exchange.status;
-    ++tally_.urls[indexOf(record.source)][indexOf(record.verdict)];
-    tally_.bytes += record.exchange.bytes;
-    if (status >= 100 && status < 600) {
-        ++tally_.responses[static_cast<std::size_t>(status / 100 - 1)];
-    }
-    if (status == 200) {
-        ++tally_.answers200;
-        tally_.agedHits += record.verdict == CAVerdict::FromCache ? 1 : 0;
-    }
+    tally_.count(record.source, record.verdict, record.exchange.status, record.exchange.bytes);
 }
 
 int CAResults::openLocked()
@@ -208,10 +174,10 @@ int CAResults::addLineLocked(const Record &record)
     line.time(record.exchange.started);
     line << ",\"url\":";
     line.quote(record.url);
-    line << ",\"source\":\"" << kSourceNames[indexOf(record.source)]
-         << "\",\"depth\":" << record.depth << ",\"status\":" << record.exchange.status
-         << ",\"bytes\":" << record.exchange.bytes << ",\"ms\":" << record.exchange.milliseconds
-         << ",\"verdict\":\"" << CAVerdictName(record.verdict) << "\"";
+    line << ",\"source\":\"" << CASourceName(record.source) << "\",\"depth\":" << record.depth
+         << ",\"status\":" << record.exchange.status << ",\"bytes\":" << record.exchange.bytes
+         << ",\"ms\":" << record.exchange.milliseconds << ",\"verdict\":\""
+         << CAVerdictName(record.verdict) << "\"";
     if (record.age >= 0) {
         line << ",\"age\":" << record.age;
     }
@@ -281,103 +247,11 @@ void CAResults::endRun(std::time_t started, std::int32_t seconds, std::int32_t q
         error = closeLocked();
         error = failed != 0 ? failed : error;
         last_ = tally_;
-        tally_ = Tally();
+        tally_ = CATally();
     }
     reportFailure(logPath_, error);
     if (!metricsPath_.empty()) {
-        writeMetrics(started, seconds, queueLeft);
+        CAWriteMetrics(metricsPath_, last_,
+                       {.started = started, .seconds = seconds, .queueLeft = queueLeft});
     }
-}
-
-namespace {
-
-// A gauge's head, and the value of one that has no labels.
-void putHead(FILE *file, const char *name, const char *help)
-{
-    std::fprintf(file, "# HELP refetchd_%s %s\n# TYPE refetchd_%s gauge\n", name, help, name);
-}
-
-void putGauge(FILE *file, const char *name, const char *help, std::int64_t value)
-{
-    putHead(file, name, help);
-    std::fprintf(file, "refetchd_%s %" PRId64 "\n", name, value);
-}
-
-std::string labelOf(std::size_t verdict)
-{
-    std::string label(CAVerdictName(static_cast<CAVerdict>(verdict)));
-    std::replace(label.begin(), label.end(), ' ', '_');
-    return label;
-}
-
-}  // namespace
-
-void CAResults::writeMetrics(std::time_t started, std::int32_t seconds,
-                             std::int32_t queueLeft) const
-{
-    const std::string aside = metricsPath_ + ".tmp";
-    FILE *const file = std::fopen(aside.c_str(), "we");
-    if (file == nullptr) {
-        reportFailure(metricsPath_, errno);
-        return;
-    }
-    putGauge(file, "run_start_time_seconds", "Start of the last run, since the epoch.", started);
-    putGauge(file, "run_duration_seconds", "Duration of the last run.", seconds);
-    putHead(file, "urls", "URLs of the last run by where they came from and what became of them.");
-    for (std::size_t source = 0; source < kSources; ++source) {
-        for (std::size_t verdict = 0; verdict < kVerdicts; ++verdict) {
-            std::fprintf(file, "refetchd_urls{source=\"%s\",verdict=\"%s\"} %d\n",
-                         kSourceNames[source].data(), labelOf(verdict).c_str(),
-                         last_.urls[source][verdict]);
-        }
-    }
-    putHead(file, "responses", "Responses of the last run by the class of their status.");
-    for (std::size_t i = 0; i < kClasses; ++i) {
-        std::fprintf(file, "refetchd_responses{class=\"%zuxx\"} %d\n", i + 1, last_.responses[i]);
-    }
-    putGauge(file, "response_bytes", "Bytes of all responses of the last run.", last_.bytes);
-    putHead(file, "dropped_urls", "URLs of the last run that were not asked for, by directive.");
-    for (std::size_t drop = 0; drop < kDrops; ++drop) {
-        const auto why = static_cast<CADrop>(drop);
-        if (why != CADrop::None && why != CADrop::Processed) {
-            std::fprintf(file, "refetchd_dropped_urls{by=\"%s\"} %d\n", CADropName(why).data(),
-                         last_.drops[drop]);
-        }
-    }
-    putGauge(file, "queue_left", "URLs that waited when the last run ended.", queueLeft);
-    const bool failed = std::fflush(file) != 0 || std::ferror(file) != 0;
-    int error = !failed ? 0 : errno != 0 ? errno : EIO;
-    if (std::fclose(file) != 0 && error == 0) {
-        error = errno;
-    }
-    if (error == 0 && std::rename(aside.c_str(), metricsPath_.c_str()) != 0) {
-        error = errno;
-    }
-    if (error != 0) {
-        unlink(aside.c_str());
-        reportFailure(metricsPath_, error);
-    }
-}
-
-bool CAResults::progressIsDue(std::int32_t elapsed)
-{
-    lastProgress_ = elapsed < lastProgress_ ? 0 : lastProgress_;  // another run
-    if (progressSeconds_ < 1 || elapsed - lastProgress_ < progressSeconds_) {
-        return false;
-    }
-    lastProgress_ = elapsed;
-    return true;
-}
-
-void CAFormatProgress(char *buffer, std::size_t size, const CAProgress &progress)
-{
-    std::array<char, 32> left{"no limit"};
-    if (progress.maxRuntime > 0) {
-        std::snprintf(left.data(), left.size(), "%d s left",
-                      std::max(0, progress.maxRuntime - progress.elapsed));
-    }
-    std::snprintf(buffer, size,
-                  "Progress.... %d done, %d succeeded, %d queued, %d busy, %.1f URLs/s, %s\n",
-                  progress.done, progress.succeeded, progress.queued, progress.busy,
-                  static_cast<double>(progress.done) / std::max(1, progress.elapsed), left.data());
 }

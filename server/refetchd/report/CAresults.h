@@ -18,21 +18,13 @@
 
 #include "base/CAoutcome.h"
 #include "htthread.h"
+#include "report/CAmetrics.h"
 #include "report/CAverdict.h"
-#include "url/CAURL.h"
-
-// One request and what came back.
-struct CAExchange {
-    std::int32_t status = 0;              // 0: no status line came
-    CAFailure failure = CAFailure::None;  // why none came
-    std::int64_t bytes = 0;               // of the response
-    std::int64_t started = 0;             // milliseconds since the epoch
-    std::int64_t milliseconds = 0;        // from the start to the last byte
-    CACacheHeaders headers = {};          // of the answer
-};
 
 // Milliseconds since the epoch, for CAExchange::started.
 [[nodiscard]] std::int64_t CANowMilliseconds();
+
+class CAURL;
 
 class CAResults {
 public:
@@ -47,7 +39,6 @@ public:
     // before the line that names the log are not in it.
     void setLog(const char *path);
     void setMetricsFile(const char *path) { metricsPath_ = path; }
-    void setProgress(std::int32_t seconds) { progressSeconds_ = seconds; }
 
     // True when URLs are observed. Ask first: nobody wants to hear of them otherwise.
     [[nodiscard]] bool observes() const { return lines_ != nullptr || !metricsPath_.empty(); }
@@ -66,7 +57,7 @@ public:
 
     // Ends a run that was started then and took so long, with so many URLs left in the queue:
     // closes the log, writes the metrics file (failures are traced and in the error log), and
-    // begins to count anew. With the last run what is still in flight has failed, and nothing that
+    // starts new counts. With the last run what is still in flight has failed, and nothing that
     // comes later is heard. Master thread.
     void endRun(std::time_t started, std::int32_t seconds, std::int32_t queueLeft,
                 bool isLast = false);
@@ -78,24 +69,10 @@ public:
     [[nodiscard]] std::int32_t agedHits() const { return last_.agedHits; }
     [[nodiscard]] bool cacheIgnoresUs() const { return last_.agedHits > last_.answers200 / 2; }
 
-    // True once in each interval of a run, `elapsed` seconds after its start. Master thread.
-    [[nodiscard]] bool progressIsDue(std::int32_t elapsed);
-
 private:
-    static constexpr std::size_t kSources = 2;
-    static constexpr std::size_t kClasses = 5;
     static constexpr std::size_t kMaxLine = 32768;
     static constexpr std::size_t kFlushAt = 65536;
     using Lines = std::array<char, kFlushAt + kMaxLine>;
-
-    struct Tally {
-        std::array<std::array<std::int32_t, kVerdicts>, kSources> urls{};
-        std::array<std::int32_t, kClasses> responses{};
-        std::array<std::int32_t, kDrops> drops{};
-        std::int64_t bytes = 0;
-        std::int32_t answers200 = 0;
-        std::int32_t agedHits = 0;
-    };
 
     // One line of the log.
     struct Record {
@@ -120,13 +97,10 @@ private:
     [[nodiscard]] int addLineLocked(const Record &record) HT_REQUIRES(mutex_);
     [[nodiscard]] int flushLocked() HT_REQUIRES(mutex_);
     [[nodiscard]] int closeLocked() HT_REQUIRES(mutex_);
-    void writeMetrics(std::time_t started, std::int32_t seconds, std::int32_t queueLeft) const;
 
     std::string logPath_;
     std::string metricsPath_;
-    std::int32_t progressSeconds_ = 0;
-    std::int32_t lastProgress_ = 0;  // the master's
-    Tally last_;                     // the master's
+    CATally last_;  // the master's
 
     // Held while lines go to the file, too, for a worker may be late and come when it is closed.
     PMutex mutex_;
@@ -135,22 +109,9 @@ private:
     int file_ HT_GUARDED_BY(mutex_) = -1;
     bool failed_ HT_GUARDED_BY(mutex_) = false;  // in this run, and said so
     bool isOver_ HT_GUARDED_BY(mutex_) = false;  // the last run has ended
-    Tally tally_ HT_GUARDED_BY(mutex_);
+    CATally tally_ HT_GUARDED_BY(mutex_);
     std::vector<Flight> flights_ HT_GUARDED_BY(mutex_);  // by client
 };
 
 // It lives until the process ends, as a worker may.
 extern CAResults &results;
-
-// The counts that a line of progress tells.
-struct CAProgress {
-    std::int32_t done = 0;
-    std::int32_t succeeded = 0;
-    std::int32_t queued = 0;
-    std::int32_t busy = 0;
-    std::int32_t elapsed = 0;     // seconds
-    std::int32_t maxRuntime = 0;  // seconds; below 1: no limit
-};
-
-// Writes the line, with its end and a NUL, into `buffer`, cut off where that is too short.
-void CAFormatProgress(char *buffer, std::size_t size, const CAProgress &progress);

@@ -1,21 +1,27 @@
-// The summary page of a run, appended to the report in progress.
-#include <array>
-#include <cstdio>
+#include "report/CAsummary.h"
 
-#include "CArun.h"
+#include <array>
+
 #include "HTFile.h"
 #include "base/CAhits.h"
 #include "base/CAtrace.h"
-#include "fetch/CAwork.h"
-#include "refetchd.h"
-#include "url/CAqueue.h"
-#include "url/CArest.h"
 
 namespace {
 
+// What every page begins with, to the end of its heading.
+void writeStart(FILE *page)
+{
+    std::fprintf(page, "<html>\n<head>\n   <title>%s</title>\n",
+                 CAMessage(942, "Automatic Cache Refresh Summary"));
+    std::fprintf(page, "<meta name=\"GENERATOR\" content=\"Quillmark\">\n</head>\n");
+    std::fprintf(page,
+                 "<body background=\"/zuicons/statusBG.jpg\">\n\n<center><h2>%s</h2></center>\n",
+                 CAMessage(943, "Automatic Cache Refresh Summary"));
+}
+
 void writeHead(FILE *page)
 {
-    CAReportHead(page);
+    writeStart(page);
     std::fprintf(page, "<p>%s\n<hr>\n</p>\n\n",
                  CAMessage(944,
                            "This page displays Cache Agent statistics and the Top Cached URLs that "
@@ -30,12 +36,8 @@ void writeTimes(FILE *page)
                  "bordercolordark=\"#3366CC\" bordercolorlight=\"#3366CC\">\n");
 }
 
-void writeCounts(FILE *page)
+void writeCounts(FILE *page, const CASummaryCounts &counts)
 {
-    int successes = 0;
-    for (std::int32_t i = 0; i < ac.numClients; ++i) {
-        successes += workerThreads[i]->getSuccesses();
-    }
     std::fprintf(page,
                  "<table align=center width=\"50%%\" border=2 bordercolor=\"#3366CC\" "
                  "bordercolorlight=\"#3366CC\" bordercolordark=\"#3366CC\">\n"
@@ -43,11 +45,10 @@ void writeCounts(FILE *page)
                  "<td>%s</td>\n<td align=right>%d</td>\n </tr>\n <tr>\n"
                  " <td>%s</td>\n<td align=right>%d</td> \n </tr>\n <tr>\n"
                  " <td>%s</td>\n<td align=right>%d</td>\n </tr>\n </table>\n\n",
-                 CAMessage(947, "URLs specified by admin for refresh:"), ac.adminUrlCount,
-                 CAMessage(948, "Top N URLs from the cache specified for refresh:"),
-                 ac.seedCount - ac.adminUrlCount, CAMessage(949, "Total URLs loaded into cache:"),
-                 successes, CAMessage(950, "URLs not processed:"),
-                 urlQueue->getLength() + restingHosts->parked());
+                 CAMessage(947, "URLs specified by admin for refresh:"), counts.adminUrls,
+                 CAMessage(948, "Top N URLs from the cache specified for refresh:"), counts.topUrls,
+                 CAMessage(949, "Total URLs loaded into cache:"), counts.loaded,
+                 CAMessage(950, "URLs not processed:"), counts.notProcessed);
 }
 
 // One row for each good line of the hits file.
@@ -60,8 +61,7 @@ void writeHitsRows(FILE *page, FILE *hitsFile)
             continue;
         }
         if (!CASplitHitsLine(line.data(), &words)) {
-            std::fprintf(CATraceOn() ? ac.traceStream : stderr,
-                         "CASummary... found bad line in hitlist\n");
+            std::fputs("CASummary... found bad line in hitlist\n", CATraceOrStderr());
             continue;
         }
         std::fprintf(page, "<tr><td>%s<td>%s<td><a href=\"%s\">%s</a></tr>\n", words.hits.data(),
@@ -69,10 +69,9 @@ void writeHitsRows(FILE *page, FILE *hitsFile)
     }
 }
 
-void writeHits(FILE *page)
+void writeHits(FILE *page, const char *hitsPath)
 {
-    FILE *const hitsFile =
-        g_ca_hits_filename == nullptr ? nullptr : HTOpenForReading(g_ca_hits_filename);
+    FILE *const hitsFile = hitsPath == nullptr ? nullptr : HTOpenForReading(hitsPath);
     if (hitsFile == nullptr) {
         std::fprintf(page, "%s<br>\n", CAMessage(955, "Unable to get info..."));
         return;
@@ -91,17 +90,21 @@ void writeHits(FILE *page)
 
 }  // namespace
 
-void CASummary()
+void CAWritePlaceholder(FILE *page)
 {
-    FILE *const page = ac.reportStream;
-    if (page == nullptr) {
-        return;
-    }
-    CATrace("Now writing Automatic Cache Refresh Summary file!\n");
+    writeStart(page);
+    std::fprintf(page,
+                 "<p>Unable to show cache agent information because no data is available at this "
+                 "time.</p>");
+    std::fprintf(page, "\n</html>\n");
+}
+
+void CAWriteSummary(FILE *page, const CASummaryCounts &counts, const char *hitsPath)
+{
     writeHead(page);
     writeTimes(page);
-    writeCounts(page);
-    writeHits(page);
+    writeCounts(page, counts);
+    writeHits(page, hitsPath);
     std::fprintf(page, "\n<center>\n</body></html>\n");
     std::fflush(page);  // a page that is finished is in the file, even if the process is killed
 }

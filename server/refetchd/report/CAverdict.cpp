@@ -280,21 +280,69 @@ CAVerdict verdictOf(Word word, bool kept)
     return word == Word::Missed ? CAVerdict::Stored : CAVerdict::Refreshed;
 }
 
-}  // namespace
-
-CAJudgement CAJudge(std::int32_t status, const CACacheHeaders &headers, std::time_t requested,
-                    std::int32_t took)
+// Judges an answer that came whole.
+CAJudgement judgeAnswer(const CAExchange &exchange)
 {
-    if (status < 200 || status >= 400) {
-        return {.verdict = CAVerdict::Failed, .age = -1};
-    }
-    const std::int32_t age = ageOf(headers, requested);
+    const std::int32_t age = ageOf(exchange.headers, exchange.started / 1000);
+    const auto took = static_cast<std::int32_t>(exchange.milliseconds / 1000);
     const std::int32_t fresh = took > INT32_MAX - kJustNow ? INT32_MAX : took + kJustNow;
-    Word word = ownWord(headers);
+    Word word = ownWord(exchange.headers);
     // Squid says HIT, and an age of 0, when the origin has just confirmed the copy.
     if (word == Word::None || (word == Word::Hit && age >= 0)) {
         word = byAge(age, fresh);
     }
-    const CAVerdict verdict = verdictOf(word, mayBeKept(headers.cacheControl));
-    return {.verdict = verdict, .age = verdict == CAVerdict::FromCache ? age : -1};
+    const CAVerdict verdict = verdictOf(word, mayBeKept(exchange.headers.cacheControl));
+    return {.verdict = verdict, .age = verdict == CAVerdict::FromCache ? age : -1, .why = ""};
+}
+
+std::string_view reasonOf(const CAExchange &exchange)
+{
+    if (exchange.status == 0) {
+        return CAFailureText(exchange.failure);
+    }
+    return exchange.failure == CAFailure::TimedOut ? "timed out within the answer"
+                                                   : "connection broke within the answer";
+}
+
+constexpr std::int64_t kDefaultRest = 10;  // seconds, when the host does not say
+
+}  // namespace
+
+CAJudgement CAJudge(const CAExchange &exchange)
+{
+    const std::int32_t status = exchange.status;
+    if (status == 0 || exchange.failure != CAFailure::None) {
+        return {.why = std::string(reasonOf(exchange))};
+    }
+    if (status < 200 || status >= 400) {
+        return {.why = "status " + std::to_string(status)};
+    }
+    return judgeAnswer(exchange);
+}
+
+bool CAIsWorthRetrying(const CAExchange &exchange)
+{
+    switch (exchange.failure) {
+    case CAFailure::Connect:
+    case CAFailure::Send:
+    case CAFailure::Closed:
+    case CAFailure::Reset:
+    case CAFailure::TimedOut: return exchange.status == 0;
+    case CAFailure::None:
+    case CAFailure::Address:
+    case CAFailure::Request:
+    case CAFailure::BadResponse:
+    case CAFailure::Stopped: return false;
+    }
+    return false;
+}
+
+std::int64_t CAAskedRest(std::int32_t status, std::string_view retryAfter)
+{
+    if (status != 429 && status != 503) {
+        return 0;
+    }
+    const std::string_view value = withoutBlanks(retryAfter);
+    const bool isNumber = !value.empty() && HTIsDigit(value.front());
+    return isNumber ? std::max<std::int64_t>(HTDecimal(value), 1) : kDefaultRest;
 }

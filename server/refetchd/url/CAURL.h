@@ -1,13 +1,10 @@
-// One URL to refresh, and the table of hits per host.
+// One URL to refresh.
 #pragma once
 
 #include <cstdint>
 #include <string_view>
 
-#include "HTHash.h"
-#include "base/CAoutcome.h"
 #include "base/CAwhen.h"
-#include "htthread.h"
 
 // The record of one URL: made from a seed, a link or a redirection target, queued, fetched,
 // deleted.
@@ -54,19 +51,8 @@ public:
     // memory ran out while the record was made.
     [[nodiscard]] const char *holdText() const;
 
-    // What stands against enqueuing this URL, found in the page `parent` (traced): a limit, a
-    // filter, or that it was taken already. Changes nothing.
-    [[nodiscard]] CADrop objection(const CAURL *parent) const;
-    // 1 when nothing does, else 0.
-    [[nodiscard]] int interesting(const CAURL *parent) const
-    {
-        return objection(parent) == CADrop::None ? 1 : 0;
-    }
-
 private:
     void parseMe(const char *name, const char *base);
-    [[nodiscard]] bool jumpsFromHost(const CAURL *parent) const;
-    [[nodiscard]] bool hostIsExhausted() const;
 
     // Held, see HTShared.h; null when memory ran out. A text that is no absolute form begins with
     // the path's "/", and has the scheme and the host behind its NUL, a NUL behind each.
@@ -77,26 +63,3 @@ private:
     bool repeated_ = false;
     std::uint16_t retries_ = 0;
 };
-
-// How many requests were charged to one host, named as in the URL: "h" and "h:8080" are two hosts.
-struct CAHost;
-
-// Requests per host. Any thread may call; the table's own mutex guards every look-up and update.
-// Hosts live until the process ends, the table's contents too: a worker may still count while the
-// process is ending.
-class CAHostTable {
-public:
-    CAHostTable();
-
-    // Adds `n` (1 for addHit) to the host's count, which saturates; a new host starts at 0.
-    void addHits(std::string_view host, std::int32_t n);
-    void addHit(std::string_view host) { addHits(host, 1); }
-    // The host's count; 0 (traced) for one never seen.
-    [[nodiscard]] std::int32_t getHits(std::string_view host);
-
-private:
-    PMutex *const mutex_;
-    HashTable *const hosts_ HT_GUARDED_BY(*mutex_);  // of CAHost
-};
-
-extern CAHostTable ht;

@@ -3,6 +3,8 @@
 #include "HTWorkThread.h"
 #include "url/CAURL.h"
 
+CAQueue *urlQueue = nullptr;
+
 CAQueue::CAQueue(int serialize) : mutex_(serialize != 0 ? pmutex_create() : 0)
 {
     for (Lane &lane : lanes_) {

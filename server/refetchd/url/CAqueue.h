@@ -76,3 +76,7 @@ private:
     std::atomic<std::int32_t> totalEnqueued_ = 0;
     std::atomic<std::uint32_t> generation_ = 0;
 };
+
+// The URLs to fetch. Created by the main thread before any other thread exists; deleted and set to
+// null by the master thread after the last run, once all worker threads are gone.
+extern CAQueue *urlQueue;

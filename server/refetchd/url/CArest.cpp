@@ -5,6 +5,8 @@
 #include "url/CAURL.h"
 #include "url/CAqueue.h"
 
+CARestTable &restingHosts = *new CARestTable;
+
 std::int64_t CARestTable::rest(std::string_view host, std::time_t now, std::int64_t seconds)
 {
     const std::time_t until = now + std::clamp<std::int64_t>(seconds, 0, kLongestRest);

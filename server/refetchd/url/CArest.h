@@ -43,3 +43,6 @@ private:
     std::map<std::string, Host, std::less<>> hosts_ HT_GUARDED_BY(mutex_);
     std::atomic<std::int32_t> parked_ = 0;  // grows under the lock
 };
+
+// The process's table. It is never deleted, because a worker thread that is left behind may use it.
+extern CARestTable &restingHosts;

@@ -1,0 +1,87 @@
+#include "config/CAwanted.h"
+
+#include <string_view>
+
+#include "HTWorkThread.h"
+#include "base/CAtrace.h"
+#include "config/CAcfg.h"
+#include "url/CAURL.h"
+#include "url/CAhost.h"
+#include "url/CAprocessed.h"
+#include "url/CAqueue.h"
+
+namespace {
+
+bool jumpsFromHost(const CAURL &found, const CAURL &page)
+{
+    const std::string_view from = page.host();
+    const std::string_view to = found.host();
+    if (ac.delveAcrossHosts != 0 || from == to) {
+        return false;
+    }
+    CATrace("URL......... %s will be ignored: jump from host %.*s to %.*s.\n", found.stringitize(),
+            CALength(from), from.data(), CALength(to), to.data());
+    return true;
+}
+
+bool hostIsExhausted(const CAURL &found)
+{
+    const std::string_view name = found.host();
+    const std::int32_t max = ac.getMaxHits(name, &HTThread_context()->pool);
+    const std::int32_t hits = ht.getHits(name);
+    if (max == 0 || hits < max) {
+        return false;
+    }
+    CATrace("Host........ %.*s: %d hits, %d max --> ignoring \"%s\".\n", CALength(name),
+            name.data(), hits, max, found.stringitize());
+    return true;
+}
+
+}  // namespace
+
+CADrop CAObjection(const CAURL &found, const CAURL &page)
+{
+    const char *const text = found.stringitize();
+    if (found.depth() > ac.delveDepth) {
+        CATrace("URL......... %s is too deep (%d > %d).\n", text, found.depth(), ac.delveDepth);
+        return CADrop::DelveDepth;
+    }
+    if (ac.ignoreURL(&found) != 0) {
+        return CADrop::IgnoreUrl;
+    }
+    if (ac.onlyCheck(&found) != 0) {
+        return CADrop::OnlyUrl;
+    }
+    if (ac.queryURL(&found) != 0 && ac.cacheThisQuery(&found) == 0) {
+        CATrace("URL......... %s will be ignored: query string.\n", text);
+        return CADrop::CacheQueries;
+    }
+    if (jumpsFromHost(found, page)) {
+        return CADrop::DelveAcrossHosts;
+    }
+    if (CAIsProcessed(text)) {
+        CATrace("URL......... %s will be ignored: already processed.\n", text);
+        return CADrop::Processed;
+    }
+    return hostIsExhausted(found) ? CADrop::MaxHostUrls : CADrop::None;
+}
+
+int interesting(const CAURL *found, const CAURL *page)
+{
+    return CAObjection(*found, *page) == CADrop::None ? 1 : 0;
+}
+
+CADrop CALinkLimit()
+{
+    if (urlQueue->getLength() >= ac.maxQueueDepth) {
+        return CADrop::MaxQueueDepth;
+    }
+    // The total stops at the largest number, which must not pass for a limit.
+    const bool isLimited = ac.maxUrls != kUnlimited;
+    return isLimited && urlQueue->getTotalEnqueued() >= ac.maxUrls ? CADrop::MaxUrls : CADrop::None;
+}
+
+const char *CALimitText(CADrop limit)
+{
+    return limit == CADrop::MaxQueueDepth ? "queue full" : "hit max #URLs";
+}

@@ -1,0 +1,158 @@
+#include "report/CAmetrics.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cinttypes>
+#include <climits>
+#include <cstdio>
+
+#include "base/CAtrace.h"
+
+void CATally::count(_source source, CAVerdict verdict, std::int32_t status, std::int64_t size)
+{
+    ++urls[source == SOURCE_HITS ? 1 : 0][static_cast<std::size_t>(verdict)];
+    bytes += size;
+    if (status >= 100 && status < 600) {
+        ++responses[static_cast<std::size_t>(status / 100 - 1)];
+    }
+    if (status == 200) {
+        ++answers200;
+        agedHits += verdict == CAVerdict::FromCache ? 1 : 0;
+    }
+}
+
+namespace {
+
+// A gauge's head, and the value of one that has no labels.
+void putHead(FILE *file, const char *name, const char *help)
+{
+    std::fprintf(file, "# HELP refetchd_%s %s\n# TYPE refetchd_%s gauge\n", name, help, name);
+}
+
+void putGauge(FILE *file, const char *name, const char *help, std::int64_t value)
+{
+    putHead(file, name, help);
+    std::fprintf(file, "refetchd_%s %" PRId64 "\n", name, value);
+}
+
+std::string labelOf(std::size_t verdict)
+{
+    std::string label(CAVerdictName(static_cast<CAVerdict>(verdict)));
+    std::replace(label.begin(), label.end(), ' ', '_');
+    return label;
+}
+
+void put(FILE *file, const CATally &tally, const CARunEnd &end)
+{
+    putGauge(file, "run_start_time_seconds", "Start of the last run, since the epoch.",
+             end.started);
+    putGauge(file, "run_duration_seconds", "Duration of the last run.", end.seconds);
+    putHead(file, "urls", "URLs of the last run by where they came from and what became of them.");
+    for (std::size_t source = 0; source < CATally::kSources; ++source) {
+        for (std::size_t verdict = 0; verdict < kVerdicts; ++verdict) {
+            std::fprintf(file, "refetchd_urls{source=\"%s\",verdict=\"%s\"} %d\n",
+                         CASourceName(source == 0 ? SOURCE_CONFIG : SOURCE_HITS).data(),
+                         labelOf(verdict).c_str(), tally.urls[source][verdict]);
+        }
+    }
+    putHead(file, "responses", "Responses of the last run by the class of their status.");
+    for (std::size_t i = 0; i < CATally::kClasses; ++i) {
+        std::fprintf(file, "refetchd_responses{class=\"%zuxx\"} %d\n", i + 1, tally.responses[i]);
+    }
+    putGauge(file, "response_bytes", "Bytes of all responses of the last run.", tally.bytes);
+    putHead(file, "dropped_urls", "URLs of the last run that were not asked for, by directive.");
+    for (std::size_t drop = 0; drop < kDrops; ++drop) {
+        const auto why = static_cast<CADrop>(drop);
+        if (why != CADrop::None && why != CADrop::Processed) {
+            std::fprintf(file, "refetchd_dropped_urls{by=\"%s\"} %d\n", CADropName(why).data(),
+                         tally.drops[drop]);
+        }
+    }
+    putGauge(file, "queue_left", "URLs that waited when the last run ended.", end.queueLeft);
+}
+
+// Opens a new file; null with errno set. What had its name, a link perhaps, goes first.
+FILE *openAnew(const std::string &path)
+{
+    unlink(path.c_str());
+    const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    FILE *const file = fd < 0 ? nullptr : fdopen(fd, "w");
+    if (fd >= 0 && file == nullptr) {
+        const int error = errno;
+        close(fd);
+        errno = error;
+    }
+    return file;
+}
+
+// Closes the file. 0, or the number of the first error that writing it met.
+int finish(FILE *file)
+{
+    const bool failed = std::fflush(file) != 0 || std::ferror(file) != 0;
+    const int error = !failed ? 0 : errno != 0 ? errno : EIO;
+    const bool closed = std::fclose(file) == 0;
+    return error != 0 || closed ? error : errno;
+}
+
+// Replaces `target`. 0, or an error number.
+int replace(const std::string &target, const CATally &tally, const CARunEnd &end)
+{
+    const std::string aside = target + ".tmp";
+    FILE *const file = openAnew(aside);
+    if (file == nullptr) {
+        return errno;
+    }
+    put(file, tally, end);
+    int error = finish(file);
+    if (error == 0 && std::rename(aside.c_str(), target.c_str()) != 0) {
+        error = errno;
+    }
+    if (error != 0) {
+        unlink(aside.c_str());
+    }
+    return error;
+}
+
+}  // namespace
+
+void CAWriteMetrics(const std::string &path, const CATally &tally, const CARunEnd &end)
+{
+    const std::string target = CAMetricsTarget(path);
+    if (!CAIsReplaceable(target)) {
+        CATrace("Metrics..... \"%s\" is no regular file and stays as it is.\n", path.c_str());
+        CAErrorLog(959, "The metrics file \"%s\" is no regular file and was not written.\n",
+                   path.c_str());
+        return;
+    }
+    if (const int error = replace(target, tally, end); error != 0) {
+        CATrace("Metrics..... could not write \"%s\"; errno=%d.\n", path.c_str(), error);
+        CAErrorLog(958, "Could not write the metrics file \"%s\".\n", path.c_str());
+    }
+}
+
+std::string CAMetricsTarget(const std::string &path)
+{
+    constexpr int kMostLinks = 40;  // as the kernel follows
+    std::string target = path;
+    for (int i = 0; i < kMostLinks; ++i) {
+        std::array<char, PATH_MAX> link{};
+        const ssize_t length = readlink(target.c_str(), link.data(), link.size());
+        if (length < 0) {
+            break;  // no link, or nothing there yet
+        }
+        const bool isRelative = link[0] != '/';
+        target.resize(isRelative ? target.rfind('/') + 1 : 0);
+        target.append(link.data(), static_cast<std::size_t>(length));
+    }
+    return target;
+}
+
+bool CAIsReplaceable(const std::string &target)
+{
+    struct stat status {};
+    return lstat(target.c_str(), &status) != 0 || S_ISREG(status.st_mode);
+}

@@ -1,0 +1,57 @@
+#include "url/CAprocessed.h"
+
+#include <cstring>
+
+#include "HTShared.h"
+#include "url/CAURL.h"
+
+HashTable *processedUrls = nullptr;
+
+namespace {
+
+constexpr std::uint32_t kBuckets = 1009;
+
+void release(void *text, void * /*context*/)
+{
+    HTShared_release(static_cast<const char *>(text));
+}
+
+}  // namespace
+
+std::uint32_t UrlHasher(std::uint32_t size, const void *key)
+{
+    return ElfHash(size, static_cast<const char *>(key));
+}
+
+int UrlComparator(const void *a, const void *b)
+{
+    return std::strcmp(static_cast<const char *>(a), static_cast<const char *>(b));
+}
+
+HashTable *CANewProcessedUrls()
+{
+    return HashCreate(kBuckets, UrlComparator, UrlHasher, 1);
+}
+
+void CARecordProcessed(const CAURL *url)
+{
+    const char *const text = url->holdText();
+    if (text != nullptr && HashAddUnique(processedUrls, const_cast<char *>(text)) != 0) {
+        HTShared_release(text);
+    }
+}
+
+bool CAIsProcessed(const char *text)
+{
+    return HashLookup(processedUrls, text) != nullptr;
+}
+
+void CAForgetProcessed(const char *text)
+{
+    release(HashRemove(processedUrls, text), nullptr);
+}
+
+void CAForgetAllProcessed()
+{
+    HashDrain(processedUrls, release, nullptr);
+}
