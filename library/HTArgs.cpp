@@ -26,8 +26,8 @@ void traceOpenQuote(int number, const char *quote)
 }
 
 // Ends the word that begins at `word` and closes it up over its quotes and backslashes. Returns
-// where the search for the next word begins.
-char *cutWord(char *word, int number)
+// where the search for the next word begins. Sets `*isOpen` when nothing closes a quote in it.
+char *cutWord(char *word, int number, bool *isOpen)
 {
     char *in = word;
     char *out = word;
@@ -41,6 +41,7 @@ char *cutWord(char *word, int number)
                 in = closing + 1;
                 continue;
             }
+            *isOpen = true;
             traceOpenQuote(number, in);
         } else if (isEscape(in)) {
             ++in;
@@ -54,8 +55,9 @@ char *cutWord(char *word, int number)
 
 }  // namespace
 
-int parse_args(char *line, char **words)
+int parse_args(char *line, char **words, bool *openQuote)
 {
+    bool isOpen = false;
     std::fill_n(words, kMaxArgs, line + std::strlen(line));
     int count = 0;
     for (char *at = line; count < kMaxArgs; ++count) {
@@ -64,7 +66,10 @@ int parse_args(char *line, char **words)
             break;
         }
         words[count] = at;
-        at = cutWord(at, count);
+        at = cutWord(at, count, &isOpen);
+    }
+    if (openQuote != nullptr) {
+        *openQuote = isOpen;
     }
     return count;
 }

@@ -10,5 +10,6 @@ inline constexpr int kMaxArgs = 50;
 // Words are separated by the bytes 1 to 32. A '#' that begins a word starts a comment. Double
 // quotes, at the start of a word or inside it, keep their text together and are taken out; an empty
 // pair is an empty word. Outside quotes a backslash before a blank, a tab or a '#' makes that
-// literal. A quote that is never closed is an ordinary character, and is traced (kTraceArguments).
-[[nodiscard]] int parse_args(char *line, char **words);
+// literal. A quote that is never closed is an ordinary character, and is traced (kTraceArguments);
+// `*openQuote`, unless null, says whether there was one.
+[[nodiscard]] int parse_args(char *line, char **words, bool *openQuote = nullptr);

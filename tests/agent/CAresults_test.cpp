@@ -228,6 +228,24 @@ TEST_F(CAResultsTest, FailureIsSilentOrEndless)
     EXPECT_EQ(dir_.read("metrics"), "old");
 }
 
+TEST_F(CAResultsTest, MetricsReplaceALinkOrAPipe)
+{
+    std::filesystem::create_directory(dir_.path("d"));
+    std::filesystem::create_symlink("d/link", dir_.path("metrics"));
+    std::filesystem::create_symlink(dir_.path("file"), dir_.path("d/link"));
+    dir_.write("aim", "old");
+    std::filesystem::create_symlink(dir_.path("aim"), dir_.path("file.tmp"));
+    endRun();
+    EXPECT_THAT(dir_.read("file"), testing::HasSubstr("refetchd_queue_left 3\n"));
+    EXPECT_EQ(dir_.read("aim"), "old");
+    std::filesystem::remove(dir_.path("file"));
+    ASSERT_EQ(mkfifo(dir_.path("file").c_str(), 0600), 0);
+    trace();
+    endRun();
+    EXPECT_THAT(trace(), testing::HasSubstr("is no regular file"));
+    EXPECT_TRUE(std::filesystem::is_fifo(dir_.path("file")));
+}
+
 TEST(CAResults, ProgressIsWrong)
 {
     CAProgressClock clock;

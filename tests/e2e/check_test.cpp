@@ -56,7 +56,7 @@ const CheckRow kMistakes[] = {
      "4: loadtopcached: x/logs/hitsfile.txt" + kAbsent +
          "; 6: serverroot: x/pub/de_DE/reports/refetchd.html.tmp" + kAbsent},
     {"NoProxy", "updateproxy :80",
-     "1: updateproxy: no proxy is known; loadurl: no seeds: nothing is asked for"},
+     "1: updateproxy: no proxy is known; loadurl: no seeds: nothing will be requested"},
     {"NoPause", kFine + "refetchdrepeat 0; maxruntime soon",
      "4: maxruntime: \"soon\" is no time; "
      "3: refetchdrepeat: needs maxruntime, or runs follow each other without a pause"},
@@ -71,12 +71,20 @@ const CheckRow kMistakes[] = {
     {"Alone", kFine + "slf on; connecttohost on",
      "3: slf: needs slr; 4: connecttohost: needs transparentproxy on"},
     {"Headers", kFine + "delvedepth 1; requestheader accept-encoding gzip; requestheader Host h",
-     "4: requestheader: no links are found in compressed pages; "
-     "5: requestheader: \"Host h\" is refused"},
+     "5: requestheader: \"Host h\" is refused: the agent sends its own; "
+     "4: requestheader: no links are found in compressed pages"},
+    {"UserAgent", kFine + "useragent a\x01",
+     "3: useragent: \"a\\x01\" is refused: a control character in it"},
+    {"OpenQuote", kFine + "slr c\"", "3: slr: a quote is not closed and counts as a character"},
     {"LogDirectory", kFine + "catracelog x/t; metricsfile y/m",
      "3: catracelog: x/t" + kAbsent + "; 4: metricsfile: y/m.tmp" + kAbsent},
+    {"ErrorLog", kFine + "errorlog x; errorlog x/y",
+     "3: errorlog: \"x\" names no directory; 4: errorlog: x/cacheAgent-errors" + kAbsent},
+    {"DeviceForMetrics", kFine + "metricsfile /dev/null",
+     "3: metricsfile: /dev/null: not a regular file"},
     {"NoClientsNorWait", kFine + "numclients 0; readtimeout -1",
-     "3: numclients: nobody is there to ask; 4: readtimeout: no answer is waited for"},
+     "3: numclients: below 1 there are no worker threads: nothing will be requested; "
+     "4: readtimeout: below 1 second the agent does not wait for any answer"},
     {"QueryAboveItsLine", kFine + "loadurl h/?q; cachequeries on",
      "3: loadurl: no cachequeries above allows \"http://h/?q\""},
     {"BehindLongLineAndBlock", kFine + "#" + std::string(3000, 'x') + "; b {; slf x; }; slf x",
@@ -96,20 +104,24 @@ TEST(CheckOutput, LacksADirectiveOrASeedOrAFileIsWritten)
     agent.dir.write("trace", "old");
     agent.dir.write(
         "proxy.conf",
-        agent.expand("configfile more.conf; maxhosturls 5 *.h; cachequeries on *x*; ignoreurl *i; "
-                     "onlyurl *; "
-                     "loadurl h/a; loadurl h/?q; loadurl h/?x; loadtopcached 4; caching on; "
-                     "errorlog @dir@/e; "
-                     "serverroot @dir@; catracelog trace; resultslog r; metricsfile m\n"));
+        agent.expand(
+            "configfile more.conf; maxhosturls 5 *.h; cachequeries on *x*; ignoreurl *i; "
+            "onlyurl *; "
+            "loadurl h/a; loadurl h/?q; loadurl h/?x; loadtopcached 4; caching on; "
+            "errorlog @dir@/e; errorlog no; service /s internal:cacheagentservice; service x y; "
+            "requestheader Host h; "
+            "serverroot @dir@; catracelog trace; resultslog r; metricsfile m\n"));
     agent.startProgram(REFETCHD_CHECK " proxy.conf");
     agent.finish(1);
     const std::filesystem::recursive_directory_iterator entries(agent.dir.path());
     EXPECT_EQ(std::distance(begin(entries), end(entries)), 9);  // five files, four directories
     EXPECT_EQ(agent.dir.read("trace"), "old");
     const std::string shown = agent.process->out();
+    EXPECT_EQ(shown.find("\nrequestheader            Host"), shown.npos);
     for (const char *const part :
          {"\nuseragent                a b                     more.conf:1\n",
           "\nreadtimeout              4                       default\n",
+          "\nservice                  /s internal:cacheagentservice @dir@/proxy.conf:13\n",
           "/cacheAgent-errors @dir@/proxy.conf:11\n",
           "\n; Seeds; ask   http://h/a   (loadurl, @dir@/proxy.conf:6); "
           "skip  http://h/?q   cachequeries   (loadurl, @dir@/proxy.conf:7); "

@@ -15,6 +15,8 @@ char *g_catrace_filename = nullptr;
 char *g_ca_service_prefix = nullptr;
 char *g_ca_hits_filename = nullptr;
 char refetchd_LocaleString[kLocaleNameSize] = "";
+#include "config/CAcfgLines.h"
+#include "config/CAdirectives.h"
 #include "url/CAqueue.h"
 
 namespace {
@@ -151,6 +153,27 @@ int CAConfig::load(CAQueue *queue, const char *name)
     }
     // Only now, after the first load took its lines: what a foreign proxy loses is the reloads.
     checkProxyHost();
+    return 1;
+}
+
+int CAConfig::loadAgentConfig(CAQueue *queue, const char *file)
+{
+    CAConfigLines line(file, observer);
+    if (!line.isOpen()) {
+        CATrace("Config...... file \"%s\" could not be opened.\n", file);
+        CAErrorLog(0x3a5, "Could not open the cache agent configuration file \"%s\".\n", file);
+        return 0;
+    }
+    CATrace("Loading..... config file \"%s\".\n", file);
+    while (line.next()) {
+        const CADirective *const row = CAFindDirective(line.directive());
+        if (observer != nullptr) {
+            observer->directive(file, &line, row);
+        }
+        if (row != nullptr) {
+            row->set({.config = *this, .queue = queue, .line = line, .row = *row});
+        }
+    }
     return 1;
 }
 

@@ -7,7 +7,9 @@
 //
 // CAcfg.cpp           life, file discovery, load()
 // CAcfgLines.*        a configuration file as a sequence of directive lines
-// CAcfgDirectives.cpp the table of directives
+// CAdirectives.*      the table of directives
+// CAsetters.*         what each directive sets
+// CAargument.*        what its arguments have to be
 // CAcfgSeeds.cpp      the seed URLs: `loadurl` lines and the proxy's hits file
 // CAcfgFilters.cpp    which URLs are ignored, wanted or limited
 // CAcfgReport.cpp     the report file: opening, placeholder page, renaming
@@ -16,7 +18,6 @@
 #include <array>
 #include <cstdint>
 #include <cstdio>
-#include <span>
 #include <string_view>
 
 #include "HTList.h"
@@ -30,6 +31,7 @@
 
 class CAConfigLines;
 class CAQueue;
+struct CADirective;
 class CAURL;
 
 // One `maxhosturls` entry.
@@ -59,9 +61,9 @@ public:
     CAConfigObserver(const CAConfigObserver &) = delete;
     CAConfigObserver &operator=(const CAConfigObserver &) = delete;
 
-    // A line of `file` (which lives as long as the configuration), before it is applied; `known` is
-    // false when the agent has no such directive. The line's words are not to be changed.
-    virtual void directive(const char *file, CAConfigLines *line, bool known) = 0;
+    // A line of `file` (which lives as long as the configuration), before it is applied; `row` is
+    // null when the agent has no such directive. The line's words are not to be changed.
+    virtual void directive(const char *file, CAConfigLines *line, const CADirective *row) = 0;
     // What is left out, from line `number` of `file` on; `word` is what stands alone. Of the hits
     // file only that there is another such line.
     virtual void skipped(CASkip why, const char *file, int number, const char *word) = 0;
@@ -71,6 +73,7 @@ public:
 };
 
 inline constexpr std::int32_t kUnlimited = INT32_MAX;
+inline constexpr const char *kDefaultUserAgent = "Mozilla/4.0 (emulation; QRX BUG)";
 inline constexpr std::int32_t kMaxClients = 100;
 
 class CAConfig {
@@ -203,7 +206,3 @@ extern char *g_ca_hits_filename;
 // The locale's name, a level of the report's path. Set at start-up, before the configuration is
 // read.
 extern char refetchd_LocaleString[kLocaleNameSize];
-
-// The names of all directives, as they are compared: in lower case, without "-" and "_". Any
-// thread.
-std::span<const std::string_view> CADirectiveNames();

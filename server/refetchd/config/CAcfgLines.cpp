@@ -25,7 +25,7 @@ bool CAConfigLines::next()
         countLine();
         copy_ = raw_;
         HTConvertToSlash(copy_.data());
-        count_ = parse_args(copy_.data(), words_.data());
+        count_ = parse_args(copy_.data(), words_.data(), &openQuote_);
         if (count_ > 0 && isDirective()) {
             standardize(words_[0]);
             return true;

@@ -34,6 +34,8 @@ public:
     [[nodiscard]] int count() const { return count_; }
     // Word `index` (0 is the directive); an empty text behind the last. The caller may change it.
     [[nodiscard]] char *word(int index) const { return words_[static_cast<std::size_t>(index)]; }
+    // True when nothing closes a quote in it, which then is an ordinary character.
+    [[nodiscard]] bool hasOpenQuote() const { return openQuote_; }
     // The line as it stands in the file, from the first argument on, line feed included. The caller
     // may change it.
     [[nodiscard]] char *rest();
@@ -51,6 +53,7 @@ private:
     int blockNumber_ = 0;  // of the line where the block begins
     int count_ = 0;
     int number_ = 0;
+    bool openQuote_ = false;
     bool lineEnded_ = true;  // what was read last ended with its line
     std::array<char *, kMaxArgs> words_{};
     std::array<char, kLineSize> raw_{};

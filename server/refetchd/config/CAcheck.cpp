@@ -15,7 +15,7 @@
 #include "HTFile.h"
 #include "HTString.h"
 #include "config/CAcfgLines.h"
-#include "config/CAcheckSettings.h"
+#include "config/CAdirectives.h"
 #include "url/CAURL.h"
 #include "url/CAprocessed.h"
 #include "url/CAqueue.h"
@@ -73,16 +73,6 @@ bool isReadable(const std::string &name, const std::string &from)
     return error == 0;
 }
 
-// All words of a line behind the first, a blank between two.
-std::string arguments(const CAConfigLines &line)
-{
-    std::string text = line.word(1);
-    for (int i = 2; i < line.count(); ++i) {
-        text.append(" ").append(line.word(i));
-    }
-    return text;
-}
-
 // True when so many edits make one name of the other: a letter more, less or another, or two
 // swapped.
 bool isNear(std::string_view a, std::string_view b, int edits)
@@ -105,15 +95,17 @@ bool isNear(std::string_view a, std::string_view b, int edits)
 struct Found {
     Place at;
     std::string text;
-    const CASetting *setting = nullptr;
+    const CADirective *row = nullptr;
 };
 
 // What counts in the end, from where, and what is probably a mistake; in the second reading it only
 // shows the seeds.
 struct Check : CAConfigObserver {
-    void directive(const char *file, CAConfigLines *line, bool known) override;
+    void directive(const char *file, CAConfigLines *line, const CADirective *row) override;
     void skipped(CASkip why, const char *file, int number, const char *word) override;
     void seed(const CAURL &url, CADrop why) override;
+    // Warns of the line at hand, unless `fault` is empty.
+    void warn(std::string_view name, const std::string &fault);
     [[nodiscard]] CAArgumentVerdict judge(CAArgument argument, CAConfigLines *line);
     void suggest(std::string_view name);
 
@@ -153,30 +145,35 @@ CAArgumentVerdict Check::judge(CAArgument argument, CAConfigLines *line)
     return CAJudgeArgument(argument, line);
 }
 
-void Check::directive(const char *file, CAConfigLines *line, bool known)
+void Check::warn(std::string_view name, const std::string &fault)
+{
+    if (!fault.empty()) {
+        warnings.push_back({at, std::string(name) + ": " + fault});
+    }
+}
+
+void Check::directive(const char *file, CAConfigLines *line, const CADirective *row)
 {
     at = {file, line->number()};
     if (showsSeeds) {
         return;
     }
-    const std::string_view name = line->directive();
-    const std::string_view own = name == "delayperiod" ? "delay" : name;
-    const auto row = std::find_if(CASettings().begin(), CASettings().end(),
-                                  [own](const CASetting &each) { return each.name == own; });
-    if (!known) {
-        suggest(name);
+    if (row == nullptr) {
+        return suggest(line->directive());
     }
-    if (row == CASettings().end()) {
+    const CAArgumentVerdict verdict = judge(row->takes, line);
+    if (line->hasOpenQuote()) {
+        warn(row->name, "a quote is not closed and counts as a character");
+    }
+    warn(row->name, verdict.fault);
+    if (!verdict.sets || row->takes == CAArgument::Seed) {
         return;
     }
-    const CAArgumentVerdict verdict = judge(row->argument, line);
-    if (!verdict.fault.empty()) {
-        warnings.push_back({at, std::string(name) + ": " + verdict.fault});
-    }
-    if (verdict.sets && row->argument < CAArgument::ConfigFile) {
-        found[row->name] = {at, arguments(*line)};
-    } else if (verdict.sets && row->argument != CAArgument::Seed) {
-        several.push_back({at, arguments(*line), &*row});
+    const Found setting{at, CAJoinWords(*line, 1), row};
+    if (CAAddsUp(row->takes)) {
+        several.push_back(setting);
+    } else {
+        found[row->meaning.empty() ? row->name : row->meaning] = setting;
     }
 }
 
@@ -190,8 +187,7 @@ void Check::skipped(CASkip why, const char *file, int number, const char *word)
         std::string name = word;
         standardize(name.data());
         name.resize(std::strlen(name.data()));
-        const auto names = CADirectiveNames();
-        if (std::find(names.begin(), names.end(), name) != names.end()) {
+        if (CAFindDirective(name) != nullptr) {
             warnings.push_back({{file, number}, name + ": no argument"});
         }
         break;
@@ -207,10 +203,10 @@ void Check::skipped(CASkip why, const char *file, int number, const char *word)
 void Check::suggest(std::string_view name)
 {
     constexpr std::size_t kLongName = 8;
-    for (const std::string_view own : CADirectiveNames()) {
-        if (isNear(name, own, own.size() < kLongName ? 1 : 2)) {
+    for (const CADirective &row : CADirectives()) {
+        if (isNear(name, row.name, row.name.size() < kLongName ? 1 : 2)) {
             warnings.push_back(
-                {at, CAQuoted(name) + " is no directive: is it " + std::string(own) + "?"});
+                {at, CAQuoted(name) + " is no directive: is it " + std::string(row.name) + "?"});
             return;
         }
     }
@@ -233,7 +229,7 @@ void Check::seed(const CAURL &url, CADrop why)
     }
 }
 
-// What is wrong with the hits file and with a header; empty: nothing.
+// What is wrong with the hits file; empty: nothing.
 std::string hitsFault()
 {
     struct stat status = {};
@@ -247,16 +243,12 @@ std::string hitsFault()
     return status.st_size == 0 ? file + " is empty" : "";
 }
 
-std::string headerFault(std::string text)
+// Browsers' compressed pages are not searched for links.
+std::string headerFault(const std::string &text)
 {
     constexpr std::string_view kEncoding = "accept-encoding ";
     const bool encoded = strncasecmp(text.c_str(), kEncoding.data(), kEncoding.size()) == 0;
-    const std::string sent = ac.requestHeaders != nullptr ? ac.requestHeaders : "";
-    const std::string shown = CAQuoted(text);
-    text.insert(std::min(text.find(' '), text.size()), 1, ':');
-    return sent.find(text + "\r\n") == std::string::npos ? shown + " is refused"
-           : encoded && ac.delveDepth > 0                ? "no links are found in compressed pages"
-                                                         : "";
+    return encoded && ac.delveDepth > 0 ? "no links are found in compressed pages" : "";
 }
 
 // What a setting needs of the others.
@@ -269,8 +261,10 @@ struct Rule {
 constexpr Rule kRules[] = {
     {"updateproxy", [] { return ac.updateProxy == nullptr || *ac.updateProxy == ':'; },
      "no proxy is known"},
-    {"numclients", [] { return ac.numClients < 1; }, "nobody is there to ask"},
-    {"readtimeout", [] { return ac.readTimeout < 1; }, "no answer is waited for"},
+    {"numclients", [] { return ac.numClients < 1; },
+     "below 1 there are no worker threads: nothing will be requested"},
+    {"readtimeout", [] { return ac.readTimeout < 1; },
+     "below 1 second the agent does not wait for any answer"},
     {"refetchdrepeat", [] { return ac.repeatCount != 1 && ac.maxRuntime == 0; },
      "needs maxruntime, or runs follow each other without a pause"},
     {"slf", [] { return ac.saveFiles != 0 && ac.saveRoot == nullptr; }, "needs slr"},
@@ -290,7 +284,7 @@ void finish(Check *check)
         warn(rule.name.data(), check->found[rule.name], rule.breaks() ? rule.fault : "");
     }
     for (const Found &line : check->several) {
-        const bool header = line.setting->argument == CAArgument::Header;
+        const bool header = line.row->takes == CAArgument::Header;
         warn("requestheader", line, header ? headerFault(line.text) : "");
     }
     const Found &top = check->found["loadtopcached"];
@@ -301,28 +295,41 @@ void finish(Check *check)
     }
     const char *const report = g_catrace_filename;
     warn("serverroot", check->found["serverroot"], report != nullptr ? CAUnwritable(report) : "");
-    warn("loadurl", {}, check->seeds == 0 ? "no seeds: nothing is asked for" : "");
+    warn("loadurl", {}, check->seeds == 0 ? "no seeds: nothing will be requested" : "");
 }
 
 // Shows a line of its own for each of the directives from `first` to `last`.
 void showSeveral(const Check &check, CAArgument first, CAArgument last)
 {
     for (const Found &line : check.several) {
-        if (line.setting->argument >= first && line.setting->argument <= last) {
-            putRow(line.setting->name, line.text, textOf(line.at));
+        if (line.row->takes >= first && line.row->takes <= last) {
+            putRow(line.row->name, line.text, textOf(line.at));
         }
     }
 }
 
+// The line that set the value of `row`; of a proxy that no line names, the line that did so for its
+// parts.
+const Found &lineOf(const CADirective &row, Check *check)
+{
+    const Found &line = check->found[row.name];
+    if (row.name != "updateproxy" || line.at.file != nullptr) {
+        return line;
+    }
+    const Found &host = check->found["hostname"];
+    return host.at.file != nullptr ? host : check->found["port"];
+}
+
 void showSettings(Check *check)
 {
-    for (const CASetting &row : CASettings()) {
-        if (row.argument < CAArgument::ConfigFile) {
-            const Found &line = check->found[row.name];
-            const std::string text = line.text.empty() ? "none" : line.text;
-            putRow(row.name, row.value != nullptr ? row.value(ac) : text,
-                   line.at.file != nullptr ? textOf(line.at) : "default");
+    for (const CADirective &row : CADirectives()) {
+        if (CAAddsUp(row.takes) || !row.meaning.empty()) {
+            continue;
         }
+        const Found &line = lineOf(row, check);
+        const std::string text(line.at.file != nullptr ? line.text : row.unset);
+        putRow(row.name, row.shown != nullptr ? row.shown(ac) : text,
+               line.at.file != nullptr ? textOf(line.at) : "default");
     }
     showSeveral(*check, CAArgument::ConfigFile, CAArgument::Header);
 }

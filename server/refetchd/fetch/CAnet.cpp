@@ -22,8 +22,6 @@ namespace {
 
 constexpr const char *kSource = "server/refetchd/CAnet";
 
-constexpr const char *kUserAgent = "Mozilla/4.0 (emulation; QRX BUG)";
-
 // The cache directives of the stress mode, by the low three bits of a random number; an empty one
 // is left out of the request. Without stress every request asks for a fresh copy.
 constexpr std::string_view kFreshCopy = "Cache-Control: max-age=0\r\n";
@@ -265,7 +263,8 @@ std::int32_t CAConnection::composeRequest(const CAURL *url)
     }
     request << " " << ac.httpVersion << "\r\n"
             << "Accept: text/html, */*; q=0.10\r\n"
-            << "User-Agent: " << (ac.userAgent != nullptr ? ac.userAgent : kUserAgent) << "\r\n"
+            << "User-Agent: " << (ac.userAgent != nullptr ? ac.userAgent : kDefaultUserAgent)
+            << "\r\n"
             << "Host: " << host << "\r\n"
             << cacheDirective() << (ac.requestHeaders != nullptr ? ac.requestHeaders : "")
             << "Connection: Keep-alive\r\n\r\n";

@@ -1,0 +1,199 @@
+#include "config/CAargument.h"
+
+#include <strings.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <iterator>
+
+#include "HTString.h"
+#include "base/CAwhen.h"
+#include "config/CAcfgLines.h"
+#include "report/CAmetrics.h"
+
+namespace {
+
+using A = CAArgument;
+
+bool isNumber(std::string_view word)
+{
+    word.remove_prefix(word.starts_with('-') || word.starts_with('+') ? 1 : 0);
+    return !word.empty() && std::all_of(word.begin(), word.end(), HTIsDigit);
+}
+
+CAArgumentVerdict judgeTime(CAConfigLines *line)
+{
+    long seconds = 0;
+    const bool isTime = parse_time(std::string(line->rest()).data(), 1, &seconds) != 0;
+    return {isTime ? "" : CAQuoted(line->word(1)) + " is no time", isTime};
+}
+
+CAArgumentVerdict judgeErrorLog(const std::string &word)
+{
+    const std::size_t slash = word.rfind('/');
+    const std::string fault = slash == word.npos
+                                  ? CAQuoted(word) + " names no directory"
+                                  : CAUnwritable(word.substr(0, slash + 1) + "cacheAgent-errors");
+    return {fault, fault.empty()};
+}
+
+CAArgumentVerdict judgeReplaced(const std::string &word)
+{
+    const std::string target = CAMetricsTarget(word);
+    if (!CAIsReplaceable(target)) {
+        return {word + ": not a regular file"};
+    }
+    return {CAUnwritable(target + ".tmp")};
+}
+
+// The verdict on a line that is refused for this reason; null: it is not.
+CAArgumentVerdict refusal(const CAConfigLines &line, const char *fault)
+{
+    const bool isRefused = fault != nullptr;
+    return {isRefused ? CAQuoted(CAJoinWords(line, 1)) + " is refused: " + fault : "", !isRefused};
+}
+
+// The words for which there are tests of the library's, and small sets of their own.
+CAArgumentVerdict judgeWord(CAArgument argument, const std::string &word)
+{
+    std::string text = word;
+    const bool isOn = positive(text.data());  // which standardizes, too
+    const bool isOff = negative(text.data());
+    text.resize(std::strlen(text.data()));
+    const auto judged = [&word](bool good, const char *fault, bool sets = true) {
+        return CAArgumentVerdict{good ? "" : CAQuoted(word) + fault, sets};
+    };
+    if (argument == A::Pause) {
+        return judged(isOn || isOff || isNumber(word), " is no number");
+    }
+    if (argument == A::Flag) {
+        return judged(isOn || isOff, " counts as off");
+    }
+    if (argument == A::All) {
+        return judged(text == "all" || isOff, " counts as off");
+    }
+    if (argument == A::When) {
+        return judged(CAParseWhen(text.data()) != NEVER || isOff, " counts as never");
+    }
+    if (argument == A::Queries) {
+        const bool takes = isOn || text == "public";
+        return judged(takes || isOff, " changes nothing", takes);
+    }
+    const bool on = (argument == A::On ? word : text) == "on";
+    return judged(on || isOff, " changes nothing, only \"on\" does", on);
+}
+
+}  // namespace
+
+std::string CAQuoted(std::string_view text)
+{
+    std::string quoted = "\"";
+    return quoted.append(text).append("\"");
+}
+
+std::string CAJoinWords(const CAConfigLines &line, int first)
+{
+    std::string text;
+    for (int i = first; i < line.count(); ++i) {
+        text += (i == first ? "" : " ");
+        text += line.word(i);
+    }
+    return text;
+}
+
+CAArgumentVerdict CAJudgeArgument(CAArgument argument, CAConfigLines *line)
+{
+    const std::string word = line->word(1);  // a copy: what follows may change its text
+    switch (argument) {
+    case A::Number:
+    case A::HostLimit: return {isNumber(word) ? "" : CAQuoted(word) + " is no number"};
+    case A::Pause:
+    case A::Flag:
+    case A::On:
+    case A::SaveOn:
+    case A::All:
+    case A::When:
+    case A::Queries: return judgeWord(argument, word);
+    case A::Time: return judgeTime(line);
+    case A::TraceLog: {
+        const std::string fault = CAUnwritable(word);
+        return {fault, fault.empty()};
+    }
+    case A::ErrorLog: return judgeErrorLog(word);
+    case A::File: return {CAUnwritable(word)};
+    case A::Replaced: return judgeReplaced(word);
+    case A::UserAgent: return refusal(*line, CAUserAgentFault(line));
+    case A::Header: return refusal(*line, CAHeaderFault(line));
+    case A::Service: return {"", CAIsOwnService(*line)};
+    case A::Pattern: return {word.empty() ? CAQuoted(word) + " matches nothing" : ""};
+    case A::ConfigFile:
+    case A::Text:
+    case A::Seed: break;
+    }
+    return {};
+}
+
+bool CAIsOwnService(const CAConfigLines &line)
+{
+    return strcasecmp(line.word(2), "internal:cacheagentservice") == 0;
+}
+
+namespace {
+
+// Tabs, and what ends the line, are white space.
+bool hasControl(CAConfigLines *line)
+{
+    std::string_view text(line->rest());
+    text = text.substr(0, text.find_last_not_of("\r\n") + 1);
+    return std::any_of(text.begin(), text.end(),
+                       [](char c) { return HTIsControl(c) && c != '\t'; });
+}
+
+// What every request has already, or what would give it a body.
+constexpr std::string_view kOwnHeaders[] = {
+    "Accept", "Cache-Control",     "Connection", "Content-Length",
+    "Host",   "Transfer-Encoding", "User-Agent",
+};
+
+bool isOwnHeader(const char *name)
+{
+    return std::any_of(std::begin(kOwnHeaders), std::end(kOwnHeaders),
+                       [name](std::string_view own) { return strcasecmp(name, own.data()) == 0; });
+}
+
+constexpr std::string_view kMarksOfNames = "!#$%&'*+-.^_`|~";
+
+bool isHeaderName(std::string_view name)
+{
+    return !name.empty() && std::all_of(name.begin(), name.end(), [](char c) {
+        return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') ||
+               kMarksOfNames.find(c) != std::string_view::npos;
+    });
+}
+
+}  // namespace
+
+const char *CAUserAgentFault(CAConfigLines *line)
+{
+    return hasControl(line) ? "a control character in it" : nullptr;
+}
+
+const char *CAHeaderFault(CAConfigLines *line)
+{
+    const char *const name = line->word(1);
+    return !isHeaderName(name)             ? "not a header's name"
+           : isOwnHeader(name)             ? "the agent sends its own"
+           : CAJoinWords(*line, 2).empty() ? "no value"
+                                           : CAUserAgentFault(line);
+}
+
+std::string CAUnwritable(const std::string &name)
+{
+    const std::string directory = "./" + name.substr(0, name.rfind('/') + 1);
+    const bool there = access(name.c_str(), F_OK) == 0;
+    const std::string checked = there ? name : name[0] == '/' ? directory.substr(2) : directory;
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): there is no other thread
+    return access(checked.c_str(), W_OK) == 0 ? "" : name + ": " + std::strerror(errno);
+}
