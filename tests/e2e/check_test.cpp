@@ -74,7 +74,7 @@ const CheckRow kMistakes[] = {
      "5: requestheader: \"Host h\" is refused: the agent sends its own; "
      "4: requestheader: no links are found in compressed pages"},
     {"UserAgent", kFine + "useragent a\x01",
-     "3: useragent: \"a\\x01\" is refused: a control character in it"},
+     "3: useragent: \"a\" is refused: a control character in it"},
     {"OpenQuote", kFine + "slr c\"", "3: slr: a quote is not closed and counts as a character"},
     {"LogDirectory", kFine + "catracelog x/t; metricsfile y/m",
      "3: catracelog: x/t" + kAbsent + "; 4: metricsfile: y/m.tmp" + kAbsent},

@@ -1,6 +1,7 @@
 // Directives that are off unless they are set: what is asked for without and with each.
 #include <gmock/gmock.h>
 
+#include <random>
 #include <regex>
 
 #include "Agent.h"
@@ -104,27 +105,84 @@ const OptInRow kRows[] = {
 };
 INSTANTIATE_TEST_SUITE_P(OptIn, OptIn, testing::ValuesIn(kRows), rowName);
 
-// "/p" is one link from "/", which is slow, and two from the other seed: met there first, it would
-// be too deep for its own link.
-TEST(BreadthFirst, PageThatIsMetFirstOnALongerWayLosesItsLinks)
+// How a page leads to another, and by how many levels.
+struct LinkKind {
+    const char *before;
+    const char *after;
+    int levels;
+};
+constexpr LinkKind kKinds[] = {
+    {"<a href=\"", "\">", 1},          {"<link href=\"", "\">", 1},
+    {"<iframe src=\"", "\">", 1},      {"<img src=\"", "\">", 0},
+    {"<frame src=\"", "\">", 0},       {"<object data=\"", "\">", 0},
+    {"<layer src=\"", "\">", 0},       {"<ilayer src=\"", "\">", 0},
+    {"<script src=\"", "\">", 0},      {"<area href=\"", "\">", 0},
+    {"<body background=\"", "\">", 0}, {"<meta content=\"0; url=", " \">", 0},
+};
+
+constexpr std::size_t kPages = 200;
+constexpr int kMaxDepth = 3;
+
+// Random pages and redirections, and how deep each is by the shortest way from page 0.
+struct Graph {
+    explicit Graph(unsigned seed) : depths(kPages, kMaxDepth + 1)
+    {
+        std::mt19937 random(seed);
+        std::vector<std::vector<std::pair<std::size_t, int>>> ways(kPages);
+        for (std::size_t page = 0; page < kPages; ++page) {
+            std::string body;
+            const bool moves = random() % 6 == 0;
+            for (std::size_t links = moves ? 1 : random() % 6; links > 0; --links) {
+                const LinkKind &kind = kKinds[random() % 2 == 0 ? random() % 3 : random() % 12];
+                const std::size_t to = random() % kPages;
+                body += moves ? std::to_string(to) : kind.before + std::to_string(to) + kind.after;
+                ways[page].emplace_back(to, moves ? 0 : kind.levels);
+            }
+            Reply reply =
+                moves ? Reply::head("302 Moved\r\nLocation: /" + body) : Reply::html(body);
+            reply.pieces.front().pauseMs = static_cast<int>(random() % 8);
+            replies.emplace("http://h/" + std::to_string(page), reply);
+        }
+        depths[0] = 0;
+        for (bool changed = true; changed;) {
+            changed = false;
+            for (std::size_t page = 0; page < kPages; ++page) {
+                for (const auto &[to, levels] : ways[page]) {
+                    changed = changed || depths[page] + levels < depths[to];
+                    depths[to] = std::min(depths[to], depths[page] + levels);
+                }
+            }
+        }
+    }
+    std::multimap<std::string, Reply> replies;
+    std::vector<int> depths;
+};
+
+class BreadthFirst : public testing::TestWithParam<int> {};
+
+// A page that is found as a link first and later as a frame or a redirection's end is not as deep.
+TEST_P(BreadthFirst, LosesAPageOrAsksTwice)
 {
-    const Reply quick = Reply::html("<a href=\"p\">");
-    Reply slow = quick;
-    slow.pieces.front().pauseMs = 2500;
-    for (const std::string directive : {"", "breadthfirst on"}) {
-        const ScriptedPeer peer({{"http://h/", slow},
-                                 {"http://h/s", Reply::html("<a href=\"a\">")},
-                                 {"http://h/a", quick},
-                                 {"http://h/p", Reply::html("<a href=\"q\">")}});
-        Agent agent(peer.port(),
-                    "numclients 3; delvedepth 2; loadurl h/; loadurl h/s; " + directive);
+    for (unsigned seed = 6; seed < 12; ++seed) {
+        const Graph graph(seed);
+        const ScriptedPeer peer(graph.replies);
+        Agent agent(peer.port(), "breadthfirst on; loadurl h/0; delvedepth " +
+                                     std::to_string(kMaxDepth) + "; numclients " +
+                                     std::to_string(GetParam()));
         agent.run();
-        EXPECT_EQ(peer.asked().find(" /q") != std::string::npos, !directive.empty());
+        Words wanted;
+        for (std::size_t page = 0; page < kPages; ++page) {
+            if (graph.depths[page] <= kMaxDepth) {
+                wanted.push_back("http://h/" + std::to_string(page));
+            }
+        }
+        EXPECT_THAT(peer.targets(), testing::UnorderedElementsAreArray(wanted)) << seed;
     }
 }
+INSTANTIATE_TEST_SUITE_P(OptIn, BreadthFirst, testing::Values(1, 3, 16));
 
 // "/s" holds the first run until its time is over, with "/a" still queued.
-TEST(BreadthFirst, PageOfARunThatWasCutShortBlocksOrEntersTheNext)
+TEST(BreadthFirstRuns, PageOfARunThatWasCutShortBlocksOrEntersTheNext)
 {
     const ScriptedPeer peer({{"http://h/", Reply::html("<a href=\"a\">")},
                              {"http://h/s", Reply{}},

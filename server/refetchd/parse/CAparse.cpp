@@ -13,7 +13,6 @@
 #include "report/CAresults.h"
 #include "url/CAURL.h"
 #include "url/CAhost.h"
-#include "url/CAprocessed.h"
 #include "url/CAqueue.h"
 
 CABuffer::CABuffer(std::int32_t size) : size_(size), capacity_(size)
@@ -176,6 +175,9 @@ void CAParser::takeIfInteresting(CAURL *found) const
 {
     if (const CADrop why = CAObjection(*found, *url_); why != CADrop::None) {
         CATrace("Not......... interested in URL \"%s\".\n", found->stringitize());
+        if (why == CADrop::Processed) {
+            urlQueue->sink(found->stringitize(), found->depth());
+        }
         if (results.observes()) {
             results.dropped(found->stringitize(), found->source(), found->depth(), why);
         }
@@ -186,6 +188,5 @@ void CAParser::takeIfInteresting(CAURL *found) const
     CATrace("Interested.. in URL \"%s\".\n", found->stringitize());
     CATrace("Interested..   for host \"%.*s\".\n", CALength(host), host.data());
     ht.addHit(host);
-    CARecordProcessed(found);
-    urlQueue->enqueue(found);
+    urlQueue->enqueueFound(found);
 }

@@ -6,7 +6,19 @@
 
 void CADepthOrder::put(CAURL *url)
 {
-    waiting_.emplace(Rank{url->depth(), -std::max(url->hits(), 0)}, url);
+    const auto at = waiting_.emplace(Rank{url->depth(), -std::max(url->hits(), 0)}, url);
+    byText_.try_emplace(url->stringitize(), at);
+}
+
+void CADepthOrder::sink(std::string_view text, std::int32_t depth)
+{
+    const auto found = byText_.find(text);
+    if (found == byText_.end() || found->second->first.first <= depth) {
+        return;
+    }
+    CAURL *const url = remove(found->second);
+    url->setDepth(depth);
+    put(url);
 }
 
 CAURL *CADepthOrder::take()
@@ -19,19 +31,23 @@ CAURL *CADepthOrder::take()
     if (!inWork_.empty() && inWork_.begin()->first < depth) {
         return nullptr;
     }
-    CAURL *const url = first->second;
-    waiting_.erase(first);
     ++inWork_[depth];
-    return url;
+    return remove(first);
 }
 
 CAURL *CADepthOrder::drain()
 {
-    if (waiting_.empty()) {
-        return nullptr;
+    return waiting_.empty() ? nullptr : remove(waiting_.begin());
+}
+
+CAURL *CADepthOrder::remove(Waiting::iterator at)
+{
+    CAURL *const url = at->second;
+    const auto indexed = byText_.find(url->stringitize());
+    if (indexed != byText_.end() && indexed->second == at) {
+        byText_.erase(indexed);
     }
-    CAURL *const url = waiting_.begin()->second;
-    waiting_.erase(waiting_.begin());
+    waiting_.erase(at);
     return url;
 }
 

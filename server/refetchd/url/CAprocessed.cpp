@@ -33,12 +33,14 @@ HashTable *CANewProcessedUrls()
     return HashCreate(kBuckets, UrlComparator, UrlHasher, 1);
 }
 
-void CARecordProcessed(const CAURL *url)
+bool CARecordProcessed(const CAURL *url)
 {
     const char *const text = url->holdText();
-    if (text != nullptr && HashAddUnique(processedUrls, const_cast<char *>(text)) != 0) {
+    const int failed = text == nullptr ? 0 : HashAddUnique(processedUrls, const_cast<char *>(text));
+    if (failed != 0) {
         HTShared_release(text);
     }
+    return failed <= 0;  // without memory it is not recorded, and may be taken again
 }
 
 bool CAIsProcessed(const char *text)

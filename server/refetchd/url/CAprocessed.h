@@ -15,8 +15,8 @@ extern HashTable *processedUrls;
 // An empty table of this kind.
 [[nodiscard]] HashTable *CANewProcessedUrls();
 
-// Records `url`'s text unless it is there already. Any thread that owns `url`.
-void CARecordProcessed(const CAURL *url);
+// Records `url`'s text unless it is there already. False when it was. Any thread that owns `url`.
+bool CARecordProcessed(const CAURL *url);
 
 // True when `text`, the form that CAURL::stringitize() gives, is recorded. Any thread.
 [[nodiscard]] bool CAIsProcessed(const char *text);

@@ -2,6 +2,7 @@
 
 #include "HTWorkThread.h"
 #include "url/CAURL.h"
+#include "url/CAprocessed.h"
 
 CAQueue *urlQueue = nullptr;
 
@@ -48,10 +49,40 @@ void CAQueue::put(void *element, std::int32_t count)
     } else {
         byDepth_.put(static_cast<CAURL *>(element));
     }
+    countLocked(count);
+}
+
+// One more waits, which adds `count` to the total.
+void CAQueue::countLocked(std::int32_t count)
+{
     ++length_;
     ++generation_;
     if (totalEnqueued_ != INT32_MAX) {
         totalEnqueued_ += count;
+    }
+}
+
+void CAQueue::enqueueFound(CAURL *url)
+{
+    if (!orderedByDepth_) {
+        CARecordProcessed(url);
+        return enqueue(url);
+    }
+    const PMutexGuard guard(mutex_);
+    if (CARecordProcessed(url)) {
+        byDepth_.put(url);
+        countLocked(1);
+    } else {
+        byDepth_.sink(url->stringitize(), url->depth());
+        delete url;
+    }
+}
+
+void CAQueue::sink(const char *text, std::int32_t depth)
+{
+    if (orderedByDepth_) {
+        const PMutexGuard guard(mutex_);
+        byDepth_.sink(text, depth);
     }
 }
 

@@ -26,6 +26,13 @@ public:
     CAQueue &operator=(const CAQueue &) = delete;
 
     void enqueue(void *element);
+    // Takes over a URL that was found: records it in `processedUrls` and enqueues it, be it
+    // recorded already or not. Ordered by depth this is one step for other threads, and what
+    // another thread has recorded meanwhile is not enqueued again: it is left to sink().
+    void enqueueFound(CAURL *url);
+    // The URL of this text, which is recorded, was found again at this depth. Ordered by depth, it
+    // takes the lesser depth while it waits; otherwise nothing changes.
+    void sink(const char *text, std::int32_t depth);
     // Enqueues once more what was dequeued before: it does not count as another element.
     void requeue(void *element);
     // The next element, or null when the queue is empty (ordered by depth: when none may be handed
@@ -59,6 +66,7 @@ private:
 
     static std::size_t nextLane(std::size_t lane) { return lane + 1 == kLanes ? 0 : lane + 1; }
     void put(void *element, std::int32_t count);
+    void countLocked(std::int32_t count) HT_REQUIRES(mutex_);
     void appendLocked(HTList *node) HT_REQUIRES(mutex_);
     HTList *takeFirstLocked() HT_REQUIRES(mutex_);
     void *takeByDepth(CAURL *(CADepthOrder::*take)());
