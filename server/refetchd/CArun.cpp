@@ -67,8 +67,7 @@ CAProgress workDone()
 // What was done in the runs before this one. The master's.
 CAProgress doneBefore;
 
-// The line of progress, to standard error.
-void writeProgress()
+CAProgress progressOfRun()
 {
     CAProgress progress = workDone();
     progress.done -= doneBefore.done;
@@ -76,6 +75,12 @@ void writeProgress()
     progress.queued = urlQueue->getLength() + restingHosts->parked();
     progress.elapsed = secondsElapsed();
     progress.maxRuntime = ac.maxRuntime;
+    return progress;
+}
+
+// The line of progress, to standard error.
+void writeProgress(const CAProgress &progress)
+{
     std::array<char, 256> line{};
     CAFormatProgress(line.data(), line.size(), progress);
     std::fputs(line.data(), stderr);
@@ -91,12 +96,16 @@ bool progressIsAskedFor()
     return sigtimedwait(&signals, nullptr, &atOnce) == SIGUSR1;
 }
 
-// Runs follow each other no faster than one in `maxruntime` seconds.
+// Runs follow each other no faster than one in `maxruntime` seconds. A SIGUSR1 that comes before
+// the end of the wait is answered for the run that is over.
 void waitOutRunTime()
 {
-    while (secondsElapsed() < ac.maxRuntime) {
+    for (;;) {
         if (progressIsAskedFor()) {
-            writeProgress();
+            writeProgress(progressOfRun());
+        }
+        if (secondsElapsed() >= ac.maxRuntime) {
+            return;
         }
         HTSleep(kPollMilliseconds);
     }
@@ -216,16 +225,28 @@ void tellResults(int seconds)
     }
 }
 
+// How the run ended, for SIGUSR1 while its workers and its queue are deleted. The master's.
+CAProgress progressAtEnd;
+
+void answerAtEnd()
+{
+    if (progressIsAskedFor()) {
+        writeProgress(progressAtEnd);
+    }
+}
+
 // The run is over. The results come last, for what the workers are still at belongs to the last
 // run.
 void endRun(const char *message)
 {
+    progressAtEnd = progressOfRun();
     ++currentRun;
     const int seconds = secondsElapsed();
     results.flush();
     CASummary();
     CACleanup();
     tellResults(seconds);
+    answerAtEnd();
     CATrace("%s", message);
 }
 
@@ -244,7 +265,7 @@ void Run()
         }
         results.flush();
         if (results.progressIsDue(secondsElapsed()) || progressIsAskedFor()) {
-            writeProgress();
+            writeProgress(progressOfRun());
         }
         HTSleep(kPollMilliseconds);
         CAWorkerThread::resetCountPerSecond(ac.requestsPerSecond);
@@ -253,11 +274,17 @@ void Run()
 
 namespace {
 
+void waitForWorkers()
+{
+    HTSleep(kPollMilliseconds);
+    answerAtEnd();
+}
+
 // Deletes a worker that has left its loop, waiting one second for it; false when it still runs.
 bool deleteWorker(CAWorkerThread *worker)
 {
     if (worker->areYouRunning() != 0) {
-        HTSleep(kPollMilliseconds);
+        waitForWorkers();
     }
     if (worker->areYouRunning() != 0) {
         worker->abandon();
@@ -276,7 +303,7 @@ bool stopWorkers()
         CATrace("Stopping.... client thread #%d.\n", i + 1);
         workerThreads[i]->stop();
     }
-    HTSleep(kPollMilliseconds);
+    waitForWorkers();
     std::int32_t deleted = 0;
     for (std::int32_t i = 0; i < count; ++i) {
         CATrace("Deleting.... client thread #%d.\n", i + 1);
