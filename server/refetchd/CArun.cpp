@@ -71,8 +71,7 @@ CAProgress workDone()
 CAProgress doneBefore;
 CAProgressClock progressClock;
 
-// The line of progress, to standard error.
-void writeProgress()
+CAProgress progressOfRun()
 {
     CAProgress progress = workDone();
     progress.done -= doneBefore.done;
@@ -80,6 +79,12 @@ void writeProgress()
     progress.queued = urlQueue->getLength() + restingHosts.parked();
     progress.elapsed = secondsElapsed();
     progress.maxRuntime = ac.maxRuntime;
+    return progress;
+}
+
+// The line of progress, to standard error.
+void writeProgress(const CAProgress &progress)
+{
     std::array<char, 256> line{};
     CAFormatProgress(line.data(), line.size(), progress);
     std::fputs(line.data(), stderr);
@@ -95,12 +100,16 @@ bool progressIsAskedFor()
     return sigtimedwait(&signals, nullptr, &atOnce) == SIGUSR1;
 }
 
-// Runs follow each other no faster than one in `maxruntime` seconds.
+// Runs follow each other no faster than one in `maxruntime` seconds. A SIGUSR1 that comes before
+// the end of the wait is answered for the run that is over.
 void waitOutRunTime()
 {
-    while (secondsElapsed() < ac.maxRuntime) {
+    for (;;) {
         if (progressIsAskedFor()) {
-            writeProgress();
+            writeProgress(progressOfRun());
+        }
+        if (secondsElapsed() >= ac.maxRuntime) {
+            return;
         }
         HTSleep(kPollMilliseconds);
     }
@@ -220,16 +229,28 @@ void tellResults(int seconds)
     }
 }
 
+// How the run ended, for SIGUSR1 while its workers and its queue are deleted. The master's.
+CAProgress progressAtEnd;
+
+void answerAtEnd()
+{
+    if (progressIsAskedFor()) {
+        writeProgress(progressAtEnd);
+    }
+}
+
 // The run is over. The results come last, for what the workers are still at belongs to the last
 // run.
 void endRun(const char *message)
 {
+    progressAtEnd = progressOfRun();
     ++currentRun;
     const int seconds = secondsElapsed();
     results.flush();
     CASummary();
     CACleanup();
     tellResults(seconds);
+    answerAtEnd();
     CATrace("%s", message);
 }
 
@@ -248,7 +269,7 @@ void Run()
         }
         results.flush();
         if (progressClock.isDue(secondsElapsed(), ac.progressSeconds) || progressIsAskedFor()) {
-            writeProgress();
+            writeProgress(progressOfRun());
         }
         HTSleep(kPollMilliseconds);
         CAWorkerThread::resetCountPerSecond(ac.requestsPerSecond);
@@ -257,11 +278,17 @@ void Run()
 
 namespace {
 
+void waitForWorkers()
+{
+    HTSleep(kPollMilliseconds);
+    answerAtEnd();
+}
+
 // Deletes a worker that has left its loop, waiting one second for it; false when it still runs.
 bool deleteWorker(CAWorkerThread *worker)
 {
     if (worker->areYouRunning() != 0) {
-        HTSleep(kPollMilliseconds);
+        waitForWorkers();
     }
     if (worker->areYouRunning() != 0) {
         worker->abandon();
@@ -280,7 +307,7 @@ bool stopWorkers()
         CATrace("Stopping.... client thread #%d.\n", i + 1);
         workerThreads[i]->stop();
     }
-    HTSleep(kPollMilliseconds);
+    waitForWorkers();
     std::int32_t deleted = 0;
     for (std::int32_t i = 0; i < count; ++i) {
         CATrace("Deleting.... client thread #%d.\n", i + 1);

@@ -1,8 +1,13 @@
 #include "parse/CAparseBinary.h"
 
 #include <gmock/gmock.h>
+#include <sys/resource.h>
 
+#include <barrier>
+#include <csignal>
 #include <filesystem>
+#include <thread>
+#include <utility>
 
 #include "AgentTest.h"
 
@@ -45,6 +50,61 @@ TEST_F(Save, GoesElsewhereOrOverwrites)
     configure("slf on\nslr " + dir_.write("precious", "mine") + "\n");
     save("http://h/a");
     EXPECT_EQ(dir_.read("precious"), "mine");
+}
+
+// Many at once need a directory where a page was saved, or a name that the page has on its way.
+TEST_F(Save, ThreadsMoveTheDirectoryOrWriteIntoThePageOnItsWay)
+{
+    constexpr int kRounds = 100;
+    const char *const rows[] = {"ab/1", "ab/2", "ab/3", "ab/d/4", "ab/d/5", "a.tmp", "ab"};
+    configure("slf on\nslr " + dir_.path("save") + "\n");
+    const auto url = [](int round, const std::string &name) {
+        return "http://h" + std::to_string(round) + "/" + name;
+    };
+    for (int round = 0; round < kRounds; ++round) {
+        save(url(round, "ab").c_str());
+    }
+    FILE *const traceStream = std::exchange(ac.traceStream, nullptr);  // it would keep them in turn
+    std::barrier barrier(std::ssize(rows));
+    std::vector<std::jthread> threads;
+    for (const char *const name : rows) {
+        threads.emplace_back([&, name] {
+            for (int round = 0; round < kRounds; ++round) {
+                barrier.arrive_and_wait();
+                save(url(round, name).c_str());
+            }
+        });
+    }
+    threads.clear();
+    ac.traceStream = traceStream;
+    for (int round = 0; round < kRounds; ++round) {
+        const std::string host = "save/h" + std::to_string(round) + "/";
+        for (const char *const name : {"ab/1", "ab/2", "ab/3", "ab/d/4", "ab/d/5"}) {
+            ASSERT_EQ(dir_.read(host + name), url(round, name));
+        }
+        ASSERT_EQ(dir_.read(host + "abindex.html"), url(round, "ab"));
+    }
+}
+
+TEST_F(Save, HalfAPageIsLeftWhereItWasMovedTo)
+{
+    configure("slf on\nslr " + dir_.path("save") + "\n");
+    CAURL url("http://h/a");
+    CAParseBinary parser(&url);
+    std::string body = "0123456789";
+    parser.consume(body.data(), 5, nullptr, nullptr);
+    save("http://h/a/c");
+    EXPECT_EQ(dir_.read("save/h/aindex.html"), "01234");
+    rlimit limit{};
+    getrlimit(RLIMIT_FSIZE, &limit);
+    const rlim_t before = std::exchange(limit.rlim_cur, 6);
+    std::signal(SIGXFSZ, SIG_IGN);
+    setrlimit(RLIMIT_FSIZE, &limit);
+    parser.consume(body.data(), 5, nullptr, nullptr);
+    limit.rlim_cur = before;
+    setrlimit(RLIMIT_FSIZE, &limit);
+    EXPECT_FALSE(std::filesystem::exists(dir_.path("save/h/aindex.html")));
+    EXPECT_EQ(dir_.read("save/h/a/c"), "http://h/a/c");
 }
 
 }  // namespace

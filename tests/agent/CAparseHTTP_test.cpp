@@ -98,9 +98,13 @@ const ResponseRow kResponses[] = {
      "HTTP........ the Chunk size is too big, drop!\n"},
     {"ChunkSizeOf40Digits", kChunked + std::string(40, 'f') + "\r\n", "200 done close|",
      "HTTP........ the hexstring is too long!\n"},
-    // Empty names and values among them: they must not take memory for ever.
-    {"EndlessHeaders", kOk + times(3000, " \0\n"s), "200|",
-     "Parser...... too many headers, ignoring the rest.\n"},
+    // Only what is kept takes memory, and must not take it for ever.
+    {"ManyShortHeaders",
+     "HTTP/1.0 200 OK\r\n" + times(2100, "x: y\r\n") + "x:z \r\n" + kLength.substr(17) +
+         "1\r\n\r\nx",
+     "200 done|x", "Parser...... found header x:z .\n"},
+    {"EndlessHeaders", kOk + times(3000, " \0\nVia:x\nLocation: x\n"s), "200|",
+     "Parser...... too many headers, ignoring the rest.\n", "closedelimitedbodies on\n"},
 };
 INSTANTIATE_TEST_SUITE_P(CAParseHTTP, Response, testing::ValuesIn(kResponses), rowName);
 

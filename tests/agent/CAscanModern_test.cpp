@@ -54,7 +54,7 @@ std::string text(std::size_t length)
 }
 
 const std::string kNoReferences =
-    "&&am;&ampx;&AMP;&nbsp;&#;&#x;&#-1;&#31;&#127;&#x9f;&#xD800;&#x110000;&#4294967361;";
+    "&&am;&ampx;&amp=&LT0;&Amp;&TAB;&apos&Tab&NewLine&nbsp;&#;&#x;&#xg&#-1;&# 65;";
 
 const PageRow kPages[] = {
     {"TagsOfThePlainScan",
@@ -98,7 +98,15 @@ const PageRow kPages[] = {
      "<a href='&amp;&lt;&gt;&quot;&apos;&#65;&#x42;&#X43;&#xe9;&#x7ff;&#8364;&#x1F600;'>",
      "+&<>\"'ABC\xC3\xA9\xDF\xBF\xE2\x82\xAC\xF0\x9F\x98\x80\n"},
     {"ReferencesThatStay", "<a href='" + kNoReferences + "'>", "+" + kNoReferences + "\n"},
-    {"OpenReferences", "<a href=&#65><a href='&#65x;&amp &amp'>", "+&#65\n+&#65x;&amp &amp\n"},
+    {"OpenReferences", "<a href=&#65><a href='&#38b&#65x;&#x42g&LT &GT/&QUOT;&amp'>",
+     "+A\n+&bAx;Bg< >/\"&\n"},
+    {"ReferencesToBlanksAndControls",
+     "<a href='/a&#10;b&Tab;&NewLine;&#xD;c'><a href='&#32;/e&#13;'><a "
+     "href='&#x1F;&#1;f&#1;g&#127;'>",
+     "+/abc\n+/e\n+f\1g\x7F\n"},
+    {"ReferencesToOtherCharacters",
+     "<a href='&#128;&#x9F;&#x81;&#0;&#xDFFF&#x110000;&#4294967361'>",
+     "+\u20AC\u0178\xC2\x81\uFFFD\uFFFD\uFFFD\uFFFD\n"},
     {"DecodedOnce", "<a href='&amp;amp;&#38;lt;'>", "+&amp;&lt;\n"},
     {"SpaceAround", "<a href='\n 1\t2\r\n 3\x01 '><a href='&#32;4&#32;'>", "+12 3\n+4\n"},
     {"Nul", "<a href='1\0002'><a href='\0003\0'><a\0 href=4><a \0href=5><\0a href=6>"s, "+3\n"},

@@ -71,7 +71,8 @@ const PeerRow kPeerFaults[] = {
     {"NeverAnswered", {{}, Then::Stall}, 2, kTimeOut},
     {"AlmostAByteASecond", endless("", "H", 900), 2, kTimeUp, "maxruntime 2"},
     {"EndlessStatusLine", endless("HTTP/1.0 200 ", kMega), 2, "", kInTime},
-    {"EndlessHeaders", endless(kOk, times(1000, "a: b\r\n")), 2, "", kInTime},
+    {"EndlessHeaders", endless(kOk, times(1000, "a: b\r\nAge: 1\r\n")), 2, "",
+     kInTime + "; retryafter on"},
     {"EndlessChunks", endless(kChunked, times(1000, "5\r\n<a hr\r\n")), 2, "", kInTime},
     {"EndlessTrailer", endless(kChunked, times(1000, "0\r\na: b\r\n")), 2, "", kInTime},
     {"PageOf200Megabytes", k200Megabytes, 4, "", kUntraced + "delvedepth 1", 4},
@@ -133,7 +134,7 @@ const HostRow kHostFaults[] = {
     {"NoThread", seeds(30), 0, kNoClient, kOneThread, "", 1},
     {"NoMemory", seeds(30000), 0, "out of memory", "prlimit --data=4000000", "", 1},
     {"DiskFullForTheTrace", seeds(30) + "catracelog @dir@/full", 30, "", "", "full"},
-    {"DiskFullForTheReport", seeds(30), 30, ".html (rename errno=", "", kReport + ".tmp"},
+    {"DiskFullForTheReport", seeds(30), 30, ".html (rename errno=28);", "", kReport + ".tmp"},
     {"DiskFullForACopy", kSave, 3, "large\" failed.\n", "", "save/h/large"},
     {"FilesMayNotGrow", kSave, 3, "", "prlimit --fsize=9999"},
 };

@@ -292,4 +292,33 @@ TEST(Progress, LineIsMissingOrTheSignalEndsTheProcess)
     agent.finish();
 }
 
+struct LateRow : Row {
+    const char *options;
+    const char *traced;  // when the signal is sent
+};
+
+class LateSignal : public testing::TestWithParam<LateRow> {};
+
+TEST_P(LateSignal, HasNoLineOrThatOfTheNextRun)
+{
+    // The master looks at the run while its only answer is on the way, and again a second later.
+    const std::string head = "HTTP/1.0 200 OK\r\nContent-Type: a/b\r\nContent-Length: 1\r\n\r\n";
+    const ScriptedPeer peer({{"http://h/1", Reply{{{head}, {"x", 200}}}}});
+    Agent agent(peer.port(), "numclients 1; loadurl h/1");
+    agent.start(GetParam().options);
+    ASSERT_TRUE(agent.process->waitForError(GetParam().traced, kRunDeadline));
+    agent.process->signal(SIGUSR1);
+    agent.finish();
+    EXPECT_EQ(agent.traced("Progress.... 1 done, 1 succeeded, 0 queued, 0 busy, "), 1);
+}
+
+const char *const kAllDone = "Worker...... thread 1 has nothing to do.\n";
+
+const LateRow kLateSignals[] = {
+    {"InTheLastSecond", "", kAllDone},
+    {"InTheLastSecondOfARun", "-rp 2", kAllDone},
+    {"WhileWorkersAreStopped", "", "Stopping.... client thread #1.\n"},
+};
+INSTANTIATE_TEST_SUITE_P(Progress, LateSignal, testing::ValuesIn(kLateSignals), rowName);
+
 }  // namespace

@@ -1,8 +1,10 @@
 // The report file's life: opened with a placeholder page when the server root is known, written to
 // by CASummary(), moved into its place when the process ends.
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 
 #include "HTString.h"
@@ -23,6 +25,52 @@ void writePlaceholder(const char *path)
     }
     CAWritePlaceholder(page);
     std::fclose(page);
+}
+
+// The file behind the report stream. The stream remembers that a write has failed, but not why.
+struct ReportFile {
+    int descriptor = -1;
+    bool written = false;
+    int error = 0;  // the errno of the first call that failed
+};
+ReportFile reportFile;  // of the one CAConfig that writes a report
+
+ssize_t writeReport(void * /*cookie*/, const char *data, std::size_t size)
+{
+    reportFile.written = true;
+    std::size_t done = 0;
+    while (done < size) {
+        const ssize_t count = write(reportFile.descriptor, data + done, size - done);
+        if (count <= 0) {
+            reportFile.error = reportFile.error != 0 ? reportFile.error : errno;
+            break;
+        }
+        done += static_cast<std::size_t>(count);
+    }
+    return static_cast<ssize_t>(done);
+}
+
+int closeReport(void * /*cookie*/)
+{
+    if (close(reportFile.descriptor) != 0 && reportFile.error == 0) {
+        reportFile.error = errno;
+    }
+    return 0;
+}
+
+FILE *openReport(const char *path)
+{
+    const int descriptor = open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    if (descriptor < 0) {
+        return nullptr;
+    }
+    FILE *const stream = fopencookie(nullptr, "w", {nullptr, writeReport, nullptr, closeReport});
+    if (stream == nullptr) {
+        close(descriptor);
+        return nullptr;
+    }
+    reportFile = {.descriptor = descriptor};
+    return stream;
 }
 
 }  // namespace
@@ -46,7 +94,7 @@ void CAConfig::setServerRoot(const char *root)
     if (reportStream != nullptr) {
         std::fclose(reportStream);
     }
-    reportStream = std::fopen(g_catrace_filename, "we");
+    reportStream = openReport(g_catrace_filename);
     if (reportStream == nullptr) {
         CATrace("ldAgtConfig. filename \"%s\" can't be opened.\n", g_catrace_filename);
     } else {
@@ -56,11 +104,9 @@ void CAConfig::setServerRoot(const char *root)
 
 void CAConfig::finishReport()
 {
-    const bool failed = std::ferror(reportStream) != 0;
-    const bool written = failed || std::ftell(reportStream) > 0;
-    const int closeError = std::fclose(reportStream) != 0 ? errno : failed ? EIO : 0;
+    std::fclose(reportStream);
     reportStream = nullptr;
-    if (!written) {
+    if (!reportFile.written) {
         unlink(g_catrace_filename);  // no run has ended: the placeholder says so
         return;
     }
@@ -70,10 +116,10 @@ void CAConfig::finishReport()
         return;
     }
     *cut = '\0';
-    if (closeError != 0) {
+    if (reportFile.error != 0) {
         // The disk is full, say: the placeholder is better than half a page.
         CATrace("Not able to rename %s to %s (rename errno=%d); no summary file.\n",
-                inProgress.get(), g_catrace_filename, closeError);
+                inProgress.get(), g_catrace_filename, reportFile.error);
         return;
     }
     unlink(g_catrace_filename);

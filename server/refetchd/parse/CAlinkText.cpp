@@ -9,49 +9,82 @@
 
 namespace {
 
-struct NamedReference {
-    std::string_view name;
-    char character;
-};
-
-constexpr NamedReference kNamed[] = {
-    {"&amp;", '&'}, {"&lt;", '<'}, {"&gt;", '>'}, {"&quot;", '"'}, {"&apos;", '\''},
-};
-
 // A character reference: its length in the page, 0 when it stays as it stands, and its code.
 struct Reference {
     std::size_t length = 0;
     std::uint32_t code = 0;
 };
 
-bool isPrintable(std::uint32_t code)
+struct NamedReference {
+    std::string_view name;
+    char character;
+    bool mayEndOpen;  // its ";" may be missing
+};
+
+constexpr NamedReference kNamed[] = {
+    {"&amp", '&', true},    {"&AMP", '&', true},   {"&lt", '<', true},        {"&LT", '<', true},
+    {"&gt", '>', true},     {"&GT", '>', true},    {"&quot", '"', true},      {"&QUOT", '"', true},
+    {"&apos", '\'', false}, {"&Tab", '\t', false}, {"&NewLine", '\n', false},
+};
+
+// A name without its ";" is not decoded in front of these: "?a=1&lt=2" is a query.
+constexpr std::string_view kGoesOn =
+    "=0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
+
+Reference namedReferenceAt(std::string_view text)
 {
-    const bool isControl = code < 0x20 || (code >= 0x7F && code < 0xA0);
-    const bool isSurrogate = code >= 0xD800 && code < 0xE000;
-    return !isControl && !isSurrogate && code <= 0x10FFFF;
+    for (const auto &[name, character, mayEndOpen] : kNamed) {
+        if (!text.starts_with(name)) {
+            continue;
+        }
+        const std::string_view behind = text.substr(name.size());
+        const bool isClosed = behind.starts_with(';');
+        if (isClosed || (mayEndOpen && behind.find_first_of(kGoesOn) != 0)) {
+            return {name.size() + (isClosed ? 1 : 0), static_cast<unsigned char>(character)};
+        }
+    }
+    return {};
+}
+
+// What 0x80 to 0x9F mean: pages that give these numbers mean the characters of windows-1252.
+constexpr std::array<std::uint16_t, 32> kWindows1252 = {
+    0x20AC, 0x81,   0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021, 0x02C6, 0x2030, 0x0160,
+    0x2039, 0x0152, 0x8D,   0x017D, 0x8F,   0x90,   0x2018, 0x2019, 0x201C, 0x201D, 0x2022,
+    0x2013, 0x2014, 0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x9D,   0x017E, 0x0178};
+
+constexpr std::uint32_t kReplacement = 0xFFFD;
+
+std::uint32_t characterOf(std::uint32_t number)
+{
+    const bool isSurrogate = number >= 0xD800 && number < 0xE000;
+    if (number == 0 || isSurrogate || number > 0x10FFFF) {
+        return kReplacement;
+    }
+    return number >= 0x80 && number < 0xA0 ? kWindows1252[number - 0x80] : number;
+}
+
+// number := "&#" digits [";"] | "&#x" hexadecimal digits [";"]
+Reference numberAt(std::string_view text)
+{
+    const bool isHex = text.starts_with("&#x") || text.starts_with("&#X");
+    const char *const digits = text.data() + (isHex ? 3 : 2);
+    const char *const end = text.data() + text.size();
+    std::uint32_t number = 0;  // stays 0, which means the same, when the digits are too many
+    const char *const stop = std::from_chars(digits, end, number, isHex ? 16 : 10).ptr;
+    if (stop == digits) {
+        return {};
+    }
+    const std::size_t length = static_cast<std::size_t>(stop - text.data());
+    return {length + (stop != end && *stop == ';' ? 1 : 0), characterOf(number)};
 }
 
 // `text` begins with "&".
 Reference referenceAt(std::string_view text)
 {
-    for (const auto &[name, character] : kNamed) {
-        if (text.starts_with(name)) {
-            return {name.size(), static_cast<unsigned char>(character)};
-        }
-    }
-    const bool isHex = text.starts_with("&#x") || text.starts_with("&#X");
-    if (!isHex && !text.starts_with("&#")) {
-        return {};
-    }
-    const char *const end = text.data() + text.size();
-    std::uint32_t code = 0;  // stays that without a number, or with one that is too large
-    const char *const stop =
-        std::from_chars(text.data() + (isHex ? 3 : 2), end, code, isHex ? 16 : 10).ptr;
-    const bool isWhole = stop != end && *stop == ';' && isPrintable(code);
-    return {isWhole ? static_cast<std::size_t>(stop + 1 - text.data()) : 0, code};
+    return text.starts_with("&#") ? numberAt(text) : namedReferenceAt(text);
 }
 
-// Writes the code as UTF-8, which is shorter than any reference to it. Returns the place behind.
+// Writes the code as UTF-8, which is no longer than any reference to it. Returns the place behind.
 char *writeUtf8(std::uint32_t code, char *out)
 {
     constexpr std::array<std::uint32_t, 4> kFirstByte = {0, 0xC0, 0xE0, 0xF0};

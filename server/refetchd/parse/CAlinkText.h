@@ -5,7 +5,9 @@
 #include <cstddef>
 #include <string_view>
 
-// Decodes the character references of [at, end) in place. Returns the new end.
+// Decodes the character references of [at, end) in place, with the rules of HTML for values of
+// attributes: numbers, and the names of "&", "<", ">", both quotes, tab and line feed. Returns the
+// new end.
 [[nodiscard]] char *CADecodeReferences(char *at, char *end);
 
 // Cuts [at, end) down to a URL, with a NUL in place of what stood behind it: blanks and control

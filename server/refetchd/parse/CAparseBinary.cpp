@@ -7,6 +7,7 @@
 #include <cinttypes>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 #include <string_view>
 
 #include "HTFile.h"
@@ -40,9 +41,11 @@ bool climbsOut(std::string_view path)
     return false;
 }
 
-// One page at a time becomes a directory, for the temporary name is the same for all whose names
-// have one letter. Lives until the process ends, as a worker may.
-PMutex &conversionMutex()
+// Held from the first look at the save directory until the file is open. While a page is being
+// turned into a directory its name does not exist, and the page stands at a temporary name that may
+// be the name of another page: a thread that opened or created one of them then would lose a body.
+// Never destroyed, for a worker may outlive the end of main().
+PMutex &namesMutex()
 {
     static PMutex *const mutex = new PMutex;
     return *mutex;
@@ -66,7 +69,6 @@ void turnIntoDirectory(const char *dir, HTPool *pool)
         "SL.......... moving \"%s\" to \"%s\"\nand......... creating dir \"%s\"\nand......... "
         "moving \"%s\" to \"%s\"\n",
         dir, temporary, dir, temporary, page);
-    const PMutexGuard guard(conversionMutex());
     if (std::rename(dir, temporary) == 0) {
         HTMkdir(dir, kDirectoryMode);
         std::rename(temporary, page);
@@ -156,6 +158,7 @@ void CAParseBinary::openFile()
                   url_->path(), page);
     const bool inside = host != ".." && !climbsOut(url_->path());
     if (inside) {
+        const PMutexGuard guard(namesMutex());
         create_place();
         file_ = std::fopen(fileName_, "wbe");
     }
@@ -213,11 +216,28 @@ std::int32_t CAParseBinary::consume(char *data, std::int32_t length, std::int32_
 // Half a body is worse than none.
 void CAParseBinary::dropFile()
 {
+    removeFile();
     std::fclose(file_);
     file_ = nullptr;
-    unlink(fileName_);
     std::free(fileName_);
     fileName_ = nullptr;
+}
+
+// If another thread has turned the file into a directory, it is removed under the name that
+// turnIntoDirectory() gave it.
+void CAParseBinary::removeFile()
+{
+    const PMutexGuard guard(namesMutex());
+    if (unlink(fileName_) == 0) {
+        return;
+    }
+    const std::string moved = std::string(fileName_) + "index.html";
+    struct stat ours {};
+    struct stat there {};
+    if (fstat(fileno(file_), &ours) == 0 && stat(moved.c_str(), &there) == 0 &&
+        ours.st_ino == there.st_ino && ours.st_dev == there.st_dev) {
+        unlink(moved.c_str());
+    }
 }
 
 CAParseBinary::~CAParseBinary()

@@ -9,6 +9,10 @@
 // The file's path mirrors the URL: save directory, host, "/", path ("index.html" behind a final
 // "/"). Host and path stand in it as they are, but a path that would leave its host's directory is
 // treated like a file that cannot be opened. Without an open file the body is absorbed.
+//
+// Any thread. Files are opened one at a time, under a lock of the module's own, and the trace lines
+// about it are written under that lock. When another thread turns the file into a directory while
+// it is being written, writing goes on and the body is complete under its new name.
 class CAParseBinary : public CAParser {
 public:
     explicit CAParseBinary(CAURL *url);
@@ -25,6 +29,7 @@ private:
     void openFile();
     int create_place();
     void dropFile();
+    void removeFile();
 
     char *fileName_ = nullptr;  // owned; null without saving and after a failed write
     std::uint64_t bytesWritten_ = 0;

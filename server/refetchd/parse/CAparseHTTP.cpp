@@ -44,8 +44,8 @@ bool isAmong(const std::array<std::string_view, count> &names, std::string_view 
     });
 }
 
-// Nor is any header beyond this many bytes: a peer may send them for ever. Each counts with what
-// its record takes.
+// Headers are kept up to this many bytes, each counted with what its record takes: a peer may send
+// them for ever.
 constexpr std::size_t kMaxHeaderBytes = 262144;
 constexpr std::size_t kHeaderRecord = 128;
 
@@ -200,6 +200,19 @@ void CAParseHTTP::consumeHeaders(char **readP, char *const *writeP)
     }
 }
 
+void CAParseHTTP::keepHeader(const char *name, const char *value)
+{
+    if (headerBytes_ > kMaxHeaderBytes) {
+        return;
+    }
+    headerBytes_ += kHeaderRecord + std::strlen(name) + std::strlen(value);
+    if (headerBytes_ > kMaxHeaderBytes) {
+        CATrace("Parser...... too many headers, ignoring the rest.\n");
+        return;
+    }
+    HTAssocList_add(headers_, name, value, threadContext_);
+}
+
 void CAParseHTTP::addHeader(char *line)
 {
     char *const space = std::strchr(line, ' ');
@@ -210,16 +223,8 @@ void CAParseHTTP::addHeader(char *line)
     *space = '\0';
     const std::string_view name(line, static_cast<std::size_t>(space - line));
     const char *const value = space + 1;
-    if (headerBytes_ > kMaxHeaderBytes) {
-        return;
-    }
-    headerBytes_ += kHeaderRecord + name.size() + std::strlen(value);
-    if (headerBytes_ > kMaxHeaderBytes) {
-        CATrace("Parser...... too many headers, ignoring the rest.\n");
-        return;
-    }
     if (isAmong(kKeptHeaders, name) || (options_.keepMoreHeaders && isAmong(kMoreHeaders, name))) {
-        HTAssocList_add(headers_, line, value, threadContext_);
+        keepHeader(line, value);
     }
     CATrace("Parser...... found header %s %s.\n", line, value);
 }
@@ -232,13 +237,12 @@ void CAParseHTTP::addWithoutBlank(const char *line)
         return;
     }
     const char *const colon = std::strchr(line, ':');
-    if (colon == nullptr || colon[1] == ' ' || headerBytes_ > kMaxHeaderBytes) {
+    if (colon == nullptr || colon[1] == ' ') {
         return;
     }
     const std::string name(line, colon + 1);
     if (isAmong(kMoreHeaders, name) || strcasecmp(name.c_str(), "Transfer-Encoding:") == 0) {
-        headerBytes_ += kHeaderRecord + std::strlen(line);
-        HTAssocList_add(headers_, name.c_str(), colon + 1, threadContext_);
+        keepHeader(name.c_str(), colon + 1);
     }
 }
 

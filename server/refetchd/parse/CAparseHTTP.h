@@ -56,6 +56,7 @@ private:
     void consumeRC(char **readP, char *const *writeP);
     void consumeHeaders(char **readP, char *const *writeP);
     void addHeader(char *line);
+    void keepHeader(const char *name, const char *value);
     void addWithoutBlank(const char *line);
     void readFraming(std::int32_t *closeConnection);
     [[nodiscard]] bool isChunked() const;
