@@ -1,7 +1,7 @@
-# Makes the list of directives from directives.txt: as rows of README.md's table, as the part of
+# Makes the list of directives from directives.txt: as the tables of directives.md, as the part of
 # tarnproxy.conf(5), or as the body of the sample configuration.
 #
-#     awk -v form=readme|man|sample -f directives.awk directives.txt
+#     awk -v form=page|man|sample -f directives.awk directives.txt
 
 /^(#|$)/ { next }
 
@@ -23,7 +23,7 @@ END {
 
 function finish() {
     if (name == "") return
-    if (form == "readme") readme()
+    if (form == "page") page()
     else if (form == "man") man()
     else sample()
     name = ""
@@ -39,10 +39,12 @@ function section(title) {
         rule = sprintf("%76s", "")
         gsub(/ /, "-", rule)
         printf "\n# %s\n# %s\n", title, rule
+    } else {
+        printf "\n## %s\n\n| Directive | Argument | Default | Meaning |\n|---|---|---|---|\n", title
     }
 }
 
-function readme() {
+function page() {
     argument = code(field["argument"])
     gsub(/\|/, "\\|", argument)
     printf "| `%s` | %s | %s | %s |\n", name, argument, field["default"], field["text"]
@@ -50,7 +52,8 @@ function readme() {
 
 function code(text) { return "`" text "`" }
 
-# The text with its marks replaced: `code` and *name*, each by what stands before and behind it.
+# The text with its marks, `code` and *name*, replaced: before a word by the mark of its kind, behind
+# it by the end.
 function marked(text, literal, slanted, end, mark, before) {
     while (match(text, /`[^`]+`|\*[^*]+\*/)) {
         mark = substr(text, RSTART, 1) == "`" ? literal : slanted
@@ -61,26 +64,34 @@ function marked(text, literal, slanted, end, mark, before) {
     return before text
 }
 
-# A text of the manual, each sentence on lines of its own, as mdoc wants it.
-function manual_text(text) {
+# A text of the manual: each sentence begins a line, as mdoc wants it.
+function manual_text(text, asItIs) {
     gsub(/\\/, "\\e", text)
     gsub(/[.] /, ".\n", text)
-    text = toupper(substr(text, 1, 1)) substr(text, 2)
-    return marked(text, "\\fB", "\\fI", "\\fP")
+    return marked(asItIs ? text : capital(text), "\\fB", "\\fI", "\\fP")
 }
 
-function print_manual_text(text, sentences, count, i) {
-    count = split(manual_text(text), sentences, "\n")
+function print_manual_text(text, asItIs, sentences, count, i) {
+    count = split(manual_text(text, asItIs), sentences, "\n")
     for (i = 1; i <= count; ++i) wrapped("", sentences[i])
 }
 
-function man(argument) {
+function man(argument, lines, count, i, item, listed) {
     argument = field["argument"]
     gsub(/\[/, "Op Ar ", argument)
     gsub(/\]/, "", argument)
     printf ".It Ic %s Ar %s\n", name, argument
     print_manual_text(field["text"] ".")
-    if ("more" in field) print_manual_text(field["more"])
+    count = split(field["more"], lines, "\n")
+    for (i = 1; i <= count; ++i) {
+        item = lines[i] ~ /^- /
+        if (item && !listed) print ".Bl -bullet -compact"
+        if (!item && listed) print ".El"
+        if (item) print ".It"
+        print_manual_text(substr(lines[i], item ? 3 : 1), item)
+        listed = item
+    }
+    if (listed) print ".El"
     if ("default" in field) printf "The default is %s.\n", small(manual_text(field["default"]))
     print ".Bd -literal"
     print "Example: " field["example"]
@@ -90,10 +101,14 @@ function man(argument) {
 
 function small(text) { return tolower(substr(text, 1, 1)) substr(text, 2) }
 
-# Prints a text in lines of at most 78 columns, each with the prefix before its words.
+function capital(text) { return toupper(substr(text, 1, 1)) substr(text, 2) }
+
+# Prints a text in lines of at most 78 columns, each with the prefix before its words; in an item of
+# a list, the words begin below each other.
 function wrapped(prefix, text, words, count, i, line) {
     count = split(text, words, " ")
     line = prefix words[1]
+    if (text ~ /^- /) prefix = prefix "  "
     for (i = 2; i <= count; ++i) {
         if (length(line) + 1 + length(words[i]) > 78) {
             print line
@@ -103,11 +118,12 @@ function wrapped(prefix, text, words, count, i, line) {
     print line
 }
 
-function sample() {
+function sample(lines, count, i) {
     printf "\n# %s %s", name, field["argument"]
     if ("default" in field) printf "   (default: %s)", plain(field["default"])
     print ""
-    wrapped("# ", plain(field["text"] "." ("more" in field ? " " field["more"] : "")))
+    count = split(field["text"] "." ("more" in field ? " " field["more"] : ""), lines, "\n")
+    for (i = 1; i <= count; ++i) wrapped("# ", plain(capital(lines[i])))
     print "sample" in field ? field["sample"] : "#" field["example"]
 }
 

@@ -1,18 +1,20 @@
-# Varnish 7, a reverse proxy that the agent keeps warm.
+# Recipe for Varnish 7, a reverse proxy whose cache the agent keeps warm.
 #
-# Varnish ignores Cache-Control in requests. These lines make it fetch anew, and store, what the agent
-# asks for with "Cache-Control: max-age=0", and what nobody else does.
+# Varnish ignores Cache-Control in requests. These lines make it fetch and store a fresh copy when the
+# agent requests a page with "Cache-Control: max-age=0". For all other clients nothing changes.
 #
-# Where:   /etc/varnish/refetchd.vcl, and in default.vcl, after its backends and before its own
-#          vcl_recv and vcl_backend_response: include "/etc/varnish/refetchd.vcl";
-#          then: systemctl reload varnish
-# Change:  the address, when the agent runs on another host or updateproxy names another address of
-#          this one. Clients that come through a TLS terminator on this host must not look like the
-#          agent: have it speak the PROXY protocol ("-a :8443,PROXY"), and client.ip is their own.
+# Where:   Copy this file to /etc/varnish/refetchd.vcl. In default.vcl, after its backends and before
+#          its own vcl_recv and vcl_backend_response, add this line:
+#              include "/etc/varnish/refetchd.vcl";
+#          Then: systemctl reload varnish
+# Change:  Change the address if the agent runs on another host, or if updateproxy names another
+#          address of this host. If clients reach Varnish through a TLS terminator on this host, they
+#          come from the agent's address: let the terminator use the PROXY protocol
+#          ("-a :8443,PROXY"), and client.ip is the address of the client.
 # Agent:   transparentproxy on
 #          updateproxy 127.0.0.1:6081
-#          loadurl http://www.example.com/          (the name by which clients ask: a copy is kept
-#                                                    for each)
+#          loadurl http://www.example.com/          (the name that clients use: Varnish keeps a
+#                                                    separate copy for each name)
 
 acl refetchd {
     "127.0.0.1";
@@ -26,7 +28,7 @@ sub vcl_recv {
     }
 }
 
-# What the origin answers while it is in trouble must not take the place of a good copy.
+# If the site answers with an error, keep the good copy.
 sub vcl_backend_response {
     if (bereq.http.X-Refetchd && beresp.status >= 500) {
         return (abandon);

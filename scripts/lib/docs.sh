@@ -1,12 +1,123 @@
-# Sourced by scripts/test: the manual pages have no fault, and README.md lists the directives.
+# Sourced by scripts that check the documents: the manual pages have no faults, docs/directives.md lists
+# the directives, and each example (a command line or a configuration) is run by a test.
 # shellcheck shell=bash
 
-# What is wrong with the manual page $1; nothing when it is well. Pages of ours that are not
-# installed here are no fault.
+documents=(README.md SECURITY.md CONTRIBUTING.md docs/*.md bench/README.md docs/*.8 docs/*.5.in recipes/*)
+
+# The rows: a pattern for examples, and the test that runs those that match. The first row that matches
+# counts.
+testers=(
+    '^(updateproxy|refetchd|refetchd-hits|varnishncsa) '       tests/e2e/docs_test.cpp
+    '^(apt|systemctl|runuser|less|jq|curl) |^scripts/package$' scripts/package-test
+    '^(squid|nginx|a2enmod) '                                  scripts/package-test
+    '^(BENCH=1 )?(scripts|bench)/|ctest |^mandoc '             scripts/test
+    '^(cmake|awk) '                                            scripts/lib/docs.sh
+)
+
+# Prints the code in the documents, a piece a line: "example" or "word", a tab, and the code. Examples
+# are the lines of indented blocks in Markdown and of displays in manual pages, and what follows "Then"
+# in recipes. A configuration, which begins with "updateproxy", is one example: its lines are joined
+# with "; ". Words are all other code.
+code_in_documents() {
+    awk '
+    function example(line) {
+        sub(/^ +/, "", line)
+        sub(/  +# .*/, "", line)
+        if (held != "" && held !~ /^updateproxy /) held = held line
+        else if (held != "") held = held "; " line
+        else held = line
+        if (sub(/\\e?$/, "", held) || held ~ /^updateproxy /) return
+        end_example()
+    }
+    function end_example() {
+        if (held != "") print "example\t" held
+        held = ""
+    }
+    function words(text, mark) {
+        count = split(text, part, mark)
+        for (i = 2; i < count; i += 2) print "word\t" part[i]
+    }
+    function end_paragraph() {
+        end_example()
+        words(paragraph, "`")
+        paragraph = ""
+    }
+    FNR == 1 { end_paragraph(); fenced = literal = then = 0 }
+
+    FILENAME ~ /md$/ && /^ *```/ { fenced = !fenced; next }
+    FILENAME ~ /md$/ && /^    / && !fenced { example($0); next }
+    FILENAME ~ /md$/ && /^$/ { end_paragraph() }
+    FILENAME ~ /md$/ && !fenced { end_example(); paragraph = paragraph " " $0 }
+
+    FILENAME ~ /^recipes/ {
+        then = then && /^#              /
+        if (then) example(substr($0, 2))
+        if (/Then[^:]*:$/) then = 1
+        if (/Then: /) example(substr($0, index($0, "Then: ") + 6))
+    }
+
+    /^\.Bd -literal/ { literal = 1; next }
+    /^\.Ed/ { literal = 0; end_example(); next }
+    literal { example($0) }
+    /^\.(Ql|Li|Dl) / { sub(/ [.,;:)]+$/, ""); print "word\t" substr($0, 5) }
+
+    END { end_paragraph() }' "${documents[@]}"
+}
+
+directives=$(grep '^[a-z]' docs/directives.txt)
+
+# is_command WORD: the word is a program with arguments, or one of this tree, and not a directive.
+is_command() {
+    local program=$1
+    [[ $1 == *[/\ ]* ]] || return 1
+    while [[ $program =~ ^[A-Z_]+=[^\ ]*\ (.*) ]]; do program=${BASH_REMATCH[1]}; done
+    program=${program%% *}
+    [[ $'\n'$directives$'\n' != *$'\n'$program$'\n'* ]] && type -P -- "$program" >/dev/null
+}
+
+examples() {
+    local kind code
+    code_in_documents | while IFS=$'\t' read -r kind code; do
+        if [ "$kind" = example ] || is_command "$code"; then
+            printf '%s\n' "$code"
+        fi
+    done | sort -u
+}
+
+# examples_for [TESTER]: prints the examples that this test runs; without TESTER, those that no test runs.
+examples_for() {
+    local code tester i
+    examples | while IFS= read -r code; do
+        tester=''
+        for ((i = 0; i < ${#testers[@]}; i += 2)); do
+            [[ $code =~ ${testers[i]} ]] && tester=${testers[i + 1]} && break
+        done
+        [ "$tester" != "${1:-}" ] || printf '%s\n' "$code"
+    done
+}
+
+# Prints the faults of the manual page $1. That another page of ours is not installed here is no fault.
 faults_of_manual() {
     mandoc -Tlint "$1" |
         grep -v -E 'referenced manual not found: Xr (refetchd(-check|-hits)?|tarnproxy\.conf) ' || true
     { LC_ALL=C.UTF-8 man --warnings --local-file "$1" >/dev/null; } 2>&1
+}
+
+# Fails if an example has no test. For scripts/test, this checks that it runs the same program, most often
+# with less to do. The examples that this file tests are run here.
+check_examples() {
+    local code untested
+    untested=$(examples_for)
+    [ -z "$untested" ] || fail "scripts/lib/docs.sh names no test for: $untested"
+    examples_for scripts/test | while IFS= read -r code; do
+        code=${code#BENCH=1 }
+        [ "$code" = scripts/test ] || grep -v '^ *#' scripts/test | grep -qF -- "${code%% *}" ||
+            fail "scripts/test does not run: $code"
+    done
+    examples_for scripts/lib/docs.sh | while IFS= read -r code; do
+        printf '  %s\n' "$code"
+        DESTDIR=$PWD/build/install sh -ec "$code" >build/example.out || fail "it fails: $code"
+    done
 }
 
 # check_docs BUILD: with the pages that were made there.
@@ -17,9 +128,10 @@ check_docs() {
         [ -z "$faults" ] || fail "$page: $faults"
         printf '  %s\n' "$page"
     done
-    if ! diff <(awk -v form=readme -f docs/directives.awk docs/directives.txt) \
-        <(grep -E "^\| \`[a-z]+\` \| \`" README.md); then
-        fail "README.md does not list the directives as docs/directives.txt does"
+    if ! diff -B <(awk -v form=page -f docs/directives.awk docs/directives.txt) \
+        <(sed -n '/^## /,$p' docs/directives.md); then
+        fail "docs/directives.md does not list the directives as docs/directives.txt does"
     fi
-    printf '  README.md lists the directives\n'
+    printf '  docs/directives.md\n'
+    check_examples
 }

@@ -1,7 +1,7 @@
-# Sourced by other scripts: what a hardened program shows of itself.
+# Sourced by other scripts: checks that a program was built with protection against attacks.
 # shellcheck shell=bash
 
-# The rows: a property, the readelf options that show it, and the pattern that its line matches.
+# The rows: a property, the readelf options that show it, and a pattern for the line that does.
 hardening=(
     'position-independent'   '-dW' 'FLAGS_1.* PIE'
     'relocations read-only'  '-lW' 'GNU_RELRO'
@@ -11,7 +11,7 @@ hardening=(
     'checked buffers'        '-sW' ' __(mem|str|vsn?|sn?|vfp|fp)[a-z]+_chk'
 )
 
-# check_hardening PROGRAM: fails unless it shows them all.
+# check_hardening PROGRAM: fails unless the program has all these properties.
 check_hardening() {
     local i
     for ((i = 0; i < ${#hardening[@]}; i += 3)); do

@@ -1,4 +1,4 @@
-# Sourced by the other scripts: says what is done, and sees to it that Debian packages are there.
+# Sourced by the other scripts: prints what they do, and installs the Debian packages that they need.
 # shellcheck shell=bash
 
 say() { printf '\n==> %s\n' "$*"; }
@@ -20,8 +20,8 @@ have_package() {
     dpkg-query --show --showformat='${Status}' "$1" 2>/dev/null | grep -q 'ok installed'
 }
 
-# Installs those of the named packages that are missing. Daemons among them are not started: a
-# policy of "no" stands in while they are set up, unless the machine has a policy of its own.
+# Installs those of the named packages that are missing. Unless the machine has a policy-rc.d of its
+# own, there is one during the installation that keeps new daemons from being started.
 need_packages() {
     local policy=/usr/sbin/policy-rc.d placed=0 status=0 package
     local -a missing=()
@@ -29,7 +29,7 @@ need_packages() {
         have_package "$package" || missing+=("$package")
     done
     if [ "${#missing[@]}" -eq 0 ]; then
-        say "All packages that are needed are installed."
+        say "All packages that this needs are installed."
         return
     fi
     say "Installing: ${missing[*]}"

@@ -1,6 +1,6 @@
-# Sourced by the scripts that run the agent against real peers: a site by nginx on two loopback
-# addresses and Squid before it, all in a work directory. Whatever stands in "daemons" is stopped
-# and the work directory is removed at the end, also on Ctrl-C.
+# Sourced by the scripts that run the agent with real servers: nginx with a site on two loopback
+# addresses, and Squid in front of it, all in a work directory. At the end, also after Ctrl-C, the
+# processes in "daemons" are stopped and the work directory is removed.
 # shellcheck shell=bash
 
 declare -A address=([main]=127.0.0.1 [partner]=127.0.0.2)
@@ -30,7 +30,7 @@ build_agent() {
     cmake --build --preset release
 }
 
-# make_work NAME: the work directory of the script of that name.
+# make_work NAME: makes the work directory, "work", of the script with this name.
 make_work() {
     work=$(mktemp -d "${TMPDIR:-/tmp}/refetchd-$1-XXXXXX")
     chmod 755 "$work"
@@ -40,7 +40,7 @@ make_work() {
 
 port_is_open() { (exec 3<>"/dev/tcp/$1/$2") 2>/dev/null; }
 
-# A port that nobody listens on, on either loopback address, in "port".
+# Sets "port" to one that is free on both loopback addresses.
 pick_port() {
     port=$((20000 + RANDOM % 12000))
     while port_is_open "${address[main]}" "$port" || port_is_open "${address[partner]}" "$port"; do
@@ -62,8 +62,8 @@ wait_for_port() {
     fail "$3 did not start"
 }
 
-# start_site PORT: starts nginx with what the script has written to servers.conf in the work
-# directory: servers that listen on that port of the loopback addresses.
+# start_site PORT: starts nginx with the servers that the script has written to servers.conf in the
+# work directory; they listen on this port of the loopback addresses.
 start_site() {
     cat >"$work/nginx.conf" <<END
 daemon off;
@@ -88,7 +88,8 @@ END
     wait_for_port "${address[main]}" "$1" 'the sample site' "$work/nginx-error.log"
 }
 
-# configure_squid HOST: picks a port for Squid in "squid_port"; it is to listen there on that host.
+# configure_squid HOST: writes a configuration with which Squid listens on this host, and sets
+# "squid_port" to its port.
 configure_squid() {
     pick_port
     squid_port=$port
@@ -109,13 +110,13 @@ logformat brief %Ss/%03>Hs %ru %{User-Agent}>h
 access_log stdio:$work/squid/access.log brief
 coredump_dir $work/squid
 END
-    # Started by root, Squid goes on as this user.
+    # When root starts Squid, it changes to this user.
     if [ "$(id -u)" -eq 0 ]; then
         chown -R proxy:proxy "$work/squid"
     fi
 }
 
-# Does not wait for Squid: wait_for_port does.
+# Starts Squid without waiting for it; see wait_for_port.
 start_squid() {
     /usr/sbin/squid -N -f "$work/squid/squid.conf" >"$work/squid.out" 2>&1 &
     daemons[Squid]=$!

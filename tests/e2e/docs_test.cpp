@@ -1,4 +1,5 @@
-// The examples of README.md and of the manual pages: configurations, and command lines.
+// The examples of the documents that need no other program: configurations, and command lines.
+// scripts/lib/docs.sh finds them.
 #include <gmock/gmock.h>
 
 #include <regex>
@@ -7,27 +8,17 @@
 
 namespace {
 
-// All examples that begin with one of these words. One is a block of literal lines; here they end
-// in "; ".
+// All examples that begin with one of these words, "; " between the lines of a configuration.
 Words examplesOf(const std::string &words)
 {
+    Process list({"--chdir=" SOURCE_DIRECTORY, "bash", "-c",
+                  "source scripts/lib/docs.sh; examples_for tests/e2e/docs_test.cpp"});
+    list.wait(kRunDeadline);
     Words examples;
-    for (const char *const file :
-         {"README.md", "docs/refetchd.8", "docs/refetchd-hits.8", "docs/tarnproxy.conf.5.in"}) {
-        std::istringstream lines(contentsOf(std::string(SOURCE_DIRECTORY "/") + file));
-        std::string block;
-        bool literal = false;
-        for (std::string line; std::getline(lines, line);) {
-            const bool indented = line.starts_with("    ");
-            if (indented || (literal && !line.starts_with("."))) {
-                block += line.substr(indented ? 4 : 0) + "; ";
-                continue;
-            }
-            if (std::regex_search(block, std::regex("^(" + words + ") "))) {
-                examples.push_back(block);
-            }
-            block.clear();
-            literal = line == ".Bd -literal -offset indent" || (literal && line != ".Ed");
+    std::istringstream lines(list.out());
+    for (std::string line; std::getline(lines, line);) {
+        if (std::regex_search(line, std::regex("^(" + words + ") "))) {
+            examples.push_back(line);
         }
     }
     return examples;
@@ -52,7 +43,7 @@ TEST_P(Examples, RefreshNothing)
         agent.dir.write("proxy.conf",
                         agent.expand(replaced(lines, "^[^;]*", "updateproxy @peer@")));
     } else {
-        options = replaced(replaced(GetParam(), "^refetchd|;.*", ""), "/etc/tarnproxy", "proxy");
+        options = replaced(replaced(GetParam(), "^refetchd", ""), "/etc/tarnproxy", "proxy");
     }
     agent.startWith(options);
     agent.finish();
@@ -75,7 +66,7 @@ TEST_P(HitsExamples, Fail)
     Process process({"--chdir=" + dir.path(), "bash", "-o", "pipefail", "-c",
                      "refetchd-hits() { " SOURCE_DIRECTORY "/hits/refetchd-hits \"$@\"; }\n"
                      "varnishncsa() { cat var/log/nginx/access.log; }\n" +
-                         replaced(replaced(GetParam(), "/var/", "var/"), R"(\\e; )", "")});
+                         replaced(GetParam(), "/var/", "var/")});
     EXPECT_EQ(process.wait(kRunDeadline), 0) << process.err();
     EXPECT_THAT(process.out() + dir.read("var/lib/refetchd/logs/hitsfile.txt"),
                 testing::HasSubstr(" http://h/\n"));
