@@ -14,10 +14,11 @@
 
 struct ResBundle;
 
-inline constexpr std::size_t kCodePageSize = 32;
+// Room for a code page's name, its NUL included.
+inline constexpr std::size_t kCodePageSize = 128;
 
 // Opens the catalogue `name` of `directory` for `locale` (null: ICU's default). Null when there is
-// no such catalogue, its code page has no converter, or memory is out.
+// no such catalogue, one of its files is damaged, its code page has no converter, or memory is out.
 [[nodiscard]] ResBundle *ResBundle_LoadSpecific(const char *locale, const char *directory,
                                                 const char *name);
 [[nodiscard]] ResBundle *ResBundle_Load(const char *directory, const char *name);
