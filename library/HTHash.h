@@ -59,8 +59,9 @@ void HashDestroy(HashTable *table);
 
 // Enumeration visits every item once, in no particular order. With one lock the table stays locked
 // from start to end; with more, the bucket that the last item came from stays locked until the next
-// call. The enumerating thread must make no other call that locks what it holds; in a table without
-// locks it may remove the item it was given last.
+// call. In a table with locks the enumerating thread must make no other call on the table before
+// the end: it would wait for a lock of its own or for another thread that waits for that lock. In a
+// table without locks it may look up items, and remove the one that it was given last.
 // Start gives null (reported), with nothing locked, when memory is out.
 [[nodiscard]] HashEnumeration *HashStartEnumeration(HashTable *table);
 // The next item; null at the end, and from then on.

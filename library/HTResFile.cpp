@@ -38,10 +38,16 @@ struct Indexes {
 constexpr std::uint32_t kWord = 4;
 constexpr std::uint32_t kIndexes = sizeof(Indexes) / kWord;
 
-// Types of the root. The offset of a table of 16-bit units counts such units from keysTop.
-constexpr std::uint32_t kTable = 2;
-constexpr std::uint32_t kTable32 = 4;
-constexpr std::uint32_t kTable16 = 5;
+constexpr std::uint32_t kUsesPool = 4;  // attribute: keys may be those of another file
+
+// The forms of a table: a count, the keys, the items.
+struct TableForm {
+    std::uint32_t type;
+    std::uint32_t numberSize;  // of the count and of each key, in bytes
+    std::uint32_t itemSize;
+};
+
+constexpr std::array<TableForm, 3> kTableForms = {{{2, 2, 4}, {4, 4, 4}, {5, 2, 2}}};
 
 bool isHeader(const FileHeader &header)
 {
@@ -65,21 +71,56 @@ bool areIndexes(const Indexes &indexes, std::uint64_t words)
     return count >= kIndexes && std::is_sorted(tops.begin(), tops.end());
 }
 
-bool isRoot(const Indexes &indexes)
+template <typename Record>
+bool readAt(int file, std::uint64_t offset, Record *record)
 {
-    const std::uint32_t type = indexes.root >> 28;
-    const std::uint32_t offset = indexes.root & 0x0fffffff;
-    if (type == kTable16) {
-        return offset / 2 < indexes.unitsTop - indexes.keysTop;
-    }
-    return (type == kTable || type == kTable32) &&
-           (offset == 0 || (offset >= indexes.unitsTop && offset < indexes.resourcesTop));
+    return pread(file, record, sizeof(Record), static_cast<off_t>(offset)) ==
+           ssize_t{sizeof(Record)};
 }
 
-template <typename Record>
-bool readAt(int file, off_t offset, Record *record)
+// Reads the count and the first key of a table.
+bool readTable(int file, std::uint64_t offset, const TableForm &form,
+               std::array<std::uint32_t, 2> *numbers)
 {
-    return pread(file, record, sizeof(Record), offset) == ssize_t{sizeof(Record)};
+    if (form.numberSize == sizeof(std::uint32_t)) {
+        return readAt(file, offset, numbers);
+    }
+    std::array<std::uint16_t, 2> narrow{};
+    const bool read = readAt(file, offset, &narrow);
+    *numbers = {narrow[0], narrow[1]};
+    return read;
+}
+
+// Is the root a table that lies among the things of its form, with a key among the keys? `start` is
+// where the indexes begin in the file.
+bool isRoot(int file, std::uint64_t start, const Indexes &indexes)
+{
+    const auto *const form =
+        std::find_if(kTableForms.begin(), kTableForms.end(),
+                     [type = indexes.root >> 28](const TableForm &f) { return f.type == type; });
+    if (form == kTableForms.end()) {
+        return false;
+    }
+    const std::uint64_t offset = indexes.root & 0x0fffffff;
+    if (offset == 0) {
+        return true;  // an empty table
+    }
+    // The offset of a table with narrow items counts these, from keysTop.
+    const bool narrow = form->itemSize < kWord;
+    const std::uint64_t keysTop = std::uint64_t{indexes.keysTop} * kWord;
+    const std::uint64_t at = (narrow ? keysTop : 0) + offset * form->itemSize;
+    const std::uint64_t low = std::uint64_t{narrow ? indexes.keysTop : indexes.unitsTop} * kWord;
+    const std::uint64_t top =
+        std::uint64_t{narrow ? indexes.unitsTop : indexes.resourcesTop} * kWord;
+    std::array<std::uint32_t, 2> numbers{};
+    if (at < low || at >= top || !readTable(file, start + at, *form, &numbers)) {
+        return false;
+    }
+    const auto [count, key] = numbers;
+    const std::uint64_t size =
+        form->numberSize * (std::uint64_t{count} + 1) + form->itemSize * std::uint64_t{count};
+    return size <= top - at &&
+           (count == 0 || key < keysTop || (indexes.attributes & kUsesPool) != 0);
 }
 
 bool isSoundFile(int file)
@@ -94,7 +135,7 @@ bool isSoundFile(int file)
            readAt(file, header.headerSize, &indexes) &&
            areIndexes(indexes,
                       static_cast<std::uint64_t>(status.st_size - header.headerSize) / kWord) &&
-           isRoot(indexes);
+           isRoot(file, header.headerSize, indexes);
 }
 
 bool isSound(int directory, const char *name)

@@ -118,7 +118,7 @@ TEST(HTResBundle, DamagedFileCrashesOrIsOpened)
         {9, 1},         {10, 4},        {12, 'C'},      {16, 1},        {16, 4},
         {0x20, '\x7f'}, {0x23, '\x30'}, {0x23, 0},      {0x24, 6},      {0x24, '\xff'},
         {0x29, '\x7f'}, {0x28, 7},      {0x2d, '\x7f'}, {0x31, '\x7f'}, {0x3d, '\x7f'},
-        {0x3e, 1},      {0x22, 1},
+        {0x3e, 1},      {0x22, 1},      {0x20, 1},      {0x28, 8},
     };
     for (const auto &row : rows) {
         std::string damaged = whole;
