@@ -26,7 +26,7 @@ constexpr std::uintptr_t kPoison = 0xcdcdcdcd;
 struct FreeList {
     HTList *head = nullptr;
     std::uint32_t count = 0;
-    std::uint64_t returned = 0;
+    std::uint64_t returned = 0;  // elements that ever came back to it, for a debugger
 };
 
 // Some elements, linked, with the last one at hand so that they join another chain in one step.
@@ -93,12 +93,6 @@ public:
         giveBack(&free_, chain);
     }
 
-    HTListStatistics statistics()
-    {
-        const PMutexGuard guard(mutex_);
-        return {.count = free_.count, .returned = free_.returned, .allocated = allocated_};
-    }
-
 private:
     struct Block {
         Block *older;
@@ -135,7 +129,7 @@ private:
     PMutex mutex_;
     FreeList free_ HT_GUARDED_BY(mutex_);
     Block *blocks_ HT_GUARDED_BY(mutex_) = nullptr;  // never freed; leak checkers find them here
-    std::uint64_t allocated_ HT_GUARDED_BY(mutex_) = 0;
+    std::uint64_t allocated_ HT_GUARDED_BY(mutex_) = 0;  // elements, for a debugger
 };
 
 // Made by the first call, which may come before main, and never destroyed: threads may outlive
@@ -213,6 +207,17 @@ void release(const Chain &chain, std::uint32_t limit, HTThreadContext *context)
     }
 }
 
+HTList *insertAfter(HTList *element, void *object, HTThreadContext *context)
+{
+    HTList *const added = newElement(context);
+    if (added != nullptr) {
+        added->object = object;
+        added->next = element->next;
+        element->next = added;
+    }
+    return added;
+}
+
 }  // namespace
 
 int HTList_register()
@@ -231,20 +236,9 @@ HTList *HTList_new(HTThreadContext *context)
     return newElement(context);
 }
 
-HTList *HTList_insertAfter(HTList *element, void *object, HTThreadContext *context)
-{
-    HTList *const added = newElement(context);
-    if (added != nullptr) {
-        added->object = object;
-        added->next = element->next;
-        element->next = added;
-    }
-    return added;
-}
-
 HTList *HTList_addObject(HTList *list, void *object, HTThreadContext *context)
 {
-    return HTList_insertAfter(list, object, context);
+    return insertAfter(list, object, context);
 }
 
 HTList *HTList_appendObject(HTList *list, void *object, HTThreadContext *context)
@@ -253,7 +247,7 @@ HTList *HTList_appendObject(HTList *list, void *object, HTThreadContext *context
     while (last->next != nullptr) {
         last = last->next;
     }
-    return HTList_insertAfter(last, object, context);
+    return insertAfter(last, object, context);
 }
 
 void HTList_discardElement(HTList *element, HTThreadContext *context)
@@ -277,15 +271,4 @@ void HTList_deleteAndFreeContents(HTList *list, HTThreadContext *context)
         std::free(element->object);
     }
     HTList_delete(list, context);
-}
-
-HTListStatistics HTList_statistics(const HTThreadContext *context)
-{
-    HTListStatistics result = master().statistics();
-    const FreeList *const own = threadList(context);
-    if (own != nullptr) {
-        result.count = own->count;
-        result.returned = own->returned;
-    }
-    return result;
 }

@@ -19,13 +19,6 @@ struct HTList {
     std::uintptr_t reserved;  // always 0
 };
 
-// What a free list holds and has seen.
-struct HTListStatistics {
-    std::uint32_t count;      // elements that wait in it
-    std::uint64_t returned;   // elements that ever came back to it
-    std::uint64_t allocated;  // elements ever taken from the heap, by the whole process
-};
-
 // Gives every work thread that begins after it a free list of its own. Returns the thread slot, or
 // -1 when none is left. Call before threads start; a second call changes nothing.
 int HTList_register();
@@ -33,10 +26,9 @@ int HTList_register();
 // An empty list; null (reported) when memory is out. Released with HTList_delete().
 [[nodiscard]] HTList *HTList_new(HTThreadContext *context);
 
-// Put a new element that holds `object` behind `element` (any element, or the header), in front of
-// all others, or behind the last one; the latter walks the whole list. They return the new element,
-// or null, with the list as it was, when memory is out.
-HTList *HTList_insertAfter(HTList *element, void *object, HTThreadContext *context);
+// Put a new element that holds `object` in front of all others, or behind the last one, for which
+// the whole list is walked. They return the new element, or null, with the list as it was, when
+// memory is out.
 HTList *HTList_addObject(HTList *list, void *object, HTThreadContext *context);
 HTList *HTList_appendObject(HTList *list, void *object, HTThreadContext *context);
 
@@ -48,6 +40,3 @@ void HTList_delete(HTList *list, HTThreadContext *context);
 
 // The same, and releases every object with free().
 void HTList_deleteAndFreeContents(HTList *list, HTThreadContext *context);
-
-// Of the free list that calls with this context use.
-[[nodiscard]] HTListStatistics HTList_statistics(const HTThreadContext *context);

@@ -302,11 +302,6 @@ const UChar *ResBundle_ExtractUnicode(ResBundle *bundle, std::uint32_t key, std:
     return ResBundle_ExtractUnicodeWithDefault(bundle, key, index, nullptr);
 }
 
-const char *ResBundle_CodePage(const ResBundle *bundle)
-{
-    return bundle->codePage.data();
-}
-
 void ResBundle_Destroy(ResBundle *bundle)
 {
     if (bundle == nullptr) {

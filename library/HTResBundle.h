@@ -39,9 +39,6 @@ void ResBundle_Prime(ResBundle *bundle);
                                                                std::uint32_t index,
                                                                const UChar *fallback);
 
-// The name of the code page that the bundle converts to.
-[[nodiscard]] const char *ResBundle_CodePage(const ResBundle *bundle);
-
 // Closes the catalogue; null does nothing. No other thread may use it any more.
 void ResBundle_Destroy(ResBundle *bundle);
 

@@ -24,7 +24,8 @@ constexpr std::uint32_t kOpenBuckets = 251;
 
 static_assert(EAGAIN == EWOULDBLOCK);  // so only the one is asked for
 
-// Statistics; any thread adds. Relaxed, for nothing is ordered by them.
+// Bytes received and sent by the process, to be read with a debugger. Any thread adds; relaxed,
+// because nothing is ordered by them.
 constinit std::atomic<std::uint64_t> totalReceived{0};
 constinit std::atomic<std::uint64_t> totalSent{0};
 
@@ -487,14 +488,4 @@ int HTSocket_close(HTSocket *socket, const char *sourceFile, int line,
     }
     giveRecordBack(socket);
     return result;
-}
-
-std::uint64_t HTSocket_totalReceived()
-{
-    return totalReceived.load(std::memory_order_relaxed);
-}
-
-std::uint64_t HTSocket_totalSent()
-{
-    return totalSent.load(std::memory_order_relaxed);
 }

@@ -94,8 +94,3 @@ ssize_t receive_all(HTSocket *socket, void *buffer, std::size_t length, int flag
 // Closes the descriptor and gives the record up, whatever the result: close()'s, or -1 with EBADF
 // for a record that is closed already.
 int HTSocket_close(HTSocket *socket, const char *sourceFile, int line, HTThreadContext *context);
-
-// Bytes that the process has received by HTSocket_read() and HTSocket_receive() and sent by
-// HTSocket_writemsg().
-[[nodiscard]] std::uint64_t HTSocket_totalReceived();
-[[nodiscard]] std::uint64_t HTSocket_totalSent();

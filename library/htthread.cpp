@@ -161,16 +161,12 @@ std::time_t HTtime()
     return std::time(nullptr);
 }
 
-std::uint32_t HTMillisOf(std::time_t seconds, std::uint32_t microseconds)
-{
-    return static_cast<std::uint32_t>(seconds % 4'290'000) * 1000 + microseconds / 1000;
-}
-
 std::uint32_t getmillicount()
 {
     timeval now{};
     gettimeofday(&now, nullptr);
-    return HTMillisOf(now.tv_sec, static_cast<std::uint32_t>(now.tv_usec));
+    return static_cast<std::uint32_t>(now.tv_sec % 4'290'000) * 1000 +
+           static_cast<std::uint32_t>(now.tv_usec) / 1000;
 }
 
 void HTBlockSignals()

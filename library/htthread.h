@@ -51,8 +51,6 @@ std::time_t HTtime();
 
 // Milliseconds that wrap about every 49.6 days: (seconds mod 4,290,000) * 1000 + milliseconds.
 std::uint32_t getmillicount();
-// The same of a given time.
-std::uint32_t HTMillisOf(std::time_t seconds, std::uint32_t microseconds);
 
 // Blocks SIGPIPE, then SIGALRM, for the calling thread: a peer that goes away is an error of the
 // write, never the end of the process. Threads of ours call this first thing.

@@ -15,11 +15,6 @@ unsigned trace_log_limit = 0;
 
 namespace {
 
-bool isModule(int module)
-{
-    return module >= 0 && module < kTraceModules;
-}
-
 // Starts the log again from its top once it has grown beyond the limit. A stream that cannot be
 // positioned (a pipe) has no size to limit.
 void wrapLog(FILE *log)
@@ -103,21 +98,9 @@ std::size_t stringRoom(const char *text, int given, std::size_t written)
 
 }  // namespace
 
-void HTTrace_setModule(int module, bool on)
-{
-    if (isModule(module)) {
-        HTTraceState[static_cast<std::size_t>(module)].store(on ? 1 : 0, std::memory_order_relaxed);
-    }
-}
-
-void HTTrace_setLevel(int level)
-{
-    HTTraceState[kTraceModules].store(level, std::memory_order_relaxed);
-}
-
 bool HTTrace_level(int module, int level)
 {
-    return isModule(module) &&
+    return module >= 0 && module < kTraceModules &&
            HTTraceState[static_cast<std::size_t>(module)].load(std::memory_order_relaxed) != 0 &&
            HTTraceState[kTraceModules].load(std::memory_order_relaxed) >= level;
 }

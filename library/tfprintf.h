@@ -43,18 +43,14 @@ inline constexpr std::array<HTKnownModule, 6> KnownModules = {{
     {.name = "uri", .number = kTraceUri, .level = 1, .hookBits = 0},
 }};
 
-// One flag a module, the global level behind them.
+// The switches: a flag for each module (0 is off), and behind them the level for all modules (0
+// is off).
 extern std::array<std::atomic<int>, kTraceModules + 1> HTTraceState;
 
 // The trace log; none at start (lines then go to standard error). The caller opens and closes it.
 extern FILE *trace_log;
 // Size in megabytes beyond which a log file is written again from its start; 0 at start.
 extern unsigned trace_log_limit;
-
-// Switches one module on or off; a number outside the table is ignored.
-void HTTrace_setModule(int module, bool on);
-// Sets the level for all modules; 0 is off.
-void HTTrace_setLevel(int level);
 
 // True when the module's flag is set and the global level is at least `level`.
 bool HTTrace_level(int module, int level);
