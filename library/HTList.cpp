@@ -12,15 +12,15 @@
 
 namespace {
 
-constexpr std::uint32_t kMasterGrowth = 1000;  // elements a heap allocation
+constexpr std::uint32_t kMasterGrowth = 1000;  // elements in a heap allocation
 constexpr std::uint32_t kThreadRefill = 30;    // elements moved from the master list at once
 
-// A thread's list that holds more than this sends what comes back to the master list. The two
+// A thread's list that holds more than this passes released elements on to the master list. The two
 // differ on purpose: a whole list may be long, a single element is cheap to keep.
 constexpr std::uint32_t kKeepListLimit = 79;
 constexpr std::uint32_t kKeepElementLimit = 99;
 
-// The object of an element that waits in a free list: whoever still uses it is easy to spot.
+// The object of a free element, which makes a use after the release easy to spot.
 constexpr std::uintptr_t kPoison = 0xcdcdcdcd;
 
 struct FreeList {
@@ -29,7 +29,7 @@ struct FreeList {
     std::uint64_t returned = 0;  // elements that ever came back to it, for a debugger
 };
 
-// Some elements, linked, with the last one at hand so that they join another chain in one step.
+// A chain of elements. The last one is known, so that the chain joins another in one step.
 struct Chain {
     HTList *first;
     HTList *last;
@@ -62,7 +62,7 @@ Chain pop(FreeList *list, std::uint32_t length)
     return chain;
 }
 
-// The free list of the process, and all element memory there is.
+// The free list of the process, which owns the memory of all elements.
 class Master {
 public:
     Master()
@@ -132,7 +132,7 @@ private:
     std::uint64_t allocated_ HT_GUARDED_BY(mutex_) = 0;  // elements, for a debugger
 };
 
-// Made by the first call, which may come before main, and never destroyed: threads may outlive
+// Created by the first call, which may come before main, and never destroyed: threads may outlive
 // main.
 Master &master()
 {
@@ -171,7 +171,7 @@ FreeList *threadList(const HTThreadContext *context)
     return static_cast<FreeList *>(context->slots[static_cast<std::size_t>(moduleSlot)]);
 }
 
-// An element with nothing in it, from the thread's list or else from the master list.
+// An empty element from the thread's list, or from the master list when the thread has none.
 HTList *newElement(HTThreadContext *context)
 {
     FreeList single;

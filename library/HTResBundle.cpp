@@ -32,9 +32,9 @@ struct CodePageRow {
     const char *codePage;
 };
 
-// Searched in order, names in any case. The code pages go by ICU's names: that of 932 as Windows
-// has it (ICU's "ibm-932" is another table), and 1386 in place of 1381, for which ICU as packaged
-// has no converter and which it contains.
+// Searched in order, ignoring the case of names. The code pages are ICU's converter names. Japanese
+// has Windows code page 932; ICU's "ibm-932" is a table with other characters. ICU as packaged has
+// no converter for code page 1381; its superset 1386 serves instead.
 constexpr std::array<CodePageRow, 10> codePageTable = {{
     {"en_US", "ibm-850"},
     {"es_ES", "ibm-850"},
@@ -49,7 +49,7 @@ constexpr std::array<CodePageRow, 10> codePageTable = {{
 }};
 constexpr const char *kDefaultCodePage = "ibm-850";
 
-// One message that was looked up; both texts stand behind it in the same allocation.
+// One message that was looked up; both texts follow it in the same allocation.
 struct Element {
     std::uint32_t key;
     std::uint32_t index;

@@ -1,5 +1,5 @@
 // One catalogue of messages: an ICU resource bundle, the converter to the locale's code page, and a
-// cache of the texts that were converted.
+// cache of the converted texts.
 //
 //     bundle --- key "1" --- array --- item 1, item 2, ...     (a single string is its own item 1)
 //
@@ -23,8 +23,7 @@ inline constexpr std::size_t kCodePageSize = 128;
                                                 const char *name);
 [[nodiscard]] ResBundle *ResBundle_Load(const char *directory, const char *name);
 
-// Converts every message at once, on the first call; later look-ups take no lock and ask ICU no
-// more.
+// Converts all messages, on the first call; later look-ups take no lock and do not use ICU.
 void ResBundle_Prime(ResBundle *bundle);
 
 // The text of item `index` (from 1) of resource `key`: in the code page, and in UTF-16. Null, or

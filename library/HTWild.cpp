@@ -14,8 +14,8 @@
 
 // One heap block: this header, its segments, their texts.
 struct HTPattern {
-    // A run of literal text, behind a star or, the first one only, without. Only the last one may
-    // be empty (a star that ends the template).
+    // A run of literal text and the star in front of it, which only the first one may lack. Only
+    // the last text may be empty (behind a star that ends the template).
     struct Segment {
         std::uint8_t wild;
         std::uint32_t length;
@@ -93,7 +93,7 @@ bool beginsUserDirectory(std::string_view text)
     return text.starts_with("/~") || text.starts_with("file:/~");
 }
 
-// What the star of one segment stood for.
+// The text that the star of one segment matched.
 struct Capture {
     const char *text;
     std::size_t length;
@@ -122,7 +122,7 @@ void setBit(std::uint64_t *row, std::size_t at)
 
 // One match. "Segment i matches from p" depends on nothing but i and p, so the answers are worked
 // out from the last segment to the first and from the end of the text to its start, a bit each, and
-// every one costs one look at the text. To try the finds one after the other instead takes
+// each answer takes one look at the text. Trying one occurrence after the other would take
 // exponential time on patterns with many stars.
 class Matcher {
 public:
@@ -205,7 +205,7 @@ private:
     }
 
     // Works out, for each place of the text, whether a search for the segment that begins there
-    // ends in a match. The finds of a search that has failed are not asked again.
+    // ends in a match. The occurrences that a failed search has tried are not tried again.
     void fillRow(std::size_t index)
     {
         const Segment &segment = segments_[index];
@@ -257,7 +257,7 @@ private:
         return same ? at + segment.length : kNone;
     }
 
-    // Follows the finds that lead to the match.
+    // Follows the occurrences that lead to the match.
     void collect(std::size_t first, Capture *captures) const
     {
         std::size_t at = start_;
@@ -430,7 +430,7 @@ private:
         return at + (isEscape(text_ + at) ? 3 : 1);
     }
 
-    // Walks through the match, in which each star stands for as little as possible.
+    // Walks through the match, in which each star matches as little as possible.
     void collect(Capture *captures) const
     {
         std::size_t at = 0;

@@ -7,7 +7,7 @@
 
 namespace {
 
-// Before main, as a static object of a program may do it.
+// Called before main, as a program may do from a static object.
 const int slot = HTList_register();
 
 // The calling thread as a work thread, with a free list of its own.
@@ -22,7 +22,7 @@ TEST_F(HTListTest, FreedElementKeepsItsObject)
 {
     HTList *const list = HTList_new(context_);
     const HTList *const element = HTList_addObject(list, std::malloc(8), context_);
-    HTList_deleteAndFreeContents(list, context_);  // leak checkers see to the contents
+    HTList_deleteAndFreeContents(list, context_);  // leak checkers report what is not freed
     EXPECT_EQ(std::bit_cast<std::uintptr_t>(element->object), 0xcdcdcdcdU);
     ASSERT_EQ(HTList_new(context_), list);
     EXPECT_TRUE(list->object == nullptr && list->next == nullptr);
