@@ -162,6 +162,7 @@ bool HTResFile_allSound(const char *directory)
         return true;
     }
     bool sound = true;
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): only a stream that threads share would need a lock
     while (const dirent *const entry = sound ? readdir(files) : nullptr) {
         sound = isSound(dirfd(files), entry->d_name);
     }

@@ -18,7 +18,7 @@ protected:
     HTThreadContext *const context_ = HTWorkThread_threadCreate(0);
 };
 
-TEST_F(HTListTest, FreedElementKeepsItsObject)
+TEST_F(HTListTest, FreedElementKeepsItsObjectOrIsLostWithItsThread)
 {
     HTList *const list = HTList_new(context_);
     const HTList *const element = HTList_addObject(list, std::malloc(8), context_);
@@ -27,6 +27,8 @@ TEST_F(HTListTest, FreedElementKeepsItsObject)
     ASSERT_EQ(HTList_new(context_), list);
     EXPECT_TRUE(list->object == nullptr && list->next == nullptr);
     HTList_discardElement(list, context_);
+    HTWorkThread_threadExit(0, context_);
+    EXPECT_EQ(HTList_new(nullptr), list);
 }
 
 TEST_F(HTListTest, FreeListsExchangeTheWrongNumber)
@@ -51,15 +53,6 @@ TEST_F(HTListTest, FreeListsExchangeTheWrongNumber)
         EXPECT_EQ(HTList_new(row.kept ? context_ : nullptr), element) << held << " slot " << slot;
         row.giveBack(element, context_);
     }
-}
-
-TEST_F(HTListTest, ThreadLosesElements)
-{
-    HTList *const last = HTList_new(context_);
-    HTList_discardElement(HTList_new(context_), context_);
-    HTList_discardElement(last, context_);
-    HTWorkThread_threadExit(0, context_);
-    EXPECT_EQ(HTList_new(nullptr), last);
 }
 
 }  // namespace

@@ -90,20 +90,14 @@ TEST(HTResBundle, DamagedFileCrashesOrIsOpened)
         EXPECT_FALSE(opens(whole.substr(0, length))) << length;
     }
     EXPECT_FALSE(opens(whole.substr(0, whole.size() - 1)));
-    const struct {
-        std::size_t byte;
-        char value;
-    } rows[] = {
-        {0, '\x10'},    {1, '\x7f'},    {2, 0},         {4, 0},         {8, 1},
-        {9, 1},         {10, 4},        {12, 'C'},      {16, 1},        {16, 4},
-        {0x20, '\x7f'}, {0x23, '\x30'}, {0x23, 0},      {0x24, 6},      {0x24, '\xff'},
-        {0x29, '\x7f'}, {0x28, 7},      {0x2d, '\x7f'}, {0x31, '\x7f'}, {0x3d, '\x7f'},
-        {0x3e, 1},      {0x22, 1},      {0x20, 1},      {0x28, 8},
-    };
-    for (const auto &row : rows) {
+    std::istringstream rows(  // a byte and the wrong value that it gets, in hexadecimal
+        "0 10 1 7f 2 0 4 0 8 1 9 1 a 4 c 43 10 1 10 4 20 1 20 7f 22 1 23 0 23 30 24 6 24 ff 28 7 "
+        "28 8 29 7f 2d 7f 31 7f 3d 7f 3e 1 1020 ff");
+    rows >> std::hex;
+    for (std::size_t byte = 0, value = 0; rows >> byte >> value;) {
         std::string damaged = whole;
-        damaged[row.byte] = row.value;
-        EXPECT_FALSE(opens(damaged)) << row.byte;
+        damaged[byte] = static_cast<char>(value);
+        EXPECT_FALSE(opens(damaged)) << byte;
     }
 }
 
