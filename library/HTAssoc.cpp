@@ -12,7 +12,7 @@
 
 namespace {
 
-// The name and its NUL stand behind the record, the value behind that.
+// The name and its NUL follow the record in memory, and the value follows them.
 struct Pair {
     char *value;
 
@@ -54,7 +54,7 @@ bool HTAssocList_add(HTAssocList *list, const char *name, const char *value,
 
 char *HTAssocList_lookupExact(const HTAssocList *list, const char *name)
 {
-    // Most pairs are told by their first letter.
+    // Most names differ in the first letter already.
     const char first = HTLower(*name);
     for (const HTList *element = list->next; element != nullptr; element = element->next) {
         auto *const pair = static_cast<Pair *>(element->object);

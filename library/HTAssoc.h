@@ -1,5 +1,5 @@
-// Association lists: pairs of strings, looked up by name. Built on HTList; the last argument of a
-// call is the calling thread's context, as there. One list is used by one thread at a time.
+// Association lists: pairs of strings, looked up by name. Built on HTList: the last argument of a
+// call is the calling thread's context, and one list is used by one thread at a time.
 #pragma once
 
 #include "HTList.h"
@@ -15,8 +15,8 @@ bool HTAssocList_add(HTAssocList *list, const char *name, const char *value,
                      HTThreadContext *context);
 
 // The value of the newest pair whose whole name equals `name`, ignoring the case of ASCII letters;
-// null when there is none. It stays the list's; the caller may shorten it in place.
+// null when there is none. The list keeps it; the caller may shorten it in place.
 [[nodiscard]] char *HTAssocList_lookupExact(const HTAssocList *list, const char *name);
 
-// Releases the list and all it holds; null does nothing.
+// Releases the list and its pairs; null does nothing.
 void HTAssocList_delete(HTAssocList *list, HTThreadContext *context);

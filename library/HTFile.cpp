@@ -26,7 +26,7 @@ FILE *HTOpenForReading(const char *name)
     if (file == nullptr) {
         return nullptr;
     }
-    // The system opens a directory for reading, and only the reads fail.
+    // The system lets a directory be opened for reading; only reading it fails.
     struct stat status {};
     if (fstat(fileno(file), &status) == 0 && S_ISDIR(status.st_mode)) {
         std::fclose(file);

@@ -5,13 +5,14 @@
 
 #include <cstdio>
 
-// `name` as an absolute path: itself when it begins with '/', otherwise behind the working
-// directory. A heap string that the caller frees; null when memory or the directory is missing.
+// `name` as an absolute path: unchanged when it begins with '/', otherwise appended to the working
+// directory. A heap string that the caller frees; null when memory is out or there is no working
+// directory.
 [[nodiscard]] char *HTMakeAbsolutePath(const char *name);
 
-// Opens a file for reading (the caller closes it). Null with errno set when it cannot be opened; a
-// directory cannot (EISDIR).
+// Opens a file for reading (the caller closes it). Null with errno set when it cannot be opened;
+// EISDIR for a directory.
 [[nodiscard]] FILE *HTOpenForReading(const char *name);
 
-// Creates a directory; one that is there already counts as created. 0, or -1 with errno set.
+// Creates a directory, unless it exists. 0, or -1 with errno set.
 int HTMkdir(const char *name, mode_t mode);

@@ -17,7 +17,7 @@ constexpr std::size_t kBlockEntries = 10;
 struct Entry {
     void *item;
     Entry *next;
-    std::uint32_t hash;  // what the hasher gave for the item
+    std::uint32_t hash;  // the hasher's result for the item
 };
 
 struct EntryBlock {
@@ -85,7 +85,8 @@ private:
     const pmutex handle_;
 };
 
-// Holds all locks of a table. Nobody else waits for a second one, so taking them in turn is safe.
+// Holds all locks of a table. No other call waits for a second lock while it holds one, so taking
+// them in order cannot deadlock.
 class TableGuard {
 public:
     explicit TableGuard(const HashTable *table) : table_(table)
@@ -107,7 +108,7 @@ private:
     const HashTable *const table_;
 };
 
-// What a table that grows asks its hasher for.
+// The number of buckets for which a table that grows asks its hasher.
 constexpr std::uint32_t kWholeRange = UINT32_MAX;
 
 // Chains are this long on average before a table grows.
@@ -118,8 +119,8 @@ std::uint32_t hashOf(const HashTable *table, const void *key)
     return table->hasher(table->grows ? kWholeRange : table->firstSize, key);
 }
 
-// The bucket of a hash; the lock of a table that grows must be held. Hashes of texts that end alike
-// differ little in their low bits, so a product with the golden ratio spreads them first.
+// The bucket of a hash; the lock of a table that grows must be held. Hashes of texts with the same
+// end differ little in their low bits, so multiplying by the golden ratio spreads them first.
 std::uint32_t bucketOf(const HashTable *table, std::uint32_t hash)
 {
     constexpr std::uint32_t kGoldenRatio = 2654435769;
@@ -326,7 +327,8 @@ namespace {
 
 enum class Duplicates : std::uint8_t { Allowed, Refused };
 
-// Adds a new entry of `item`, or releases it where there must be no second one. True when added.
+// Adds the entry, or releases it when duplicates are refused and there is an equal item. True when
+// it was added.
 bool addEntry(HashTable *table, Entry *entry, Duplicates duplicates)
 {
     const bool tracing = HTTrace_on(kTraceHash);
@@ -422,7 +424,7 @@ void HashDrain(HashTable *table, void (*visit)(void *item, void *context), void 
         table->count = 0;
         return;
     }
-    // The entries leave with their buckets, so no lock is held while they are looked at.
+    // The buckets are exchanged for empty ones, so no lock is held while their items are visited.
     Entry **buckets = fresh;
     std::uint32_t size = table->firstSize;
     {
@@ -537,7 +539,7 @@ void HashUnlockTable(HashTable *table)
 
 void HashSetFreelistLength(HashTable *table, std::uint32_t length)
 {
-    // Entries in use would otherwise be given back the wrong way.
+    // Entries in use were allocated in the other way and would be released wrongly.
     const TableGuard guard(table);
     if (std::all_of(table->buckets, table->buckets + table->size,
                     [](const Entry *chain) { return chain == nullptr; })) {

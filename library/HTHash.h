@@ -1,17 +1,17 @@
-// Chained hash table of opaque items, with a hasher and a comparator of the caller's and locks of
-// its own.
+// Chained hash table of opaque items. The caller supplies the hasher and the comparator; the table
+// has its own locks.
 //
 //     bucket 0 -> newest -> ... -> oldest
 //     bucket 1 -> null
 //     ...                                    lock of bucket i: number i mod lockCount
 //
-// A table with one lock or none and several buckets takes more of them as it fills, so that its
-// chains stay short.
+// A table with several buckets and at most one lock adds buckets as it fills, so that its chains
+// stay short.
 //
 // Items belong to the caller; the table never frees one. With a lock count of 1 one lock guards the
-// whole table, with more each guards its share of the buckets; any thread may then call. With 0 the
-// owner locks. Hashers run before any lock is taken; comparators run under it and must not call the
-// table.
+// whole table; with a higher one each lock guards its share of the buckets. Any thread may then
+// call. With a lock count of 0 the owner locks. Hashers run before any lock is taken; comparators
+// run under it and must not call the table.
 #pragma once
 
 #include <cstdint>
@@ -22,9 +22,9 @@ struct HashEnumeration;
 
 // 0 when `item` is the one that `key` asks for.
 using HashComparator = int (*)(const void *item, const void *key);
-// The bucket of `key` in a table of `size` buckets, below `size`; asked with a large `size` and
-// divided further. Called with items and with keys: both must give the same bucket when the
-// comparator finds them equal.
+// The bucket of `key` in a table of `size` buckets, below `size`. A table that grows asks with the
+// largest `size` and derives the bucket from the result. Called with items and with keys: both must
+// give the same bucket when the comparator finds them equal.
 using HashHasher = std::uint32_t (*)(std::uint32_t size, const void *key);
 
 // An empty table of `size` buckets at first, at least 1. Null when `size` is 0, or (reported) when
@@ -32,12 +32,12 @@ using HashHasher = std::uint32_t (*)(std::uint32_t size, const void *key);
 [[nodiscard]] HashTable *HashCreate(std::uint32_t size, HashComparator comparator,
                                     HashHasher hasher, std::uint32_t lockCount);
 
-// Adds `item` in front of its bucket; equal ones stay, hidden behind it. 0, or 1 (reported) when
-// memory is out.
+// Adds `item` at the head of its bucket. Equal items stay; look-ups find the new one. 0, or 1
+// (reported) when memory is out.
 int HashAdd(HashTable *table, void *item);
 
-// The same unless the table holds an equal item, as one step for other threads. 0 when it was
-// added, 1 when an equal one is there, -1 (reported) when memory is out.
+// The same unless the table holds an equal item; atomic for other threads. 0 when it was added, 1
+// when there is an equal item, -1 (reported) when memory is out.
 [[nodiscard]] int HashAddUnique(HashTable *table, void *item);
 
 // The newest item that equals `key`, or null.
@@ -46,12 +46,12 @@ int HashAdd(HashTable *table, void *item);
 // Takes the newest item that equals `key` out of the table and returns it; null when there is none.
 void *HashRemove(HashTable *table, const void *key);
 
-// Empties the table, as one step for other threads.
+// Empties the table; atomic for other threads.
 void HashWipe(HashTable *table);
 
-// The same, and hands each item to `visit`, which may free it but must not call the table. It holds
-// up no other thread unless memory is out. An item that another thread adds meanwhile is either
-// handed over or stays.
+// The same, and calls `visit` with each item, which it may free; it must not call the table. Other
+// threads are not blocked while items are visited, unless memory is out. An item that another
+// thread adds meanwhile is either visited or stays in the table.
 void HashDrain(HashTable *table, void (*visit)(void *item, void *context), void *context);
 
 // Releases the table, not its items; null does nothing. No other thread may use it any more.
@@ -59,8 +59,9 @@ void HashDestroy(HashTable *table);
 
 // Enumeration visits every item once, in no particular order. With one lock the table stays locked
 // from start to end; with more, the bucket that the last item came from stays locked until the next
-// call. The enumerating thread must make no other call that locks what it holds; in a table without
-// locks it may remove the item it was given last.
+// call. In a table with locks the enumerating thread must make no other call on the table before
+// the end: it would wait for a lock of its own or for another thread that waits for that lock. In a
+// table without locks it may look up items, and remove the one that it was given last.
 // Start gives null (reported), with nothing locked, when memory is out.
 [[nodiscard]] HashEnumeration *HashStartEnumeration(HashTable *table);
 // The next item; null at the end, and from then on.
@@ -73,8 +74,8 @@ void HashEndEnumeration(HashTable *table, HashEnumeration *enumeration);
 void HashLockTable(HashTable *table);
 void HashUnlockTable(HashTable *table);
 
-// Recycling: with a `length` other than 0 entries are allocated ten at a time and kept for use
-// again until HashDestroy(); with 0, as at the start, each is a heap allocation of its own. Does
+// Recycling: with a `length` other than 0 entries are allocated ten at a time and reused until
+// HashDestroy(); with 0, the initial value, each entry is a heap allocation of its own. Does
 // nothing while the table holds items. Call before other threads use the table.
 void HashSetFreelistLength(HashTable *table, std::uint32_t length);
 // Allocates spare entries until there are `length` of them. 0, or 1 (reported) when memory is out.

@@ -108,7 +108,7 @@ HostName &hostName()
 
 int HTParseInet(sockaddr_in *address, const char *name, HTThreadContext *context)
 {
-    const int before = errno;  // a look-up that succeeds may leave one of its own
+    const int before = errno;  // a successful look-up may change it
     HTThreadContext *const own = context == nullptr ? HTThread_context() : context;
     const HTPoolScope scope(&own->pool);
     char *const host = own->pool.copy(name);

@@ -7,14 +7,13 @@
 
 // Resolves `name` into `*address`. A ":" with a digit behind it ends the host, and the decimal
 // number there becomes the port; otherwise the port in `*address` stays. A host of digits and dots
-// only is taken as an address, any other is looked up, which blocks for as long as the resolver
-// does. Returns 0; -1, with `*address` as it was, when the host is empty or no address, when the
-// lookup fails, or when the port is above 65535. Any thread, with its own context (null: found
-// out).
+// only is read as an address; any other is resolved, which blocks for as long as the resolver does.
+// Returns 0; -1, with `*address` as it was, when the host is empty or no address, when it cannot be
+// resolved, or when the port is above 65535. Any thread, with its own context or null.
 int HTParseInet(sockaddr_in *address, const char *name, HTThreadContext *context);
 
-// The name this machine goes by: its own, until HTSetHostName() gives another. Never null; empty
-// when there is none. The text stays ours. Any thread, also before main.
+// The host name of this machine: the system's, until HTSetHostName() replaces it. Never null; empty
+// when there is none. Not to be freed. Any thread, also before main.
 [[nodiscard]] const char *HTHostName();
 
 // Replaces the host name; a longer one than 255 bytes is cut, null changes nothing. Call before

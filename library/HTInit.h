@@ -3,9 +3,8 @@
 
 #include "HTWorkThread.h"
 
-// Heap checking is the sanitizer builds' work, ASCII case folding needs no tables, and the time is
-// read when it is asked for: these three have nothing to set up and keep only their place in the
-// start sequence.
+// Steps of the start sequence that have nothing to set up: sanitizer builds check the heap, ASCII
+// case folding needs no tables, and the time is read when it is needed.
 void HeapDebug_init();
 void initializeCaseTables();
 void updatetimeRep(int kind);
@@ -14,7 +13,7 @@ void updatetimeRep(int kind);
 // use by several threads. Call once, before any other thread exists. The arguments are reserved.
 void HTInitAll(int flags, int reserved);
 
-// Sets up and ends the library's state of the calling (main) thread; other threads use the
+// Set up and end the library's state of the calling (main) thread; other threads use the
 // HTWorkThread brackets. Returns the thread's context.
 HTThreadContext *HTInitThd(int kind);
 void HTEndThd(int kind, HTThreadContext *context);

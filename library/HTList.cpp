@@ -12,24 +12,24 @@
 
 namespace {
 
-constexpr std::uint32_t kMasterGrowth = 1000;  // elements a heap allocation
+constexpr std::uint32_t kMasterGrowth = 1000;  // elements in a heap allocation
 constexpr std::uint32_t kThreadRefill = 30;    // elements moved from the master list at once
 
-// A thread's list that holds more than this sends what comes back to the master list. The two
+// A thread's list that holds more than this passes released elements on to the master list. The two
 // differ on purpose: a whole list may be long, a single element is cheap to keep.
 constexpr std::uint32_t kKeepListLimit = 79;
 constexpr std::uint32_t kKeepElementLimit = 99;
 
-// The object of an element that waits in a free list: whoever still uses it is easy to spot.
+// The object of a free element, which makes a use after the release easy to spot.
 constexpr std::uintptr_t kPoison = 0xcdcdcdcd;
 
 struct FreeList {
     HTList *head = nullptr;
     std::uint32_t count = 0;
-    std::uint64_t returned = 0;
+    std::uint64_t returned = 0;  // elements that ever came back to it, for a debugger
 };
 
-// Some elements, linked, with the last one at hand so that they join another chain in one step.
+// A chain of elements. The last one is known, so that the chain joins another in one step.
 struct Chain {
     HTList *first;
     HTList *last;
@@ -62,7 +62,7 @@ Chain pop(FreeList *list, std::uint32_t length)
     return chain;
 }
 
-// The free list of the process, and all element memory there is.
+// The free list of the process, which owns the memory of all elements.
 class Master {
 public:
     Master()
@@ -91,12 +91,6 @@ public:
     {
         const PMutexGuard guard(mutex_);
         giveBack(&free_, chain);
-    }
-
-    HTListStatistics statistics()
-    {
-        const PMutexGuard guard(mutex_);
-        return {.count = free_.count, .returned = free_.returned, .allocated = allocated_};
     }
 
 private:
@@ -135,10 +129,10 @@ private:
     PMutex mutex_;
     FreeList free_ HT_GUARDED_BY(mutex_);
     Block *blocks_ HT_GUARDED_BY(mutex_) = nullptr;  // never freed; leak checkers find them here
-    std::uint64_t allocated_ HT_GUARDED_BY(mutex_) = 0;
+    std::uint64_t allocated_ HT_GUARDED_BY(mutex_) = 0;  // elements, for a debugger
 };
 
-// Made by the first call, which may come before main, and never destroyed: threads may outlive
+// Created by the first call, which may come before main, and never destroyed: threads may outlive
 // main.
 Master &master()
 {
@@ -177,7 +171,7 @@ FreeList *threadList(const HTThreadContext *context)
     return static_cast<FreeList *>(context->slots[static_cast<std::size_t>(moduleSlot)]);
 }
 
-// An element with nothing in it, from the thread's list or else from the master list.
+// An empty element from the thread's list, or from the master list when the thread has none.
 HTList *newElement(HTThreadContext *context)
 {
     FreeList single;
@@ -213,6 +207,17 @@ void release(const Chain &chain, std::uint32_t limit, HTThreadContext *context)
     }
 }
 
+HTList *insertAfter(HTList *element, void *object, HTThreadContext *context)
+{
+    HTList *const added = newElement(context);
+    if (added != nullptr) {
+        added->object = object;
+        added->next = element->next;
+        element->next = added;
+    }
+    return added;
+}
+
 }  // namespace
 
 int HTList_register()
@@ -231,20 +236,9 @@ HTList *HTList_new(HTThreadContext *context)
     return newElement(context);
 }
 
-HTList *HTList_insertAfter(HTList *element, void *object, HTThreadContext *context)
-{
-    HTList *const added = newElement(context);
-    if (added != nullptr) {
-        added->object = object;
-        added->next = element->next;
-        element->next = added;
-    }
-    return added;
-}
-
 HTList *HTList_addObject(HTList *list, void *object, HTThreadContext *context)
 {
-    return HTList_insertAfter(list, object, context);
+    return insertAfter(list, object, context);
 }
 
 HTList *HTList_appendObject(HTList *list, void *object, HTThreadContext *context)
@@ -253,7 +247,7 @@ HTList *HTList_appendObject(HTList *list, void *object, HTThreadContext *context
     while (last->next != nullptr) {
         last = last->next;
     }
-    return HTList_insertAfter(last, object, context);
+    return insertAfter(last, object, context);
 }
 
 void HTList_discardElement(HTList *element, HTThreadContext *context)
@@ -277,15 +271,4 @@ void HTList_deleteAndFreeContents(HTList *list, HTThreadContext *context)
         std::free(element->object);
     }
     HTList_delete(list, context);
-}
-
-HTListStatistics HTList_statistics(const HTThreadContext *context)
-{
-    HTListStatistics result = master().statistics();
-    const FreeList *const own = threadList(context);
-    if (own != nullptr) {
-        result.count = own->count;
-        result.returned = own->returned;
-    }
-    return result;
 }

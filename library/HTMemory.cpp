@@ -89,7 +89,7 @@ HTPoolScope::HTPoolScope(HTPool *pool)
 
 HTPoolScope::~HTPoolScope()
 {
-    // One ordinary block stays with the thread, so that scope after scope costs no heap call.
+    // One block of the usual size is kept, so that repeated scopes need no heap call.
     while (pool_->top_ != block_) {
         HTPool::Block *const block = pool_->top_;
         if (block_ == nullptr && block->older == nullptr && block->size == kBlockSize) {

@@ -1,8 +1,8 @@
-// Memory services of the library: the out-of-memory report, and the pool that lends scratch memory.
+// Memory services of the library: the out-of-memory report, and the pool for scratch memory.
 //
 // A pool is a chain of blocks that only grows until a scope ends; then everything that was taken
-// inside the scope is given back at once. Scratch results (a match, a copy to be cut up) live in
-// the pool of the calling thread and die with the innermost scope around the call:
+// inside the scope is released at once. Scratch results (a match, a copy to be split) live in the
+// pool of the calling thread until the innermost scope around the call ends:
 //
 //     const HTPoolScope scope(pool);
 //     char *copy = pool->copy(text);    // no free; gone at the closing brace
@@ -39,7 +39,7 @@ private:
     Block *top_ = nullptr;  // the block that is being filled; older ones behind it
 };
 
-// Gives back, at its end, what was taken from the pool since its start. Scopes nest.
+// Releases, at its end, all memory that was taken from the pool since its start. Scopes nest.
 class HTPoolScope {
 public:
     explicit HTPoolScope(HTPool *pool);

@@ -16,6 +16,6 @@ struct HTURIParts {
 // Fills `parts` from the NUL-terminated URL of `length` bytes in `buffer`, and writes NULs into it
 // to end each part.
 //
-// A colon at index 0 or 1 is no scheme's ("c:/dir"); the pseudo scheme "URL:" is skipped. Without a
-// scheme "//h/p" is a path, not a host.
+// A colon at index 0 or 1 does not end a scheme ("c:/dir"); the pseudo scheme "URL:" is skipped.
+// Without a scheme "//h/p" is a path, not a host.
 void HTParse_scan(char *buffer, HTURIParts *parts, std::size_t length);

@@ -19,6 +19,7 @@
 #include "HTHash.h"
 #include "HTLocale.h"
 #include "HTMemory.h"
+#include "HTResFile.h"
 #include "htthread.h"
 
 namespace {
@@ -31,7 +32,9 @@ struct CodePageRow {
     const char *codePage;
 };
 
-// Searched in order, names in any case; the code pages by ICU's names.
+// Searched in order, ignoring the case of names. The code pages are ICU's converter names. Japanese
+// has Windows code page 932; ICU's "ibm-932" is a table with other characters. ICU as packaged has
+// no converter for code page 1381; its superset 1386 serves instead.
 constexpr std::array<CodePageRow, 10> codePageTable = {{
     {"en_US", "ibm-850"},
     {"es_ES", "ibm-850"},
@@ -39,14 +42,14 @@ constexpr std::array<CodePageRow, 10> codePageTable = {{
     {"de_DE", "ibm-850"},
     {"it_IT", "ibm-850"},
     {"pt_BR", "ibm-850"},
-    {"ja_JP", "ibm-932"},
+    {"ja_JP", "ibm-943_P15A-2003"},
     {"ko_KR", "ksc_5601"},
-    {"zh_CN", "ibm-1381"},
+    {"zh_CN", "ibm-1386"},
     {"zh_TW", "BIG5"},
 }};
 constexpr const char *kDefaultCodePage = "ibm-850";
 
-// One message that was looked up; both texts stand behind it in the same allocation.
+// One message that was looked up; both texts follow it in the same allocation.
 struct Element {
     std::uint32_t key;
     std::uint32_t index;
@@ -87,7 +90,7 @@ struct ResBundle {
 
 namespace {
 
-// Opens ICU's side of a catalogue; null when there is none.
+// Opens ICU's side of a catalogue; null when there is none, or when one of its files is damaged.
 UResourceBundle *ResBundle_LoadCatalog(const char *locale, const char *directory, const char *name,
                                        UErrorCode *status)
 {
@@ -95,6 +98,9 @@ UResourceBundle *ResBundle_LoadCatalog(const char *locale, const char *directory
     const std::size_t length = std::strlen(directory);
     const char *const separator = length != 0 && directory[length - 1] == '/' ? "" : "/";
     std::snprintf(path.data(), path.size(), "%s%s%s", directory, separator, name);
+    if (!HTResFile_allSound(path.data())) {
+        return nullptr;
+    }
     UResourceBundle *const resources = ures_open(path.data(), locale, status);
     if (U_FAILURE(*status)) {
         ures_close(resources);
@@ -294,11 +300,6 @@ const UChar *ResBundle_ExtractUnicodeWithDefault(ResBundle *bundle, std::uint32_
 const UChar *ResBundle_ExtractUnicode(ResBundle *bundle, std::uint32_t key, std::uint32_t index)
 {
     return ResBundle_ExtractUnicodeWithDefault(bundle, key, index, nullptr);
-}
-
-const char *ResBundle_CodePage(const ResBundle *bundle)
-{
-    return bundle->codePage.data();
 }
 
 void ResBundle_Destroy(ResBundle *bundle)

@@ -1,5 +1,5 @@
 // One catalogue of messages: an ICU resource bundle, the converter to the locale's code page, and a
-// cache of the texts that were converted.
+// cache of the converted texts.
 //
 //     bundle --- key "1" --- array --- item 1, item 2, ...     (a single string is its own item 1)
 //
@@ -14,16 +14,16 @@
 
 struct ResBundle;
 
-inline constexpr std::size_t kCodePageSize = 32;
+// Room for a code page's name, its NUL included.
+inline constexpr std::size_t kCodePageSize = 128;
 
 // Opens the catalogue `name` of `directory` for `locale` (null: ICU's default). Null when there is
-// no such catalogue, its code page has no converter, or memory is out.
+// no such catalogue, one of its files is damaged, its code page has no converter, or memory is out.
 [[nodiscard]] ResBundle *ResBundle_LoadSpecific(const char *locale, const char *directory,
                                                 const char *name);
 [[nodiscard]] ResBundle *ResBundle_Load(const char *directory, const char *name);
 
-// Converts every message at once, on the first call; later look-ups take no lock and ask ICU no
-// more.
+// Converts all messages, on the first call; later look-ups take no lock and do not use ICU.
 void ResBundle_Prime(ResBundle *bundle);
 
 // The text of item `index` (from 1) of resource `key`: in the code page, and in UTF-16. Null, or
@@ -37,9 +37,6 @@ void ResBundle_Prime(ResBundle *bundle);
 [[nodiscard]] const UChar *ResBundle_ExtractUnicodeWithDefault(ResBundle *bundle, std::uint32_t key,
                                                                std::uint32_t index,
                                                                const UChar *fallback);
-
-// The name of the code page that the bundle converts to.
-[[nodiscard]] const char *ResBundle_CodePage(const ResBundle *bundle);
 
 // Closes the catalogue; null does nothing. No other thread may use it any more.
 void ResBundle_Destroy(ResBundle *bundle);

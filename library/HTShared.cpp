@@ -41,7 +41,7 @@ const char *HTShared_hold(const char *text)
 
 void HTShared_release(const char *text)
 {
-    // The last one must see all that the others have read before it frees.
+    // All uses by the other holders must be complete before the last one frees the text.
     if (text != nullptr && headerOf(text)->holders.fetch_sub(1, std::memory_order_acq_rel) == 1) {
         std::free(headerOf(text));
     }

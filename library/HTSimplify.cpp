@@ -58,10 +58,10 @@ struct Start {
     bool anchored = false;  // the first name, too, may be cancelled by a ".."
 };
 
-// Walks over the scheme prefixes and hosts at the start of a URL, of those nested in it as well,
-// and closes the text up over the ports that it leaves out. While it walks there is a gap in the
-// text, between what is done ([path, out)) and what is to come (from `in`), so that any number of
-// ports costs a single pass. The text does not begin with a "/".
+// Walks over the scheme prefixes and hosts at the start of a URL, of URLs nested in it as well, and
+// removes their default ports. Meanwhile there is a gap between the finished text ([path, out)) and
+// the text still to be read (from `in`), so that any number of ports is removed in a single pass.
+// The text does not begin with a "/".
 class PrefixWalk {
 public:
     explicit PrefixWalk(char *path) : path_(path), in_(path), out_(path) {}
@@ -161,7 +161,7 @@ struct Segment {
         return {begin, static_cast<std::size_t>(end - begin)};
     }
     [[nodiscard]] bool isReal() const { return text() != "." && text() != ".."; }
-    // To the searches below a cancelled segment is nothing but separators.
+    // A cancelled segment becomes separators, which the searches below skip.
     void cancel() const { std::fill(begin, end, '/'); }
 };
 
@@ -192,8 +192,8 @@ Segment realSegmentBefore(const char *start, char *at)
     return segment;
 }
 
-// Cancels the dots from the last segment to the first. The names that a ".." takes lie ever further
-// to the left, so the search for the next one goes on where the last one ended.
+// Cancels the dots from the last segment to the first. Each ".." cancels a name further to the left
+// than the one before, so the search for the next name continues where the last one ended.
 void cancelDots(char *cursor, char *end, std::size_t names, bool anchored)
 {
     char *taken = end;  // no name at or behind this is left for a ".."

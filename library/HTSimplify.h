@@ -4,11 +4,11 @@
 
 #include "HTMemory.h"
 
-// Rewrites `path` in place: takes out "." segments, "name/.." pairs, repeated separators and the
-// ports that "http", "https" and "gopher" have anyway, and turns backslashes into slashes. URLs
-// nested in the path lose their ports too. The result is never longer than the input.
+// Rewrites `path` in place: removes "." segments, "name/.." pairs, repeated separators and the
+// default ports of "http", "https" and "gopher", and turns backslashes into slashes. Default ports
+// are also removed from URLs nested in the path. The result is never longer than the input.
 //
 // A ".." with nothing to cancel stays, and a relative path keeps its last name ("a/.." stays). A
-// path without "./", "//", ".." and ":" is left as it is. Takes linear time, and at present nothing
-// from `pool`. Traces as module kTraceUri.
+// path without "./", "//", ".." and ":" is left as it is. Takes linear time; `pool` is not used at
+// present. Traces as module kTraceUri.
 void HTSimplify(char *path, HTPool *pool);

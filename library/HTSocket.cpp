@@ -22,14 +22,15 @@ namespace {
 
 constexpr std::uint32_t kOpenBuckets = 251;
 
-static_assert(EAGAIN == EWOULDBLOCK);  // so only the one is asked for
+static_assert(EAGAIN == EWOULDBLOCK);  // so testing for one is enough
 
-// Statistics; any thread adds. Relaxed, for nothing is ordered by them.
+// Bytes received and sent by the process, to be read with a debugger. Any thread adds; relaxed,
+// because nothing is ordered by them.
 constinit std::atomic<std::uint64_t> totalReceived{0};
 constinit std::atomic<std::uint64_t> totalSent{0};
 
-// Brings errno back, at the end of its scope, to what it was at the start: locks, traces and memory
-// calls must not hide what a system call has said.
+// Restores errno at the end of its scope: locks, traces and memory calls must not hide the error of
+// a system call.
 class ErrnoKeeper {
 public:
     ErrnoKeeper() : value_(errno) {}
@@ -69,7 +70,7 @@ private:
     HTSocket *top_ HT_GUARDED_BY(mutex_) = nullptr;
 };
 
-// Made by the first call and never destroyed: threads may outlive main.
+// Created by the first call and never destroyed: threads may outlive main.
 RecordQueue &recordQueue()
 {
     alignas(RecordQueue) static std::array<std::byte, sizeof(RecordQueue)> storage;
@@ -88,8 +89,7 @@ int compareRecords(const void *item, const void *key)
                                                                                              : 1;
 }
 
-// The records of all open descriptors, under a lock of its own; null when there was no memory for
-// it.
+// The records of all open descriptors, with a lock of its own; null when memory was out.
 HashTable *openSockets()
 {
     static HashTable *const table = HashCreate(kOpenBuckets, compareRecords, hashRecord, 1);
@@ -119,7 +119,7 @@ bool takeFromOpen(const HTSocket *socket)
     return checkOpen(socket) && HashRemove(openSockets(), socket) != nullptr;
 }
 
-// A system call on the socket has failed: notes why and passes the result on.
+// Notes the error of a system call that has failed on the socket, and returns -1.
 ssize_t failed(HTSocket *socket)
 {
     socket->lastError = errno;
@@ -161,7 +161,7 @@ void giveRecordBack(HTSocket *socket)
     recordQueue().push(socket);
 }
 
-// Makes the descriptor of a record and enters it in the table; false with errno set.
+// Creates the descriptor of a record and enters it in the table; false with errno set.
 bool openDescriptor(HTSocket *socket, int domain, int type, int protocol)
 {
     socket->fd = ::socket(domain, type, protocol);
@@ -189,7 +189,7 @@ void keepOption(HTSocket *socket, const HTSocketOption &option, const void *valu
                 static_cast<char *>(socket->options->value()));
 }
 
-// poll() on one descriptor that goes on, with the time that is left, after a signal.
+// poll() on one descriptor; after a signal it continues with the time that is left.
 int pollThroughSignals(pollfd *entry, int timeoutMs)
 {
     using Clock = std::chrono::steady_clock;
@@ -238,7 +238,7 @@ HTSocket *HTSocket_new(int domain, int type, int protocol, const char *sourceFil
     const int before = errno;
     const bool open = openDescriptor(socket, domain, type, protocol);
     if (open) {
-        errno = before;  // a table that grew may have left its own
+        errno = before;  // allocating memory for the table may have changed it
     }
     const ErrnoKeeper kept;
     if (HTTrace_on(kTraceSocket)) {
@@ -294,7 +294,7 @@ int HTSocket_isready(HTSocket *socket, int timeoutMs, HTThreadContext * /*contex
         return -1;
     }
     if (socket->fd < 0) {
-        errno = EBADF;  // poll() would wait for nothing
+        errno = EBADF;  // poll() would ignore it and wait
         return static_cast<int>(failed(socket));
     }
     pollfd entry = {.fd = socket->fd, .events = POLLIN | POLLPRI, .revents = 0};
@@ -310,7 +310,7 @@ int HTSocket_isready(HTSocket *socket, int timeoutMs, HTThreadContext * /*contex
     return (entry.revents & (POLLERR | POLLHUP | POLLNVAL)) != 0 ? -1 : result;
 }
 
-// POLLIN tells of bytes and of a FIN; errors and hang-ups are told unasked.
+// POLLIN reports bytes and a FIN; errors and hang-ups are always reported.
 bool HTSocket_isStale(const HTSocket *socket, HTThreadContext * /*context*/)
 {
     if (socket == nullptr) {
@@ -323,7 +323,7 @@ bool HTSocket_isStale(const HTSocket *socket, HTThreadContext * /*context*/)
 
 namespace {
 
-// Bytes have come, or the end of the stream.
+// Counts bytes that have come; 0 at the end of the stream.
 void noteReceived(HTSocket *socket, ssize_t count, HTThreadContext *context)
 {
     totalReceived.fetch_add(static_cast<std::uint64_t>(count), std::memory_order_relaxed);
@@ -341,7 +341,7 @@ void traceRead(const HTSocket *socket, ssize_t count)
     }
 }
 
-// Sees to it that recv() on the socket waits no longer than this.
+// Limits the time that recv() waits on the socket.
 void limitWait(HTSocket *socket, int timeoutMs)
 {
     if (socket->receiveTimeoutMs == timeoutMs) {
@@ -353,8 +353,9 @@ void limitWait(HTSocket *socket, int timeoutMs)
     }
 }
 
-// recv() that fails with EAGAIN when nothing has come in time. The system's own limit costs no call
-// but ends late by some part of its length, so it is short, and who waits longer waits exactly.
+// recv() that fails with EAGAIN when nothing has come in time. The socket's own time limit needs no
+// further system call, but it ends late by a part of its length. It is therefore kept short, and
+// poll() waits for the rest of the time.
 ssize_t receiveInTime(HTSocket *socket, void *buffer, std::size_t length, int timeoutMs)
 {
     using Clock = std::chrono::steady_clock;
@@ -478,7 +479,7 @@ int HTSocket_close(HTSocket *socket, const char *sourceFile, int line,
         errno = EBADF;
         return -1;
     }
-    // Out of the table first: as soon as it is closed, another thread may be given the same number.
+    // The table comes first: once it is closed, another thread may get the same descriptor number.
     const int result = takeFromOpen(socket) ? ::close(socket->fd) : -1;
     const ErrnoKeeper kept;
     if (HTTrace_on(kTraceSocket)) {
@@ -487,14 +488,4 @@ int HTSocket_close(HTSocket *socket, const char *sourceFile, int line,
     }
     giveRecordBack(socket);
     return result;
-}
-
-std::uint64_t HTSocket_totalReceived()
-{
-    return totalReceived.load(std::memory_order_relaxed);
-}
-
-std::uint64_t HTSocket_totalSent()
-{
-    return totalSent.load(std::memory_order_relaxed);
 }

@@ -46,8 +46,8 @@ struct HTSocket {
 // Adds `count` records to the queue. Fewer (reported) when memory is out.
 void HTSocketQueue_init(int count);
 
-// A new socket as socket() makes it; null on failure. `sourceFile` and `line` say in the trace who
-// asked. Ended with HTSocket_close().
+// A new socket as socket() makes it; null on failure. `sourceFile` and `line` label the trace line.
+// Ended with HTSocket_close().
 [[nodiscard]] HTSocket *HTSocket_new(int domain, int type, int protocol, const char *sourceFile,
                                      int line, HTThreadContext *context);
 
@@ -62,11 +62,12 @@ int HTSocket_connect(HTSocket **socketHolder, const sockaddr_in *address, sockle
 
 // Waits up to `timeoutMs` milliseconds (for ever when negative) for input; signals do not end the
 // wait. 1: readable, which the end of the stream is too. 0: nothing came. -1: failed, or the socket
-// has an error or a hang-up, which the next read tells.
+// has an error or a hang-up, which the next read reports.
 int HTSocket_isready(HTSocket *socket, int timeoutMs, HTThreadContext *context);
 
-// True when something has happened on a connection on which nothing is awaited: bytes have come,
-// the peer has ended its stream, or the connection has failed. Never waits. Null gives false.
+// For a connection that is idle: true when it should not be used for another request, because bytes
+// have come, the peer has ended its stream, or the connection has failed. Never waits. Null gives
+// false.
 [[nodiscard]] bool HTSocket_isStale(const HTSocket *socket, HTThreadContext *context);
 
 // Reads up to `length` bytes. The count; 0 at the end of the stream, and when a non-blocking socket
@@ -91,11 +92,6 @@ ssize_t HTSocket_writemsg(HTSocket *socket, const void *buffer, std::size_t leng
 // Reads until `length` bytes have come or the stream ends; recv() with `flags`. The count, or -1.
 ssize_t receive_all(HTSocket *socket, void *buffer, std::size_t length, int flags);
 
-// Closes the descriptor and gives the record up, whatever the result: close()'s, or -1 with EBADF
+// Closes the descriptor and releases the record, whatever the result: close()'s, or -1 with EBADF
 // for a record that is closed already.
 int HTSocket_close(HTSocket *socket, const char *sourceFile, int line, HTThreadContext *context);
-
-// Bytes that the process has received by HTSocket_read() and HTSocket_receive() and sent by
-// HTSocket_writemsg().
-[[nodiscard]] std::uint64_t HTSocket_totalReceived();
-[[nodiscard]] std::uint64_t HTSocket_totalSent();

@@ -10,7 +10,7 @@
 
 namespace {
 
-// One class of answers: words that stand alone, and beginnings.
+// One class of answers: whole words, and beginnings of words.
 struct Answers {
     std::array<std::string_view, 3> words;
     std::array<std::string_view, 3> beginnings;

@@ -61,7 +61,7 @@ void HTLowerCase(char *text);
 // Turns every backslash of `path` into a slash, in place.
 void HTConvertToSlash(char *path);
 
-// The base-10 number at the start of `text`, behind blanks and a sign; no number at all gives 0. A
+// The base-10 number at the start of `text`, behind blanks and a sign; 0 when there is none. A
 // value beyond 64 bits, or beyond 32, becomes the nearest limit.
 std::int64_t HTDecimal(std::string_view text);
 std::int32_t HTInteger(std::string_view text);

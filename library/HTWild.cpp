@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -13,8 +14,8 @@
 
 // One heap block: this header, its segments, their texts.
 struct HTPattern {
-    // A run of literal text, behind a star or, the first one only, without. Only the last one may
-    // be empty (a star that ends the template).
+    // A run of literal text and the star in front of it, which only the first one may lack. Only
+    // the last text may be empty (behind a star that ends the template).
     struct Segment {
         std::uint8_t wild;
         std::uint32_t length;
@@ -92,17 +93,36 @@ bool beginsUserDirectory(std::string_view text)
     return text.starts_with("/~") || text.starts_with("file:/~");
 }
 
-// What the star of one segment stood for.
+// The text that the star of one segment matched.
 struct Capture {
     const char *text;
     std::size_t length;
 };
 
-enum class Comparison : std::uint8_t { Exact, IgnoreCase, Decoding };
+enum class Comparison : std::uint8_t { Exact, IgnoreCase };
+
+constexpr std::size_t kNone = SIZE_MAX;
+
+// A set of places in a text, a bit each.
+constexpr std::size_t kWordBits = 64;
+constexpr std::size_t kSmallRow = 16;  // words; enough for texts of 1023 characters
+
+constexpr std::size_t rowWords(std::size_t length)
+{
+    return length / kWordBits + 1;
+}
+bool isSet(const std::uint64_t *row, std::size_t at)
+{
+    return (row[at / kWordBits] >> at % kWordBits & 1) != 0;
+}
+void setBit(std::uint64_t *row, std::size_t at)
+{
+    row[at / kWordBits] |= std::uint64_t{1} << at % kWordBits;
+}
 
 // One match. "Segment i matches from p" depends on nothing but i and p, so the answers are worked
 // out from the last segment to the first and from the end of the text to its start, a bit each, and
-// every one costs one look at the text. To try the finds one after the other instead takes
+// each answer takes one look at the text. Trying one occurrence after the other would take
 // exponential time on patterns with many stars.
 class Matcher {
 public:
@@ -120,7 +140,7 @@ public:
         if (!holdsAllTexts()) {
             return false;
         }
-        userPath_ = comparison_ == Comparison::Decoding ? kNone : userPathOf(text_);
+        userPath_ = userPathOf(text_);
         std::size_t first = 0;
         if (segments_[0].wild == 0) {
             start_ = mayBeginAt(0, 0) ? literalEnd(segments_[0], 0) : kNone;
@@ -142,10 +162,6 @@ public:
     }
 
 private:
-    static constexpr std::size_t kNone = SIZE_MAX;
-    static constexpr std::size_t kWordBits = 64;
-    static constexpr std::size_t kSmallRow = 16;  // words; enough for texts of 1023 characters
-
     // Behind the first slash of "scheme://host/~...", kNone in any other text.
     [[nodiscard]] static std::size_t userPathOf(const char *text)
     {
@@ -155,13 +171,10 @@ private:
                                                    : kNone;
     }
 
-    // False, quickly, for most texts that do not match: the last segment's text is not the end of
-    // the text, or, where case counts, that of another does not stand anywhere in it.
+    // False, quickly, for most texts that do not match: the text does not end in that of the last
+    // segment or, where case counts, lacks that of another one.
     [[nodiscard]] bool holdsAllTexts() const
     {
-        if (comparison_ == Comparison::Decoding) {
-            return true;
-        }
         const Segment &last = segments_.back();
         if (last.length > length_ || literalEnd(last, length_ - last.length) == kNone) {
             return false;
@@ -175,7 +188,7 @@ private:
     // A row needs only its follower, so two of them take turns; captures need all of them.
     [[nodiscard]] bool takeRows(HTPool *pool, bool keepAll)
     {
-        rowWords_ = length_ / kWordBits + 1;
+        rowWords_ = rowWords(length_);
         rowCount_ = keepAll ? segments_.size() : 2;
         if (!keepAll && rowWords_ <= kSmallRow) {
             bits_ = small_.data();
@@ -190,13 +203,9 @@ private:
     {
         return bits_ + index % rowCount_ * rowWords_;
     }
-    [[nodiscard]] static bool isSet(const std::uint64_t *row, std::size_t at)
-    {
-        return (row[at / kWordBits] >> at % kWordBits & 1) != 0;
-    }
 
     // Works out, for each place of the text, whether a search for the segment that begins there
-    // ends in a match. The finds of a search that has failed are not asked again.
+    // ends in a match. The occurrences that a failed search has tried are not tried again.
     void fillRow(std::size_t index)
     {
         const Segment &segment = segments_[index];
@@ -207,10 +216,10 @@ private:
         std::fill_n(bits, rowWords_, 0);
         for (std::size_t at = length_; at-- > start_;) {
             const std::size_t end = literalEnd(segment, at);
-            const bool found = end == kNone
-                                   ? isSet(bits, next(at))
-                                   : matchesFrom(index + 1, end) || isSet(bits, retry(at, end));
-            bits[at / kWordBits] |= std::uint64_t{found} << at % kWordBits;
+            if (end == kNone ? isSet(bits, at + 1)
+                             : matchesFrom(index + 1, end) || isSet(bits, end)) {
+                setBit(bits, at);
+            }
         }
     }
 
@@ -225,9 +234,6 @@ private:
 
     [[nodiscard]] bool mayBeginAt(std::size_t index, std::size_t at) const
     {
-        if (comparison_ == Comparison::Decoding) {
-            return true;
-        }
         const std::string_view own(segments_[index].text, segments_[index].length);
         if (at == userPath_ && own.starts_with('~')) {
             return true;
@@ -237,12 +243,9 @@ private:
         return !userDirectory || beginsUserDirectory(own);
     }
 
-    // Where the segment's text ends when it stands at `at`; kNone when it does not.
+    // Where the segment's text, found at `at`, ends; kNone when it is not there.
     [[nodiscard]] std::size_t literalEnd(const Segment &segment, std::size_t at) const
     {
-        if (comparison_ == Comparison::Decoding) {
-            return decodedEnd(segment, at);
-        }
         if (length_ - at < segment.length) {
             return kNone;
         }
@@ -254,33 +257,7 @@ private:
         return same ? at + segment.length : kNone;
     }
 
-    [[nodiscard]] std::size_t decodedEnd(const Segment &segment, std::size_t at) const
-    {
-        for (const char wanted : std::string_view(segment.text, segment.length)) {
-            const char *const here = text_ + at;
-            if (*here == wanted) {
-                ++at;
-            } else if (isEscape(here) && decoded(here) == wanted) {
-                at += 3;
-            } else {
-                return kNone;
-            }
-        }
-        return at;
-    }
-
-    [[nodiscard]] std::size_t next(std::size_t at) const
-    {
-        return comparison_ == Comparison::Decoding && isEscape(text_ + at) ? at + 3 : at + 1;
-    }
-
-    // Where the search goes on after a find from `at` to `end`.
-    [[nodiscard]] std::size_t retry(std::size_t at, std::size_t end) const
-    {
-        return comparison_ == Comparison::Decoding ? next(at) : end;
-    }
-
-    // Follows the finds that lead to the match.
+    // Follows the occurrences that lead to the match.
     void collect(std::size_t first, Capture *captures) const
     {
         std::size_t at = start_;
@@ -289,7 +266,7 @@ private:
             std::size_t found = segment.length == 0 ? length_ : at;
             std::size_t end = segment.length == 0 ? length_ : literalEnd(segment, found);
             while (end == kNone || !matchesFrom(index + 1, end)) {
-                found = end == kNone ? next(found) : retry(found, end);
+                found = end == kNone ? found + 1 : end;
                 end = literalEnd(segment, found);
             }
             *captures++ = {.text = text_ + at, .length = found - at};
@@ -307,6 +284,180 @@ private:
     std::size_t rowCount_ = 0;
     std::uint64_t *bits_ = nullptr;
     std::array<std::uint64_t, 2 * kSmallRow> small_{};
+};
+
+// One match with percent-decoding. A '%' of the pattern can be read in two ways where the text has
+// "%25": as its first character or as all three. Trying one after the other takes exponential time,
+// so all places are followed at once: from the end of the pattern to its start, each step (a
+// character or a star) turns the set of places from which the rest of the pattern matches into the
+// set for one step more. A step looks at each place once at most.
+class UrlMatcher {
+public:
+    UrlMatcher(const HTPattern &pattern, const char *text)
+        : segments_(pattern.segments()), text_(text), length_(std::strlen(text))
+    {
+    }
+
+    // Does the whole text match? With `captures` (room for one a segment) they are filled in.
+    [[nodiscard]] bool run(HTPool *pool, Capture *captures)
+    {
+        if (!beginsAlike() || !takeRows(pool, captures != nullptr)) {
+            return false;
+        }
+        std::size_t step = steps();
+        setBit(row(step), length_);
+        for (auto segment = segments_.rbegin(); segment != segments_.rend(); ++segment) {
+            for (std::size_t i = segment->length; i-- > 0; --step) {
+                if (!takeCharacter(segment->text[i], row(step), row(step - 1))) {
+                    return false;
+                }
+            }
+            if (segment->wild != 0) {
+                takeStar(row(step), row(step - 1));
+                --step;
+            }
+        }
+        if (!isSet(row(0), 0)) {
+            return false;
+        }
+        if (captures != nullptr) {
+            collect(captures);
+        }
+        return true;
+    }
+
+private:
+    // False, quickly, for most texts that do not match: another text in front of the first star or
+    // the first '%'.
+    [[nodiscard]] bool beginsAlike() const
+    {
+        if (segments_[0].wild != 0) {
+            return true;
+        }
+        std::size_t at = 0;
+        for (const char wanted : std::string_view(segments_[0].text, segments_[0].length)) {
+            if (wanted == '%') {
+                return true;
+            }
+            if (text_[at] != wanted && !isEscapeOf(at, wanted)) {
+                return false;
+            }
+            at = next(at);
+        }
+        return true;
+    }
+
+    [[nodiscard]] std::size_t steps() const
+    {
+        std::size_t count = 0;
+        for (const Segment &segment : segments_) {
+            count += segment.wild + std::size_t{segment.length};
+        }
+        return count;
+    }
+
+    // A yes or no needs only the present set; captures need the set of every step.
+    [[nodiscard]] bool takeRows(HTPool *pool, bool keepAll)
+    {
+        rowWords_ = rowWords(length_);
+        keepsAll_ = keepAll;
+        if (!keepAll && rowWords_ <= kSmallRow) {
+            bits_ = small_.data();
+            return true;
+        }
+        const std::size_t words = (keepAll ? steps() + 1 : 1) * rowWords_;
+        bits_ = static_cast<std::uint64_t *>(pool->alloc(words * sizeof(std::uint64_t)));
+        if (bits_ == nullptr) {
+            return false;
+        }
+        std::fill_n(bits_, words, 0);
+        return true;
+    }
+
+    // The places from which the pattern matches behind its first `step` steps.
+    [[nodiscard]] std::uint64_t *row(std::size_t step) const
+    {
+        return bits_ + (keepsAll_ ? step * rowWords_ : 0);
+    }
+
+    // Finds the places from which `wanted` leads to one of `from`; false when there is none. Both
+    // may be the same row: a place is in front of the one that it leads to.
+    [[nodiscard]] bool takeCharacter(char wanted, std::uint64_t *from, std::uint64_t *to) const
+    {
+        bool any = false;
+        for (std::size_t word = 0; word < rowWords_; ++word) {
+            std::uint64_t left = from[word];
+            if (from == to) {
+                to[word] = 0;
+            }
+            for (; left != 0; left &= left - 1) {
+                const std::size_t at =
+                    word * kWordBits + static_cast<std::size_t>(std::countr_zero(left));
+                if (at >= 1 && text_[at - 1] == wanted) {
+                    setBit(to, at - 1);
+                    any = true;
+                }
+                if (at >= 3 && isEscapeOf(at - 3, wanted)) {
+                    setBit(to, at - 3);
+                    any = true;
+                }
+            }
+        }
+        return any;
+    }
+
+    // Finds the places from which a star leads to one of `from`.
+    void takeStar(const std::uint64_t *from, std::uint64_t *to) const
+    {
+        if (from != to) {
+            std::copy_n(from, rowWords_, to);
+        }
+        for (std::size_t at = length_; at-- > 0;) {
+            if (isSet(to, next(at))) {
+                setBit(to, at);
+            }
+        }
+    }
+
+    [[nodiscard]] bool isEscapeOf(std::size_t at, char wanted) const
+    {
+        return isEscape(text_ + at) && decoded(text_ + at) == wanted;
+    }
+
+    // A star never ends inside an escape.
+    [[nodiscard]] std::size_t next(std::size_t at) const
+    {
+        return at + (isEscape(text_ + at) ? 3 : 1);
+    }
+
+    // Walks through the match, in which each star matches as little as possible.
+    void collect(Capture *captures) const
+    {
+        std::size_t at = 0;
+        std::size_t step = 0;
+        for (const Segment &segment : segments_) {
+            if (segment.wild != 0) {
+                const std::size_t begin = at;
+                for (++step; !isSet(row(step), at);) {
+                    at = next(at);
+                }
+                *captures++ = {.text = text_ + begin, .length = at - begin};
+            }
+            for (std::size_t i = 0; i < segment.length; ++i) {
+                ++step;
+                const bool plain = text_[at] == segment.text[i] && isSet(row(step), at + 1);
+                at += plain ? 1 : 3;
+            }
+        }
+    }
+
+    const std::span<const Segment> segments_;
+    const char *const text_;
+    const std::size_t length_;
+    bool keepsAll_ = false;
+    std::size_t rowWords_ = 0;
+    std::uint64_t *bits_ = nullptr;
+    std::array<std::uint64_t, kSmallRow> small_{};
 };
 
 const char *fill(const HTPattern &replacement, std::span<const Capture> captures, HTPool *pool)
@@ -336,27 +487,23 @@ const char *fill(const HTPattern &replacement, std::span<const Capture> captures
     return result;
 }
 
-bool matches(const HTPattern &pattern, const char *text, Comparison comparison, HTPool *pool,
-             Capture *captures)
+// What a matcher (Matcher or UrlMatcher) answers for the two public functions.
+template <typename OneMatcher>
+const char *match(OneMatcher *matcher, const HTPattern &pattern, const HTPattern *replacement,
+                  const char *text, HTPool *pool)
 {
-    const HTPoolScope scope(pool);
-    return Matcher(pattern, text, comparison).run(pool, captures);
-}
-
-const char *match(const HTPattern *pattern, const HTPattern *replacement, const char *text,
-                  Comparison comparison, HTPool *pool)
-{
-    if (pattern == nullptr || text == nullptr) {
-        return nullptr;
-    }
+    const auto run = [matcher, pool](Capture *captures) {
+        const HTPoolScope scope(pool);
+        return matcher->run(pool, captures);
+    };
     if (replacement == nullptr) {
-        return matches(*pattern, text, comparison, pool, nullptr) ? pool->copy(text) : nullptr;
+        return run(nullptr) ? pool->copy(text) : nullptr;
     }
-    auto *const captures = static_cast<Capture *>(pool->alloc(pattern->count * sizeof(Capture)));
-    if (captures == nullptr || !matches(*pattern, text, comparison, pool, captures)) {
+    auto *const captures = static_cast<Capture *>(pool->alloc(pattern.count * sizeof(Capture)));
+    if (captures == nullptr || !run(captures)) {
         return nullptr;
     }
-    const std::size_t stars = pattern->count - (pattern->segments()[0].wild == 0 ? 1 : 0);
+    const std::size_t stars = pattern.count - (pattern.segments()[0].wild == 0 ? 1 : 0);
     return fill(*replacement, {captures, stars}, pool);
 }
 
@@ -384,14 +531,21 @@ HTPattern *HTPattern_new(const char *text)
 const char *HTPattern_match(const HTPattern *pattern, const HTPattern *replacement,
                             const char *text, bool caseSensitive, HTPool *pool)
 {
-    return match(pattern, replacement, text,
-                 caseSensitive ? Comparison::Exact : Comparison::IgnoreCase, pool);
+    if (pattern == nullptr || text == nullptr) {
+        return nullptr;
+    }
+    Matcher matcher(*pattern, text, caseSensitive ? Comparison::Exact : Comparison::IgnoreCase);
+    return match(&matcher, *pattern, replacement, text, pool);
 }
 
 const char *HTPattern_url_match(const HTPattern *pattern, const HTPattern *replacement,
                                 const char *url, HTPool *pool)
 {
-    return match(pattern, replacement, url, Comparison::Decoding, pool);
+    if (pattern == nullptr || url == nullptr) {
+        return nullptr;
+    }
+    UrlMatcher matcher(*pattern, url);
+    return match(&matcher, *pattern, replacement, url, pool);
 }
 
 char *HTPattern_stringitize(const HTPattern *pattern)

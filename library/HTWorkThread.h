@@ -1,5 +1,5 @@
-// Work threads: the library's state of a thread (its context), and the modules that want to be told
-// when a work thread begins and ends.
+// Worker threads: the library's state of a thread (its context), and the modules that are notified
+// when a worker thread begins and ends.
 //
 // Every thread has a context from its first call here to its end; only that thread uses it. A
 // module registers once, before threads start, and gets a slot of its own in every context.
@@ -22,7 +22,7 @@ struct HTLibraryConfig {
 
 struct HTThreadContext {
     HTPool pool;                               // scratch memory, see HTPoolScope
-    std::array<void *, kThreadSlots> slots{};  // one a registered module
+    std::array<void *, kThreadSlots> slots{};  // one for each registered module
     const HTLibraryConfig *config = nullptr;   // none: the defaults
     std::time_t lastActivity = 0;              // last bytes received
     std::time_t lastConnect = 0;               // last connection attempt
@@ -34,11 +34,12 @@ using HTThreadHook = void (*)(HTThreadContext *context, int slot);
 // The calling thread's context; never null, and never to be freed.
 HTThreadContext *HTThread_context();
 
-// Registers a module: `begin` runs on each work thread as it begins, `end` as it ends (either may
+// Registers a module: `begin` runs on each worker thread as it begins, `end` as it ends (either may
 // be null). Returns the module's slot, or -1 when all slots are taken. Call before threads start.
 int HTWorkThread_register(const char *name, HTThreadHook begin, HTThreadHook end);
 
-// Brackets of a work thread's life and of each piece of its work. `kind` is only a label.
+// Called at the start and the end of a worker thread, and of each piece of its work. `kind` is only
+// a label.
 HTThreadContext *HTWorkThread_threadCreate(int kind);
 void HTWorkThread_svcThreadStartWork(int kind, HTThreadContext *context);
 void HTWorkThread_svcThreadEndWork(int kind, HTThreadContext *context);

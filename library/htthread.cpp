@@ -36,7 +36,7 @@ HTThreadHandle create(const pthread_attr_t *attributes, HTThreadRoutine routine,
     return thread;
 }
 
-// Does nothing for so many moments of some ten nanoseconds, to the good of the core's other thread.
+// Pauses for about ten nanoseconds a moment, which leaves the core to its other hardware thread.
 void relax(int moments)
 {
     for (int i = 0; i < moments; ++i) {
@@ -116,9 +116,9 @@ void pmutex_destroy(pmutex handle)
 
 int pmutex_request(pmutex handle)
 {
-    // Whoever finds it taken keeps off it for a while, longer each time, and then lets others run:
-    // looking at it all the while would slow its holder down, who may well take it again before
-    // anybody else gets to run.
+    // A thread that finds the mutex taken pauses, longer each time, and then yields. Trying without
+    // a pause would slow down the holder, which often takes the mutex again before another thread
+    // gets to run.
     constexpr int kTries = 20;
     constexpr int kPauses = 4;  // tries that are followed by a pause, the first by 64 moments
     for (int tries = 0; tries < kTries; ++tries) {
@@ -161,16 +161,12 @@ std::time_t HTtime()
     return std::time(nullptr);
 }
 
-std::uint32_t HTMillisOf(std::time_t seconds, std::uint32_t microseconds)
-{
-    return static_cast<std::uint32_t>(seconds % 4'290'000) * 1000 + microseconds / 1000;
-}
-
 std::uint32_t getmillicount()
 {
     timeval now{};
     gettimeofday(&now, nullptr);
-    return HTMillisOf(now.tv_sec, static_cast<std::uint32_t>(now.tv_usec));
+    return static_cast<std::uint32_t>(now.tv_sec % 4'290'000) * 1000 +
+           static_cast<std::uint32_t>(now.tv_usec) / 1000;
 }
 
 void HTBlockSignals()

@@ -14,8 +14,9 @@ using HTThreadHandle = std::uintptr_t;
 using HTThreadRoutine = void *(*)(void *);
 
 // Starts `routine(arg)` on a new joinable thread. Returns its handle, or 0 (traced when the
-// library's thread trace is on) when no thread could be made. Every handle is given to JoinThread()
-// or DetachThread() once, otherwise what it leaves behind stays until the end.
+// library's thread trace is on) when no thread could be made. Pass every handle once to
+// JoinThread() or DetachThread(); otherwise the thread's resources stay allocated until the process
+// ends.
 [[nodiscard]] HTThreadHandle StartThread(HTThreadRoutine routine, void *arg);
 // The same on a stack of 256 KiB.
 [[nodiscard]] HTThreadHandle lmc_StartThread(HTThreadRoutine routine, void *arg);
@@ -25,7 +26,7 @@ const char *HTStrerror(int error);
 
 // Waits for the thread's end. 0, or an error number. A handle of 0 gives ESRCH.
 int JoinThread(HTThreadHandle thread);
-// Lets the thread clean up after itself when it ends some day. 0, or an error number.
+// Lets the system free the thread's resources as soon as it ends. 0, or an error number.
 int DetachThread(HTThreadHandle thread);
 
 // The calling thread.
@@ -51,11 +52,9 @@ std::time_t HTtime();
 
 // Milliseconds that wrap about every 49.6 days: (seconds mod 4,290,000) * 1000 + milliseconds.
 std::uint32_t getmillicount();
-// The same of a given time.
-std::uint32_t HTMillisOf(std::time_t seconds, std::uint32_t microseconds);
 
-// Blocks SIGPIPE, then SIGALRM, for the calling thread: a peer that goes away is an error of the
-// write, never the end of the process. Threads of ours call this first thing.
+// Blocks SIGPIPE and SIGALRM for the calling thread, so that writing to a peer that has closed the
+// connection fails instead of ending the process. Every thread calls this when it starts.
 void HTBlockSignals();
 
 // Owns one mutex, or none: every operation on a PMutex without a mutex does nothing.

@@ -15,11 +15,6 @@ unsigned trace_log_limit = 0;
 
 namespace {
 
-bool isModule(int module)
-{
-    return module >= 0 && module < kTraceModules;
-}
-
 // Starts the log again from its top once it has grown beyond the limit. A stream that cannot be
 // positioned (a pipe) has no size to limit.
 void wrapLog(FILE *log)
@@ -61,8 +56,9 @@ constexpr std::array<ConversionType, 5> kConversionTypes = {{
 
 static_assert(sizeof(long) == sizeof(std::intmax_t) && sizeof(long) == sizeof(std::size_t));
 
-// Grammar, from behind the '%': flags* (number | '*')? ('.' (number | '*')?)? length* type. What is
-// no type ("%%", the end of the format) takes no argument. Returns the place behind the type.
+// Grammar, from behind the '%': flags* (number | '*')? ('.' (number | '*')?)? length* type. A
+// character that is no type ("%%", the end of the format) takes no argument. Returns the place
+// behind the type.
 const char *readConversion(const char *at, Conversion *conversion)
 {
     at += std::strspn(at, "-+ #'0123456789");
@@ -90,7 +86,8 @@ const char *readConversion(const char *at, Conversion *conversion)
     return *at == '\0' ? at : at + 1;
 }
 
-// `given` is the precision argument, negative when there was none; `written` that of the format.
+// `given` is the precision argument, negative when there was none; `written` is the precision in
+// the format.
 std::size_t stringRoom(const char *text, int given, std::size_t written)
 {
     constexpr std::size_t kNullRoom = 6;  // "(null)"
@@ -103,21 +100,9 @@ std::size_t stringRoom(const char *text, int given, std::size_t written)
 
 }  // namespace
 
-void HTTrace_setModule(int module, bool on)
-{
-    if (isModule(module)) {
-        HTTraceState[static_cast<std::size_t>(module)].store(on ? 1 : 0, std::memory_order_relaxed);
-    }
-}
-
-void HTTrace_setLevel(int level)
-{
-    HTTraceState[kTraceModules].store(level, std::memory_order_relaxed);
-}
-
 bool HTTrace_level(int module, int level)
 {
-    return isModule(module) &&
+    return module >= 0 && module < kTraceModules &&
            HTTraceState[static_cast<std::size_t>(module)].load(std::memory_order_relaxed) != 0 &&
            HTTraceState[kTraceModules].load(std::memory_order_relaxed) >= level;
 }
@@ -139,8 +124,8 @@ int tfprintf(FILE *stream, const char *format, ...)
     return written;
 }
 
-// The text is made first, so that the line goes out in a single print and stays whole beside those
-// of other threads. "%#08" with a number prints a thread's identity as glibc does "%08p".
+// The text is formatted first, so that the line is written by a single call and does not mix with
+// those of other threads. "%#08" with a number prints a thread's identity as glibc does "%08p".
 int tvfprintf(FILE * /*stream*/, const char *format, va_list args)
 {
     char *formatted = nullptr;

@@ -2,7 +2,7 @@
 //
 // All switches are off at start and stay off in a program that does not set them; a library
 // function then pays one relaxed load for its trace line. Switches are single words that any thread
-// may read while another sets them (relaxed atomics: a line too many or too few is no harm). The
+// may read while another sets them (relaxed atomics: a line too many or too few does no harm). The
 // log stream and its limit are set before threads start.
 #pragma once
 
@@ -43,7 +43,8 @@ inline constexpr std::array<HTKnownModule, 6> KnownModules = {{
     {.name = "uri", .number = kTraceUri, .level = 1, .hookBits = 0},
 }};
 
-// One flag a module, the global level behind them.
+// The switches: a flag for each module (0 is off), and behind them the level for all modules (0
+// is off).
 extern std::array<std::atomic<int>, kTraceModules + 1> HTTraceState;
 
 // The trace log; none at start (lines then go to standard error). The caller opens and closes it.
@@ -51,17 +52,12 @@ extern FILE *trace_log;
 // Size in megabytes beyond which a log file is written again from its start; 0 at start.
 extern unsigned trace_log_limit;
 
-// Switches one module on or off; a number outside the table is ignored.
-void HTTrace_setModule(int module, bool on);
-// Sets the level for all modules; 0 is off.
-void HTTrace_setLevel(int level);
-
 // True when the module's flag is set and the global level is at least `level`.
 bool HTTrace_level(int module, int level);
 // HTTrace_level() with the module's own level; false for a module without a row in KnownModules.
 bool HTTrace_module(int module);
 
-// What a library function asks before it writes a line: level set, and the module on.
+// What a library function checks before it writes a line: the level is set, and the module is on.
 inline bool HTTrace_on(int module)
 {
     return HTTraceState[kTraceModules].load(std::memory_order_relaxed) != 0 &&
@@ -73,7 +69,7 @@ inline bool HTTrace_on(int module)
 int tfprintf(FILE *stream, const char *format, ...) HT_PRINTF(2, 3);
 int tvfprintf(FILE *stream, const char *format, va_list args) HT_PRINTF(2, 0);
 
-// A bound, good enough to allocate by, of the length of the formatted line: the format's length
-// plus 20 a number, 5 a "%c", 10 a "%p" and the length of each string (6 for a null one, the
-// precision when it comes as a star argument). Uses up `args`.
+// An estimate of the length of the formatted line, for allocating a buffer: the format's length
+// plus 20 for each number, 5 for each "%c", 10 for each "%p" and the length of each string (6 for a
+// null one, the precision when it is given as a star argument). Consumes `args`.
 std::size_t va_list_length(const char *format, va_list args) HT_PRINTF(1, 0);

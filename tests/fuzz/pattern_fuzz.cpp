@@ -1,4 +1,5 @@
-// Wildcard matches: with its own stars filled in, a pattern must give the text back.
+// Wildcard matches: with its own stars filled in, a pattern must give the text back, and it must
+// match a URL in which every character of that text is escaped.
 //
 // Input: a line with the pattern, then the text.
 #include <memory>
@@ -8,6 +9,8 @@
 #include "HTString.h"
 #include "HTWild.h"
 
+constexpr char kHexDigits[] = "0123456789aBcDeF";
+
 void fuzz(std::string_view input)
 {
     const std::string given = untilNul(takeLine(&input).substr(0, 64));
@@ -16,6 +19,16 @@ void fuzz(std::string_view input)
     const std::unique_ptr<HTPattern, void (*)(HTPattern *)> pattern(HTPattern_new(given.c_str()),
                                                                     HTPattern_free);
     HTPool pool;
+    std::string escaped;
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        escaped.append("%").append(1, kHexDigits[byte / 16]).append(1, kHexDigits[byte % 16]);
+    }
+    const GuardedText guardedEscapes(escaped);
+    require(
+        HTPattern_match(pattern.get(), nullptr, guarded.data(), true, &pool) == nullptr ||
+            HTPattern_url_match(pattern.get(), nullptr, guardedEscapes.data(), &pool) != nullptr,
+        "match of escapes");
     for (const char *const how : {"exact", "any case", "url"}) {
         const auto match = [&](const HTPattern *replacement) {
             return *how == 'u'

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "GuardedText.h"
+#include "HTString.h"
 
 namespace {
 
@@ -36,6 +37,15 @@ TEST(HTArgs, LineFallsIntoOtherWords)
         EXPECT_EQ(std::vector<std::string>(words, words + count), row.words) << row.line;
         EXPECT_STREQ(count < kMaxArgs ? words[kMaxArgs - 1] : "", "");
     }
+}
+
+TEST(HTString, OwnedStringIsFreedBeforeItIsCopied)
+{
+    char *field = nullptr;
+    HTSACat(&field, "ab");
+    EXPECT_STREQ(HTSACat(&field, "cd"), "abcd");
+    EXPECT_STREQ(HTSACopy(&field, field + 2), "cd");
+    EXPECT_EQ(HTSACopy(&field, nullptr), nullptr);
 }
 
 }  // namespace

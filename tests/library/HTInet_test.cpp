@@ -2,34 +2,27 @@
 
 #include <gtest/gtest.h>
 
+#include <sstream>
 #include <string>
 
 namespace {
 
 TEST(HTInet, NameGivesTheWrongAddress)
 {
-    const struct {
-        const char *name;
-        std::uint32_t address;  // 0: refused
-        std::uint16_t port;
-    } rows[] = {
-        {"10.1.2.3:8080", 0x0a010203, 8080},
-        {"10.1.2.3", 0x0a010203, 99},
-        {"255.255.255.255:65535", 0xffffffff, 65535},
-        {"127.0.0.1:80/x", 0x7f000001, 80},
-        {"localhost:3128", 0x7f000001, 3128},
-        {":80", 0, 99},
-        {"1.2.3.4:65536", 0, 99},
-        {"1.2.3.4:4294967376", 0, 99},
-        {"300.1.1.1:80", 0, 99},
-        {"localhost:x", 0, 99},
-    };
-    for (const auto &row : rows) {
+    // Address 0: refused, and the port stays at 99.
+    std::istringstream rows(R"(
+        10.1.2.3:8080   a010203   8080    10.1.2.3      a010203  99    255.255.255.255:1  ffffffff 1
+        127.0.0.1:80/x  7f000001  80      localhost:65535  7f000001  65535    :80         0  99
+        1.2.3.4:65536   0         99      1.2.3.4:4294967376  0  99    300.1.1.1:80       0  99
+        localhost:x     0         99)");
+    std::uint32_t wanted = 0;
+    int port = 0;
+    for (std::string name; rows >> name >> std::hex >> wanted >> std::dec >> port;) {
         sockaddr_in address{};
         address.sin_port = htons(99);
-        EXPECT_EQ(HTParseInet(&address, row.name, nullptr) == 0, row.address != 0) << row.name;
-        EXPECT_EQ(ntohl(address.sin_addr.s_addr), row.address) << row.name;
-        EXPECT_EQ(ntohs(address.sin_port), row.port) << row.name;
+        EXPECT_EQ(HTParseInet(&address, name.c_str(), nullptr) == 0, wanted != 0) << name;
+        EXPECT_EQ(ntohl(address.sin_addr.s_addr), wanted) << name;
+        EXPECT_EQ(ntohs(address.sin_port), port) << name;
     }
 }
 

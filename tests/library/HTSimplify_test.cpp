@@ -32,7 +32,8 @@ TEST(HTSimplify, PathGetsAnotherForm)
     }
 }
 
-// A walk back from every ".." took minutes for a path of this size; the runner ends such a test.
+// A walk back from every ".." took minutes for a path of this size; the runner's time-out ends such
+// a test.
 TEST(HTSimplify, HostilePathTakesQuadraticTime)
 {
     for (const char *const unit : {"../", "a/../", "http://h:80/"}) {

@@ -20,7 +20,7 @@ int endSocket(HTSocket *socket)
     return HTSocket_close(socket, "test", 2, nullptr);
 }
 
-// A peer is silent, then sends, then goes away without having read what it was sent.
+// A peer is silent, then sends, then closes without having read what it was sent.
 TEST(HTSocket, PeerIsMisreadOrRecordIsUsedTwiceAtATime)
 {
     const struct {

@@ -32,7 +32,9 @@ TEST(HTWild, StarStandsForAnotherText)
         exact  http://h/*~u  http://h/~u  <||>      exact  *:*          http://h/~u  <http|//h/~u|>
         url    /*        /~u       <~u||>           url    a+b*         a%2bb%2      <%2||>
         url    *1*       %41%31    <%41||>          url    *%4          a%4          <a||>
-        url    a?        a%4g      -)");
+        url    a?        a%4g      -                url    *q=100%      ?q=100%25    <?||>
+        url    *%25*     a%25b     <a|b|>           url    *%25         a%2525       <a||>
+        url    %2525     %25%32%35  <||>            url    %*%          %25%25       <25||>)");
     const Pattern fill = compiled("<*|*|*>");
     for (std::string how, text, star, filled; rows >> how >> star >> text >> filled;) {
         const Pattern pattern = compiled(star);

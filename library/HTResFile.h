@@ -1,0 +1,11 @@
+// Checks the files of an ICU resource bundle before ICU opens them.
+//
+// ICU maps such a file into memory and trusts the offsets in it: a file that was cut short makes it
+// read beyond the end of the mapping, which ends the process.
+#pragma once
+
+// True when no file "*.res" of `directory` is damaged as far as its size, its header and its
+// indexes show. ICU may open any of them for any locale: its own, those of the parents and of the
+// default locale, aliases and a pool of keys. A directory or a file that cannot be opened counts as
+// sound, because ICU cannot open it either. Any thread.
+[[nodiscard]] bool HTResFile_allSound(const char *directory);
