@@ -382,7 +382,8 @@ private:
 
     // Finds the places from which `wanted` leads to one of `from`; false when there is none. Both
     // may be the same row: a place is in front of the one that it leads to.
-    [[nodiscard]] bool takeCharacter(char wanted, std::uint64_t *from, std::uint64_t *to) const
+    [[nodiscard]] bool takeCharacter(char wanted, const std::uint64_t *from,
+                                     std::uint64_t *to) const
     {
         bool any = false;
         for (std::size_t word = 0; word < rowWords_; ++word) {
