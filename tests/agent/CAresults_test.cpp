@@ -242,7 +242,7 @@ TEST_F(CAResultsTest, MetricsReplaceALinkOrAPipe)
     ASSERT_EQ(mkfifo(dir_.path("file").c_str(), 0600), 0);
     trace();
     endRun();
-    EXPECT_THAT(trace(), testing::HasSubstr("is no regular file"));
+    EXPECT_THAT(trace(), testing::HasSubstr("is not a regular file"));
     EXPECT_TRUE(std::filesystem::is_fifo(dir_.path("file")));
 }
 

@@ -40,13 +40,13 @@ const std::string kAbsent = ": No such file or directory";
 const CheckRow kMistakes[] = {
     {"None", kTop + "on; slf on; slr c; maxruntime 1:30; delay off; foo bar; SLF off", ""},
     {"NearNames", kFine + "LoadULR h/b; pots 3; num-clents 3",
-     "3: \"loadulr\" is no directive: is it loadurl?; "
-     "5: \"numclents\" is no directive: is it numclients?"},
+     "3: \"loadulr\" is not a directive; is loadurl meant?; "
+     "5: \"numclents\" is not a directive; is numclients meant?"},
     {"LeftOut", kFine + "Load-URL; foo; b {; x; }; ignoreurl \"\"; c {; slf x",
      "3: loadurl: no argument; 8: ignoreurl: \"\" matches nothing; "
-     "9: no \"}\" ends this block: all below is left out"},
+     "9: this block has no closing \"}\": all lines below are ignored"},
     {"AllHostsFirst", kFine + "maxhosturls 5 g \"\"; maxhosturls 6 h",
-     "4: maxhosturls: never counts: 3 is for all hosts"},
+     "4: maxhosturls: no effect: 3 applies to all hosts"},
     {"CachingNever", kTop + "admin", "4: loadtopcached: needs caching always"},
     {"NoRoot", kFine + "caching on; loadtopcached 1", "4: loadtopcached: needs serverroot"},
     {"EmptyHits", kTop + "on", "4: loadtopcached: logs/hitsfile.txt is empty", ""},
@@ -58,7 +58,7 @@ const CheckRow kMistakes[] = {
     {"NoProxy", "updateproxy :80",
      "1: updateproxy: no proxy is known; loadurl: no seeds: nothing will be requested"},
     {"NoPause", kFine + "refetchdrepeat 0; maxruntime soon",
-     "4: maxruntime: \"soon\" is no time; "
+     "4: maxruntime: \"soon\" is not a time; "
      "3: refetchdrepeat: needs maxruntime, or runs follow each other without a pause"},
     {"UpperCase", kFine + "slf ON; slr c; transparentproxy OFF; transparentproxy ON",
      "6: transparentproxy: \"ON\" changes nothing, only \"on\" does"},
@@ -66,16 +66,16 @@ const CheckRow kMistakes[] = {
      "3: retryafter: \"true\" counts as off; 4: delveinto: \"all\" counts as never; "
      "5: followredirects: \"on\" counts as off"},
     {"Number", kFine + "maxurls 9k; delay 1s; port -8; port \"\x1b[31m\x9b\"",
-     "3: maxurls: \"9k\" is no number; 4: delay: \"1s\" is no number; "
-     "6: port: \"\\x1b[31m\\x9b\" is no number"},
+     "3: maxurls: \"9k\" is not a number; 4: delay: \"1s\" is not a number; "
+     "6: port: \"\\x1b[31m\\x9b\" is not a number"},
     {"Alone", kFine + "slf on; connecttohost on",
      "3: slf: needs slr; 4: connecttohost: needs transparentproxy on"},
     {"Headers", kFine + "delvedepth 1; requestheader accept-encoding gzip; requestheader Host h",
      "5: requestheader: \"Host h\" is refused: the agent sends its own; "
      "4: requestheader: no links are found in compressed pages"},
     {"UserAgent", kFine + "useragent a\x01",
-     "3: useragent: \"a\" is refused: a control character in it"},
-    {"OpenQuote", kFine + "slr c\"", "3: slr: a quote is not closed and counts as a character"},
+     "3: useragent: \"a\" is refused: it contains a control character"},
+    {"OpenQuote", kFine + "slr c\"", "3: slr: a quote is not closed and counts as an ordinary character"},
     {"LogDirectory", kFine + "catracelog x/t; metricsfile y/m",
      "3: catracelog: x/t" + kAbsent + "; 4: metricsfile: y/m.tmp" + kAbsent},
     {"ErrorLog", kFine + "errorlog x; errorlog x/y",
@@ -86,7 +86,7 @@ const CheckRow kMistakes[] = {
      "3: numclients: below 1 there are no worker threads: nothing will be requested; "
      "4: readtimeout: below 1 second the agent does not wait for any answer"},
     {"QueryAboveItsLine", kFine + "loadurl h/?q; cachequeries on",
-     "3: loadurl: no cachequeries above allows \"http://h/?q\""},
+     "3: loadurl: no cachequeries line above allows \"http://h/?q\""},
     {"BehindLongLineAndBlock", kFine + "#" + std::string(3000, 'x') + "; b {; slf x; }; slf x",
      "7: slf: \"x\" changes nothing, only \"on\" does"},
     {"Usage", kFine, "", "", "-h",

@@ -27,7 +27,7 @@ CAArgumentVerdict judgeTime(CAConfigLines *line)
 {
     long seconds = 0;
     const bool isTime = parse_time(std::string(line->rest()).data(), 1, &seconds) != 0;
-    return {isTime ? "" : CAQuoted(line->word(1)) + " is no time", isTime};
+    return {isTime ? "" : CAQuoted(line->word(1)) + " is not a time", isTime};
 }
 
 CAArgumentVerdict judgeErrorLog(const std::string &word)
@@ -66,7 +66,7 @@ CAArgumentVerdict judgeWord(CAArgument argument, const std::string &word)
         return CAArgumentVerdict{good ? "" : CAQuoted(word) + fault, sets};
     };
     if (argument == A::Pause) {
-        return judged(isOn || isOff || isNumber(word), " is no number");
+        return judged(isOn || isOff || isNumber(word), " is not a number");
     }
     if (argument == A::Flag) {
         return judged(isOn || isOff, " counts as off");
@@ -108,7 +108,7 @@ CAArgumentVerdict CAJudgeArgument(CAArgument argument, CAConfigLines *line)
     const std::string word = line->word(1);  // a copy: what follows may change its text
     switch (argument) {
     case A::Number:
-    case A::HostLimit: return {isNumber(word) ? "" : CAQuoted(word) + " is no number"};
+    case A::HostLimit: return {isNumber(word) ? "" : CAQuoted(word) + " is not a number"};
     case A::Pause:
     case A::Flag:
     case A::On:
@@ -177,15 +177,15 @@ bool isHeaderName(std::string_view name)
 
 const char *CAUserAgentFault(CAConfigLines *line)
 {
-    return hasControl(line) ? "a control character in it" : nullptr;
+    return hasControl(line) ? "it contains a control character" : nullptr;
 }
 
 const char *CAHeaderFault(CAConfigLines *line)
 {
     const char *const name = line->word(1);
-    return !isHeaderName(name)             ? "not a header's name"
+    return !isHeaderName(name)             ? "not a valid header name"
            : isOwnHeader(name)             ? "the agent sends its own"
-           : CAJoinWords(*line, 2).empty() ? "no value"
+           : CAJoinWords(*line, 2).empty() ? "it has no value"
                                            : CAUserAgentFault(line);
 }
 

@@ -136,9 +136,9 @@ CAArgumentVerdict Check::judge(CAArgument argument, CAConfigLines *line)
     if (argument == CAArgument::ConfigFile) {
         refused |= !isReadable(line->word(1), " (configfile, " + textOf(at) + ")");
     } else if (argument == CAArgument::Queries && ac.cacheAllQueries != 0) {
-        return {"all queries are allowed above", false};
+        return {"no effect: a line above allows all queries", false};
     } else if (argument == CAArgument::HostLimit && allHosts.file != nullptr) {
-        return {"never counts: " + textOf(allHosts) + " is for all hosts", false};
+        return {"no effect: " + textOf(allHosts) + " applies to all hosts", false};
     } else if (argument == CAArgument::HostLimit && isForAllHosts(*line)) {
         allHosts = at;
     }
@@ -163,7 +163,7 @@ void Check::directive(const char *file, CAConfigLines *line, const CADirective *
     }
     const CAArgumentVerdict verdict = judge(row->takes, line);
     if (line->hasOpenQuote()) {
-        warn(row->name, "a quote is not closed and counts as a character");
+        warn(row->name, "a quote is not closed and counts as an ordinary character");
     }
     warn(row->name, verdict.fault);
     if (!verdict.sets || row->takes == CAArgument::Seed) {
@@ -193,7 +193,7 @@ void Check::skipped(CASkip why, const char *file, int number, const char *word)
         break;
     }
     case CASkip::Unclosed:
-        warnings.push_back({{file, number}, "no \"}\" ends this block: all below is left out"});
+        warnings.push_back({{file, number}, "this block has no closing \"}\": all lines below are ignored"});
         break;
     case CASkip::BadHits: ++badHits; break;
     }
@@ -206,7 +206,7 @@ void Check::suggest(std::string_view name)
     for (const CADirective &row : CADirectives()) {
         if (isNear(name, row.name, row.name.size() < kLongName ? 1 : 2)) {
             warnings.push_back(
-                {at, CAQuoted(name) + " is no directive: is it " + std::string(row.name) + "?"});
+                {at, CAQuoted(name) + " is not a directive; is " + std::string(row.name) + " meant?"});
             return;
         }
     }
@@ -225,7 +225,7 @@ void Check::seed(const CAURL &url, CADrop why)
         ++seeds;
     } else if (configured) {
         warnings.push_back(
-            {at, "loadurl: no cachequeries above allows " + CAQuoted(url.stringitize())});
+            {at, "loadurl: no cachequeries line above allows " + CAQuoted(url.stringitize())});
     }
 }
 

@@ -104,7 +104,7 @@ constexpr std::array kDirectives = {
                 .set = CASetNumber,
                 .shown = shownProgress,
                 .number = &C::progressSeconds,
-                .before = "Progress.... will be told every ",
+                .before = "Progress.... will be written every ",
                 .after = " s.\n"},
     CADirective{"updateproxy", A::Text, CASetUpdateProxy, shown<&C::updateProxy>},
     CADirective{"hostname", A::Text, CASetHostname, shown<&C::hostname>},

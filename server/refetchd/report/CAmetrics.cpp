@@ -123,8 +123,8 @@ void CAWriteMetrics(const std::string &path, const CATally &tally, const CARunEn
 {
     const std::string target = CAMetricsTarget(path);
     if (!CAIsReplaceable(target)) {
-        CATrace("Metrics..... \"%s\" is no regular file and stays as it is.\n", path.c_str());
-        CAErrorLog(959, "The metrics file \"%s\" is no regular file and was not written.\n",
+        CATrace("Metrics..... \"%s\" is not a regular file and is left as it is.\n", path.c_str());
+        CAErrorLog(959, "The metrics file \"%s\" is not a regular file; it was left as it is.\n",
                    path.c_str());
         return;
     }
