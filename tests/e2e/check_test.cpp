@@ -40,8 +40,8 @@ const std::string kAbsent = ": No such file or directory";
 const CheckRow kMistakes[] = {
     {"None", kTop + "on; slf on; slr c; maxruntime 1:30; delay off; foo bar; SLF off", ""},
     {"NearNames", kFine + "LoadULR h/b; pots 3; num-clents 3",
-     "3: \"loadulr\" is not a directive; is loadurl meant?; "
-     "5: \"numclents\" is not a directive; is numclients meant?"},
+     "3: \"loadulr\" is not a directive: is loadurl meant?; "
+     "5: \"numclents\" is not a directive: is numclients meant?"},
     {"LeftOut", kFine + "Load-URL; foo; b {; x; }; ignoreurl \"\"; c {; slf x",
      "3: loadurl: no argument; 8: ignoreurl: \"\" matches nothing; "
      "9: this block has no closing \"}\": all lines below are ignored"},

@@ -90,10 +90,11 @@ TEST(HTResBundle, DamagedFileCrashesOrIsOpened)
         EXPECT_FALSE(opens(whole.substr(0, length))) << length;
     }
     EXPECT_FALSE(opens(whole.substr(0, whole.size() - 1)));
-    std::istringstream rows(  // a byte and the wrong value that it gets, in hexadecimal
-        "0 10 1 7f 2 0 4 0 8 1 9 1 a 4 c 43 10 1 10 4 20 1 20 7f 22 1 23 0 23 30 24 6 24 ff 28 7 "
-        "28 8 29 7f 2d 7f 31 7f 3d 7f 3e 1 1020 ff");
-    rows >> std::hex;
+    std::stringstream rows;  // a byte and the wrong value that it gets, in hexadecimal
+    rows << "0 10 1 7f 2 0 4 0 8 1 9 1 a 4 c 43 10 1 10 4 20 1 20 7f 22 1 23 0 23 30 24 6 24 ff 28 "
+            "7 "
+            "28 8 29 7f 2d 7f 31 7f 3d 7f 3e 1 "
+         << std::hex << whole.size() - 8 << " ff";  // the root table ends the file
     for (std::size_t byte = 0, value = 0; rows >> byte >> value;) {
         std::string damaged = whole;
         damaged[byte] = static_cast<char>(value);

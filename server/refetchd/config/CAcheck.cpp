@@ -206,7 +206,7 @@ void Check::suggest(std::string_view name)
     for (const CADirective &row : CADirectives()) {
         if (isNear(name, row.name, row.name.size() < kLongName ? 1 : 2)) {
             warnings.push_back(
-                {at, CAQuoted(name) + " is not a directive; is " + std::string(row.name) + " meant?"});
+                {at, CAQuoted(name) + " is not a directive: is " + std::string(row.name) + " meant?"});
             return;
         }
     }
