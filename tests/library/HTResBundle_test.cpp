@@ -35,7 +35,7 @@ std::string textOf(ResBundle *bundle, std::uint32_t key, std::uint32_t index)
 TEST(HTResBundle, CatalogueGivesAnotherText)
 {
     std::istringstream rows(R"(
-        de_DE 1 951 Treffer    de_DE 1 957 "%s"    de_DE 1 958 none    de_DE 1 930 none
+        de_DE 1 951 Treffer    de_DE 1 957 "%s"    de_DE 1 999 none    de_DE 1 930 none
         de_DE 2 951 none       de_DE 1 0   none    es_ES 1 951 Hits)");
     std::uint32_t key = 0;
     std::uint32_t index = 0;

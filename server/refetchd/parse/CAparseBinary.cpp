@@ -1,5 +1,6 @@
 #include "parse/CAparseBinary.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -136,6 +137,21 @@ int createBeyond(char *dir, const char *place)
 
 }  // namespace
 
+namespace {
+
+// Opens a file as fopen() with "wb" does, but does not wait when the name is that of a pipe.
+FILE *openToWrite(const char *name)
+{
+    const int fd = open(name, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NONBLOCK, 0666);
+    FILE *const file = fd < 0 ? nullptr : fdopen(fd, "wb");
+    if (fd >= 0 && file == nullptr) {
+        close(fd);
+    }
+    return file;
+}
+
+}  // namespace
+
 CAParseBinary::CAParseBinary(CAURL *url) : CAParser(url)
 {
     if (ac.saveFiles != 0 && ac.saveRoot != nullptr) {
@@ -160,7 +176,7 @@ void CAParseBinary::openFile()
     if (inside) {
         const PMutexGuard guard(namesMutex());
         create_place();
-        file_ = std::fopen(fileName_, "wbe");
+        file_ = openToWrite(fileName_);
     }
     if (file_ != nullptr) {
         std::setvbuf(file_, nullptr, _IONBF,
