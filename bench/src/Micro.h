@@ -13,6 +13,7 @@
 
 #include "HTList.h"
 #include "config/CAcfg.h"
+#include "url/CAURL.h"
 #include "url/CAprocessed.h"
 #include "url/CAqueue.h"
 
