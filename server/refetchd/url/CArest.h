@@ -1,5 +1,5 @@
-// Hosts that asked for a pause ("Retry-After:"), and their URLs, which wait until it is over. Such
-// a host rests: no requests are sent to it.
+// Hosts that asked for a pause ("Retry-After:"). While such a host rests, the worker threads park
+// its URLs here instead of requesting them.
 #pragma once
 
 #include <atomic>
