@@ -100,7 +100,7 @@ Word fromCacheStatus(std::string_view list)
     return word;
 }
 
-// The first word of a member of "X-Cache:", in upper or lower case. In Squid and httpd " from HOST"
+// The beginning of a member of "X-Cache:", in upper or lower case. In Squid and httpd " from HOST"
 // follows it.
 struct XCacheRow {
     std::string_view start;
@@ -260,7 +260,7 @@ std::int32_t ageOf(const CACacheHeaders &headers, std::time_t requested)
 }
 
 // The word that follows from the age alone. Without an age nothing follows: nginx sends no "Age:",
-// and a "Date:" of its own.
+// and replaces "Date:".
 Word byAge(std::int32_t age, std::int32_t fresh)
 {
     if (age < 0) {
