@@ -33,7 +33,7 @@ struct UsageLine {
     const char *text;
 };
 
-// The options that tune a run ("-debug", "-rp", "-rps", "-mc") are left out on purpose.
+// The options for tuning a run ("-debug", "-rp", "-rps", "-mc") are left out on purpose.
 constexpr UsageLine kUsage[] = {
     {938, "Usage: refetchd [ options ... ]\n"},
     {939, "       where options include:\n"},
@@ -89,7 +89,7 @@ void ConfigManager_init()
 
 namespace {
 
-// The command line, word by word; what is missing or unknown ends in Usage().
+// Reads the command line, word by word. A missing value or an unknown option ends in Usage().
 class CommandLine {
 public:
     CommandLine(int argc, char **argv) : at_(argv + std::min(argc, 1)), end_(argv + argc) {}
@@ -107,7 +107,7 @@ private:
         return *at_++;
     }
 
-    // A count; whatever is no number above 0 is 0, which means "no limit" or "for ever".
+    // Reads a count. All but a number above 0 gives 0, which means "no limit" or "for ever".
     std::int32_t count() { return std::max(HTInteger(value()), 0); }
 
     void applyConfigFile();
@@ -154,8 +154,8 @@ void CommandLine::applyConfigFile()
     ac.DetermineFilename(configPath_);
 }
 
-// A standard stream that is closed would leave its descriptor to a file or a connection, and what
-// is written to the stream would end there.
+// Opens /dev/null for each standard stream that is closed. Otherwise a file or a connection would
+// get its descriptor, and text for the stream would go there.
 void occupyStandardStreams()
 {
     int fd = -1;
@@ -167,16 +167,16 @@ void occupyStandardStreams()
     }
 }
 
-// Nothing of ours throws, so what ends here is operator new without memory. No destructor runs: the
-// finished pages of the report are in its file.
+// The terminate handler. The agent throws nothing, so only operator new can end here, without
+// memory. No destructor needs to run: the finished pages of the report are in their file already.
 [[noreturn]] void endWithoutMemory()
 {
     std::fputs("refetchd: out of memory.\n", stderr);
     std::_Exit(1);
 }
 
-// SIGUSR1 asks for a line of progress; the master looks for it (CArun.cpp), and no other thread, as
-// each inherits this, is disturbed.
+// SIGUSR1 asks for a line of progress. It is blocked here, before other threads exist, so that all
+// of them inherit this; the master thread polls for it (CArun.cpp).
 void blockProgressSignal()
 {
     sigset_t signals;
@@ -185,7 +185,7 @@ void blockProgressSignal()
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
 }
 
-// The tables that seeds go to, and what else the configuration needs of the process.
+// Creates what reading a configuration needs: the locale, the queue, the table of processed URLs.
 void prepareTables()
 {
     initNLS();
@@ -206,24 +206,24 @@ HTThreadContext *initialize()
     HTThreadContext *const context = HTInitThd(3);
     HTBlockSignals();
     blockProgressSignal();
-    std::signal(SIGXFSZ, SIG_IGN);  // a file that may not grow is an error of the write
+    std::signal(SIGXFSZ, SIG_IGN);  // a write beyond the file size limit then only fails
     prepareTables();
     updatetimeRep(0);
     return context;
 }
 
-// Descriptors for all but the clients: standard streams, logs, report, hits file, name look-ups.
+// Descriptors for all but the worker threads: standard streams, logs, report, hits file, resolver.
 constexpr rlim_t kOtherDescriptors = 16;
 
-// A client that gets no descriptor loses every URL that it takes, so there are no more clients than
-// the system has descriptors for.
+// Lowers ac.numClients, the number of worker threads, if there are too few descriptors for them and
+// the limit cannot be raised. A worker thread without a descriptor would lose every URL it takes.
 void fitClientsToDescriptors()
 {
     rlimit limit{};
     if (ac.numClients < 1 || getrlimit(RLIMIT_NOFILE, &limit) != 0) {
         return;
     }
-    const rlim_t each = ac.saveFiles != 0 ? 2 : 1;  // the connection, the copy
+    const rlim_t each = ac.saveFiles != 0 ? 2 : 1;  // the connection, and the saved copy
     const rlim_t wanted = kOtherDescriptors + each * static_cast<rlim_t>(ac.numClients);
     if (limit.rlim_cur < wanted) {
         const rlim_t before = std::exchange(limit.rlim_cur, std::min(wanted, limit.rlim_max));
@@ -240,8 +240,8 @@ void fitClientsToDescriptors()
     }
 }
 
-// Starts the master thread and waits for the end of all runs. Without a thread to be had for it,
-// the main thread does the master's work itself.
+// Starts the master thread and waits for the end of all runs. If no thread can be created for it,
+// the main thread does its work.
 void runToTheEnd()
 {
     const HTThreadHandle master = StartThread(run_loop, nullptr);
@@ -278,7 +278,7 @@ int CAMain(int argc, char **argv)
     HTSocketQueue_init(ac.numClients);
     if (CAStartWorkers() == 0 && ac.numClients > 0) {
         std::fprintf(stderr, "refetchd: no client thread could be started.\n");
-        return 1;  // rather than wait for ever for what nobody does
+        return 1;  // nothing would be requested, and the run might never end
     }
     runToTheEnd();
     HTEndThd(3, context);

@@ -1,17 +1,19 @@
-// State of the process that the agent's start-up and its master thread share. The rest of the
-// process-wide state is declared with what it belongs to: `ac` in config/CAcfg.h, `urlQueue`,
-// `processedUrls` and `ht` in url/, `workerThreads` in fetch/CAwork.h.
+// Global state that start-up and the master thread share. Other global state is declared where it
+// belongs: `ac` in config/CAcfg.h, `urlQueue`, `processedUrls`, `restingHosts` and `ht` in url/,
+// `results` in report/CAresults.h, `workerThreads` and `currentRun` in fetch/CAwork.h.
 #pragma once
 
 #include <atomic>
 #include <cstdint>
 #include <ctime>
 
-// Start of the current run; the master thread's once it runs.
+// Start of the current run. Set by the main thread at start-up, then used by the master thread
+// only.
 extern std::time_t g_ca_timestarted;
 
-// 1 when all repeats are over: written once by the master thread, polled by the main thread.
+// 1 when the last run is over. Written once by the master thread, polled by the main thread.
 extern std::atomic<std::int32_t> done;
 
-// The "LOCPATH=..." entry of the environment, which must stay as long as the process; or null.
+// The "LOCPATH=..." entry of the environment, or null. putenv() keeps the pointer, so it is never
+// freed.
 extern char *WWW_locpath;

@@ -5,10 +5,10 @@
 
 namespace {
 
-constexpr std::size_t kMaxNumber = 19;  // characters
+constexpr std::size_t kMaxNumber = 19;  // digits of the largest 64-bit number
 
-// Copies the word that begins at `*at` or behind the white space there, and moves `*at` behind it.
-// What does not fit is the next word. False when there is none.
+// Skips white space, copies the word that follows, and moves `*at` behind it. What does not fit
+// into `*word` is left for the next call. False when no word is left.
 template <std::size_t Size>
 bool takeWord(const char **at, std::array<char, Size> *word)
 {

@@ -1,4 +1,4 @@
-// Lines of the proxy's hits file: hits, percent and URL, divided by white space.
+// Lines of the proxy's hits file: hits, percent and URL, separated by white space. Any thread.
 #pragma once
 
 #include <array>
@@ -12,9 +12,10 @@ struct CAHitsLine {
     std::array<char, kMaxHitsLine + 1> url;
 };
 
-// True for a line that holds nothing: an empty one, or a comment.
+// True for a line to skip: one that begins with its line feed, or with the '#' of a comment.
 [[nodiscard]] bool CAIsBlankHitsLine(const char *line);
 
-// Splits a line of at most kMaxHitsLine characters. False when it does not hold three words, or
-// when hits or percent are too long to be a number.
+// Splits a line of at most kMaxHitsLine characters into `*words`; what follows the URL is ignored.
+// False, with `*words` in any state, when it has fewer than three words, or when hits or percent
+// are longer than any number can be.
 [[nodiscard]] bool CASplitHitsLine(const char *line, CAHitsLine *words);

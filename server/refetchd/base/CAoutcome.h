@@ -1,5 +1,5 @@
-// What became of one URL, as the parts of the agent tell it to each other. The names of the values
-// are in CAoutcome.cpp; they stand in the results log and in the metrics file.
+// The outcome of one URL: why it was dropped, why its request failed, and the verdict on its
+// response. The results log and the metrics file print the names of these values.
 #pragma once
 
 #include <array>
@@ -7,49 +7,49 @@
 #include <cstdint>
 #include <string_view>
 
-// Why a URL is not asked for: the limit or filter that stands against it.
+// Why a URL is not requested: the limit or filter that excludes it.
 enum class CADrop : std::uint8_t {
     None,
     DelveDepth,        // deeper than `delvedepth`
     IgnoreUrl,         // matches an `ignoreurl` pattern
     OnlyUrl,           // matches no `onlyurl` pattern
-    CacheQueries,      // a query that `cachequeries` does not allow
+    CacheQueries,      // has a query, and `cachequeries` does not allow it
     DelveAcrossHosts,  // on another host than the page
-    Processed,         // was taken before in this run
-    MaxHostUrls,       // its host was charged with as many requests as it may be
-    MaxQueueDepth,     // too many URLs wait
-    MaxUrls,           // enough URLs were queued
+    Processed,         // was queued before in this run
+    MaxHostUrls,       // its host has reached its `maxhosturls`
+    MaxQueueDepth,     // the queue holds `maxqueuedepth` URLs
+    MaxUrls,           // `maxurls` URLs were queued
 };
 
-// Why an exchange brought no status line.
+// Why an exchange brought no response, or only part of one.
 enum class CAFailure : std::uint8_t {
     None,
-    Address,      // the peer's name is unknown
+    Address,      // the peer's name does not resolve, or the port is invalid
     Connect,      // refused, unreachable, no descriptor
-    Request,      // the URL makes no request: too long, or a control character in it
+    Request,      // no request can be made of the URL: too long, or a control character in it
     Send,         // the connection broke while the request was sent
-    Closed,       // the peer closed it before an answer
-    Reset,        // or reset it
-    TimedOut,     // nothing came for `readtimeout`
-    BadResponse,  // what came is no HTTP response
-    Stopped,      // the run was over
+    Closed,       // the peer closed the connection before the end of the response
+    Reset,        // reading failed before the end of the response, mostly by a reset
+    TimedOut,     // no data came for `readtimeout` seconds
+    BadResponse,  // the data received is not an HTTP response
+    Stopped,      // the run ended first
 };
 
-// What the answer's own headers say of the cache.
+// What happened to the cache's copy, judged by the headers of the response.
 enum class CAVerdict : std::uint8_t {
-    Refreshed,     // fetched anew from the origin, or found unchanged there
-    Stored,        // likewise, and the cache had no copy before
-    FromCache,     // the cache answered with its copy
-    NotCacheable,  // fetched, but may not be kept
-    Unknown,       // an answer that does not tell
-    Failed,        // no answer, or one that is an error
-    Dropped,       // not asked for
+    Refreshed,     // fetched from the origin, or revalidated there
+    Stored,        // fetched, and the cache had no copy before
+    FromCache,     // the cache served its copy
+    NotCacheable,  // fetched, but may not be stored
+    Unknown,       // the headers do not show it
+    Failed,        // no complete response, or an error status
+    Dropped,       // not requested
 };
 
 inline constexpr std::size_t kVerdicts = 7;
 inline constexpr std::size_t kDrops = 10;
 
-// Such as "maxurls", "timed out", "served from cache"; they live for ever.
+// Names such as "maxurls", "timed out" and "served from cache". Static texts; any thread.
 [[nodiscard]] std::string_view CADropName(CADrop drop);
 [[nodiscard]] std::string_view CAFailureText(CAFailure failure);
 [[nodiscard]] std::string_view CAVerdictName(CAVerdict verdict);

@@ -34,7 +34,7 @@ void CAErrorLog(int message, const char *fallback, const char *argument)
     if (g_ca_errorlog == nullptr || g_ca_trace == nullptr) {
         return;
     }
-    // The text may come from a file, so it is never used as a format.
+    // The text may come from a catalogue file, so it is never used as a printf format.
     const char *const text = CAMessage(message, fallback);
     const char *const place = argument == nullptr ? nullptr : std::strstr(text, "%s");
     if (place == nullptr) {

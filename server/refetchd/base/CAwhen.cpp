@@ -42,7 +42,7 @@ constexpr std::array<TimeUnit, 8> time_units = {{
     {"forever", 315360000},
 }};
 
-// Seconds of the colon fields, in the order in which they stand.
+// Seconds of the colon fields, in their order in the text: hours, minutes, seconds.
 constexpr std::array<long, 3> kColonFields = {3600, 60, 1};
 
 long saturatingProduct(long a, long b)
@@ -72,7 +72,7 @@ public:
         }
     }
 
-    // A run of digits; 0 when there are none.
+    // Reads digits; 0 when there are none.
     long number()
     {
         long value = 0;
@@ -83,7 +83,7 @@ public:
         return value;
     }
 
-    // Seconds of the unit word here, stepping over the word; 0 when there is none.
+    // Skips a unit word and returns its seconds; 0 when there is none.
     long unit()
     {
         for (const TimeUnit &unit : time_units) {
@@ -98,7 +98,8 @@ public:
         return 0;
     }
 
-    // Steps over the ':' that ends a colon field; false when something else stands there.
+    // Skips the ':' that ends a colon field; false for any other character. The end of the text
+    // ends a field, too.
     bool endOfField()
     {
         if (atEnd()) {
@@ -111,7 +112,7 @@ private:
     const char *at_;
 };
 
-// Cuts blanks off both ends and lower-cases; returns the new start.
+// Removes blanks at both ends and lower-cases, in place; returns the new start.
 char *normalize(char *text)
 {
     while (HTIsBlank(*text)) {

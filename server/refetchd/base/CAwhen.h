@@ -1,4 +1,5 @@
-// Small values of directives: for which source of URLs a feature applies, and durations.
+// Small values of directives: "when" words, which say for which URLs a feature applies, and
+// durations. Any thread.
 #pragma once
 
 #include <cstdint>
@@ -19,7 +20,8 @@ enum _when : std::int32_t {
     TOPN_ONLY = 3,   // only SOURCE_HITS
 };
 
-// Standardizes `text` in place and reads it as a "when" word; an unknown word means NEVER.
+// Standardizes `text` in place (HTString.h) and reads it as a "when" word; an unknown word means
+// NEVER.
 _when CAParseWhen(char *text);
 
 // "NEVER", "ALWAYS", "ADMIN_ONLY" or "TOPN_ONLY"; "NEVER" for any other value.
@@ -32,12 +34,12 @@ std::string_view CASourceName(_source source);
 int CAMatchWhen(_when when, _source source);
 
 // Reads a duration such as "90", "1:30:15" or "2 hours 30 min" and stores its seconds in `*seconds`
-// (saturated, never wrapped). A value that is one bare number is multiplied by `defaultUnit`.
-// `text` is lower-cased and trimmed in place. Returns 1, or 0 for null, blank or malformed text:
-// the last two reasons are traced, and `*seconds` keeps what was added up so far.
+// (saturated, never wrapped). A single bare number is multiplied by `defaultUnit` seconds. `text`
+// is lower-cased and trimmed in place. Returns 1, or 0 for null, blank or malformed text; malformed
+// text is traced, and leaves the sum of the fields before the error in `*seconds`.
 //
 //     value := { [number] unit | [number] [':'] }    colon fields are hours, minutes, seconds
 //
-// A unit without a number counts 0, and a number that stands last behind other tokens is the next
+// A unit without a number counts 0. A last number without a unit, behind other fields, is the next
 // colon field: "1 hour 30" is 31 hours.
 int parse_time(char *text, int defaultUnit, long *seconds);

@@ -48,18 +48,18 @@ CAArgumentVerdict judgeReplaced(const std::string &word)
     return {CAUnwritable(target + ".tmp")};
 }
 
-// The verdict on a line that is refused for this reason; null: it is not.
+// The verdict on a line that is refused because of `fault`; null: it is not refused.
 CAArgumentVerdict refusal(const CAConfigLines &line, const char *fault)
 {
     const bool isRefused = fault != nullptr;
     return {isRefused ? CAQuoted(CAJoinWords(line, 1)) + " is refused: " + fault : "", !isRefused};
 }
 
-// The words for which there are tests of the library's, and small sets of their own.
+// Judges on/off words and the few words that some directives take besides.
 CAArgumentVerdict judgeWord(CAArgument argument, const std::string &word)
 {
     std::string text = word;
-    const bool isOn = positive(text.data());  // which standardizes, too
+    const bool isOn = positive(text.data());  // also standardizes `text`
     const bool isOff = negative(text.data());
     text.resize(std::strlen(text.data()));
     const auto judged = [&word](bool good, const char *fault, bool sets = true) {
@@ -105,7 +105,7 @@ std::string CAJoinWords(const CAConfigLines &line, int first)
 
 CAArgumentVerdict CAJudgeArgument(CAArgument argument, CAConfigLines *line)
 {
-    const std::string word = line->word(1);  // a copy: what follows may change its text
+    const std::string word = line->word(1);  // a copy: the line must keep its text
     switch (argument) {
     case A::Number:
     case A::HostLimit: return {isNumber(word) ? "" : CAQuoted(word) + " is not a number"};
@@ -142,7 +142,8 @@ bool CAIsOwnService(const CAConfigLines &line)
 
 namespace {
 
-// Tabs, and what ends the line, are white space.
+// True when the arguments contain a control character. Tabs and the end of the line are white
+// space.
 bool hasControl(CAConfigLines *line)
 {
     std::string_view text(line->rest());
@@ -151,7 +152,7 @@ bool hasControl(CAConfigLines *line)
                        [](char c) { return HTIsControl(c) && c != '\t'; });
 }
 
-// What every request has already, or what would give it a body.
+// Headers that the agent sends itself, and those that would announce a body.
 constexpr std::string_view kOwnHeaders[] = {
     "Accept", "Cache-Control",     "Connection", "Content-Length",
     "Host",   "Transfer-Encoding", "User-Agent",

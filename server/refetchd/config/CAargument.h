@@ -1,5 +1,5 @@
-// What the arguments of directives have to be, and what is wrong with those of a line. The agent
-// takes any argument; refetchd-check warns of what it makes nothing of.
+// The kinds of arguments that directives take, and checks of the arguments in a line. The agent
+// accepts any argument; refetchd-check warns of those that have no effect. Main thread.
 #pragma once
 
 #include <cstdint>
@@ -11,56 +11,56 @@ class CAConfigLines;
 enum class CAArgument : std::uint8_t {
     Text,
     Number,
-    Pause,
-    Flag,
-    On,      // exactly "on"; nothing else changes anything
-    SaveOn,  // the same in any case, "-" and "_" left out
-    All,
-    When,
-    Time,
-    TraceLog,
-    ErrorLog,  // a file whose directory counts
-    File,      // to write
-    Replaced,  // to write aside and rename
+    Pause,     // milliseconds, or an on/off word
+    Flag,      // an on/off word
+    On,        // exactly "on"; any other word changes nothing
+    SaveOn,    // the same, in upper or lower case, "-" and "_" ignored
+    All,       // "all", or an off word
+    When,      // a "when" word (CAwhen.h)
+    Time,      // a duration, all words of the line
+    TraceLog,  // a file to write; one that cannot be written sets nothing
+    ErrorLog,  // the same; only the directory in the name is used
+    File,      // a file to write
+    Replaced,  // a file to replace: written aside and renamed
     UserAgent,
     Service,
-    // Of these every line counts.
+    // In the kinds below each line adds to those before (CAAddsUp()).
     ConfigFile,
-    Header,
-    Queries,
+    Header,   // name and value
+    Queries,  // an on word or "public", then patterns
     Pattern,
-    HostLimit,
+    HostLimit,  // a number, then patterns
     Seed,
 };
 
-// True when every line of a directive counts, and not just the last.
+// True when every line of a directive counts, not only the last one.
 constexpr bool CAAddsUp(CAArgument argument)
 {
     return argument >= CAArgument::ConfigFile;
 }
 
-// What is wrong with the arguments of a line (empty: nothing), and whether they set anything.
 struct CAArgumentVerdict {
-    std::string fault;
-    bool sets = true;
+    std::string fault;  // what is wrong with the arguments; empty: nothing
+    bool sets = true;   // the line changes the setting
 };
 
-// Judges the arguments of the current line by themselves, whatever the lines above it say. May
-// change the text of line->rest(). Main thread.
+// Judges the arguments of the current line, without regard to other lines. Leaves its text as it
+// is. For files it checks the access rights of the calling process.
 [[nodiscard]] CAArgumentVerdict CAJudgeArgument(CAArgument argument, CAConfigLines *line);
 
-// Why a `useragent` or `requestheader` line is refused; null when it is not.
+// Why a `useragent` or `requestheader` line is refused, as a static text; null when it is not.
 [[nodiscard]] const char *CAUserAgentFault(CAConfigLines *line);
 [[nodiscard]] const char *CAHeaderFault(CAConfigLines *line);
 
-// True when a `service` line names the agent's own service; others are the proxy's business.
+// True when a `service` line names the agent's own service. Other services are the proxy's own.
 [[nodiscard]] bool CAIsOwnService(const CAConfigLines &line);
 
-// What is wrong with a file that the agent is to write; empty: nothing.
+// Why the agent could not write the file `name`, as "NAME: REASON"; empty when it could. A file
+// that does not exist needs a directory that can be written to.
 [[nodiscard]] std::string CAUnwritable(const std::string &name);
 
 // The text in quotes.
 [[nodiscard]] std::string CAQuoted(std::string_view text);
 
-// The words of a line from number `first` on, with a blank between two.
+// The words of a line from number `first` on, separated by single blanks.
 [[nodiscard]] std::string CAJoinWords(const CAConfigLines &line, int first);

@@ -85,8 +85,8 @@ CAConfig::~CAConfig()
         finishReport();
     }
     if (workersLeft) {
-        // They may be about to write a line or to match a pattern; the end of the process frees
-        // all.
+        // The threads may be about to write a line or to match a pattern. The end of the process
+        // frees everything.
         std::fflush(nullptr);
         return;
     }
@@ -151,7 +151,8 @@ int CAConfig::load(CAQueue *queue, const char *name)
     if (determineProxy() == 0) {
         return 0;
     }
-    // Only now, after the first load took its lines: what a foreign proxy loses is the reloads.
+    // Only now, after the hits file was read: with a proxy on another host only the reloads skip
+    // it.
     checkProxyHost();
     return 1;
 }
@@ -227,7 +228,8 @@ HostComparison compareHosts(std::string_view local, std::string_view proxy)
 
 }  // namespace
 
-// The top-N list belongs to the proxy on this host; for another one the reloads must not read it.
+// The hits file ("top N") is that of the proxy on this host. With a proxy on another host the
+// reloads must not read it.
 void CAConfig::checkProxyHost()
 {
     const char *const local = HTHostName();

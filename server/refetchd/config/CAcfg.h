@@ -1,15 +1,15 @@
 // The agent's configuration: every setting, the lists behind the URL filters, and the streams of
 // its logs. The one instance is `ac`.
 //
-// The main thread fills it before any worker starts; from then on workers only read it. What
-// changes later is the master thread's alone: `repeatCount`, `hitsStream`, the page behind
+// The main thread fills it before any worker thread starts; worker threads only read it. What still
+// changes then is used by the master thread alone: `repeatCount`, `hitsStream`, the contents of
 // `reportStream`, and `workersLeft`.
 //
-// CAcfg.cpp           life, file discovery, load()
+// CAcfg.cpp           construction, destruction, file discovery, load()
 // CAcfgLines.*        a configuration file as a sequence of directive lines
 // CAdirectives.*      the table of directives
 // CAsetters.*         what each directive sets
-// CAargument.*        what its arguments have to be
+// CAargument.*        the kinds of arguments, and checks of them
 // CAcfgSeeds.cpp      the seed URLs: `loadurl` lines and the proxy's hits file
 // CAcfgFilters.cpp    which URLs are ignored, wanted or limited
 // CAcfgReport.cpp     the report file: opening, placeholder page, renaming
@@ -36,24 +36,25 @@ class CAURL;
 
 // One `maxhosturls` entry.
 struct HostLimit {
-    HTPattern *pattern;  // null: all other hosts
+    HTPattern *pattern;  // owned; null: all other hosts
     std::int32_t max;    // most requests for a matching host
 };
 
-// Numbers of the agent's debug modules (option -debug), index of CAConfig::debugFlags.
+// The agent's debug modules (option -debug), as indexes of CAConfig::debugFlags.
 enum CADebugModule : std::uint8_t {
     kDebugGetUrl = 1,
     kDebugParseUrl = 2,
 };
 
-// What is left out of a file that is read, though somebody may have meant it.
+// What the agent skips in a file although the administrator may have wanted it.
 enum class CASkip : std::uint8_t {
     Alone,     // a word without an argument
-    Unclosed,  // all from the start of a block on, for nothing ends it
-    BadHits,   // a line of the hits file that is none
+    Unclosed,  // a block without an end, and with it the rest of the file
+    BadHits,   // a malformed line of the hits file
 };
 
-// Hears what a configuration says while CAConfig::load() reads it, on the same thread.
+// Receives what CAConfig::load() reads, on the same thread, so that refetchd-check can judge and
+// show it. See CAConfig::observer.
 class CAConfigObserver {
 public:
     CAConfigObserver() = default;
@@ -61,14 +62,16 @@ public:
     CAConfigObserver(const CAConfigObserver &) = delete;
     CAConfigObserver &operator=(const CAConfigObserver &) = delete;
 
-    // A line of `file` (which lives as long as the configuration), before it is applied; `row` is
-    // null when the agent has no such directive. The line's words are not to be changed.
+    // Called for each directive line of `file`, before it is applied. The text `file` lives as long
+    // as the configuration; `row` is null when the agent has no such directive. The line's words
+    // must not be changed.
     virtual void directive(const char *file, CAConfigLines *line, const CADirective *row) = 0;
-    // What is left out, from line `number` of `file` on; `word` is what stands alone. Of the hits
-    // file only that there is another such line.
+    // Called for what is skipped: at line `number` of `file` in a configuration file, where `word`
+    // is the word without an argument (otherwise empty). For each bad line of the hits file
+    // `number` is 0.
     virtual void skipped(CASkip why, const char *file, int number, const char *word) = 0;
-    // A seed that would be queued, or that something stands against: of the directive heard of
-    // last, or of the hits file, as its source says.
+    // Called for each seed: `why` is None when it would be queued, otherwise the reason why not.
+    // url.source() shows whether it comes from the last `loadurl` line seen or from the hits file.
     virtual void seed(const CAURL &url, CADrop why) = 0;
 };
 
@@ -79,24 +82,25 @@ inline constexpr std::int32_t kMaxClients = 100;
 class CAConfig {
 public:
     CAConfig();
-    // Finishes the report, closes the logs and frees. While workers are left running (see
-    // `workersLeft`) the logs are only flushed and nothing is freed: those threads still read it.
+    // Finishes the report, closes the logs and frees most fields. If worker threads are still
+    // running (see `workersLeft`), it only finishes the report and flushes the logs, because those
+    // threads use the rest.
     ~CAConfig();
     CAConfig(const CAConfig &) = delete;
     CAConfig &operator=(const CAConfig &) = delete;
 
-    // Adds the main configuration file to `configFiles` unless it is there already: `name`, or
-    // "/etc/tarnproxy.conf" for null. Ends the process with status 1 when memory is out.
+    // Adds the main configuration file, `name` or "/etc/tarnproxy.conf" for null, to `configFiles`
+    // unless it is listed already. Ends the process with status 1 when memory is out.
     void DetermineFilename(const char *name);
-    // Adds another file to `configFiles`, unless it is there already.
+    // Appends a copy of `name` to `configFiles` unless it is listed already.
     void addConfigFile(const char *name);
 
-    // Switches on a debug module by its name; an unknown name is ignored.
+    // Switches on the debug module of this name; an unknown name is ignored.
     void debugModule(const char *module);
 
-    // Reads all configuration files (`name` as for DetermineFilename), seeds `queue`, and settles
-    // which proxy is talked to. 1, or 0 when the agent cannot run: a file could not be opened, or
-    // no proxy is known (both reported). Main thread.
+    // Reads all configuration files (`name` as for DetermineFilename), seeds `queue`, and
+    // determines the proxy. 1, or 0 when the agent cannot run: a file could not be opened, or no
+    // proxy is known (both reported). Main thread.
     [[nodiscard]] int load(CAQueue *queue, const char *name);
 
     // Applies the directives of one file. 1, or 0 when it could not be opened (reported).
@@ -104,41 +108,44 @@ public:
 
     // Seeds `queue` again for another run: the `loadurl` lines of all files, then the hits file.
     void reloadURLs(CAQueue *queue);
-    // Makes the URL of a `loadurl` argument and enqueues it on `queue`, counted for its host and
-    // recorded as processed. False when its query may not be loaded (traced).
+    // Makes the URL of a `loadurl` argument, counts it for its host, records it as processed and
+    // enqueues it on `queue`, even if it was recorded before. False when `cachequeries` does not
+    // allow its query (traced), or when memory is out.
     bool seedAdminUrl(CAQueue *queue, const char *argument);
-    // The `loadurl` lines of one file. 1, or 0 when it could not be opened (silently).
+    // Seeds from the `loadurl` lines of one file. 1, or 0 when it could not be opened (not
+    // reported).
     int loadURLsInConfigFile(CAQueue *queue, const char *file);
-    // The top `topCachedCount` lines of the hits file, always onto `urlQueue`. Arguments are
-    // unused. 1, or 0 when nothing was read: none wanted, or not
+    // Seeds from the first `topCachedCount` good lines of the hits file, always to `urlQueue`; the
+    // arguments are unused. 1, or 0 when the file was not read: no lines are wanted, or it is not
     // possible (reported).
     int loadURLsInHitsFile(CAQueue *queue, const char *file);
 
-    // The filters. Each takes scratch memory from the calling thread's pool and gives it back.
+    // The filters, for any thread. Each takes scratch memory from the calling thread's pool
+    // (getMaxHits: from `pool`) and gives it back.
     // 1 when the URL matches an `ignoreurl` pattern (traced).
     [[nodiscard]] int ignoreURL(const CAURL *url) const;
     // 1 when `onlyurl` patterns exist and none matches (a match is traced).
     [[nodiscard]] int onlyCheck(const CAURL *url) const;
     // 1 when the URL has a query.
     [[nodiscard]] int queryURL(const CAURL *url) const;
-    // 1 when queries of this URL may be loaded.
+    // 1 when `cachequeries` allows this URL with its query.
     [[nodiscard]] int cacheThisQuery(const CAURL *url) const;
-    // The most requests for `host` by the first `maxhosturls` entry that applies; 0: no limit.
+    // The most requests to `host`, from the first `maxhosturls` entry that applies; 0: no limit.
     [[nodiscard]] std::int32_t getMaxHits(std::string_view host, HTPool *pool) const;
 
-    // Takes the server root: sets the paths of hits file and report, writes the report's
-    // placeholder page, and opens the report in progress.
+    // Sets the paths of hits file and report from the server root, writes the placeholder page of
+    // the report, and opens the report in progress (failures are traced).
     void setServerRoot(const char *root);
 
-    std::int32_t repeatCount = 1;        // runs still to do; below 1: for ever
+    std::int32_t repeatCount = 1;        // runs still to do, this one included; below 1: for ever
     std::int32_t requestsPerSecond = 0;  // below 1: no limit
     std::int32_t maxConnections = 0;     // below 1: no limit
     char *httpVersion;                   // owned
     FILE *&traceStream = g_ca_trace;     // null: no tracing
-    FILE *reportStream = nullptr;        // the report in progress
+    FILE *reportStream = nullptr;        // the report in progress; null: none
     FILE *hitsStream = nullptr;          // only while the hits file is read
     FILE *&errorLogStream = g_ca_errorlog;
-    std::int32_t topCachedCount = 0;  // lines of the hits file to look at
+    std::int32_t topCachedCount = 0;  // good lines of the hits file to read
     HTList *ignorePatterns;           // of HTPattern, newest first
     std::int32_t ignoreCount = 0;
     HTList *onlyPatterns;  // of HTPattern, newest first
@@ -172,21 +179,21 @@ public:
     std::int32_t port = 80;
     std::int32_t persistTimeout = 240;  // seconds
     std::int32_t readTimeout = 4;       // seconds
-    std::int32_t retries = 0;           // of a URL whose exchange broke before an answer
-    std::int32_t retryAfter = 0;        // flag: hosts that ask for it are left alone for a while
+    std::int32_t retries = 0;           // most retries of a URL
+    std::int32_t retryAfter = 0;        // flag: pauses that a host asks for are respected
     std::int32_t progressSeconds = 0;   // between two lines of progress; below 1: none
-    std::int32_t breadthFirst = 0;      // flag: the shallowest URLs first
+    std::int32_t breadthFirst = 0;      // flag: URLs are requested level by level
     char *userAgent = nullptr;          // owned; null: the built-in text
-    char *requestHeaders = nullptr;     // owned; whole lines with their ends, null for none
+    char *requestHeaders = nullptr;     // owned; whole lines with CR LF; null: none
 
-    // With an observer the configuration is only looked at: load() opens no file for writing and
-    // queues no seed. Set before load(); stays the caller's.
+    // With an observer the configuration is only examined: load() opens no file for writing and
+    // queues no seed. Set before load(); not owned.
     CAConfigObserver *observer = nullptr;
 
     CAParseOptions parseOptions;
 
-    // Set by the master thread, read at process exit: worker threads were left behind that may
-    // still use this object.
+    // True when worker threads are still running that may use this object. Set by the master thread
+    // after the last run, read by the destructor.
     bool workersLeft = false;
 
 private:
@@ -197,12 +204,11 @@ private:
 
 extern CAConfig ac;
 
-// Path of the report; it ends in ".tmp" while the run writes the report. Prefix of the requests'
-// targets. Path of the hits file. Owned heap strings, null until the configuration names them.
-extern char *g_catrace_filename;
-extern char *g_ca_service_prefix;
-extern char *g_ca_hits_filename;
+// Owned heap strings, null until the configuration sets them.
+extern char *g_catrace_filename;   // path of the report; ends in ".tmp" until it is finished
+extern char *g_ca_service_prefix;  // goes in front of the requests' targets
+extern char *g_ca_hits_filename;   // path of the hits file
 
-// The locale's name, a level of the report's path. Set at start-up, before the configuration is
-// read.
+// The locale's name, which is a directory in the report's path. Set at start-up, before the
+// configuration is read.
 extern char refetchd_LocaleString[kLocaleNameSize];

@@ -1,5 +1,5 @@
-// Which URLs are ignored, wanted or limited. Called from many threads at once: the lists are only
-// read, and each match takes its scratch from the caller's pool.
+// Which URLs are ignored, wanted or limited. Many threads call these functions at once, without a
+// lock: the lists are only read, and each match takes its scratch memory from the caller's pool.
 #include <cstdlib>
 #include <cstring>
 

@@ -1,5 +1,5 @@
-// A configuration file as a sequence of directive lines. Used by the loaders on the main thread and
-// on the master thread, one reader at a time each.
+// A configuration file as a sequence of directive lines. An object belongs to one thread: the main
+// thread at start-up, the master thread for later runs.
 #pragma once
 
 #include <array>
@@ -9,13 +9,14 @@
 
 class CAConfigObserver;
 
-// Reads lines of at most 1024 characters (a longer one comes as several), turns backslashes into
-// slashes, splits into words, and skips what is no directive: empty lines, comments, "{ ... }"
-// blocks (they belong to the proxy and do not nest), and lines of one word, which are reported.
+// Reads lines of at most 1024 characters (a longer line is read as several), turns backslashes into
+// slashes, splits the lines into words, and skips all that is no directive: empty lines, comments,
+// "{ ... }" blocks (they are the proxy's, and do not nest), and lines of one word, which are
+// traced.
 class CAConfigLines {
 public:
-    // Opens `file`, which must live as long; isOpen() tells whether that worked. `observer` (null:
-    // nobody) hears of what is skipped.
+    // Opens `file`; isOpen() shows whether that worked. The name must live as long as the object.
+    // `observer`, unless null, is called for what is skipped.
     explicit CAConfigLines(const char *file, CAConfigObserver *observer = nullptr);
     ~CAConfigLines();
     CAConfigLines(const CAConfigLines &) = delete;
@@ -26,18 +27,20 @@ public:
     // Advances to the next directive line; false at the end of the file.
     bool next();
 
-    // The directive's name, standardized. Of the current line, as all below.
+    // The directive's name, standardized (HTString.h). This and all below are about the current
+    // line.
     [[nodiscard]] const char *directive() const { return words_[0]; }
-    // Its line in the file, from 1 on; the pieces of a line that is too long have one number.
+    // The number of the line in the file, from 1; all pieces of a long line have the same.
     [[nodiscard]] int number() const { return number_; }
     // Number of words, the directive included; at least 2.
     [[nodiscard]] int count() const { return count_; }
-    // Word `index` (0 is the directive); an empty text behind the last. The caller may change it.
+    // Word `index`, below kMaxArgs (0 is the directive); an empty text behind the last one. The
+    // caller may change it in place.
     [[nodiscard]] char *word(int index) const { return words_[static_cast<std::size_t>(index)]; }
-    // True when nothing closes a quote in it, which then is an ordinary character.
+    // True when a quote in the line is not closed; it counts as an ordinary character.
     [[nodiscard]] bool hasOpenQuote() const { return openQuote_; }
-    // The line as it stands in the file, from the first argument on, line feed included. The caller
-    // may change it.
+    // The unprocessed line from the first argument on, with its line feed. The caller may change it
+    // in place.
     [[nodiscard]] char *rest();
 
 private:
@@ -54,7 +57,7 @@ private:
     int count_ = 0;
     int number_ = 0;
     bool openQuote_ = false;
-    bool lineEnded_ = true;  // what was read last ended with its line
+    bool lineEnded_ = true;  // the last read reached the end of its line
     std::array<char *, kMaxArgs> words_{};
     std::array<char, kLineSize> raw_{};
     std::array<char, kLineSize> copy_{};

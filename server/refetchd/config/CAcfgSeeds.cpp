@@ -20,7 +20,8 @@
 
 namespace {
 
-// The URL that a `loadurl` argument means: without a scheme or a leading slash it is an HTTP host.
+// Makes the URL of a `loadurl` argument; one without a scheme or a leading slash begins with an
+// HTTP host. Null when memory is out.
 CAURL *adminUrl(const char *argument)
 {
     if (std::strstr(argument, "://") != nullptr || *argument == '/') {
@@ -36,7 +37,7 @@ CAURL *adminUrl(const char *argument)
     return new CAURL(text);
 }
 
-// Deletes a seed that something stands against, and tells the observers.
+// Reports a seed that is filtered out, and deletes it.
 void dropSeed(const CAConfig &config, CAURL *url, CADrop why)
 {
     if (config.observer != nullptr) {
@@ -47,7 +48,7 @@ void dropSeed(const CAConfig &config, CAURL *url, CADrop why)
     delete url;
 }
 
-// Hands a seed on to the queue, whose it is then; or to who only looks at the configuration.
+// Gives a seed to the queue; with an observer, shows it to that and deletes it.
 void enqueueSeed(const CAConfig &config, CAQueue *queue, CAURL *url)
 {
     if (config.observer != nullptr) {
@@ -58,9 +59,9 @@ void enqueueSeed(const CAConfig &config, CAQueue *queue, CAURL *url)
     queue->enqueue(url);
 }
 
-constexpr std::size_t kLoadedLine = 1023;  // characters of a hits-file line that are looked at
+constexpr std::size_t kLoadedLine = 1023;  // most characters that are read as one line
 
-// Enqueues the URL of one good line unless it is filtered or known.
+// Enqueues the URL of a good line of the hits file, unless it is filtered out or known already.
 void seedTopUrl(const CAConfig &config, const CAHitsLine &words)
 {
     CATrace("Number of Hits %s for URL \"%s\".\n", words.hits.data(), words.url.data());
@@ -102,7 +103,7 @@ void readHits(const CAConfig &config)
             }
             continue;
         }
-        // Every good line counts, also one that is then left out.
+        // Every good line counts, even if its URL is then filtered out.
         ++count;
         seedTopUrl(config, words);
     }
@@ -124,7 +125,7 @@ bool CAConfig::seedAdminUrl(CAQueue *queue, const char *argument)
     url->setSource(SOURCE_CONFIG);
     ht.addHit(url->host());
     CARecordProcessed(url);
-    // Enqueued even when it is known already; from here on it may be a worker's.
+    // Enqueued even if it is known already. From here on `url` belongs to the queue.
     enqueueSeed(*this, queue, url);
     CATrace("Will load... URL \"%s\".\n", argument);
     return true;

@@ -22,7 +22,7 @@
 
 namespace {
 
-// A line of a configuration file; no file: none.
+// A line of a configuration file; no line when `file` is null.
 struct Place {
     const char *file = nullptr;
     int line = 0;
@@ -33,8 +33,8 @@ std::string textOf(const Place &at)
     return std::string(at.file) + ":" + std::to_string(at.line);
 }
 
-// Writes a line for a terminal: what is not printable ASCII comes as a number, for configurations
-// and hits files may hold what a terminal obeys.
+// Writes a line. All but printable ASCII is escaped, because configurations and hits files may
+// contain control sequences for terminals.
 void put(const std::string &line, FILE *stream = stdout)
 {
     for (const char c : line) {
@@ -58,7 +58,8 @@ void putRow(std::string_view name, const std::string &value, const std::string &
     put(row + from);
 }
 
-// Tells of a file that cannot be read twice as a configuration. True when it can.
+// True when a configuration file can be read, and as a regular file read twice. Otherwise prints
+// why not, followed by `from`.
 bool isReadable(const std::string &name, const std::string &from)
 {
     struct stat status = {};
@@ -73,8 +74,8 @@ bool isReadable(const std::string &name, const std::string &from)
     return error == 0;
 }
 
-// True when so many edits make one name of the other: a letter more, less or another, or two
-// swapped.
+// True when at most `edits` edits turn one name into the other. An edit inserts, removes or
+// replaces a letter, or swaps two neighbours.
 bool isNear(std::string_view a, std::string_view b, int edits)
 {
     while (!a.empty() && !b.empty() && a[0] == b[0]) {
@@ -92,35 +93,36 @@ bool isNear(std::string_view a, std::string_view b, int edits)
            (swapped && isNear(a.substr(2), b.substr(2), edits - 1));
 }
 
+// A setting or a warning.
 struct Found {
     Place at;
     std::string text;
     const CADirective *row = nullptr;
 };
 
-// What counts in the end, from where, and what is probably a mistake; in the second reading it only
-// shows the seeds.
+// Collects, in the first reading, the settings with the lines that set them, and the warnings. In
+// the second reading it only prints the seeds.
 struct Check : CAConfigObserver {
     void directive(const char *file, CAConfigLines *line, const CADirective *row) override;
     void skipped(CASkip why, const char *file, int number, const char *word) override;
     void seed(const CAURL &url, CADrop why) override;
-    // Warns of the line at hand, unless `fault` is empty.
+    // Adds a warning about the current line, unless `fault` is empty.
     void warn(std::string_view name, const std::string &fault);
     [[nodiscard]] CAArgumentVerdict judge(CAArgument argument, CAConfigLines *line);
     void suggest(std::string_view name);
 
-    Place at;                                 // the line
+    Place at;                                 // the current line
     std::map<std::string_view, Found> found;  // by directive, the last line that set it
-    std::vector<Found> several;               // of directives that add up
+    std::vector<Found> several;               // lines of directives that add up, all of them
     std::vector<Found> warnings;
     Place allHosts;  // the first limit for all hosts
     std::int64_t seeds = 0;
-    std::int64_t badHits = 0;  // lines of the hits file
-    bool refused = false;      // a file
-    bool showsSeeds = false;   // the second reading
+    std::int64_t badHits = 0;  // malformed lines of the hits file
+    bool refused = false;      // a file cannot be read
+    bool showsSeeds = false;   // this is the second reading
 };
 
-// Is this limit, without a pattern or with an empty one, for all hosts?
+// True when a `maxhosturls` line applies to all hosts: it has no pattern, or an empty one.
 bool isForAllHosts(const CAConfigLines &line)
 {
     bool forAll = line.count() == 2;
@@ -130,7 +132,7 @@ bool isForAllHosts(const CAConfigLines &line)
     return forAll;
 }
 
-// What is wrong with a line, and whether it counts, for what was read above it.
+// Judges a line by its arguments and by the lines above it.
 CAArgumentVerdict Check::judge(CAArgument argument, CAConfigLines *line)
 {
     if (argument == CAArgument::ConfigFile) {
@@ -199,7 +201,7 @@ void Check::skipped(CASkip why, const char *file, int number, const char *word)
     }
 }
 
-// A name that is almost a directive's is taken for a slip; all others are the proxy's business.
+// Warns of a name that is almost that of a directive. Other unknown names may be the proxy's.
 void Check::suggest(std::string_view name)
 {
     constexpr std::size_t kLongName = 8;
@@ -243,7 +245,7 @@ std::string hitsFault()
     return status.st_size == 0 ? file + " is empty" : "";
 }
 
-// Browsers' compressed pages are not searched for links.
+// What is wrong with a request header. The agent finds no links in compressed pages.
 std::string headerFault(const std::string &text)
 {
     constexpr std::string_view kEncoding = "accept-encoding ";
@@ -251,7 +253,7 @@ std::string headerFault(const std::string &text)
     return encoded && ac.delveDepth > 0 ? "no links are found in compressed pages" : "";
 }
 
-// What a setting needs of the others.
+// A mistake that shows only in the settings together.
 struct Rule {
     std::string_view name;
     bool (*breaks)();
@@ -272,7 +274,7 @@ constexpr Rule kRules[] = {
      "needs transparentproxy on"},
 };
 
-// What shows only when all is read.
+// Adds the warnings that need the whole configuration.
 void finish(Check *check)
 {
     const auto warn = [check](const char *name, const Found &found, const std::string &fault) {
@@ -298,7 +300,7 @@ void finish(Check *check)
     warn("loadurl", {}, check->seeds == 0 ? "no seeds: nothing will be requested" : "");
 }
 
-// Shows a line of its own for each of the directives from `first` to `last`.
+// Prints each line of the directives that take arguments of the kinds `first` to `last`.
 void showSeveral(const Check &check, CAArgument first, CAArgument last)
 {
     for (const Found &line : check.several) {
@@ -308,8 +310,8 @@ void showSeveral(const Check &check, CAArgument first, CAArgument last)
     }
 }
 
-// The line that set the value of `row`; of a proxy that no line names, the line that did so for its
-// parts.
+// The line that set the value of `row`. A proxy without a line of its own is made of host name and
+// port: then it is the line that set one of those.
 const Found &lineOf(const CADirective &row, Check *check)
 {
     const Found &line = check->found[row.name];
@@ -334,7 +336,8 @@ void showSettings(Check *check)
     showSeveral(*check, CAArgument::ConfigFile, CAArgument::Header);
 }
 
-// Reads the files, without any the agent's own. False when the agent would not run.
+// Reads the named files, or the agent's default file when `names` is empty. False when the agent
+// would not run with them.
 bool load(CAConfig *config, Check *check, const std::vector<const char *> &names)
 {
     if (names.empty()) {

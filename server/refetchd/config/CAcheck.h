@@ -1,10 +1,11 @@
-// The check of a configuration: read as the agent reads it, shown as it counts, and held against
-// what administrators get wrong. It sends nothing and writes nothing but its answer.
+// refetchd-check: reads a configuration as the agent does, shows the settings that result, and
+// warns of probable mistakes. It sends no requests, and writes only to its standard streams.
 //
-// The files are read twice: first for the settings, the patterns and the warnings, and then once
-// more for the seeds, which are too many to be kept.
+// The files are read twice: first for the settings, the patterns and the warnings, then for the
+// seeds, of which there may be too many to keep in memory.
 #pragma once
 
-// The whole program: arguments "[-q] [file ...]". Returns the exit status: 0, or 1 when there are
-// warnings, the agent could not run, or the command line is wrong.
+// The whole program, with the arguments "[-q] [file ...]"; call CAPrepareToRead() first. Returns
+// the exit status: 0, or 1 when there are warnings, the agent could not run, the output could not
+// be written, or the command line is wrong.
 int CACheckMain(int argc, char **argv);

@@ -12,7 +12,7 @@ using A = CAArgument;
 using C = CAConfig;
 using P = CAParseOptions;
 
-// How the value of a field is shown. A number below `Least` is no limit.
+// The value of a field as text. A number below `Least`, or kUnlimited, is "no limit".
 template <auto Field, std::int32_t Least = INT32_MIN>
 std::string shown(const CAConfig &config)
 {
@@ -53,7 +53,7 @@ std::string shownUserAgent(const CAConfig &config)
     return config.userAgent != nullptr ? config.userAgent : kDefaultUserAgent;
 }
 
-// Rows of one number or flag, with their message.
+// Make rows that set one number or flag, and trace a message.
 template <std::int32_t CAConfig::*Field, std::int32_t Least = INT32_MIN>
 consteval CADirective number(std::string_view name, const char *before, const char *after,
                              void (*set)(const CADirectiveCall &) = CASetNumber)
@@ -93,7 +93,7 @@ consteval CADirective option(std::string_view name, const char *before, const ch
             .after = after};
 }
 
-// In the order in which an administrator reads them.
+// In the order in which refetchd-check shows them.
 constexpr std::array kDirectives = {
     CADirective{"catracelog", A::TraceLog, CASetTraceLog},
     CADirective{"errorlog", A::ErrorLog, CASetErrorLog, shown<&C::errorLogPath>},
@@ -111,7 +111,7 @@ constexpr std::array kDirectives = {
     number<&C::port>("port", "Host port... ", ".\n"),
     CADirective{"serverroot", A::Text, CASetServerRoot},
     CADirective{"caching", A::When, CASetCaching, shown<&C::caching>},
-    // Not the field: it is 0 again for reloads from a proxy on another host.
+    // Shows the line, not the field, which is set to 0 when the proxy is on another host.
     CADirective{.name = "loadtopcached",
                 .takes = A::Number,
                 .set = CASetNumber,

@@ -1,6 +1,5 @@
-// The agent's directives, one row of a table each: what sets the value, what the argument has to be
-// and how the value is shown. The agent and refetchd-check both read this table, so that they
-// agree.
+// The table of the agent's directives. Each row has the setter, the kind of the argument and the
+// function that shows the value. The agent and refetchd-check share the table, so they agree.
 #pragma once
 
 #include <cstdint>
@@ -25,30 +24,32 @@ struct CADirectiveCall {
 };
 
 struct CADirective {
-    std::string_view name;  // in lower case, without "-" and "_"
-    CAArgument takes;
+    std::string_view name;                     // in lower case, without "-" and "_"
+    CAArgument takes;                          // the kind of its arguments
     void (*set)(const CADirectiveCall &call);  // see CAsetters.h
 
-    // The value that counts, for an administrator; null: the arguments of the line that set it.
+    // Returns the current value, as refetchd-check shows it; null: that shows the arguments of the
+    // line that set it.
     std::string (*shown)(const CAConfig &config) = nullptr;
-    // What holds without a line, where `shown` is null. The defaults of settings with a field are
-    // the initialisers of CAConfig, which `shown` shows.
+    // The text to show when `shown` is null and no line sets the value. Other defaults are the
+    // initialisers of CAConfig, which `shown` reads.
     std::string_view unset = "none";
 
-    // Of rows that set one number or flag: its place.
+    // In rows that set one number or flag: the field.
     std::int32_t CAConfig::*number = nullptr;
     bool CAParseOptions::*option = nullptr;
-    // Their message: the text before the value and behind it; null: none.
+    // The message that these rows trace: the texts before and after the value; null: no message.
     const char *before = nullptr;
     const char *after = nullptr;
 
-    // Another name for this directive's setting, which is shown under that name only.
+    // The name of the directive whose setting this one sets, too; it is shown under that name only.
+    // Empty for most rows.
     std::string_view meaning = {};
 };
 
 // All rows, in the order in which refetchd-check shows them. Any thread.
 [[nodiscard]] std::span<const CADirective> CADirectives();
 
-// The row of a name as CAConfigLines::directive() gives it; null when the agent has no such
-// directive. Any thread.
+// The row of the directive `name`, spelt as CAConfigLines::directive() returns it; null when the
+// agent has no such directive. Any thread.
 [[nodiscard]] const CADirective *CAFindDirective(std::string_view name);

@@ -1,10 +1,9 @@
-// What the parsers of a response do beyond their fixed manner: each is a directive that is off
-// unless it is set.
+// Optional behaviour of the parsers. Each option is off unless a directive switches it on.
 #pragma once
 
 struct CAParseOptions {
-    bool closeDelimitedBodies = false;  // a body without a length ends with the connection
-    bool followAllRedirects = false;    // 301, 303, 307 and 308 lead on as 302 does
-    bool modernLinks = false;           // links are found as browsers find them
-    bool keepMoreHeaders = false;       // those that tell of the cache and of pauses, too
+    bool closeDelimitedBodies = false;  // read bodies that end with the connection
+    bool followAllRedirects = false;    // follow 301, 303, 307 and 308 as well as 302
+    bool modernLinks = false;           // find links as browsers find them
+    bool keepMoreHeaders = false;       // keep the headers about the cache and about pauses
 };

@@ -28,7 +28,7 @@ void CASetTraceLog(const CADirectiveCall &call)
     if (file == nullptr) {
         return;
     }
-    // Whoever follows the log of a run that hangs must see its last line.
+    // Line by line, so that the log of a run that hangs is complete.
     std::setvbuf(file, nullptr, _IOLBF, 0);
     if (call.config.traceStream != nullptr && call.config.traceStream != stderr) {
         std::fclose(call.config.traceStream);
@@ -48,7 +48,7 @@ void CASetErrorLog(const CADirectiveCall &call)
     const std::string path = std::string(call.argument()) + "cacheAgent-errors";
     CAConfig &config = call.config;
     if (config.observer != nullptr && !CAUnwritable(path).empty()) {
-        return;  // the log that was named before goes on
+        return;  // the log that was named before stays in use
     }
     HTSACopy(&config.errorLogPath, path.c_str());
     if (config.observer != nullptr) {
@@ -72,7 +72,6 @@ void CASetCaching(const CADirectiveCall &call)
     CATrace("Caching..... is %sspecified.\n", call.config.caching == NEVER ? "NOT " : "");
 }
 
-// A number that is kept as it is.
 void CASetNumber(const CADirectiveCall &call)
 {
     const std::int32_t value = HTInteger(call.argument());
@@ -80,7 +79,6 @@ void CASetNumber(const CADirectiveCall &call)
     CATrace("%s%d%s", call.row.before, value, call.row.after);
 }
 
-// A number of which 0 means "no limit".
 void CASetLimit(const CADirectiveCall &call)
 {
     const std::int32_t value = HTInteger(call.argument());
@@ -88,7 +86,7 @@ void CASetLimit(const CADirectiveCall &call)
     CATrace("%s%d%s", call.row.before, call.config.*call.row.number, call.row.after);
 }
 
-// An on/off word for a setting or an option of the parsers, with a message when the row has one.
+// The flag is a setting or an option of the parsers.
 void CASetFlag(const CADirectiveCall &call)
 {
     const bool on = positive(call.argument());
@@ -102,7 +100,6 @@ void CASetFlag(const CADirectiveCall &call)
     }
 }
 
-// Set by exactly "on"; any other word changes nothing.
 void CASetExactOn(const CADirectiveCall &call)
 {
     if (std::strcmp(call.argument(), "on") == 0) {
@@ -118,8 +115,8 @@ void CASetSaveFiles(const CADirectiveCall &call)
 
 namespace {
 
-// Compiles a pattern and puts it at the head of `list`. An empty one (a quoted nothing) matches
-// nothing, but counts.
+// Compiles a pattern and puts it at the head of `list`. An empty pattern ("") matches nothing, but
+// is counted.
 void addPattern(HTList *list, std::int32_t *count, const char *text)
 {
     HTPattern *const pattern = HTPattern_new(text);
@@ -261,7 +258,7 @@ void CASetMaxHostUrls(const CADirectiveCall &call)
     }
     for (int i = 2; i < call.line.count(); ++i) {
         const char *const text = call.line.word(i);
-        // Of an empty pattern (a quoted nothing) there is none: the limit is for all hosts.
+        // An empty pattern ("") gives null, so the limit applies to all hosts.
         addHostLimit(&config, HTPattern_new(text), max);
         CATrace("LoadConfig.. we will make no more than %d requests to hosts matching \"%s\".\n",
                 max, text);
@@ -306,7 +303,7 @@ void CASetServerRoot(const CADirectiveCall &call)
     call.config.setServerRoot(call.argument());
 }
 
-// The name under which the proxy passes requests to the agent's own service.
+// Keeps the part before "*" of the path under which the proxy offers the agent's service.
 void CASetService(const CADirectiveCall &call)
 {
     if (!CAIsOwnService(call.line)) {
@@ -318,7 +315,7 @@ void CASetService(const CADirectiveCall &call)
     }
 }
 
-// Which answers lead on: "all" redirections, or 302 alone.
+// Selects the redirections to follow: "all", or with any other word only 302.
 void CASetFollowRedirects(const CADirectiveCall &call)
 {
     standardize(call.argument());

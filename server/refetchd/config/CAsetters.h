@@ -1,12 +1,12 @@
-// What each directive sets, and the message that it traces. Main thread. Arguments that a setter
-// makes nothing of leave the setting as it was, or count as 0 or off, as the setter's kind of
-// argument (CAargument.h) says.
+// The setters of the directives. Each applies one line to `call.config` and traces a message; with
+// an observer no file is opened. Main thread. An argument of the wrong kind either leaves the
+// setting as it was or counts as 0 or off, depending on the kind (CAargument.h).
 #pragma once
 
 #include "config/CAdirectives.h"
 
-// One number or flag, at the place that the row names: kept as it is; with 0 as "no limit"; an
-// on/off word; exactly "on", anything else changes nothing.
+// Set the field that the row names: a number; a number where 0 means "no limit"; a flag by an
+// on/off word; a flag that only "on" sets, while other words change nothing.
 void CASetNumber(const CADirectiveCall &call);
 void CASetLimit(const CADirectiveCall &call);
 void CASetFlag(const CADirectiveCall &call);

@@ -76,7 +76,7 @@ CADrop CALinkLimit()
     if (urlQueue->getLength() >= ac.maxQueueDepth) {
         return CADrop::MaxQueueDepth;
     }
-    // The total stops at the largest number, which must not pass for a limit.
+    // Without a limit `maxUrls` is the number at which the total stops: it must not be compared.
     const bool isLimited = ac.maxUrls != kUnlimited;
     return isLimited && urlQueue->getTotalEnqueued() >= ac.maxUrls ? CADrop::MaxUrls : CADrop::None;
 }

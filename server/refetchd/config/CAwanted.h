@@ -1,20 +1,20 @@
-// Whether a link is wanted: what the configuration, the table of processed URLs, the host table and
-// the queue's limits say of it.
+// Decides whether a link is wanted, from the configuration, the table of processed URLs, the host
+// table and the queue's limits.
 #pragma once
 
 #include "base/CAoutcome.h"
 
 class CAURL;
 
-// What keeps `found`, a link or redirection of the page `page`, from being enqueued (traced): a
-// limit, a filter, or that it was taken already; CADrop::None when nothing does. Changes nothing.
-// Any thread.
+// Why `found`, a link or redirection on the page `page`, must not be enqueued: a limit, a filter,
+// or because it was queued already; CADrop::None when it may be. Traced, except for OnlyUrl.
+// Changes nothing. Any thread.
 [[nodiscard]] CADrop CAObjection(const CAURL &found, const CAURL &page);
-// 1 when nothing does, else 0.
+// 1 when CAObjection() has none, else 0.
 [[nodiscard]] int interesting(const CAURL *found, const CAURL *page);
 
-// The limit that keeps out every link at the moment: too many URLs wait, or enough were enqueued;
+// The limit of the queue that excludes all links at the moment, MaxQueueDepth or MaxUrls;
 // CADrop::None when there is room. Any thread.
 [[nodiscard]] CADrop CALinkLimit();
-// How the trace puts such a limit.
+// The words for such a limit in the trace.
 [[nodiscard]] const char *CALimitText(CADrop limit);

@@ -22,8 +22,8 @@ namespace {
 
 constexpr const char *kSource = "server/refetchd/CAnet";
 
-// The cache directives of the stress mode, by the low three bits of a random number; an empty one
-// is left out of the request. Without stress every request asks for a fresh copy.
+// Every request asks for a fresh copy. With `stressmode` a random number selects one of the headers
+// below by its low three bits; an empty one adds none.
 constexpr std::string_view kFreshCopy = "Cache-Control: max-age=0\r\n";
 constexpr std::array<std::string_view, 8> kStressDirectives = {{
     "Cache-Control: min-fresh=90\r\n",
@@ -41,11 +41,12 @@ std::string_view cacheDirective()
     if (ac.stressMode == 0) {
         return kFreshCopy;
     }
-    // Not seeded: a stress run is the same at every start. NOLINTNEXTLINE(concurrency-mt-unsafe)
+    // Not seeded, so that each start draws the same numbers. NOLINTNEXTLINE(concurrency-mt-unsafe)
     return kStressDirectives[static_cast<unsigned>(std::rand()) & 7U];
 }
 
-// Puts text behind text in a buffer of fixed size, and remembers when it did not fit.
+// Appends texts to a buffer of fixed size. After the first text that does not fit it writes no
+// more, and fits() is false.
 class RequestWriter {
 public:
     RequestWriter(char *buffer, std::size_t size) : begin_(buffer), at_(buffer), room_(size) {}
@@ -74,8 +75,8 @@ private:
     bool fits_ = true;
 };
 
-// The request target: the path alone for a transparent proxy; otherwise the absolute form, behind
-// the service prefix when there is one, with one "/" at the seam.
+// Writes the request target: only the path for a transparent proxy; otherwise the absolute form,
+// behind the prefix of the `service` directive if there is one, joined to it by exactly one "/".
 void writeTarget(const CAURL *url, RequestWriter *request)
 {
     if (ac.transparentProxy != 0) {
@@ -116,7 +117,7 @@ CAConnection::CAConnection(const char *peer)
     : peerName_(strdup(peer)), threadContext_(HTThread_context())
 {
     address_.sin_family = AF_INET;
-    // A setting that is no port leaves 0, which only a name with its own port makes good.
+    // With an invalid `port` setting the peer's name must contain a port of its own.
     const bool isPort = ac.port >= 0 && ac.port <= UINT16_MAX;
     address_.sin_port = isPort ? htons(static_cast<std::uint16_t>(ac.port)) : in_port_t{0};
     addressValid_ = peerName_ != nullptr &&
@@ -177,7 +178,7 @@ int CAConnection::requestURL(const CAURL *url, CAParser *parser)
     }
     if (const std::int32_t sent = sendRequest(length); sent != length) {
         if (sent >= 0) {
-            closeSocket(__LINE__);  // half a request must not stand before the next one
+            closeSocket(__LINE__);  // the next request must not follow half of this one
             failure_ = CAFailure::Send;
         }
         return -1;
@@ -211,8 +212,8 @@ int CAConnection::checkConnection()
     surplus_ = false;
     const int on = 1;
     HTSocket_setsockopt(socket_, SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on), threadContext_);
-    // A byte of urgent data would wake the wait for input and then leave the read asleep; in line
-    // it is a byte like any other.
+    // Urgent data is read inline, as ordinary bytes: out of band it would be missing from the
+    // response.
     HTSocket_setsockopt(socket_, SOL_SOCKET, SO_OOBINLINE, &on, sizeof(on), threadContext_);
     if (HTSocket_connect(&socket_, &address_, sizeof(address_), threadContext_) != 0) {
         const int error = errno;
@@ -225,7 +226,7 @@ int CAConnection::checkConnection()
     return 0;
 }
 
-// Traces that no request is made for `url`, control characters in it as percent escapes: one line.
+// Traces why no request is made for `url`, in one line: its control characters are percent-encoded.
 void CAConnection::traceRefusal(const CAURL *url, const char *reason)
 {
     if (!CATraceOn()) {
@@ -285,9 +286,9 @@ std::int32_t CAConnection::write(std::int32_t length)
 
 std::int32_t CAConnection::sendRequest(std::int32_t length)
 {
-    // A peer that has closed its side would still let the first write pass and then answer it with
-    // a reset, and bytes that came before the request are no answer to it: either way it would be
-    // lost. So such a connection counts as one that failed to write.
+    // If the peer has closed its side, the first write still succeeds, and a reset follows; if
+    // bytes have come already, they would be taken for the response. Either way the request would
+    // be lost, so such a connection is treated as one on which writing failed.
     const bool stale = reused_ && (surplus_ || HTSocket_isStale(socket_, threadContext_));
     std::int32_t sent = stale ? -1 : write(length);
     if (sent >= 0) {
@@ -310,7 +311,7 @@ std::int32_t CAConnection::sendRequest(std::int32_t length)
     return sent;
 }
 
-// Hands what was read to the parser, a block at a time.
+// Hands the bytes read to the parser, in blocks of at most kBlockSize.
 void CAConnection::handOver(std::int32_t count, CAParser *parser, std::int32_t *finished,
                             std::int32_t *closeConnection)
 {
@@ -331,10 +332,11 @@ void CAConnection::handOver(std::int32_t count, CAParser *parser, std::int32_t *
     }
 }
 
-// Tells of a read that brought nothing. True when the connection is to be closed at once.
+// Handles a read without data: sets failure_, and traces time-outs and errors. True when the
+// connection must be closed.
 bool CAConnection::readFailed(std::int32_t count)
 {
-    // errno is as the last failure left it: an end of stream after one closes, too.
+    // An end of stream leaves errno alone, so an earlier failure closes the connection then, too.
     const int error = errno;
     if (count == kHTTimedOut) {
         CATrace("Net.. Cache agent time out!\n");

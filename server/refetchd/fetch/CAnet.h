@@ -1,4 +1,4 @@
-// One worker's connection to the proxy, or to a URL's own host.
+// A worker thread's connection to the proxy, or to a URL's own host.
 #pragma once
 
 #include <netinet/in.h>
@@ -15,38 +15,43 @@
 class CAParser;
 class CAURL;
 
-// A persistent connection: opened when the first request needs it, kept between requests, closed
-// when a response asks for it, when reading or writing fails, or when it was idle for too long. It
-// belongs to the thread that made it.
+// A persistent connection, opened for the first request and kept for the next ones. It is closed
+// when the parser of a response asks for that, when writing or reading fails, and before a request
+// that follows the last one by more than `persisttimeout` seconds. After a time-out it stays open;
+// one that the peer has closed may stay, too, until the next request replaces it. It belongs to the
+// thread that made it.
 class CAConnection {
 public:
-    // `peer` is "host" or "host:port"; without a port the `port` setting counts. The name is looked
-    // up here, once: a name that is unknown makes every request fail.
+    // `peer` is "host" or "host:port"; without a port the `port` setting applies. The name is
+    // resolved here, once, which may block; if that fails, every request fails.
     explicit CAConnection(const char *peer);
     ~CAConnection();
     CAConnection(const CAConnection &) = delete;
     CAConnection &operator=(const CAConnection &) = delete;
 
-    // Requests `url` and feeds the response to `parser` until that is done, the peer ends the
-    // stream, or nothing came for the `readtimeout` setting. 0 when a response was read, complete
-    // or not; -1 when no request could be sent. Every failure is traced.
+    // Requests `url` and feeds the response to `parser` until that has finished, the peer ends the
+    // stream, reading fails, or no data comes for `readtimeout` seconds. 0 when the request was
+    // sent, whatever came back; -1 when it could not be sent. failure() has the reason; most
+    // failures are traced.
     int requestURL(const CAURL *url, CAParser *parser);
 
-    // Why the last request brought no whole answer, as far as the connection knows; and the bytes
-    // that came for it.
+    // Why the last request brought no complete response; None when the parser finished. The end of
+    // the stream is Closed even where it ends the body: only the parser knows that. And the bytes
+    // received for that request.
     [[nodiscard]] CAFailure failure() const { return failure_; }
     [[nodiscard]] std::int64_t received() const { return received_; }
-    // The next request gets a connection of its own: closes the one at hand, if any.
+    // Closes the connection, if it is open, so that the next request opens a new one.
     void renew();
 
     // The steps of requestURL().
     // Opens the connection unless it is open. 0, or -1 (traced).
     int checkConnection();
-    // Writes the request for `url` into the buffer. Its length, or -1 (traced) when it does not fit
-    // or its target or host holds a control character, which could smuggle in a header.
+    // Writes the request for `url` into the buffer. Returns its length, or -1 (traced) when it does
+    // not fit, or when target or host contains a control character, which could inject a header.
     std::int32_t composeRequest(const CAURL *url);
-    // Sends the first `length` bytes of the buffer, once more on a new connection when the one at
-    // hand turns out to be dead. The bytes sent, or -1 (traced).
+    // Sends the first `length` bytes of the buffer. When that fails, or the kept connection is
+    // stale, it sends them once more on a new connection. Returns the bytes sent, which may be
+    // fewer, or -1 (traced).
     std::int32_t sendRequest(std::int32_t length);
     // Reads the response. 1 when the connection must be closed after it, else 0.
     int readResponse(CAParser *parser);
@@ -54,7 +59,7 @@ public:
     void doneWithConnection();
 
     // Connections granted by CAWorkerThread::mayIHaveAConnection() and not yet released. Changed
-    // under the lock of CAWorkerThread; atomic so that it may be read without.
+    // under the lock of CAWorkerThread; atomic so that it can be read without the lock.
     static std::atomic<std::int32_t> connectionCount;
 
 private:
@@ -71,12 +76,12 @@ private:
     HTSocket *socket_ = nullptr;  // null: closed
     sockaddr_in address_{};
     bool addressValid_ = false;
-    bool reused_ = false;   // the connection at hand carried a request before this one
-    bool surplus_ = false;  // and bytes have come that no request has asked for
+    bool reused_ = false;   // the open connection has carried a request already
+    bool surplus_ = false;  // bytes followed the end of the last response
     CAFailure failure_ = CAFailure::None;
     std::int64_t received_ = 0;
-    char *const peerName_;  // owned
-    std::time_t lastUsed_ = 0;
-    std::array<char, kReadSize + 1> buffer_{};  // the request, then what is read of the response
+    char *const peerName_;                      // owned
+    std::time_t lastUsed_ = 0;                  // when the last request began; 0: never
+    std::array<char, kReadSize + 1> buffer_{};  // the request, then each read of the response
     HTThreadContext *const threadContext_;
 };

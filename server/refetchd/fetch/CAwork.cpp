@@ -86,23 +86,23 @@ std::int32_t CAWorkerThread::releaseAConnection()
 
 namespace {
 
-// What one worker's thread works with.
+// What one worker thread works with: "client" is the directives' word for it (`numclients`).
 struct Client {
     CAWorkerThread *worker = nullptr;
     std::int32_t index = 0;
     HTThreadContext *context = nullptr;
-    std::unique_ptr<CAConnection> connection;  // to the proxy; none when each URL has its own
+    std::unique_ptr<CAConnection> connection;  // to the proxy; null when connectsPerUrl()
 
     [[nodiscard]] bool keepsGoing() const { return worker->shouldKeepGoing() != 0; }
 };
 
-// Each URL gets a connection of its own, to its own host.
+// True when each URL gets a connection of its own, to its own host.
 bool connectsPerUrl()
 {
     return ac.transparentProxy != 0 && ac.connectToHost != 0;
 }
 
-// Waits for the right to a connection, and makes it. It may be told to stop instead.
+// Waits until another connection is allowed, and makes it; none when the worker is stopped first.
 void makeConnection(Client *client)
 {
     while (CAWorkerThread::mayIHaveAConnection() == 0) {
@@ -117,7 +117,7 @@ void makeConnection(Client *client)
     }
 }
 
-// Waits for the right to start a request; false when told to stop instead.
+// Waits until the budget allows another request; false when the worker is stopped first.
 bool waitForBudget(const Client &client)
 {
     while (client.keepsGoing()) {
@@ -129,7 +129,7 @@ bool waitForBudget(const Client &client)
     return false;
 }
 
-// Likewise, for a request that only this run may send.
+// The same for a retry, which must belong to run `run`: also false when that has ended.
 bool waitForBudget(const Client &client, std::uint32_t run)
 {
     while (currentRun == run && client.keepsGoing()) {
@@ -141,17 +141,18 @@ bool waitForBudget(const Client &client, std::uint32_t run)
     return false;
 }
 
-// So long a worker waits for pages that are less deep than those that are queued.
+// How long a worker thread sleeps, with `breadthfirst`, when all URLs in the queue must wait for
+// shallower ones in work.
 constexpr std::uint32_t kShallowerMilliseconds = 50;
 
-// What is to become of a URL behind an exchange.
+// What happens to a URL after an exchange.
 enum class Next : std::uint8_t {
     Done,
-    Retry,  // the exchange broke
-    Rest,   // its host wants to be left alone, and it is repeated then
+    Retry,  // the exchange broke off before a response: try again
+    Rest,   // the host asked for a pause: request the URL once more after it
 };
 
-// Leaves the host of `url` alone as it asked.
+// Lets the host of `url` rest for as long as it asked.
 void restHost(const CAURL &url, std::int64_t seconds)
 {
     const std::int64_t rest = restingHosts.rest(url.host(), HTtime(), seconds);
@@ -159,12 +160,14 @@ void restHost(const CAURL &url, std::int64_t seconds)
             url.host().data(), static_cast<int>(rest));
 }
 
-// Somebody asks which answer is whose.
+// True when a directive is set that needs each response matched with the right URL.
 bool looksAtAnswers()
 {
     return results.observes() || ac.retries > 0 || ac.retryAfter != 0;
 }
 
+// The failure of an exchange. The end of the stream is none where it marks the end of the body. Nor
+// is any failure while a redirection waits for room in the queue: its headers have been read.
 CAFailure failureOf(const CAParseHTTP &parser, const CAConnection &connection)
 {
     if (!parser.isHTTP()) {
@@ -174,7 +177,7 @@ CAFailure failureOf(const CAParseHTTP &parser, const CAConnection &connection)
     return isEnd || parser.waitsForRoom() ? CAFailure::None : connection.failure();
 }
 
-// Tells the observer of a URL that is not asked for, or not once more, because the run is over.
+// Reports a URL that is not requested, or not retried, because the run is over.
 void tellStopped(const CAURL &url)
 {
     if (results.observes()) {
@@ -182,7 +185,7 @@ void tellStopped(const CAURL &url)
     }
 }
 
-// Tells the observer what a client is at while it lives.
+// While it lives, the results count `url` as in flight on this worker thread.
 class InFlight {
 public:
     InFlight(std::int32_t client, const CAURL &url) : client_(client)
@@ -204,7 +207,7 @@ private:
     const std::int32_t client_;
 };
 
-// One exchange. Unless there is to be another one, the observer hears of it.
+// Requests the URL once. The result is reported unless another exchange is to follow.
 Next exchange(const Client &client, CAConnection *connection, CAURL *url, std::uint32_t run)
 {
     CAParseHTTP parser(url, client.context, ac.parseOptions);
@@ -224,7 +227,7 @@ Next exchange(const Client &client, CAConnection *connection, CAURL *url, std::u
     result.status = parser.isHTTP() ? parser.getHTTPRequestRC() : 0;
     result.failure = failureOf(parser, *connection);
     if (connection->failure() == CAFailure::TimedOut && looksAtAnswers()) {
-        connection->renew();  // a late answer must not pass for that of the next URL
+        connection->renew();  // a late response must not be taken for that of the next URL
     }
     if (currentRun == run) {
         if (CAIsWorthRetrying(result) && url->retries() < ac.retries && client.keepsGoing()) {
@@ -241,7 +244,7 @@ Next exchange(const Client &client, CAConnection *connection, CAURL *url, std::u
     }
     client.worker->incrementFinished();
     if (results.observes()) {
-        // The clock may have been set back meanwhile.
+        // The clock may have been set back in the meantime.
         result.milliseconds = std::max<std::int64_t>(CANowMilliseconds() - result.started, 0);
         result.bytes = connection->received();
         result.headers = parser.cacheHeaders();
@@ -252,7 +255,7 @@ Next exchange(const Client &client, CAConnection *connection, CAURL *url, std::u
 
 void retry(const Client &client, CAConnection *connection, CAURL *url, std::uint32_t run);
 
-// Fetches one URL and disposes of it: it is deleted, or waits for another try.
+// Fetches one URL, which is then deleted, or queued or parked for another exchange.
 void fetch(const Client &client, CAURL *url, std::uint32_t run)
 {
     std::unique_ptr<CAConnection> ownConnection;
@@ -260,7 +263,7 @@ void fetch(const Client &client, CAURL *url, std::uint32_t run)
     Next next = Next::Done;
     {
         const InFlight inFlight(client.index, *url);
-        if (connectsPerUrl()) {  // which looks its host up
+        if (connectsPerUrl()) {  // resolves the host, which may block: the URL is in flight by now
             ownConnection = std::make_unique<CAConnection>(std::string(url->host()).c_str());
             connection = ownConnection.get();
         }
@@ -272,14 +275,15 @@ void fetch(const Client &client, CAURL *url, std::uint32_t run)
     if (next == Next::Rest) {
         url->setRepeated();
         if (!restingHosts.park(url, HTtime())) {
-            urlQueue->requeue(url);  // the rest is over already
+            urlQueue->requeue(url);  // the host's rest has ended already
         }
         return;
     }
     delete url;
 }
 
-// Tries again, at once the first time, else behind the queue; not when the run is over by then.
+// Retries a URL: the first time at once on a new connection, unless the run is over, and later
+// behind the other URLs in the queue.
 void retry(const Client &client, CAConnection *connection, CAURL *url, std::uint32_t run)
 {
     url->countRetry();
@@ -297,8 +301,8 @@ void retry(const Client &client, CAConnection *connection, CAURL *url, std::uint
     }
 }
 
-// Takes the next URL, if another worker has not taken it meanwhile, and sees it through. Busy is
-// set before the queue is asked: whoever finds the queue empty finds the taker busy.
+// Takes the next URL, if there still is one, and fetches it. The worker is marked busy before it
+// dequeues: a thread that sees the queue empty because of that sees the worker busy.
 void workOnNext(const Client &client)
 {
     client.worker->makeBusy();
@@ -358,7 +362,7 @@ void *ClientThread(void *arg)
         client.connection.reset();
         CAWorkerThread::releaseAConnection();
     }
-    // Counted from 0 here, unlike everywhere else.
+    // This line alone counts from 0.
     CATrace("Worker...... thread %d exiting.\n", index);
     return nullptr;
 }

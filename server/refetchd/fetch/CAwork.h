@@ -1,4 +1,5 @@
-// The worker threads and the two limits that pace them all together.
+// The worker threads, and the limits on requests and connections of all of them together. Traces,
+// settings (`numclients`) and some code call a worker thread a client.
 #pragma once
 
 #include <atomic>
@@ -6,10 +7,10 @@
 
 #include "htthread.h"
 
-// The record of one worker. The master thread makes, starts, stops and deletes it; the worker's own
-// thread tells in it what it is doing. The flags are single words: each is written by one side and
-// polled by the other once a second, and the default (sequentially consistent) order lets the
-// master conclude from "not busy" that what the worker enqueued is in the queue.
+// The record of one worker thread. The main thread makes and starts it, the master thread stops and
+// deletes it, and the worker thread shows in it what it is doing. Each flag is written by one side
+// and polled by the other. They are atomics in the default (sequentially consistent) order, so when
+// the master thread sees "not busy", the URLs that the worker enqueued are in the queue.
 class CAWorkerThread {
 public:
     explicit CAWorkerThread(std::int32_t index) : index_(index) {}
@@ -17,18 +18,18 @@ public:
     CAWorkerThread(const CAWorkerThread &) = delete;
     CAWorkerThread &operator=(const CAWorkerThread &) = delete;
 
-    // Starts ClientThread for this record. Returns the thread's handle, 0 when none could be made
-    // (the record then reports running and idle for ever).
+    // Starts ClientThread for this record. Returns the thread's handle, or 0 when no thread could
+    // be created; areYouRunning() and "not busy" then hold for ever.
     HTThreadHandle start();
-    // Tells the worker to end after its current URL.
+    // Asks the worker thread to end; an exchange that is in progress is finished first.
     void stop() { keepGoing_ = 0; }
     [[nodiscard]] std::int32_t shouldKeepGoing() const { return keepGoing_; }
 
-    // The worker has left its loop. It does not touch its record afterwards.
+    // The worker thread has left its loop, and does not touch its record any more.
     void notRunning() { running_ = 0; }
     [[nodiscard]] std::int32_t areYouRunning() const { return running_; }
 
-    // Busy while the worker holds a URL.
+    // Busy while the worker thread holds a URL.
     void makeBusy() { busy_ = 1; }
     void makeIdle() { busy_ = 0; }
     [[nodiscard]] std::int32_t areYouBusy() const { return busy_; }
@@ -37,37 +38,41 @@ public:
     void incrementSuccesses() { ++successes_; }
     [[nodiscard]] std::int32_t getSuccesses() const { return successes_; }
 
-    // URLs that are done with, whatever came of them.
+    // URLs that are finished, with or without success.
     void incrementFinished() { ++finished_; }
     [[nodiscard]] std::int32_t getFinished() const { return finished_; }
 
-    // Waits until a worker that is not running any more is gone altogether; gives up the thread of
-    // one that still runs. Each at most once, by the master thread; nothing for a thread never
-    // made.
+    // join() waits for the end of a thread that is no longer running, abandon() detaches one that
+    // still is. The master thread calls one of them, once. Neither does anything when no thread
+    // could be created.
     void join() { JoinThread(thread_); }
     void abandon() { DetachThread(thread_); }
 
-    // The request budget: at most `max` URLs are started between two renewals, below 1 any number.
-    // 1 when one more may be started now (counted), else 0.
+    // The request budget: at most `max` requests between two calls of resetCountPerSecond(), any
+    // number when `max` is below 1.
+    // 1 when another request may be sent now (counted), else 0. Any thread, as all below.
     [[nodiscard]] static std::int32_t mayISendRequest();
-    // Gives back a start that mayISendRequest() has granted and that was not made.
+    // Gives back a request that mayISendRequest() granted and that was not sent.
     static void returnRequest();
+    // Starts a new second, with `max` as its budget. Returns 1.
     static std::int32_t resetCountPerSecond(std::int32_t max);
 
-    // The connection limit (ac.maxConnections, below 1 none). 1 when a connection may be made
-    // (counted), else 0; and 1 when one was given back, 0 when none was out.
+    // The limit on connections to the proxy (ac.maxConnections; below 1 there is none, and nothing
+    // is counted). Connections that are made for a single URL are not limited.
+    // 1 when a connection may be made (counted), else 0.
     [[nodiscard]] static std::int32_t mayIHaveAConnection();
+    // 1 when a connection was given back or there is no limit, 0 when none was granted.
     static std::int32_t releaseAConnection();
 
 private:
-    // Guards the budget and CAConnection::connectionCount, so that neither limit is exceeded (but
-    // that a right which is given back just behind a renewal counts once more). It lives until the
-    // process ends, as a worker may.
+    // Guards the budget and CAConnection::connectionCount, so that neither limit is exceeded. One
+    // exception: a request granted before a reset and given back after it can be granted again in
+    // the new second. Never deleted, because a worker thread may outlive the last run.
     static PMutex *const mutex;
-    static std::int32_t countPerSecond HT_GUARDED_BY(*mutex);     // granted since the renewal
+    static std::int32_t countPerSecond HT_GUARDED_BY(*mutex);     // granted since the reset
     static std::int32_t maxCountPerSecond HT_GUARDED_BY(*mutex);  // the budget
 
-    const std::int32_t index_;  // from 0; people see one more
+    const std::int32_t index_;  // from 0; traces show one more
     HTThreadHandle thread_ = 0;
     std::atomic<std::int32_t> keepGoing_ = 0;
     std::atomic<std::int32_t> running_ = 1;
@@ -76,15 +81,15 @@ private:
     std::atomic<std::int32_t> finished_ = 0;
 };
 
-// ac.numClients worker records; null until the workers are started. The master thread clears each
-// entry whose worker it deletes.
+// ac.numClients worker records; null until the worker threads are started. The master thread sets
+// the entry of each worker that it deletes to null.
 extern CAWorkerThread **workerThreads;
 
-// Changes with the end of each run: what was taken before is not tried again in the next.
+// Changes at the end of each run, so that a URL dequeued in one run is not retried in the next.
 extern std::atomic<std::uint32_t> currentRun;
 
-// Every wait of the agent's is a poll at this interval.
+// Interval of all polling, except for a shorter one with `breadthfirst` (CAwork.cpp).
 inline constexpr std::uint32_t kPollMilliseconds = 1000;
 
-// The body of a worker's thread; `arg` is its index in `workerThreads`. Returns null.
+// The body of a worker thread; `arg` is its index in `workerThreads`. Returns null.
 void *ClientThread(void *arg);

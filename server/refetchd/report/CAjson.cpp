@@ -5,10 +5,10 @@
 
 namespace {
 
-constexpr std::ptrdiff_t kEscape = 6;  // longest character
+constexpr std::ptrdiff_t kEscape = 6;  // bytes of the longest character: \u00ff
 
-// What UTF-8 allows: first bytes, the second byte behind them, and the length of such a character.
-// What has a shorter form, or is half a character of UTF-16, is none.
+// Valid characters of UTF-8: the range of the first byte, the range of the second, and the length.
+// Overlong forms and surrogates are not valid.
 struct Utf8Row {
     unsigned char first;
     unsigned char lastFirst;
@@ -28,7 +28,7 @@ constexpr std::array<Utf8Row, 9> kUtf8 = {{
     {0xf4, 0xf4, 0x80, 0x8f, 4},
 }};
 
-// The length of the character at the start of `text`, which is not empty; 0 when there is none.
+// The length of the character at the start of `text`, which is not empty; 0 when it is not valid.
 std::size_t utf8Length(std::string_view text)
 {
     const auto isIn = [text](std::size_t at, unsigned char from, unsigned char to) {
@@ -47,7 +47,7 @@ std::size_t utf8Length(std::string_view text)
     return 0;
 }
 
-// The bytes that stand for themselves in a quoted text.
+// The bytes that a quoted text contains unescaped.
 constexpr auto kPlain = [] {
     std::array<bool, 256> plain{};
     for (unsigned char c = ' '; c <= '~'; ++c) {
@@ -56,7 +56,7 @@ constexpr auto kPlain = [] {
     return plain;
 }();
 
-// How many of them begin `text`: of a URL mostly all.
+// The number of such bytes at the start of `text`: in a URL mostly all.
 std::size_t plainLength(std::string_view text)
 {
     std::size_t length = 0;
@@ -80,8 +80,8 @@ void CAJsonWriter::quote(std::string_view text)
     *this << "\"";
 }
 
-// Returns how many bytes of `text` it was. A byte that is no character stands for itself, as in
-// ISO 8859-1.
+// Writes the first character of `text`, escaped if necessary, and returns its length in `text`. A
+// byte that is not valid UTF-8 is taken for a character of ISO 8859-1.
 std::size_t CAJsonWriter::putCharacter(std::string_view text)
 {
     const char c = text.front();

@@ -1,4 +1,4 @@
-// One line of JSON, written into memory that the caller has.
+// Writes a line of JSON into memory of the caller.
 #pragma once
 
 #include <algorithm>
@@ -7,8 +7,8 @@
 #include <cstdint>
 #include <string_view>
 
-// Writes one JSON object into memory that has room for kTail bytes behind `end`, where no quoted
-// text goes.
+// Writes one JSON object from `at` on. Quoted texts are cut off at `end`; kTail more bytes behind
+// `end` leave room for everything else. One thread.
 class CAJsonWriter {
 public:
     static constexpr std::size_t kTail = 1024;
@@ -17,7 +17,7 @@ public:
 
     [[nodiscard]] char *at() const { return at_; }
 
-    // As it stands: keys, marks, and texts that need no quoting.
+    // Writes `text` as it is: keys, punctuation, and texts that need no escapes.
     CAJsonWriter &operator<<(std::string_view text)
     {
         at_ = std::copy(text.begin(), text.end(), at_);
@@ -28,13 +28,14 @@ public:
         at_ = std::to_chars(at_, at_ + kNumber, number).ptr;
         return *this;
     }
-    // With its quotes; a text that is too long is cut off behind a whole character.
+    // Writes `text` in quotes, escaped; one that is too long is cut off behind a whole character.
     void quote(std::string_view text);
-    // Milliseconds since the epoch, such as "2026-11-21T19:45:00.123Z", with its quotes.
+    // Writes a time, given in milliseconds since the epoch, in quotes, in UTC, such as
+    // "2026-11-21T19:45:00.123Z".
     void time(std::int64_t milliseconds);
 
 private:
-    static constexpr std::ptrdiff_t kNumber = 20;  // longest, with its sign
+    static constexpr std::ptrdiff_t kNumber = 20;  // characters of the longest number, with sign
 
     template <int Count, typename Number>
     void digits(Number number, char behind);

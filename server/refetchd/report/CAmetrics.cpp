@@ -27,7 +27,7 @@ void CATally::count(_source source, CAVerdict verdict, std::int32_t status, std:
 
 namespace {
 
-// A gauge's head, and the value of one that has no labels.
+// Writes the two lines in front of a gauge's values.
 void putHead(FILE *file, const char *name, const char *help)
 {
     std::fprintf(file, "# HELP refetchd_%s %s\n# TYPE refetchd_%s gauge\n", name, help, name);
@@ -75,7 +75,8 @@ void put(FILE *file, const CATally &tally, const CARunEnd &end)
     putGauge(file, "queue_left", "URLs that waited when the last run ended.", end.queueLeft);
 }
 
-// Opens a new file; null with errno set. What had its name, a link perhaps, goes first.
+// Creates a file and opens it; null with errno set on failure. Whatever has that name is removed
+// first, so that a symbolic link is not followed.
 FILE *openAnew(const std::string &path)
 {
     unlink(path.c_str());
@@ -89,7 +90,7 @@ FILE *openAnew(const std::string &path)
     return file;
 }
 
-// Closes the file. 0, or the number of the first error that writing it met.
+// Closes the file. Returns 0, or the number of the first error in writing it.
 int finish(FILE *file)
 {
     const bool failed = std::fflush(file) != 0 || std::ferror(file) != 0;
@@ -98,7 +99,7 @@ int finish(FILE *file)
     return error != 0 || closed ? error : errno;
 }
 
-// Replaces `target`. 0, or an error number.
+// Writes a new file aside and renames it to `target`. Returns 0, or an error number.
 int replace(const std::string &target, const CATally &tally, const CARunEnd &end)
 {
     const std::string aside = target + ".tmp";
@@ -136,13 +137,13 @@ void CAWriteMetrics(const std::string &path, const CATally &tally, const CARunEn
 
 std::string CAMetricsTarget(const std::string &path)
 {
-    constexpr int kMostLinks = 40;  // as the kernel follows
+    constexpr int kMostLinks = 40;  // the kernel's own limit
     std::string target = path;
     for (int i = 0; i < kMostLinks; ++i) {
         std::array<char, PATH_MAX> link{};
         const ssize_t length = readlink(target.c_str(), link.data(), link.size());
         if (length < 0) {
-            break;  // no link, or nothing there yet
+            break;  // not a link, or it does not exist yet
         }
         const bool isRelative = link[0] != '/';
         target.resize(isRelative ? target.rfind('/') + 1 : 0);

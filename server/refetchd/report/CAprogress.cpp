@@ -6,7 +6,7 @@
 
 bool CAProgressClock::isDue(std::int32_t elapsed, std::int32_t interval)
 {
-    last_ = elapsed < last_ ? 0 : last_;  // another run
+    last_ = elapsed < last_ ? 0 : last_;  // a new run has begun
     if (interval < 1 || elapsed - last_ < interval) {
         return false;
     }

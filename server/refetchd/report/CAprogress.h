@@ -4,24 +4,25 @@
 #include <cstddef>
 #include <cstdint>
 
-// The counts of the line.
+// The values in the line.
 struct CAProgress {
-    std::int32_t done = 0;
-    std::int32_t succeeded = 0;
-    std::int32_t queued = 0;
-    std::int32_t busy = 0;
+    std::int32_t done = 0;        // URLs finished
+    std::int32_t succeeded = 0;   // those answered with status 200
+    std::int32_t queued = 0;      // URLs that wait
+    std::int32_t busy = 0;        // worker threads that hold a URL
     std::int32_t elapsed = 0;     // seconds
     std::int32_t maxRuntime = 0;  // seconds; below 1: no limit
 };
 
-// Writes the line, with its end and a NUL, into `buffer`, cut off where that is too short.
+// Writes the line, with a line feed and a NUL, into `buffer` of `size` bytes; cut off when that is
+// too short. Any thread.
 void CAFormatProgress(char *buffer, std::size_t size, const CAProgress &progress);
 
-// Says when a line is due. The master thread's.
+// Decides when a line is due. Master thread.
 class CAProgressClock {
 public:
-    // True once in each `interval` seconds of a run (below 1: never), `elapsed` seconds after its
-    // start.
+    // To be called again and again, with the seconds since the start of the run. True when
+    // `interval` seconds (below 1: never) have passed since the start or the last line.
     [[nodiscard]] bool isDue(std::int32_t elapsed, std::int32_t interval);
 
 private:

@@ -109,7 +109,7 @@ void CAResults::setInFlight(std::int32_t client, const CAURL *url)
     flights_[index] = {url, now};
 }
 
-// Each of these returns 0, or the error number that is to be reported: the first of a run.
+// Each int function below returns 0, or an error number to report: the first one of a run.
 
 int CAResults::tellFlightsLocked()
 {
@@ -150,7 +150,7 @@ int CAResults::openLocked()
     if (failed_) {
         return 0;
     }
-    // Not blocking: a log that is a pipe which nobody reads must not hold the agent up.
+    // Non-blocking: a log that is a pipe without a reader must not stop the agent.
     file_ = open(logPath_.c_str(),
                  O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, 0666);
     if (file_ >= 0) {
@@ -201,8 +201,9 @@ int CAResults::flushLocked()
             error = count == 0 ? EIO : errno;
         }
     }
-    // The lines that are not written are lost; half a line gets its end with those that follow, and
-    // nothing but such an end begins them with a line feed.
+    // Lines that could not be written are lost. If the last one was written in part, the next lines
+    // begin with a line feed to end it. Nothing else puts a line feed first: one that is still
+    // there was not written, so that end is still missing.
     const bool torn =
         written < used_ && (written > 0 ? (*lines_)[written - 1] != '\n' : lines_->front() == '\n');
     used_ = 0;

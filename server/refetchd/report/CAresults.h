@@ -1,10 +1,10 @@
-// The observer of URLs: what became of each, as lines of a results log, and the counts of a run, as
-// a metrics file. Both are wanted by directives only; without them nothing is observed.
+// Collects the outcome of each URL, for a results log and a metrics file. Each is written only when
+// its directive is set; without both nothing is collected.
 //
-// The log is a line of JSON a URL. It is opened for appending with the first line of a run and
-// closed with the run, so that it may be moved away between two runs, and written in whole lines: a
-// run that is killed leaves no half line. The metrics file has the counts of the last run that
-// ended, in the text format of Prometheus; it is replaced in one step.
+// The log has one line of JSON for each URL. It is opened for appending with the first line of a
+// run and closed when the run ends, so it can be moved away between two runs. It is written in
+// whole lines: a run that is killed leaves no half line. The metrics file holds the counts of the
+// last run that ended, in the text format of Prometheus; it is replaced in one step.
 #pragma once
 
 #include <array>
@@ -29,42 +29,46 @@ class CAURL;
 class CAResults {
 public:
     CAResults() = default;
-    // Closes the log. What was not written stays unwritten.
+    // Closes the log; lines that were not flushed are lost.
     ~CAResults();
     CAResults(const CAResults &) = delete;
     CAResults &operator=(const CAResults &) = delete;
 
-    // What the directives ask for: paths, and seconds between two lines of progress (below 1:
-    // none). Main thread, before any other exists; nothing is opened yet. URLs that are dropped
-    // before the line that names the log are not in it.
+    // Set the paths of the two files, which are opened later. Main thread, before any other thread
+    // exists. The log does not list URLs that were dropped before this call. A second path for the
+    // log closes the first one, after writing its lines.
     void setLog(const char *path);
     void setMetricsFile(const char *path) { metricsPath_ = path; }
 
-    // True when URLs are observed. Ask first: nobody wants to hear of them otherwise.
+    // True when outcomes are collected. Any thread. Check it before the calls below, which are not
+    // to be made otherwise.
     [[nodiscard]] bool observes() const { return lines_ != nullptr || !metricsPath_.empty(); }
 
-    // A URL that is not asked for, and one that was. It belongs to the run in which this is called,
-    // or that is seeded then. What was taken before is no news, and left out. Any thread.
+    // Report a URL that is not requested, or one that is finished (requested, or given up because
+    // the run is over). It counts for the current run, or for the one that is being seeded.
+    // dropped() ignores CADrop::None and CADrop::Processed. Any thread.
     void dropped(std::string_view url, _source source, std::int32_t depth, CADrop why);
     void finished(const CAURL &url, const CAExchange &exchange);
 
-    // What `client` (from 0) is at from now on; null, or when that is finished: nothing. The URL
-    // stays the caller's, who says so before it goes. Any thread.
+    // Notes which URL worker thread number `client` (from 0) works on; null: none. finished()
+    // clears the note, too. The URL stays the caller's, who clears the note before deleting it. Any
+    // thread.
     void setInFlight(std::int32_t client, const CAURL *url);
 
-    // Writes the lines that wait, for who watches the log or kills the agent. Any thread.
+    // Writes the buffered lines, so that a reader sees them and a kill does not lose them. Any
+    // thread.
     void flush();
 
-    // Ends a run that was started then and took so long, with so many URLs left in the queue:
-    // closes the log, writes the metrics file (failures are traced and in the error log), and
-    // starts new counts. With the last run what is still in flight has failed, and nothing that
-    // comes later is heard. Master thread.
+    // Ends a run: closes the log, writes the metrics file, and starts new counts. `started`,
+    // `seconds` (its duration) and `queueLeft` (URLs left in the queue) go to the metrics file. If
+    // `isLast`, URLs still in flight are logged as failed, and all later reports are ignored.
+    // Failures are traced and written to the error log. Master thread.
     void endRun(std::time_t started, std::int32_t seconds, std::int32_t queueLeft,
                 bool isLast = false);
 
-    // Of the run that ended last: answers with status 200, how many of them were the cache's own
-    // copies, and whether those were more than half, although every request asks for fresh ones.
-    // Master thread.
+    // About the run that ended last: the responses with status 200; how many of them the cache
+    // served from its copies; and whether those were more than half, which means that the proxy
+    // ignores the agent's requests for fresh copies. Master thread.
     [[nodiscard]] std::int32_t answers200() const { return last_.answers200; }
     [[nodiscard]] std::int32_t agedHits() const { return last_.agedHits; }
     [[nodiscard]] bool cacheIgnoresUs() const { return last_.agedHits > last_.answers200 / 2; }
@@ -100,18 +104,19 @@ private:
 
     std::string logPath_;
     std::string metricsPath_;
-    CATally last_;  // the master's
+    CATally last_;  // the master thread's
 
-    // Held while lines go to the file, too, for a worker may be late and come when it is closed.
+    // Also held while lines are written to the file, because a late worker thread may report while
+    // the master thread closes it.
     PMutex mutex_;
-    std::unique_ptr<Lines> lines_;  // made with the path; its bytes are guarded
+    std::unique_ptr<Lines> lines_;  // null without a log; the lock guards its bytes
     std::size_t used_ HT_GUARDED_BY(mutex_) = 0;
     int file_ HT_GUARDED_BY(mutex_) = -1;
-    bool failed_ HT_GUARDED_BY(mutex_) = false;  // in this run, and said so
+    bool failed_ HT_GUARDED_BY(mutex_) = false;  // an error of this run was reported already
     bool isOver_ HT_GUARDED_BY(mutex_) = false;  // the last run has ended
     CATally tally_ HT_GUARDED_BY(mutex_);
     std::vector<Flight> flights_ HT_GUARDED_BY(mutex_);  // by client
 };
 
-// It lives until the process ends, as a worker may.
+// The process's one instance. Never deleted, because a worker thread may outlive the last run.
 extern CAResults &results;

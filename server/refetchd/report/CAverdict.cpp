@@ -11,18 +11,18 @@
 
 namespace {
 
-// What the cache itself says of an answer.
+// What the cache's own headers say about a response.
 enum class Word : std::uint8_t {
     None,
     Hit,
     Fetched,
-    Missed,  // fetched, and there was no copy before
+    Missed,  // fetched, because there was no copy
     Unkept,  // fetched, and not stored
 };
 
-// A copy so many seconds old may have been made since we asked: clocks tell whole seconds.
+// A copy of this age, in seconds, may still be newer than the request: clocks count whole seconds.
 constexpr std::int32_t kJustNow = 1;
-// The clock of an origin may be behind by so much.
+// The clock of an origin may be behind by this many seconds.
 constexpr std::int32_t kClockError = 60;
 
 bool startsWith(std::string_view text, std::string_view prefix)
@@ -47,8 +47,8 @@ std::string_view withoutBlanks(std::string_view text)
     return text;
 }
 
-// Cuts off what stands before the first `mark` outside quotes, and the mark; or all. Returns it
-// without blanks around it.
+// Removes the text up to the first `mark` outside quotes, and the mark, or all text without one.
+// Returns that text, trimmed.
 std::string_view takeUntil(std::string_view *text, char mark)
 {
     bool quoted = false;
@@ -65,7 +65,7 @@ std::string_view takeUntil(std::string_view *text, char mark)
     return withoutBlanks(taken);
 }
 
-// The last member of a list, which is of the cache next to us; empty for an empty list.
+// The last member of a list, which the cache next to the agent added; empty for an empty list.
 std::string_view lastMember(std::string_view list)
 {
     std::string_view last;
@@ -77,7 +77,7 @@ std::string_view lastMember(std::string_view list)
 
 //     cache := name { ';' ( "hit" | "fwd=" reason | "stored" | key '=' value ) }
 //
-// A flag may have its value: "hit=?0" is none.
+// A flag may have a value: "hit=?0" means no hit.
 Word fromCacheStatus(std::string_view list)
 {
     std::string_view member = lastMember(list);
@@ -100,17 +100,18 @@ Word fromCacheStatus(std::string_view list)
     return word;
 }
 
-// How a member of "X-Cache:" begins, in any case. Squid and httpd say " from HOST" behind it.
+// The beginning of a member of "X-Cache:", in upper or lower case. In Squid and httpd " from HOST"
+// follows it.
 struct XCacheRow {
     std::string_view start;
     Word word;
 };
 constexpr std::array<XCacheRow, 7> kXCache = {{
     {"HIT", Word::Hit},
-    {"STALE", Word::Hit},     // nginx: an old copy, for the origin is in trouble
-    {"UPDATING", Word::Hit},  // nginx: or while another client's request gets a new one
+    {"STALE", Word::Hit},     // nginx: an old copy, because the origin fails
+    {"UPDATING", Word::Hit},  // nginx: an old copy, while another request fetches a new one
     {"MISS", Word::Fetched},
-    {"BYPASS", Word::Fetched},      // nginx, told to fetch
+    {"BYPASS", Word::Fetched},      // nginx, configured to fetch
     {"EXPIRED", Word::Fetched},     // nginx
     {"REVALIDATE", Word::Fetched},  // httpd, and nginx with a "D": the origin confirmed the copy
 }};
@@ -125,7 +126,8 @@ std::string_view hostIn(std::string_view member)
 Word fromXCache(const CACacheHeaders &headers)
 {
     const std::string_view member = lastMember(headers.xCache);
-    // Squid and httpd say MISS when a copy was replaced, too; but Squid tells what it found.
+    // Squid and httpd also say MISS when a copy was replaced; Squid's X-Cache-Lookup shows whether
+    // there was a copy.
     if (member == "MISS" ||
         (startsWith(member, "MISS") && startsWith(lastMember(headers.xCacheLookup), "MISS"))) {
         return Word::Missed;
@@ -136,7 +138,7 @@ Word fromXCache(const CACacheHeaders &headers)
     return row == kXCache.end() ? Word::None : row->word;
 }
 
-// The number of the request, and that of the request which fetched the copy.
+// The value is the number of the request and, for a hit, that of the request that fetched the copy.
 Word fromXVarnish(std::string_view value)
 {
     value = withoutBlanks(value);
@@ -146,9 +148,9 @@ Word fromXVarnish(std::string_view value)
     return contains(value, " ") ? Word::Hit : Word::Fetched;
 }
 
-// Traffic Server's codes in "Via:", such as "[uScMsSfWpSeN:t cCMp sS]" or "[cMsSfW]": behind "c"
-// what the cache had (M nothing), behind "s" what the origin said (a blank: it was not asked),
-// behind "f" what became of the copy (a blank: nothing).
+// Traffic Server's codes in "Via:", such as "[uScMsSfWpSeN:t cCMp sS]" or "[cMsSfW]". The letter
+// after "c" shows what the cache had (M: nothing), the one after "s" what the origin answered
+// (blank: no request was sent to it), the one after "f" what was done to the copy (blank: nothing).
 Word fromTrafficServer(std::string_view member)
 {
     const std::size_t open = member.rfind('[');
@@ -168,7 +170,8 @@ Word fromTrafficServer(std::string_view member)
     return codes[1] == 'M' ? Word::Missed : Word::Fetched;
 }
 
-// What the cache next to us says, of which the last member of "Via:" may tell the name.
+// What the cache next to the agent says. The last member of "Via:" may contain its name, by which
+// its headers are recognised.
 //
 //     member := protocol name [ '(' comment ')' ]
 Word ownWord(const CACacheHeaders &headers)
@@ -204,7 +207,7 @@ bool mayBeKept(std::string_view cacheControl)
     return true;
 }
 
-// The number that `text` consists of; -1 when it does not.
+// The value of `text`, all of which must be a number; -1 if not.
 std::int32_t numberIn(std::string_view text)
 {
     std::int32_t number = -1;
@@ -240,8 +243,8 @@ std::time_t timeOf(std::string_view text)
     return seconds.count();
 }
 
-// The age that the answer itself tells; else that of a date too old for a clock that is wrong; or
-// -1.
+// The age of the response in seconds: its "Age:"; without one, the age of its "Date:", if that is
+// too old to be explained by a wrong clock; or -1.
 std::int32_t ageOf(const CACacheHeaders &headers, std::time_t requested)
 {
     std::string_view list = headers.age;
@@ -256,8 +259,8 @@ std::int32_t ageOf(const CACacheHeaders &headers, std::time_t requested)
     return static_cast<std::int32_t>(std::min<std::time_t>(requested - date, INT32_MAX));
 }
 
-// Without the cache's own word: only an age proves anything, for nginx sends none, and a date of
-// its own.
+// The word that follows from the age alone. Without an age nothing follows: nginx sends no "Age:",
+// and replaces "Date:".
 Word byAge(std::int32_t age, std::int32_t fresh)
 {
     if (age < 0) {
@@ -280,14 +283,14 @@ CAVerdict verdictOf(Word word, bool kept)
     return word == Word::Missed ? CAVerdict::Stored : CAVerdict::Refreshed;
 }
 
-// Judges an answer that came whole.
+// Judges a complete response.
 CAJudgement judgeAnswer(const CAExchange &exchange)
 {
     const std::int32_t age = ageOf(exchange.headers, exchange.started / 1000);
     const auto took = static_cast<std::int32_t>(exchange.milliseconds / 1000);
     const std::int32_t fresh = took > INT32_MAX - kJustNow ? INT32_MAX : took + kJustNow;
     Word word = ownWord(exchange.headers);
-    // Squid says HIT, and an age of 0, when the origin has just confirmed the copy.
+    // Squid also says HIT, with an age of 0, when the origin has just revalidated the copy.
     if (word == Word::None || (word == Word::Hit && age >= 0)) {
         word = byAge(age, fresh);
     }

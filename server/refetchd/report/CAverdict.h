@@ -1,5 +1,5 @@
-// Judges exchanges: how one ended, whether another one may do better, and what the answer's headers
-// say of the cache that sent it.
+// Judges exchanges (a request and its response): how one ended, whether a retry is worthwhile, and
+// what the headers of the response show about the cache that sent it. Any thread.
 #pragma once
 
 #include <cstdint>
@@ -8,8 +8,8 @@
 
 #include "base/CAoutcome.h"
 
-// Values of an answer's headers, empty for a header that is absent. Of one that stands more than
-// once it is the last: a cache puts its own behind what it got.
+// Header values of a response; empty for a header that is absent. Of a header that occurs more than
+// once it is the last value, because a cache adds its own behind those that it received.
 struct CACacheHeaders {
     std::string_view age = {};
     std::string_view cacheControl = {};
@@ -24,29 +24,30 @@ struct CACacheHeaders {
 // One request and what came back.
 struct CAExchange {
     std::int32_t status = 0;              // 0: no status line came
-    CAFailure failure = CAFailure::None;  // why the answer is missing or not whole
+    CAFailure failure = CAFailure::None;  // why the response is missing or incomplete
     std::int64_t bytes = 0;               // of the response
     std::int64_t started = 0;             // milliseconds since the epoch
     std::int64_t milliseconds = 0;        // from the start to the last byte
-    CACacheHeaders headers = {};          // of the answer
+    CACacheHeaders headers = {};          // of the response
 };
 
-// What an exchange came to.
+// The judgement on an exchange.
 struct CAJudgement {
     CAVerdict verdict = CAVerdict::Failed;  // never Dropped
-    std::int32_t age = -1;  // of the cache's copy in seconds; -1: not known, or not its copy
-    std::string why;        // the reason of a failure; empty: none
+    std::int32_t age = -1;  // of the cache's copy, in seconds; -1: unknown, or no copy was served
+    std::string why;        // the reason of a failure; empty without one
 };
 
-// Judges an exchange. Any thread; the values of the headers may be anything.
+// Judges an exchange. The header values may be malformed in any way.
 //
-// Headers of caches beyond the proxy may be among the answer's. The proxy's own are known where it
-// names itself in "Via:", as Squid and Varnish do, and Traffic Server when it is configured so.
+// Caches between proxy and origin may have added some of the headers. The proxy's own can be
+// recognised when it names itself in "Via:", as Squid and Varnish do, and Traffic Server if
+// configured so.
 [[nodiscard]] CAJudgement CAJudge(const CAExchange &exchange);
 
-// True when the exchange broke before an answer, so that another one may bring one.
+// True when the exchange broke off before a status line, in a way that a retry may overcome.
 [[nodiscard]] bool CAIsWorthRetrying(const CAExchange &exchange);
 
-// For how many seconds an answer with this status and this value of "Retry-After:" (empty: none)
-// asks to leave its host alone; 0 for not at all.
+// The pause, in seconds, that a response with this status and this value of "Retry-After:" (empty:
+// none) asks for before the next request to its host; 0: none.
 [[nodiscard]] std::int64_t CAAskedRest(std::int32_t status, std::string_view retryAfter);

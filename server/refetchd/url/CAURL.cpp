@@ -21,7 +21,7 @@ constexpr const char *kSource = "server/refetchd/CAURL";
 
 struct DefaultPort {
     std::string_view protocol;
-    std::string_view port;  // as it stands in the host; empty: any port
+    std::string_view port;  // with its ":"; empty: any port
 };
 
 constexpr DefaultPort kDefaultPorts[] = {
@@ -35,7 +35,7 @@ bool differ(const char *a, const char *b)
     return a != nullptr && b != nullptr && std::strcmp(a, b) != 0;
 }
 
-// Cuts a port that says nothing, in place.
+// Cuts the scheme's default port off `host`, in place.
 void cutPort(char *host, const char *protocol)
 {
     char *const colon = std::strchr(host, ':');
@@ -50,7 +50,7 @@ void cutPort(char *host, const char *protocol)
             return;
         }
     }
-    // "h.:8080": the dot is cut, and the port goes with it.
+    // Surprising but wanted: in "h.:8080" the port is cut together with the dot before it.
     if (colon > host && colon[-1] == '.') {
         colon[-1] = '\0';
     }
@@ -61,9 +61,9 @@ bool isSeparator(char c)
     return c == '/' || c == '\\';
 }
 
-// How much of the page's path (without its leading "/") stands before a relative link: up to and
-// including the last separator before the query. A separator that is the path's first byte does not
-// count.
+// How many bytes of the page's path (given without its leading "/") precede a relative link: all up
+// to the last separator before the query, which is included. A separator that is the first byte
+// does not count.
 std::size_t keptLength(std::string_view page)
 {
     if (page.empty()) {
@@ -81,7 +81,8 @@ std::string_view orEmpty(const char *text)
     return text == nullptr ? "" : text;
 }
 
-// Writes the joined path, "/" first, into `out`, which has room for both texts.
+// Writes the joined path into `out`, beginning with "/". `out` has room for both paths, the "/" and
+// a NUL.
 void joinPath(const HTURIParts &given, const HTURIParts &related, char *out)
 {
     std::string_view kept;
@@ -128,7 +129,7 @@ const char *newText(std::string_view protocol, std::string_view host, std::strin
     return text;
 }
 
-// The parts of a text that newText() has put together. Neither scheme nor host holds a "/".
+// Splits a text made by newText() into its parts. Neither scheme nor host contains a "/".
 struct Parts {
     std::string_view protocol;
     std::string_view host;

@@ -9,13 +9,15 @@
 // The record of one URL: made from a seed, a link or a redirection target, queued, fetched,
 // deleted.
 //
-// It belongs to one thread at a time (the loader, then the queue, then the worker that took it) and
-// has no lock. Its text may have other holders.
+// It has no lock and belongs to one owner at a time: the loader or parser that makes it, the queue,
+// the worker thread that dequeued it, or the table of resting hosts. Its text is shared and may
+// outlive it.
 class CAURL {
 public:
     // Resolves `name` against nothing, against the text `base` (traced), or against the page
-    // `parent` (traced), whose source and depth it then takes over: who follows a link raises the
-    // depth with setDepth(). Any text gives some URL; its path always begins with "/".
+    // `parent` (traced). From `parent` it also copies source and depth, so a caller that follows a
+    // link raises the depth with setDepth(). Any text gives some URL, with a path that begins with
+    // "/". Scratch memory comes from the calling thread's pool.
     explicit CAURL(const char *name);
     CAURL(const char *name, const char *base);
     CAURL(const char *name, const CAURL *parent);
@@ -27,13 +29,13 @@ public:
     void setDepth(std::int32_t depth) { depth_ = depth; }
     void setHits(std::int32_t hits) { hits_ = hits; }
     void incrementHits() { ++hits_; }
-    // Counts that the URL is tried again.
+    // Counts one retry.
     void countRetry() { ++retries_; }
-    // Notes that it is repeated because its host asked to be left alone.
+    // Marks a URL that is requested once more because its host asked for a pause.
     void setRepeated() { repeated_ = true; }
 
-    // Scheme without ":", "" for none. Host with its port unless that was the scheme's own, "" for
-    // none. Path with the query, never the fragment. All stay the record's.
+    // Scheme without ":", "" for none. Host with its port, unless that is the scheme's default; ""
+    // for none. Path with the query, without the fragment. All belong to the record.
     [[nodiscard]] std::string_view protocol() const;
     [[nodiscard]] std::string_view host() const;
     [[nodiscard]] const char *path() const;
@@ -43,21 +45,21 @@ public:
     [[nodiscard]] std::int32_t retries() const { return retries_; }
     [[nodiscard]] bool isRepeated() const { return repeated_; }
 
-    // The absolute form "protocol://host/path", or the path alone when protocol or host is missing;
-    // and the path alone, which a transparent proxy wants. Both stay the record's.
+    // The absolute form "protocol://host/path", or only the path when protocol or host is missing;
+    // and always only the path, for a transparent proxy. Both belong to the record.
     [[nodiscard]] const char *stringitize() const { return text_ != nullptr ? text_ : "/"; }
     [[nodiscard]] const char *transparentStringitize() const { return path(); }
-    // stringitize() for one more holder, who gives it back with HTShared_release(); null when
+    // stringitize() for a further holder, who gives it back with HTShared_release(); null when
     // memory ran out while the record was made.
     [[nodiscard]] const char *holdText() const;
 
 private:
     void parseMe(const char *name, const char *base);
 
-    // Held, see HTShared.h; null when memory ran out. A text that is no absolute form begins with
-    // the path's "/", and has the scheme and the host behind its NUL, a NUL behind each.
+    // A shared text (HTShared.h); null when memory ran out. Either the absolute form, or, when
+    // scheme or host is missing, path, scheme and host with a NUL behind each.
     const char *text_ = nullptr;
-    std::int32_t depth_ = 0;  // links from a seed to here
+    std::int32_t depth_ = 0;  // links from the seed to this URL
     std::int32_t hits_ = 1;
     _source source_ = SOURCE_CONFIG;
     bool repeated_ = false;

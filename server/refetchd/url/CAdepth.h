@@ -10,40 +10,41 @@
 
 class CAURL;
 
-// Hands out URLs by depth, the shallowest first, and a deeper one only when no shallower one waits
-// or is in work. Within a depth the most requested go first, and then those that came first.
+// Hands out URLs level by level, for `breadthfirst`: a URL follows only when no shallower one waits
+// or is in work (handed out, and not yet finished()). Within a level the most requested URLs come
+// first; equal ones keep the order of their arrival.
 //
-// A page that waits may be found once more on a shorter way: a frame, an image or a redirection
-// leads to it from a page of its own level, and it was found as a link before. sink() then gives it
-// that depth. Since a level begins only when the one above is done with, no page has been asked for
-// by then, so each is requested once, and at the depth of its shortest way, whatever the number of
-// worker threads.
+// A page that waits may be found again at a smaller depth: it was found as a link, and then a
+// frame, an image or a redirection leads to it from a page of the same level as the link's page.
+// sink() lowers its depth then. A level begins only when the one above is finished, so the page
+// cannot have been requested before that. Each page is therefore requested once, at its smallest
+// depth, whatever the number of worker threads.
 //
-// A URL that waits elsewhere, because its host rests, neither waits nor is in work here. There is
-// no lock; the URLs stay their owner's.
+// A URL that waits in the table of resting hosts (CArest.h) neither waits nor is in work here. No
+// lock: the queue's lock protects it. It never deletes a URL.
 class CADepthOrder {
 public:
+    // Adds a URL that waits. It must not be deleted while it is here.
     void put(CAURL *url);
-    // Gives the URL of this text that waits, if there is one, this depth when that is less than its
-    // own.
+    // Lowers the URL with this text to `depth`, if it waits here and is deeper than that.
     void sink(std::string_view text, std::int32_t depth);
-    // The next URL, which is in work then; null when none waits, or only deeper ones than those in
-    // work.
+    // Takes the next URL, which is in work from then on. Null when none waits, or when those that
+    // wait are deeper than one in work.
     CAURL *take();
-    // Any URL that waits, which is not in work then; null when none does.
+    // Takes out any URL that waits, without putting it in work; null when none waits.
     CAURL *drain();
-    // One of this depth is no longer in work. What it led to was put before.
+    // A URL of this depth is no longer in work. To be called after the URLs found on it were put.
     void finished(std::int32_t depth);
 
 private:
-    using Rank = std::pair<std::int32_t, std::int32_t>;  // depth, hits below 0
+    using Rank = std::pair<std::int32_t, std::int32_t>;  // depth, then hits as a negative number
     using Waiting = std::multimap<Rank, CAURL *>;
 
     CAURL *remove(Waiting::iterator at);
 
     Waiting waiting_;
-    // By text, which is the record's. Of seeds that are named twice only the first is here: seeds
-    // cannot sink.
+    // Index by text; the text is the CAURL's own. Of a seed that is listed twice only the first is
+    // in it, which does no harm: seeds have depth 0 and cannot sink.
     std::unordered_map<std::string_view, Waiting::iterator> byText_;
-    std::map<std::int32_t, std::size_t> inWork_;  // how many, by depth
+    std::map<std::int32_t, std::size_t> inWork_;  // number of URLs in work, by depth
 };

@@ -12,7 +12,7 @@ CAHostTable ht;
 
 namespace {
 
-// What the table looks for: every record begins with it, and a look-up needs no more.
+// The key of the table. Each record derives from it, so a look-up needs no record of its own.
 struct HostName {
     std::string_view name;
 };

@@ -1,4 +1,4 @@
-// The table of requests per host.
+// The table of requests per host, for `maxhosturls`.
 #pragma once
 
 #include <cstdint>
@@ -7,20 +7,22 @@
 #include "HTHash.h"
 #include "htthread.h"
 
-// How many requests were charged to one host, named as in the URL: "h" and "h:8080" are two hosts.
+// The number of requests counted for one host. Hosts are named as in the URL: "h" and "h:8080" are
+// two hosts.
 struct CAHost;
 
-// Requests per host. Any thread may call; the table's own mutex guards every look-up and update.
-// Hosts live until the process ends, the table's contents too: a worker may still count while the
-// process is ending.
+// Requests per host, counted over all runs of the process. Any thread may call; the table's own
+// mutex guards every look-up and update. Neither the table's contents nor its mutex are ever freed,
+// because a worker thread may still count while the process is ending.
 class CAHostTable {
 public:
     CAHostTable();
 
-    // Adds `n` (1 for addHit) to the host's count, which saturates; a new host starts at 0.
+    // Adds `n` (1 for addHit) to the host's count (traced), which saturates; a new host starts at
+    // 0. Without memory a new host is not counted (reported).
     void addHits(std::string_view host, std::int32_t n);
     void addHit(std::string_view host) { addHits(host, 1); }
-    // The host's count; 0 (traced) for one never seen.
+    // The host's count; 0 (traced) for an unknown host.
     [[nodiscard]] std::int32_t getHits(std::string_view host);
 
 private:

@@ -40,7 +40,7 @@ bool CARecordProcessed(const CAURL *url)
     if (failed != 0) {
         HTShared_release(text);
     }
-    return failed <= 0;  // without memory it is not recorded, and may be taken again
+    return failed <= 0;  // below 0, without memory, it is not recorded and may be queued again
 }
 
 bool CAIsProcessed(const char *text)

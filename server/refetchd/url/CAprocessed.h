@@ -1,4 +1,4 @@
-// The URLs that were taken in this run: no link to one of them is taken again.
+// The URLs that were queued in this run; links to one of them are not queued again.
 #pragma once
 
 #include <cstdint>
@@ -7,26 +7,27 @@
 
 class CAURL;
 
-// Text forms of URLs, shared with the URLs' own records (HTShared.h); the table has its own lock.
-// Created by the main thread before any other thread exists. Freed by the master thread after the
-// last run, once all worker threads are gone.
+// The texts of the URLs, shared with their records (HTShared.h). The table has its own lock.
+// Created by the main thread before any other thread exists. Freed and set to null by the master
+// thread after the last run, unless a worker thread is still running.
 extern HashTable *processedUrls;
 
-// An empty table of this kind.
+// Makes an empty table of this kind.
 [[nodiscard]] HashTable *CANewProcessedUrls();
 
-// Records `url`'s text unless it is there already. False when it was. Any thread that owns `url`.
+// Records the text of `url`. False when it is recorded already; true also when memory is out and it
+// could not be recorded. Any thread that owns `url`.
 bool CARecordProcessed(const CAURL *url);
 
 // True when `text`, the form that CAURL::stringitize() gives, is recorded. Any thread.
 [[nodiscard]] bool CAIsProcessed(const char *text);
 
-// Forgets one URL; nothing when it is not recorded. Any thread.
+// Removes one URL, if it is recorded. Any thread.
 void CAForgetProcessed(const char *text);
 
-// Forgets all. A text that another thread records meanwhile is forgotten or stays.
+// Removes all URLs. A text that another thread records meanwhile may be removed or stay.
 void CAForgetAllProcessed();
 
-// Callbacks of the table, whose items and keys are texts.
+// Callbacks of the table; its items and keys are C strings.
 std::uint32_t UrlHasher(std::uint32_t size, const void *key);
 int UrlComparator(const void *a, const void *b);

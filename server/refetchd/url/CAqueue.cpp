@@ -32,7 +32,7 @@ void CAQueue::requeue(void *element)
     put(element, 0);
 }
 
-// Puts the element in, which adds `count` to the total.
+// Enqueues the element and adds `count` to the total.
 void CAQueue::put(void *element, std::int32_t count)
 {
     HTList *node = nullptr;
@@ -52,7 +52,7 @@ void CAQueue::put(void *element, std::int32_t count)
     countLocked(count);
 }
 
-// One more waits, which adds `count` to the total.
+// Counts an element that was put in; `count` is added to the total.
 void CAQueue::countLocked(std::int32_t count)
 {
     ++length_;
@@ -154,7 +154,7 @@ HTList *CAQueue::takeFirstLocked()
     do {
         Lane &lane = lanes_[index];
         if (HTList *const node = lane.head->next) {
-            nextOut_ = index;  // stays here: this lane is emptied first
+            nextOut_ = index;  // the next call continues with this lane until it is empty
             lane.head->next = node->next;
             if (lane.tail == node) {
                 lane.tail = lane.head;

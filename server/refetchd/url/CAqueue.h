@@ -1,4 +1,4 @@
-// The shared queue of pending work.
+// The queue of URLs to request, shared by all threads.
 #pragma once
 
 #include <array>
@@ -9,59 +9,62 @@
 #include "htthread.h"
 #include "url/CAdepth.h"
 
-// A queue of untyped pointers in 20 lanes. Enqueue deals the elements out to the lanes in turn;
-// dequeue empties one lane, first in first out, before it moves on to the next: work from different
-// parts of the seed list is mixed. It never owns or frees what it holds, and has no limit of its
-// own.
+// A queue of untyped pointers in 20 lanes, which mixes work from different parts of the seed list:
+// enqueue() puts the elements into the lanes in turn, and dequeue() empties one lane, first in
+// first out, before it moves on to the next. With orderByDepth() it holds CAURL objects in the
+// order of CADepthOrder instead. It has no limit of its own. Elements are not freed, with one
+// exception in enqueueFound().
 //
-// Any thread may call any member but the destructor. Answers about its length may be stale as soon
-// as they are given.
+// Any thread may call any member except the destructor and orderByDepth(). Lengths and counts may
+// be out of date as soon as they are returned.
 class CAQueue {
 public:
     // With `serialize` 0 the queue has no lock and belongs to one thread.
     explicit CAQueue(int serialize);
-    // The elements left in it stay whoever's they were.
+    // Does not free the elements that are left.
     ~CAQueue();
     CAQueue(const CAQueue &) = delete;
     CAQueue &operator=(const CAQueue &) = delete;
 
+    // Without memory the element is lost (reported).
     void enqueue(void *element);
-    // Takes over a URL that was found: records it in `processedUrls` and enqueues it, be it
-    // recorded already or not. Ordered by depth this is one step for other threads, and what
-    // another thread has recorded meanwhile is not enqueued again: it is left to sink().
+    // Takes over a URL that was found: records it in `processedUrls` and enqueues it, even if it is
+    // recorded already. Ordered by depth this is atomic, and a URL that another thread recorded in
+    // the meantime is not enqueued again: its depth goes to sink(), and `url` is deleted.
     void enqueueFound(CAURL *url);
-    // The URL of this text, which is recorded, was found again at this depth. Ordered by depth, it
-    // takes the lesser depth while it waits; otherwise nothing changes.
+    // A link to the recorded URL `text` was found again, at this depth. Ordered by depth, the URL
+    // takes the smaller depth if it still waits; in the default order nothing happens.
     void sink(const char *text, std::int32_t depth);
-    // Enqueues once more what was dequeued before: it does not count as another element.
+    // Enqueues an element again that was dequeued before; the total does not count it again.
     void requeue(void *element);
-    // The next element, or null when the queue is empty (ordered by depth: when none may be handed
-    // out now).
+    // The next element; null when the queue is empty, or, ordered by depth, when the elements left
+    // must wait for shallower ones in work.
     void *dequeue();
 
-    // Any element, whatever the order; null when the queue is empty.
+    // Any element, whatever the order, to empty the queue; null when it is empty.
     void *drain();
 
-    // From now on the elements are CAURL and are handed out as CADepthOrder says, those too that
-    // wait already. Before any other thread uses the queue.
+    // Switches to the order of CADepthOrder, for the elements in the queue, which must be CAURL
+    // objects, and all later ones. Call before any other thread uses the queue.
     void orderByDepth();
     [[nodiscard]] bool isOrderedByDepth() const { return orderedByDepth_; }
-    // Who has dequeued a URL of this depth is done with it, and has enqueued what it led to.
+    // Ordered by depth: to be called for each URL that dequeue() returned, with the depth that it
+    // had then, once it is done and the URLs found on it are enqueued. Otherwise nothing happens.
     void finished(std::int32_t depth);
 
     [[nodiscard]] int empty() const { return length_ == 0 ? 1 : 0; }
     [[nodiscard]] std::int32_t getLength() const { return length_; }
-    // Number of enqueue calls since the queue was made.
+    // Elements enqueued since the queue was made, over all runs; stops at INT32_MAX.
     [[nodiscard]] std::int32_t getTotalEnqueued() const { return totalEnqueued_; }
-    // Changes with each element that is put in, anew or again.
+    // Changes with each element that is enqueued or requeued.
     [[nodiscard]] std::uint32_t getGeneration() const { return generation_; }
 
 private:
     static constexpr std::size_t kLanes = 20;
 
     struct Lane {
-        HTList *head;  // a list with its header element
-        HTList *tail;  // its last element, or the header while the lane is empty
+        HTList *head;  // the list's header node, which holds no element
+        HTList *tail;  // the last node; the header while the lane is empty
     };
 
     static std::size_t nextLane(std::size_t lane) { return lane + 1 == kLanes ? 0 : lane + 1; }
@@ -75,16 +78,17 @@ private:
     std::array<Lane, kLanes> lanes_ HT_GUARDED_BY(mutex_){};
     std::size_t nextOut_ HT_GUARDED_BY(mutex_) = 0;  // lane where the next dequeue looks first
     std::size_t nextIn_ HT_GUARDED_BY(mutex_) = 0;   // lane of the next enqueue
-    CADepthOrder byDepth_ HT_GUARDED_BY(mutex_);     // in place of the lanes
+    CADepthOrder byDepth_ HT_GUARDED_BY(mutex_);     // used instead of the lanes
     bool orderedByDepth_ = false;                    // written before any other thread exists
 
-    // Changed under the lock and read without, for every link of a page asks. In the default order:
-    // who finds a worker idle also finds what that worker has enqueued counted here.
+    // Changed under the lock and read without it, because every link of a page reads them. In the
+    // default (sequentially consistent) memory order: a thread that sees a worker idle also sees
+    // here what that worker has enqueued.
     std::atomic<std::int32_t> length_ = 0;
     std::atomic<std::int32_t> totalEnqueued_ = 0;
     std::atomic<std::uint32_t> generation_ = 0;
 };
 
-// The URLs to fetch. Created by the main thread before any other thread exists; deleted and set to
-// null by the master thread after the last run, once all worker threads are gone.
+// The URLs to request. Created by the main thread before any other thread exists; deleted and set
+// to null by the master thread after the last run, unless a worker thread is still running.
 extern CAQueue *urlQueue;

@@ -44,6 +44,6 @@ void CARestTable::release(std::time_t now, CAQueue *queue)
     }
     for (CAURL *const url : due) {
         queue->requeue(url);
-        --parked_;  // behind it: what waits is always seen, here or in the queue
+        --parked_;  // only now, so that the URL is always counted here or in the queue
     }
 }

@@ -1,4 +1,5 @@
-// Hosts that asked to be left alone for a while ("Retry-After:"), and their URLs that wait for it.
+// Hosts that asked for a pause ("Retry-After:"). While such a host rests, the worker threads park
+// its URLs here instead of requesting them.
 #pragma once
 
 #include <atomic>
@@ -15,20 +16,21 @@
 class CAQueue;
 class CAURL;
 
-// Any thread may call. Times are those of HTtime(). The URLs that wait belong to the table.
+// Any thread may call, except release(). Times are those of HTtime(). URLs that wait belong to the
+// table.
 class CARestTable {
 public:
-    // Leaves `host` alone for `seconds` from `now`, an hour at most, or longer when that was said
-    // before. Returns for how long.
+    // Lets `host` rest for `seconds` (0 to 3600, other values are limited to that) from `now`. A
+    // rest that ends later stays as it is. Returns the seconds from `now` to the end of the rest.
     std::int64_t rest(std::string_view host, std::time_t now, std::int64_t seconds);
-    // Takes `url` over when its host rests at the time `now`; false otherwise.
+    // Takes over `url` if its host rests at the time `now`; false if not.
     bool park(CAURL *url, std::time_t now);
-    // Enqueues again what waits for no longer than `now`; kForEver: all. The master thread.
+    // Requeues the URLs whose hosts' rests have ended by `now`; kForEver: all. Master thread.
     void release(std::time_t now, CAQueue *queue);
 
     static constexpr std::time_t kForEver = std::numeric_limits<std::time_t>::max();
 
-    // URLs that wait.
+    // Number of URLs that wait.
     [[nodiscard]] std::int32_t parked() const { return parked_; }
 
 private:
@@ -41,8 +43,8 @@ private:
 
     PMutex mutex_;
     std::map<std::string, Host, std::less<>> hosts_ HT_GUARDED_BY(mutex_);
-    std::atomic<std::int32_t> parked_ = 0;  // grows under the lock
+    std::atomic<std::int32_t> parked_ = 0;  // increased under the lock, decreased without it
 };
 
-// The process's table. It is never deleted, because a worker thread that is left behind may use it.
+// The process's table. Never deleted: a worker thread that is left behind at the end may use it.
 extern CARestTable &restingHosts;
