@@ -195,7 +195,8 @@ void Check::skipped(CASkip why, const char *file, int number, const char *word)
         break;
     }
     case CASkip::Unclosed:
-        warnings.push_back({{file, number}, "this block has no closing \"}\": all lines below are ignored"});
+        warnings.push_back(
+            {{file, number}, "this block has no closing \"}\": all lines below are ignored"});
         break;
     case CASkip::BadHits: ++badHits; break;
     }
@@ -207,8 +208,8 @@ void Check::suggest(std::string_view name)
     constexpr std::size_t kLongName = 8;
     for (const CADirective &row : CADirectives()) {
         if (isNear(name, row.name, row.name.size() < kLongName ? 1 : 2)) {
-            warnings.push_back(
-                {at, CAQuoted(name) + " is not a directive: is " + std::string(row.name) + " meant?"});
+            warnings.push_back({at, CAQuoted(name) + " is not a directive: is " +
+                                        std::string(row.name) + " meant?"});
             return;
         }
     }
