@@ -42,7 +42,7 @@ inline void startAgent(const std::string &config = "")
     std::filesystem::remove(file);
 }
 
-// Calls take(block, length) with each block of `bytes`, in the same buffer, with a NUL behind it.
+// Calls take(block, length) with each block of `bytes`, in the same buffer, with a NUL after it.
 // `take` may write into the block.
 template <typename Take>
 void inBlocks(const std::string &bytes, Take take)

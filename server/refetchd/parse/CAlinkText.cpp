@@ -11,7 +11,7 @@ namespace {
 
 struct Reference {
     std::size_t length = 0;  // in the page; 0: not a reference, stays as it is
-    std::uint32_t code = 0;  // the Unicode number of its character
+    std::uint32_t code = 0;  // the code point of its character
 };
 
 struct NamedReference {

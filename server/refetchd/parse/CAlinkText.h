@@ -10,6 +10,6 @@
 
 // Removes from [at, end) what does not belong to a URL: spaces and control characters around it,
 // and tabs, carriage returns and line feeds anywhere. Returns the rest, which stays in its place
-// and gets a NUL behind it: `*end` must be writable. Returns "" if the URL is longer than `longest`
+// and gets a NUL after it: `*end` must be writable. Returns "" if the URL is longer than `longest`
 // bytes or holds a NUL (both traced).
 [[nodiscard]] std::string_view CACutLink(char *at, char *end, std::size_t longest);

@@ -71,7 +71,7 @@ std::int32_t CABuffer::addData(const char *data, std::int32_t length)
     return taken;
 }
 
-// Increases the size by the offered length, so that the new bytes always fit behind the unread
+// Increases the size by the offered length, so that the new bytes always fit after the unread
 // ones. The block at least doubles when it is replaced: a body that arrives in many pieces is then
 // not copied for each of them.
 std::int32_t CABuffer::grow(const char *data, std::int32_t length)

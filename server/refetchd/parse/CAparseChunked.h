@@ -41,7 +41,7 @@ private:
         SizeLineReturn = 4,  // skips extensions, waits for CR
         SizeLineFeed = 5,    // waits for LF; then Data, or LastReturn after size 0
         Data = 6,            // copies chunkRemaining_ bytes
-        DataReturn = 8,      // waits for CR behind the data
+        DataReturn = 8,      // waits for CR after the data
         DataFeed = 9,        // waits for LF; then Size
         LastReturn = 10,     // CR: the end of the body may follow; anything else: a trailer line
         LastFeed = 11,       // LF: the body is complete; anything else: a trailer line

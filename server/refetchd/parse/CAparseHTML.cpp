@@ -95,8 +95,8 @@ void CAParseHTML::processFoundBase(const char *href)
 
 namespace {
 
-// True when the link has a scheme for which the proxy is of no use, such as "javascript:",
-// "mailto:" or "data:".
+// True when the link has a scheme other than http, https and ftp, such as "javascript:" or
+// "mailto:". The proxy cannot fetch it.
 bool isOfAnotherScheme(std::string_view link)
 {
     const std::size_t colon = link.find_first_of(":/?#");

@@ -154,7 +154,7 @@ void CAParseHTTP::consumeRC(char **readP, char *const *writeP)
     if (lineEnd == nullptr) {
         return;
     }
-    // Look at this line only: how much has arrived behind it depends on the network.
+    // Look at this line only: how much has arrived after it depends on the network.
     char *at = findByte(*readP, lineEnd, ' ');
     const std::string_view line(*readP, static_cast<std::size_t>(lineEnd - *readP));
     if (!line.starts_with("HTTP/") || at == nullptr) {
@@ -229,8 +229,8 @@ void CAParseHTTP::addHeader(char *line)
     CATrace("Parser...... found header %s %s.\n", line, value);
 }
 
-// A header without a space behind its colon is ignored. This makes an exception for the headers
-// that only the options need, and keeps them all the same.
+// addHeader() ignores a header without a space after its colon. This keeps such a header all the
+// same if it is one that only the options need.
 void CAParseHTTP::addWithoutBlank(const char *line)
 {
     if (!options_.closeDelimitedBodies && !options_.keepMoreHeaders) {

@@ -10,7 +10,7 @@
 
 namespace {
 
-// A tag that holds a link. The name includes the space behind it, so a name followed by a tab or a
+// A tag that holds a link. The name includes the space after it, so a name followed by a tab or a
 // line feed is not found.
 struct Target {
     std::string_view tag;
@@ -89,9 +89,9 @@ char *skipSpace(char *text)
     return text;
 }
 
-// The value of an attribute; `text` begins behind its "=". Ends the value with a NUL, in place.
-// Null when no end is found, which surprises in <a href=x>: scan() has replaced the ">" by a NUL.
-// Only in a tag that was put together from several blocks is the ">" still there.
+// The value of an attribute; `text` begins after its "=". Ends the value with a NUL, in place.
+// Null when no end is found. This includes the unquoted value of <a href=x>, because scan() has
+// replaced the ">" by a NUL; in a tag that was put together from several blocks it is still there.
 char *cutValue(char *text)
 {
     text = skipSpace(text);
@@ -113,8 +113,9 @@ char *cutValue(char *text)
     return text;
 }
 
-// The value behind the first occurrence of `attribute` in the text of a tag, even within another
-// name or a quoted value: the "url" of <meta content="5; url=x"> is one. Null without a value.
+// The value after the first occurrence of `attribute` in the text of a tag, even within another
+// name or a quoted value, such as the "url" of <meta content="5; url=x">. Later occurrences do not
+// count. Null without a value.
 char *valueOf(std::string_view attribute, char *text)
 {
     for (; *text != '\0'; ++text) {

@@ -227,8 +227,8 @@ CAScanModern::State CAScanModern::onNameEnd(Input *input)
     return State::AfterName;
 }
 
-// Compares a name behind "</" in raw text with the name of the start tag. Once they are equal, the
-// rest is read like any end tag.
+// Compares a name after "</" in raw text with the name of the start tag. If they are equal, the
+// rest is read like any other end tag.
 CAScanModern::State CAScanModern::onRawEndName(Input *input)
 {
     const std::string_view name = tag_->name;
@@ -243,8 +243,8 @@ CAScanModern::State CAScanModern::onRawEndName(Input *input)
     return State::RawEndName;
 }
 
-// The first byte behind the white space before or after an attribute's name, or before its value.
-// Before a name, any byte except "/" and ">" begins one, even "=".
+// Handles the next byte that is no white space, before or after an attribute's name or before its
+// value. Before a name, any byte except "/" and ">" begins one, even "=".
 CAScanModern::State CAScanModern::onTagMark(Input *input)
 {
     const char c = *input->at;
@@ -270,9 +270,9 @@ CAScanModern::State CAScanModern::onTagMark(Input *input)
     return input->at == input->end ? state_ : onName(input);
 }
 
-// A closed tag such as <script/> counts as an element without text. Browsers agree only within SVG;
-// elsewhere they ignore the "/". But if this is wrong, it only finds links in a script; the other
-// mistake would skip the rest of the page.
+// A closed tag such as <script/> counts as an element without text. Browsers do so only within SVG;
+// elsewhere they ignore the "/". Here the mistake only costs a search for links in a script, while
+// the opposite mistake would skip the rest of the page.
 CAScanModern::State CAScanModern::onTagEnd(bool isClosed, Input *input)
 {
     ++input->at;

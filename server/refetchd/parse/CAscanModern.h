@@ -25,36 +25,36 @@ public:
     // images are left out unless `inlineImages` is set.
     CAScanModern(CALinkSink *sink, bool inlineImages) : sink_(sink), inlineImages_(inlineImages) {}
 
-    // Scans the block [data, end). It is only read, and needs no NUL behind it.
+    // Scans the block [data, end). It is only read, and needs no NUL after it.
     void scan(const char *data, const char *end);
 
 private:
     enum class State : std::uint8_t {
         Text,              // waits for "<"
-        TagOpen,           // behind "<": a letter, "/", "!" or "?" begins markup, else it is text
+        TagOpen,           // after "<": a letter, "/", "!" or "?" begins markup, else it is text
         TagName,           // collects the name
-        EndTagOpen,        // behind "</": a letter begins the name, else skips to ">"
+        EndTagOpen,        // after "</": a letter begins the name, else skips to ">"
         EndTagName,        // skips the name
         BeforeName,        // waits for an attribute or ">"
-        Slash,             // behind a "/" that is in no name or value: ">" closes the element
+        Slash,             // after a "/" that is in no name or value: ">" closes the element
         Name,              // collects the name of an attribute
         AfterName,         // waits for "="
         BeforeValue,       // waits for a quote or the value
         DoubleQuoted,      // collects the value up to the closing quote
         SingleQuoted,      // the same
         Unquoted,          // collects the value up to white space or ">"
-        Declaration,       // behind "<!": "-" may begin a comment
-        DeclarationDash,   // behind "<!-": "-" begins a comment
+        Declaration,       // after "<!": "-" may begin a comment
+        DeclarationDash,   // after "<!-": "-" begins a comment
         Skipped,           // waits for ">"
-        CommentStart,      // behind "<!--": ">" ends it at once
-        CommentStartDash,  // behind "<!---": the same
+        CommentStart,      // after "<!--": ">" ends it at once
+        CommentStartDash,  // after "<!---": the same
         Comment,           // waits for "-"
-        CommentDash,       // behind "-": waits for another
-        CommentEnd,        // behind "--": waits for ">"
-        CommentBang,       // behind "--!": waits for ">"
+        CommentDash,       // after "-": waits for another
+        CommentEnd,        // after "--": waits for ">"
+        CommentBang,       // after "--!": waits for ">"
         RawText,           // the text of a script: waits for "<"
-        RawOpen,           // behind "<" in it: "/" may begin the end tag
-        RawEndName,        // behind "</" in it: compares the name with that of the start tag
+        RawOpen,           // after "<" in it: "/" may begin the end tag
+        RawEndName,        // after "</" in it: compares the name with that of the start tag
     };
 
     struct Input {
@@ -62,7 +62,7 @@ private:
         const char *const end;
     };
 
-    // A collected value: its place [begin, end) in values_, where one byte behind it is free.
+    // A collected value: its place [begin, end) in values_, where one byte after it is free.
     struct Value {
         const CAModernAttribute *attribute;
         std::size_t begin;
@@ -101,7 +101,7 @@ private:
     std::size_t nameLength_ = 0;    // of name_; in RawEndName the number of bytes that match so far
     std::size_t valueCount_ = 0;    // of found_
     std::size_t used_ = 0;          // bytes of values_ that the found values use
-    std::size_t valueLength_ = 0;   // bytes collected so far of the next value, behind those
+    std::size_t valueLength_ = 0;   // bytes collected so far of the next value, after those
     std::array<char, 12> name_{};   // one byte longer than the longest name in the table
     std::array<Value, 2> found_{};  // complete values of the current tag, in the tag's order
     std::array<char, kLongestLink + 1 + kLongestSet + 1> values_{};
