@@ -1,5 +1,5 @@
-// What the micro-benchmarks share: the state of the agent's process, and blocks as a connection
-// reads them.
+// Shared by the micro-benchmarks: sets up the state of the agent's process, and cuts bytes into
+// blocks as a connection does.
 #pragma once
 
 #include <unistd.h>
@@ -17,16 +17,17 @@
 #include "url/CAprocessed.h"
 #include "url/CAqueue.h"
 
-// Gives the thread a free list of its own, as ClientThread does; HTWorkThread_threadExit(1, ...)
-// takes it back.
+// Gives the calling thread a free list of its own, as ClientThread() does. It keeps it until it
+// calls HTWorkThread_threadExit(1, context) with the result.
 inline HTThreadContext *becomeWorker()
 {
     [[maybe_unused]] static const int slot = HTList_register();
     return HTWorkThread_threadCreate(1);
 }
 
-// Gives the process the agent's state anew: the defaults or what `config` says, and nothing queued
-// or processed. The state before is not freed: a benchmark's process ends soon.
+// Resets the agent's state: the configuration to the defaults and the directives in `config`, the
+// queue and the table of processed URLs to empty. The old state is not freed, because the process
+// of a benchmark ends soon. Ends the process with status 1 if the configuration cannot be read.
 inline void startAgent(const std::string &config = "")
 {
     becomeWorker();
@@ -37,13 +38,13 @@ inline void startAgent(const std::string &config = "")
                                        ("refetchd-bench-" + std::to_string(getpid()) + ".conf");
     std::ofstream(file) << config;
     if (ac.loadAgentConfig(urlQueue, file.c_str()) == 0) {
-        std::exit(1);  // it has said why
+        std::exit(1);  // the reason was reported
     }
     std::filesystem::remove(file);
 }
 
-// Hands `bytes` over block by block in one buffer, with a NUL behind each. The taker may write into
-// the block.
+// Calls take(block, length) with each block of `bytes`, in the same buffer, with a NUL after it.
+// `take` may write into the block.
 template <typename Take>
 void inBlocks(const std::string &bytes, Take take)
 {

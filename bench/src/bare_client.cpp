@@ -1,10 +1,11 @@
-// The bound that clients of a proxy are compared with: it asks for the same URLs in the same words
-// and does nothing else that they do.
+// Shows the maximum speed that clients of a proxy can reach: it sends the same kind of requests and
+// reads the responses, and does nothing else.
 //
 //     bare_client HOST:PORT CLIENTS <URLS
 //
-// Each client is a thread with one connection that is kept; it takes the next URL of the list until
-// there is none. Prints how many answers were 200. Exit status 1 when an answer did not come whole.
+// Each client is a thread with one persistent connection; it requests the next URL of the list
+// until none is left. Prints how many responses had status 200. The exit status is 1 if a response
+// was incomplete or had no Content-Length, or if the address is unknown; 2 for wrong arguments.
 #include <netdb.h>
 #include <strings.h>
 #include <sys/socket.h>
@@ -56,7 +57,7 @@ void compose(std::string *request, std::string_view url)
     request->append("\r\nCache-Control: max-age=0\r\nConnection: Keep-alive\r\n\r\n");
 }
 
-// -1 when the headers do not tell.
+// The value of Content-Length; -1 if there is none.
 std::int64_t contentLength(std::string_view headers)
 {
     constexpr std::string_view name = "\r\ncontent-length: ";
@@ -72,7 +73,8 @@ std::int64_t contentLength(std::string_view headers)
     return -1;
 }
 
-// Sends the request and reads all of its answer. The answer's status; 0 when it did not come whole.
+// Sends the request and reads the whole response. Returns its status; 0 if it was incomplete or had
+// no Content-Length.
 int exchange(int descriptor, const std::string &request)
 {
     std::array<char, kBlock> block;

@@ -1,12 +1,12 @@
-// An HTTP server that answers from memory, for measuring its clients: it costs them as little
-// waiting as can be, or, with --delay, the same for each answer.
+// An HTTP server that answers from memory, for measuring its clients. It answers as fast as it can;
+// with --delay, MS milliseconds after each request.
 //
 //     memory_peer [--delay MS] [--size BYTES] [--pages N] [--links K]
 //
 // Listens on a free port of 127.0.0.1, which it prints, until it is killed. A target that ends in
-// ".html" is page number n, the last digits in it: it links to the pages n*K+1 to n*K+K, as far as
-// there are N of them, in the manner ".../page-0000000042.html", and once more to itself and to
-// page 0. Any other target is a text of BYTES bytes.
+// ".html" is a page; its number n is the last number in the target. It has links to pages n*K+1 to
+// n*K+K, as far as these are below N, and always to itself and to page 0, each written as
+// "page-0000000042.html". Any other target is a text of BYTES bytes.
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/epoll.h>
@@ -77,7 +77,7 @@ std::string page(const Options &options, std::int64_t number)
 struct Connection {
     std::string input;
     std::string output;    // what the socket has not taken yet
-    std::uint64_t serial;  // the descriptor's number is used again, this is not
+    std::uint64_t serial;  // unique, while the system reuses the descriptor
 };
 
 struct Answer {
@@ -106,8 +106,8 @@ public:
             for (int i = 0; i < count; ++i) {
                 handle(events[static_cast<std::size_t>(i)]);
             }
-            // One at a time: a request that has come meanwhile must not wait behind many answers
-            // before its own delay begins.
+            // Send one response at a time: a request that has arrived meanwhile must not wait for
+            // many others, because its delay begins when it is read.
             if (!later_.empty() && later_.front().due <= Clock::now()) {
                 sendNext();
             }
@@ -172,7 +172,7 @@ private:
         }
     }
 
-    // Answers each whole request. False at the end of the stream.
+    // Answers each complete request. False when the client has closed the connection.
     bool receive(int descriptor, Connection *connection)
     {
         std::array<char, 65536> block;
@@ -224,11 +224,11 @@ private:
     const int epoll_;
     const std::string text_;
     std::map<int, Connection> connections_;
-    std::deque<Answer> later_;  // all wait equally long, so they are in order
+    std::deque<Answer> later_;  // in the order in which they are due, as all have the same delay
     std::uint64_t serial_ = 0;
 };
 
-// A socket that listens on a free port, which is printed; -1 on failure.
+// Makes a socket that listens on a free port, and prints the port. -1 on failure.
 int listenSomewhere()
 {
     const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);

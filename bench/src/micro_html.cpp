@@ -1,6 +1,6 @@
-// The links of a page: found, joined, filtered and known already. Beside it the search for the ends
-// of the tags, without which no scan can do, and libxml2's push parser. All copy the page first,
-// block by block.
+// Benchmarks of finding the links of a page, alone and with the work for links that are already
+// known. For comparison: a mere search for the ends of the tags, which no scanner can beat, and
+// libxml2's push parser. The figures include a copy of the page, block by block.
 #include <benchmark/benchmark.h>
 #include <libxml/HTMLparser.h>
 
@@ -13,7 +13,7 @@
 
 namespace {
 
-// A part of a page: "@" is a line of text, "$" some words, "#" a number of its own.
+// A part of a page. "@" is replaced by a line of text, "$" by two words, "#" by a new number.
 constexpr std::string_view kSection =
     R"(<div class="entry wide"><h2 class="title"><span class="mark">$</span></h2>
 <p class="text">@<b>$</b>@<br>@<a class="more" href="story-#.html">$</a>@</p>
@@ -49,7 +49,7 @@ std::string makePage(std::size_t size)
 
 const std::string page = makePage(30'000);
 
-// Goes over the page once an iteration; `pass` returns how many links it found.
+// Calls `pass`, which reads the page and returns how many links it found, once per iteration.
 template <typename Pass>
 void measure(benchmark::State *state, Pass pass)
 {
@@ -107,8 +107,8 @@ void feedPage(CAParseHTML *parser)
     });
 }
 
-// Each link leads to what was taken already, as most links of a site do. The argument is the number
-// of patterns that it is compared with before.
+// Every link has been processed before, as it is with most links of a site. The argument is the
+// number of patterns with which each link is compared first.
 void handleKnownLinks(benchmark::State &state)
 {
     std::string config = "delvedepth 1\n";
@@ -130,7 +130,7 @@ void handleKnownLinks(benchmark::State &state)
 }
 BENCHMARK(handleKnownLinks)->Arg(0)->Arg(10);
 
-// What CAParseHTML looks for: a tag, its attribute, the next tag.
+// The tags that CAScanHTML looks for, each followed by its attribute.
 constexpr std::array<std::string_view, 24> kTargets = {
     "a",      "href", "img",    "src",  "link",  "href",       "frame",  "src",
     "iframe", "src",  "object", "data", "layer", "src",        "ilayer", "src",

@@ -1,4 +1,4 @@
-// The head of the parser chain over a whole response whose body nobody wants.
+// Benchmark of the head of the parser chain, with a whole response whose body is dropped.
 #include <benchmark/benchmark.h>
 
 #include <algorithm>

@@ -1,5 +1,5 @@
-// What all workers use: the table of processed URLs, the queue, and trace lines while the trace is
-// closed.
+// Benchmarks of what all worker threads use: the table of processed URLs, the queue, and trace
+// lines while the trace is closed.
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
@@ -50,7 +50,7 @@ void lookUp(benchmark::State &state, bool known)
     HashTable *const table = makeTable(&texts);
     std::vector<std::string> asked = makeTexts(state.range(0), known ? 0 : state.range(0));
     std::shuffle(asked.begin(), asked.end(), std::minstd_rand(1));
-    const std::vector<std::string> keys(asked);  // in one piece: what is asked for is in the cache
+    const std::vector<std::string> keys(asked);  // in order of use, so that reading them is cheap
     std::size_t at = 0;
     bool right = true;
     for (auto _ : state) {
@@ -72,7 +72,7 @@ BENCHMARK(add)->Apply(sizes)->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(lookUp, known, true)->Apply(sizes);
 BENCHMARK_CAPTURE(lookUp, unknown, false)->Apply(sizes);
 
-// A queue of more elements than there are workers, so that nobody finds it empty.
+// A queue with more elements than there are threads, so that no thread finds it empty.
 CAQueue *makeQueue()
 {
     static std::array<int, 1000> elements;
@@ -83,7 +83,7 @@ CAQueue *makeQueue()
     return queue;
 }
 
-// One element is taken out and put back, by so many workers at a time.
+// Takes an element out and puts it back, on 1, 16 and 100 threads at a time.
 void handOver(benchmark::State &state)
 {
     static CAQueue *const queue = makeQueue();

@@ -1,5 +1,5 @@
-// A link becomes a URL, a path gets its shortest form, and a URL is asked for in vain in each
-// filter with 1, 10 and 100 patterns.
+// Benchmarks of making a URL from a link, of simplifying a path, and of each URL filter with 1, 10
+// and 100 patterns that do not match.
 #include <benchmark/benchmark.h>
 
 #include <functional>
@@ -24,7 +24,7 @@ BENCHMARK_CAPTURE(makeUrl, path, "/news/2023/may/story.html");
 BENCHMARK_CAPTURE(makeUrl, full, "http://www.example.com/news/2023/may/story.html");
 BENCHMARK_CAPTURE(makeUrl, dots, "../../2023/./may/story.html");
 
-// The copy of the path counts.
+// The figures include the copy of the path.
 void simplify(benchmark::State &state, const std::string &path)
 {
     std::array<char, 128> text;
@@ -37,7 +37,7 @@ void simplify(benchmark::State &state, const std::string &path)
 BENCHMARK_CAPTURE(simplify, clean, "/news/2024/march/story-about-bees.html?page=2");
 BENCHMARK_CAPTURE(simplify, dots, "/news/2024/march/../../2023/./may/story.html?page=2");
 
-// "#" is the number of the pattern.
+// Patterns; "#" is replaced by the number of the pattern.
 using Forms = std::vector<std::string>;
 const Forms urlForms = {"*/private#/*", "http://*.example#.com/*", "*.zip#"};
 const Forms hostForms = {"*.example#.com"};

@@ -1,23 +1,24 @@
-# Sourced by scripts/test: checks who includes whom.
+# Sourced by scripts/test: checks which files include which.
 # shellcheck shell=bash
 
 # The floors of server/refetchd/, the lowest first. A file includes files of its own floor, of the
 # floors below it, and of library/; "." is the top floor: start-up, run loop and main programs.
 floors=(base url report config parse fetch .)
 
-# Prints each include of floor $1 that is not in one of the floors that follow.
+# includes_above FLOOR ALLOWED...: prints each include of the floor that is not from library/ or one
+# of the allowed floors.
 includes_above() {
     local floor=$1 allowed
     shift
     allowed=$(printf '%s|' "$@")
-    # A name with a folder must name an allowed one; a bare name is of library/ (HT..., htthread,
-    # tfprintf), or of the top floor itself.
+    # A name with a folder must be in an allowed one. A name without is from library/ (HT...,
+    # htthread, tfprintf), or from the top floor, which alone may include it.
     grep -nE '^#include "' "server/refetchd/$floor"/*.cpp "server/refetchd/$floor"/*.h |
         grep -vE "\"(${allowed%|})/[^/]*\.h\"|\"(HT[A-Za-z]*|htthread|tfprintf)\.h\"" |
         if [ "$floor" = . ]; then grep -vE '"(CA[a-z]*|refetchd)\.h"'; else cat; fi
 }
 
-# Prints a circle among the headers of the project, if there is one.
+# Prints the headers of the project that include each other in a circle, if there are any.
 header_circles() {
     find library server -name '*.h' | while read -r header; do
         sed -nE "s|^#include \"(.*/)?([A-Za-z]+\.h)\".*|${header##*/} \2|p" "$header"

@@ -22,7 +22,7 @@
 
 namespace {
 
-// A negative number of clients is none.
+// The number of workers; a negative `numclients` counts as 0.
 std::int32_t workerCount()
 {
     return ac.numClients > 0 ? ac.numClients : 0;
@@ -55,7 +55,7 @@ std::int32_t CAStartWorkers()
 
 namespace {
 
-// What the workers have done since they were started.
+// The work of all workers since they were started, and how many of them are busy.
 CAProgress workDone()
 {
     CAProgress work;
@@ -67,7 +67,8 @@ CAProgress workDone()
     return work;
 }
 
-// What was done in the runs before this one, and when the last line was written. The master's.
+// The work of the runs before this one, and the time of the last line of progress. For the master
+// thread only.
 CAProgress doneBefore;
 CAProgressClock progressClock;
 
@@ -82,7 +83,7 @@ CAProgress progressOfRun()
     return progress;
 }
 
-// The line of progress, to standard error.
+// Writes the line of progress to standard error.
 void writeProgress(const CAProgress &progress)
 {
     std::array<char, 256> line{};
@@ -90,7 +91,8 @@ void writeProgress(const CAProgress &progress)
     std::fputs(line.data(), stderr);
 }
 
-// SIGUSR1 asks for it at any time; it is blocked in every thread and waits here.
+// SIGUSR1 asks for a line of progress. Every thread blocks the signal, so it stays pending until
+// the master thread takes it here.
 bool progressIsAskedFor()
 {
     sigset_t signals;
@@ -100,8 +102,8 @@ bool progressIsAskedFor()
     return sigtimedwait(&signals, nullptr, &atOnce) == SIGUSR1;
 }
 
-// Runs follow each other no faster than one in `maxruntime` seconds. A SIGUSR1 that comes before
-// the end of the wait is answered for the run that is over.
+// Waits until `maxruntime` seconds have passed since the start of the run, before the next one may
+// start. A SIGUSR1 during the wait is answered with the progress of the run that is over.
 void waitOutRunTime()
 {
     for (;;) {
@@ -115,7 +117,7 @@ void waitOutRunTime()
     }
 }
 
-// Queues the seeds again. From now on all that the workers do is the next run's.
+// Queues the seeds again. All work of the workers from now on counts for the next run.
 void seedAgain()
 {
     doneBefore = workDone();
@@ -182,9 +184,9 @@ bool traceBusyWorkers()
     return any;
 }
 
-// The queue is empty and no worker holds a URL. The workers are looked at one after the other, so
-// one may have enqueued a link and gone idle before its turn came, behind our look at the queue;
-// but then the queue has moved, and the run goes on.
+// True when no URL is queued, held by a worker or waiting for a resting host. After the queue was
+// seen empty, a worker may enqueue a link and become idle before it is checked itself. The queue's
+// generation has changed then, and the run goes on.
 bool hasRunDry()
 {
     const std::uint32_t generation = urlQueue->getGeneration();
@@ -208,10 +210,11 @@ bool timeIsUp()
     return true;
 }
 
-// URLs that nobody had asked for when the run that ended last was cleaned up. The master's.
+// How many URLs were still queued when the most recent run ended. For the master thread only.
 std::int32_t urlsLeft = 0;
 
-// What was observed of a run is written, and what stands out is said.
+// Writes the results of the run, if URLs are observed. Warns if the proxy seems to ignore
+// max-age=0, except in stress mode.
 void tellResults(int seconds)
 {
     if (!results.observes()) {
@@ -229,7 +232,8 @@ void tellResults(int seconds)
     }
 }
 
-// How the run ended, for SIGUSR1 while its workers and its queue are deleted. The master's.
+// The progress at the end of the run, for a SIGUSR1 that comes while its workers and its queue are
+// being deleted. For the master thread only.
 CAProgress progressAtEnd;
 
 void answerAtEnd()
@@ -239,8 +243,8 @@ void answerAtEnd()
     }
 }
 
-// The run is over. The results come last, for what the workers are still at belongs to the last
-// run.
+// Ends the run. The results are written after the clean-up, because the requests that workers
+// finish meanwhile count for this run.
 void endRun(const char *message)
 {
     progressAtEnd = progressOfRun();
@@ -284,7 +288,8 @@ void waitForWorkers()
     answerAtEnd();
 }
 
-// Deletes a worker that has left its loop, waiting one second for it; false when it still runs.
+// Deletes a worker that has left its loop; waits one second if it has not. False when it still runs
+// after that: its thread is then left behind.
 bool deleteWorker(CAWorkerThread *worker)
 {
     if (worker->areYouRunning() != 0) {
@@ -299,7 +304,7 @@ bool deleteWorker(CAWorkerThread *worker)
     return true;
 }
 
-// Stops all workers. True when every one of them is gone.
+// Stops and deletes all workers. False when some of them still run.
 bool stopWorkers()
 {
     const std::int32_t count = workerCount();
@@ -319,15 +324,16 @@ bool stopWorkers()
     return deleted == count;
 }
 
-// A worker that is busy over the end of the run may add a text at any time: it goes or stays.
+// A worker that is still busy may record a URL meanwhile, which is then forgotten or stays.
 void flushProcessedUrls()
 {
     CATrace("Flushing.... remove all processed URLs.\n");
     CAForgetAllProcessed();
 }
 
-// A worker that is busy over the end may have recorded a link behind the flush of the texts and
-// enqueued it before this one: forgotten here only, it would count as processed in the next run.
+// Empties the queue, and forgets each of its URLs. A worker that is still busy may have recorded
+// and enqueued a link after flushProcessedUrls(): without this the next run would take the link for
+// processed.
 void flushQueue()
 {
     CATrace("Flushing.... remove all non-processed URLs.\n");

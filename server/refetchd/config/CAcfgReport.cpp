@@ -1,5 +1,6 @@
-// The report file's life: opened with a placeholder page when the server root is known, written to
-// by CASummary(), moved into its place when the process ends.
+// The report file. When the server root is known, a placeholder page is written at the report's
+// path, and the report in progress (".tmp") is opened beside it. CASummary() appends a page to it
+// after each run. When the process ends, it replaces the placeholder.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -16,7 +17,7 @@ namespace {
 
 constexpr const char *kInProgress = ".tmp";
 
-// What the administrator sees until the first summary is there.
+// Writes the page that the administrator sees until the process ends.
 void writePlaceholder(const char *path)
 {
     FILE *const page = std::fopen(path, "we");
@@ -27,13 +28,14 @@ void writePlaceholder(const char *path)
     std::fclose(page);
 }
 
-// The file behind the report stream. The stream remembers that a write has failed, but not why.
+// The file behind the report stream. It records errno, because a stdio stream only remembers that
+// some write has failed.
 struct ReportFile {
     int descriptor = -1;
     bool written = false;
     int error = 0;  // the errno of the first call that failed
 };
-ReportFile reportFile;  // of the one CAConfig that writes a report
+ReportFile reportFile;  // one is enough: only one CAConfig writes a report
 
 ssize_t writeReport(void * /*cookie*/, const char *data, std::size_t size)
 {
@@ -107,7 +109,7 @@ void CAConfig::finishReport()
     std::fclose(reportStream);
     reportStream = nullptr;
     if (!reportFile.written) {
-        unlink(g_catrace_filename);  // no run has ended: the placeholder says so
+        unlink(g_catrace_filename);  // no run has ended: leave the placeholder, which says so
         return;
     }
     const HeapString inProgress(strdup(g_catrace_filename));
@@ -117,7 +119,7 @@ void CAConfig::finishReport()
     }
     *cut = '\0';
     if (reportFile.error != 0) {
-        // The disk is full, say: the placeholder is better than half a page.
+        // For example, the disk is full. The placeholder is better than half a page.
         CATrace("Not able to rename %s to %s (rename errno=%d); no summary file.\n",
                 inProgress.get(), g_catrace_filename, reportFile.error);
         return;

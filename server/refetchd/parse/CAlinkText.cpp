@@ -9,10 +9,9 @@
 
 namespace {
 
-// A character reference: its length in the page, 0 when it stays as it stands, and its code.
 struct Reference {
-    std::size_t length = 0;
-    std::uint32_t code = 0;
+    std::size_t length = 0;  // in the page; 0: not a reference, stays as it is
+    std::uint32_t code = 0;  // the code point of its character
 };
 
 struct NamedReference {
@@ -27,7 +26,7 @@ constexpr NamedReference kNamed[] = {
     {"&apos", '\'', false}, {"&Tab", '\t', false}, {"&NewLine", '\n', false},
 };
 
-// A name without its ";" is not decoded in front of these: "?a=1&lt=2" is a query.
+// A name without ";" is no reference if one of these follows: "?a=1&lt=2" is a query.
 constexpr std::string_view kGoesOn =
     "=0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
 
@@ -46,7 +45,7 @@ Reference namedReferenceAt(std::string_view text)
     return {};
 }
 
-// What 0x80 to 0x9F mean: pages that give these numbers mean the characters of windows-1252.
+// HTML reads the numbers 0x80 to 0x9F as windows-1252, because pages with them mean that.
 constexpr std::array<std::uint16_t, 32> kWindows1252 = {
     0x20AC, 0x81,   0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021, 0x02C6, 0x2030, 0x0160,
     0x2039, 0x0152, 0x8D,   0x017D, 0x8F,   0x90,   0x2018, 0x2019, 0x201C, 0x201D, 0x2022,
@@ -69,7 +68,7 @@ Reference numberAt(std::string_view text)
     const bool isHex = text.starts_with("&#x") || text.starts_with("&#X");
     const char *const digits = text.data() + (isHex ? 3 : 2);
     const char *const end = text.data() + text.size();
-    std::uint32_t number = 0;  // stays 0, which means the same, when the digits are too many
+    std::uint32_t number = 0;  // stays 0 if the number is too large; both mean kReplacement
     const char *const stop = std::from_chars(digits, end, number, isHex ? 16 : 10).ptr;
     if (stop == digits) {
         return {};
@@ -84,7 +83,7 @@ Reference referenceAt(std::string_view text)
     return text.starts_with("&#") ? numberAt(text) : namedReferenceAt(text);
 }
 
-// Writes the code as UTF-8, which is no longer than any reference to it. Returns the place behind.
+// Writes the code as UTF-8, which is never longer than the reference. Returns the end of it.
 char *writeUtf8(std::uint32_t code, char *out)
 {
     constexpr std::array<std::uint32_t, 4> kFirstByte = {0, 0xC0, 0xE0, 0xF0};

@@ -1,16 +1,15 @@
-// What an attribute's value means as the text of a link. Both functions work in place, and need a
-// byte behind `end` that is theirs.
+// Turns the value of an attribute into the text of a link, in place.
 #pragma once
 
 #include <cstddef>
 #include <string_view>
 
-// Decodes the character references of [at, end) in place, with the rules of HTML for values of
-// attributes: numbers, and the names of "&", "<", ">", both quotes, tab and line feed. Returns the
-// new end.
+// Decodes the character references in [at, end) by the rules of HTML for values of attributes:
+// numbers, and the names of "&", "<", ">", both quotes, tab and line feed. Returns the new end.
 [[nodiscard]] char *CADecodeReferences(char *at, char *end);
 
-// Cuts [at, end) down to a URL, with a NUL in place of what stood behind it: blanks and control
-// characters around it are no part of it, tabs and line ends are none anywhere. Empty when it is
-// longer than `longest` (which is traced, as a NUL in it is).
+// Removes from [at, end) what does not belong to a URL: spaces and control characters around it,
+// and tabs, carriage returns and line feeds anywhere. Returns the rest, which stays in its place
+// and gets a NUL after it: `*end` must be writable. Returns "" if the URL is longer than `longest`
+// bytes or holds a NUL (both traced).
 [[nodiscard]] std::string_view CACutLink(char *at, char *end, std::size_t longest);

@@ -31,8 +31,8 @@ constexpr std::array<CAModernTag, 22> kTags = {{
     {"video", {{{"src", Use::Link}, {"poster", Use::Image}}}},
 }};
 
-// The tags whose names begin with a letter, and those whose names have a length, a bit each: hardly
-// another tag is in both sets.
+// Sets of rows, one bit for each: by the first byte of the name, in either case, and by its length.
+// Few other tags of a page are in both sets, so few names must be compared.
 struct TagIndex {
     std::array<std::uint32_t, 256> byLetter{};
     std::array<std::uint32_t, 13> byLength{};

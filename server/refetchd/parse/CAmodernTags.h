@@ -8,15 +8,15 @@
 
 #include "HTString.h"
 
-// What becomes of an attribute's value.
+// How the value of an attribute is used.
 enum class CAModernUse : std::uint8_t {
-    Link,        // on the page's own level
-    DeeperLink,  // one level deeper than the page
+    Link,        // a link at the depth of the page
+    DeeperLink,  // a link one level deeper than the page
     Image,
     ImageSet,  // "small.png 1x, large.png 2x"
-    Base,      // what the page's links are relative to
+    Base,      // the URL that the links of the page are relative to
     Refresh,   // "5; url=next.html"
-    Word,      // the tag is of interest only when this is the tag's word
+    Word,      // compared with CAModernTag::word
 };
 
 struct CAModernAttribute {
@@ -26,16 +26,17 @@ struct CAModernAttribute {
 
 struct CAModernTag {
     std::string_view name;
-    // Of two values at most one is a set, or there is no room for both.
+    // At most one of them may be an ImageSet: CAScanModern has no room for two.
     std::array<CAModernAttribute, 2> attributes;
-    std::string_view word = {};
-    bool hasRawText = false;  // what follows up to its end tag holds no tags
+    std::string_view word = {};  // if not empty, links count only in a tag with this Word attribute
+    bool hasRawText = false;     // everything up to its end tag is text, without tags
 };
 
-// The tag of this name, in either case; null when it is of no interest. `name` is not empty.
+// The row of the tag `name`, ignoring case; null when it is not in the table. `name` must not be
+// empty.
 [[nodiscard]] const CAModernTag *CAFindModernTag(std::string_view name);
 
-// Is the text `word`, which is in small letters, in either case?
+// True when `text` equals `word`, ignoring case. `word` must be in lower case.
 inline bool CAIsWord(std::string_view text, std::string_view word)
 {
     return std::equal(text.begin(), text.end(), word.begin(), word.end(),

@@ -18,13 +18,13 @@
 CABuffer::CABuffer(std::int32_t size) : size_(size), capacity_(size)
 {
     if (CATraceOn()) {
-        makeBlock();  // the line tells its address
+        makeBlock();  // now, because the line shows its address
         CATraceLine("Buffer...... new a buffer %" PRIxPTR ".\n",
                     reinterpret_cast<std::uintptr_t>(buffer_));
     }
 }
 
-// Without memory the buffer has no size, and takes nothing from then on.
+// If memory is out, the size becomes 0, so that the buffer never takes anything.
 void CABuffer::makeBlock()
 {
     buffer_ = static_cast<char *>(std::malloc(static_cast<std::size_t>(size_) + 1));
@@ -71,8 +71,9 @@ std::int32_t CABuffer::addData(const char *data, std::int32_t length)
     return taken;
 }
 
-// The size rises by all that is offered, so the new bytes always fit behind the unread ones. The
-// block may be larger than that: a body that comes in many pieces is not copied for each of them.
+// Increases the size by the offered length, so that the new bytes always fit after the unread
+// ones. The block at least doubles when it is replaced: a body that arrives in many pieces is then
+// not copied for each of them.
 std::int32_t CABuffer::grow(const char *data, std::int32_t length)
 {
     const std::int64_t newSize = std::int64_t{size_} + length;

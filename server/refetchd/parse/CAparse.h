@@ -1,10 +1,10 @@
-// The two types on which every stage of a response's way rests: a growable byte buffer, and the
-// base of the parser chain.
+// The types on which all parsers of responses are built: a byte buffer that grows, and the base
+// class of the stages of a parser chain.
 //
-// A chain serves one response: the connection hands each block to the head (CAParseHTTP), which
-// takes off status line, headers and chunk framing and passes the body to its sink (CAParseHTML for
-// pages, CAParseBinary for bodies that are saved), or to nothing. A chain belongs to one worker
-// thread.
+// A chain reads one response. The connection passes each block to the head (CAParseHTTP), which
+// removes the status line, the headers and the chunk framing, and passes the body on to its sink:
+// CAParseHTML for pages, CAParseBinary for other bodies that are saved. Without a sink the body is
+// dropped. A chain belongs to one worker thread.
 #pragma once
 
 #include <cstdint>
@@ -15,35 +15,35 @@
 
 class CAURL;
 
-// A byte buffer with a read and a write position. What is unread is always followed by a NUL.
+// A byte buffer with a read and a write position. A NUL always follows the unread bytes.
 class CABuffer {
 public:
     // A buffer larger than this no longer grows.
     static constexpr std::int32_t maxBufferSize = 65536;
 
-    // `size` bytes of room, which come with the first data: most stages never buffer any. Without
-    // memory the buffer takes nothing.
+    // A buffer of `size` bytes. They are allocated when the first data are added, because most
+    // stages never buffer any. If memory is out then, the buffer takes nothing.
     explicit CABuffer(std::int32_t size);
     virtual ~CABuffer();
     CABuffer(const CABuffer &) = delete;
     CABuffer &operator=(const CABuffer &) = delete;
 
-    // Appends up to `length` bytes. Returns how many were taken (0 for no data or when the buffer
-    // is full and may not grow), or -1 when it should have grown and memory is out (nothing
-    // changed).
+    // Appends up to `length` bytes. Returns how many were taken: 0 when there are no data, or when
+    // the buffer is full and may not grow, or has no memory. Returns -1, with the contents
+    // unchanged, when the buffer had to grow and could not.
     std::int32_t addData(const char *data, std::int32_t length);
 
-    // Marks `n` bytes as read; with all read, or `n` out of range, the buffer starts afresh.
-    // Returns the new read position.
+    // Marks `n` bytes as read; a negative `n` makes bytes unread again. The buffer is emptied when
+    // all bytes are read or `n` is out of range. Returns the new read position.
     char *adjustReadP(std::int32_t n);
 
     [[nodiscard]] std::int32_t getBufferSize() const { return size_; }
     [[nodiscard]] std::int32_t getContentSize() const { return contentSize_; }
-    // All null until data was added (the block only while nothing is traced).
+    // All null until data are added; while tracing is on, the block is allocated at once.
     [[nodiscard]] char *getBuffer() const { return buffer_; }
     [[nodiscard]] char *getReadP() const { return readP_; }
     [[nodiscard]] char *getWriteP() const { return writeP_; }
-    // For a parser that moves the positions in place; it calls adjustContentSize() afterwards.
+    // For a parser that moves the positions itself and then calls adjustContentSize().
     [[nodiscard]] char **getReadPP() { return &readP_; }
     [[nodiscard]] char **getWritePP() { return &writeP_; }
     void adjustContentSize() { contentSize_ = static_cast<std::int32_t>(writeP_ - readP_); }
@@ -53,8 +53,8 @@ private:
     std::int32_t grow(const char *data, std::int32_t length);
     void compact();
 
-    std::int32_t size_;      // room
-    std::int32_t capacity_;  // what the block has room for, and one byte more for the NUL
+    std::int32_t size_;      // most bytes that are kept
+    std::int32_t capacity_;  // bytes of the block, not counting the one for the NUL
     std::int32_t contentSize_ = 0;
     char *buffer_ = nullptr;  // owned
     char *readP_ = nullptr;
@@ -72,29 +72,31 @@ public:
     CAParser(const CAParser &) = delete;
     CAParser &operator=(const CAParser &) = delete;
 
-    // Offers the next `length` bytes of the stream; `data[length]` may be written. Returns how many
-    // bytes were taken: the caller keeps the rest and offers it again. Sets `*finished` to 1 when
-    // the response is complete or is to be abandoned, `*closeConnection` to 1 when the connection
-    // must be closed after it and to 0 when it may be kept; a stage without a view leaves both
-    // alone. The base hands everything to its sink, or drops it.
+    // Offers the next `length` bytes of the response. The stage may write into them and into
+    // `data[length]`. Returns how many bytes were taken; CAParseHTTP offers the rest to its sink
+    // again. Sets `*finished` to 1 when the response is complete or no more of it is wanted, and
+    // `*closeConnection` to 1 when the connection must be closed afterwards or to 0 when it may be
+    // kept. A stage that decides neither leaves both as they are. The base class passes everything
+    // to its sink; without one it takes and drops everything.
     virtual std::int32_t consume(char *data, std::int32_t length, std::int32_t *finished,
                                  std::int32_t *closeConnection);
 
-    // Installs `next` (taken over) in place of the sink, which is deleted. Returns `next`.
+    // Deletes the sink and takes over `next`, which may be null, in its place. Returns `next`.
     CAParser *addSink(CAParser *next);
 
 protected:
-    // Builds the URL of a link or redirection found in this response, so many levels deeper.
+    // Makes the URL of a link or redirection of this response; its depth is `deeper` levels more
+    // than that of the response's URL. The caller owns it.
     [[nodiscard]] CAURL *resolveFound(const char *link, std::int32_t deeper) const;
-    // Tells the observer of a link that a limit stands against; nothing without one.
+    // Reports to `results` that a limit keeps this link out; does nothing while nobody observes.
     void reportDropped(const char *link, std::int32_t deeper, CADrop why) const;
-    // Takes `found` over: enqueued, counted for its host and recorded when it is interesting,
-    // otherwise deleted.
+    // Takes `found` over. If it is interesting, it is counted for its host, recorded as processed
+    // and enqueued; otherwise it is reported as dropped and deleted.
     void takeIfInteresting(CAURL *found) const;
 
     CAParser *sink_ = nullptr;  // owned
     CAURL *const url_;
-    const CAURL *base_ = url_;  // against which links are resolved
+    const CAURL *base_ = url_;  // links are relative to this
     HTThreadContext *const threadContext_;
-    CABuffer *const buffer_;  // owned; the stage's input
+    CABuffer *const buffer_;  // owned; input that waits to be parsed
 };

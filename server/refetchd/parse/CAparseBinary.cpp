@@ -23,7 +23,7 @@ namespace {
 
 constexpr mode_t kDirectoryMode = 0775;
 
-// True when the ".." segments of `path` lead above where it begins.
+// True when the ".." segments of `path` lead above the directory where it begins.
 bool climbsOut(std::string_view path)
 {
     int depth = 0;
@@ -42,18 +42,19 @@ bool climbsOut(std::string_view path)
     return false;
 }
 
-// Held from the first look at the save directory until the file is open. While a page is being
-// turned into a directory its name does not exist, and the page stands at a temporary name that may
-// be the name of another page: a thread that opened or created one of them then would lose a body.
-// Never destroyed, for a worker may outlive the end of main().
+// Guards the names in the save directory: locked while the directories of a file are created and
+// the file is opened, and while a file is removed. Otherwise turnIntoDirectory() could lose a body
+// of another thread: for a moment the page has a temporary name, which may be that of another page,
+// and its own name is free. Never destroyed, because a worker thread may outlive main().
 PMutex &namesMutex()
 {
     static PMutex *const mutex = new PMutex;
     return *mutex;
 }
 
-// A page saved earlier stands where a directory is needed: the page becomes a file inside it. The
-// names are put together as the directory's name stands, with or without a final "/".
+// Creates the directory `dir` where a page was saved before under this name, and renames that page.
+// The new names are odd, because `dir` has no final "/": a page "h/a" is renamed to "h/.tmp" while
+// the directory is created, and then to "h/aindex.html", which is beside the directory.
 void turnIntoDirectory(const char *dir, HTPool *pool)
 {
     const std::size_t length = std::strlen(dir);
@@ -76,8 +77,9 @@ void turnIntoDirectory(const char *dir, HTPool *pool)
     }
 }
 
-// Cuts `dir` back to its deepest part that exists. A file there is turned into a directory when it
-// is one of ours: its name is longer than the `ours` bytes of the save directory's.
+// Shortens `dir` to the deepest directory that exists, or to the part before its first "/" if none
+// does. A regular file found there is turned into a directory if it is below the save directory,
+// that is, if its name is longer than `ours`, the length of the save directory's name.
 void cutToExisting(char *dir, std::size_t ours, HTPool *pool)
 {
     const char *const first = std::strchr(dir, '/');
@@ -113,11 +115,12 @@ bool makeDirectory(const char *dir)
     return false;
 }
 
-// Creates the directories that `place` (which ends in "/") has beyond `dir`, which is a beginning
-// of it and has room for all of it. 1, or 0 when one could not be made.
+// Creates the missing directories of `place`, which ends in "/". `dir` holds the start of `place`
+// that cutToExisting() has found, has room for all of `place`, and is overwritten. 1, or 0 when a
+// directory could not be created.
 int createBeyond(char *dir, const char *place)
 {
-    // The first name of a relative place may be missing, too.
+    // Of a relative path even the first name may be missing.
     if (*dir != '\0' && access(dir, F_OK) != 0 && !makeDirectory(dir)) {
         return 0;
     }
@@ -180,12 +183,12 @@ void CAParseBinary::openFile()
     }
     if (file_ != nullptr) {
         std::setvbuf(file_, nullptr, _IONBF,
-                     0);  // each write tells at once whether the disk is full
+                     0);  // unbuffered, so that the write itself fails when the disk is full
     }
     CATrace("Creating.... file \"%s\" %s.\n", fileName_, file_ != nullptr ? "SUCCEEDED" : "FAILED");
 }
 
-// Makes sure that the directory of the file exists. 1, or 0 when it could not be made.
+// Makes sure that the directory of the file exists. 1, or 0 when it could not be created.
 int CAParseBinary::create_place()
 {
     const char *const slash = std::strrchr(fileName_, '/');
@@ -229,7 +232,7 @@ std::int32_t CAParseBinary::consume(char *data, std::int32_t length, std::int32_
     return length;
 }
 
-// Half a body is worse than none.
+// Removes the incomplete file: part of a body is worse than no copy.
 void CAParseBinary::dropFile()
 {
     removeFile();
@@ -239,8 +242,7 @@ void CAParseBinary::dropFile()
     fileName_ = nullptr;
 }
 
-// If another thread has turned the file into a directory, it is removed under the name that
-// turnIntoDirectory() gave it.
+// Removes the file, under its new name if another thread has renamed it in turnIntoDirectory().
 void CAParseBinary::removeFile()
 {
     const PMutexGuard guard(namesMutex());

@@ -1,4 +1,4 @@
-// The sink of bodies that are to be kept: writes one body into a file below the save directory.
+// Saves the body of one response in a file below the save directory.
 #pragma once
 
 #include <cstdint>
@@ -6,22 +6,23 @@
 
 #include "parse/CAparse.h"
 
-// The file's path mirrors the URL: save directory, host, "/", path ("index.html" behind a final
-// "/"). Host and path stand in it as they are, but a path that would leave its host's directory is
-// treated like a file that cannot be opened. Without an open file the body is absorbed.
+// The path of the file follows the URL: save directory, host, "/", path with query, and
+// "index.html" if that ends in "/". Host and path are used unchanged; but if they lead out of the
+// directory of the host, no file is opened. Without an open file the body is dropped.
 //
-// Any thread. Files are opened one at a time, under a lock of the module's own, and the trace lines
-// about it are written under that lock. When another thread turns the file into a directory while
-// it is being written, writing goes on and the body is complete under its new name.
+// Parsers on different threads may save at the same time. Files are opened one at a time, under a
+// lock of this module; the directories are created, and traced, under that lock. When another
+// thread needs a directory in place of this file (see turnIntoDirectory()) while it is being
+// written, the file is renamed and writing goes on.
 class CAParseBinary : public CAParser {
 public:
     explicit CAParseBinary(CAURL *url);
-    ~CAParseBinary() override;  // the file is complete now
+    ~CAParseBinary() override;  // closes the file
     CAParseBinary(const CAParseBinary &) = delete;
     CAParseBinary &operator=(const CAParseBinary &) = delete;
 
-    // Writes the block; a file that cannot take all of it is removed. Takes everything, leaves both
-    // flags alone.
+    // Writes the block; if that fails, removes the file and drops the rest of the body. Takes
+    // everything and leaves both flags as they are; they may be null.
     std::int32_t consume(char *data, std::int32_t length, std::int32_t *finished,
                          std::int32_t *closeConnection) override;
 
@@ -31,7 +32,7 @@ private:
     void dropFile();
     void removeFile();
 
-    char *fileName_ = nullptr;  // owned; null without saving and after a failed write
+    char *fileName_ = nullptr;  // owned; null while nothing is saved and after a failed write
     std::uint64_t bytesWritten_ = 0;
     FILE *file_ = nullptr;
 };

@@ -23,7 +23,7 @@ constexpr int hexValue(char c)
     return kNoDigit;
 }
 
-// The number, or one more than the largest chunk when it is larger than that.
+// The size that the digits give, or kTooBig when it is more than maxChunkedSize.
 std::int32_t sizeOf(const char *digits, std::size_t count)
 {
     constexpr std::int32_t kTooBig = CAChunkDecoder::maxChunkedSize + 1;
@@ -50,7 +50,7 @@ void CAChunkDecoder::decode(const char *data, std::int32_t length, const Output 
 
 namespace {
 
-// Steps over the next `wanted`; false, with the input used up, when there is none.
+// Skips past the next `wanted` byte. False, with all input skipped, when there is none.
 bool skipPast(char wanted, const char **at, const char *end)
 {
     const void *const found = std::memchr(*at, wanted, static_cast<std::size_t>(end - *at));
@@ -62,7 +62,7 @@ bool skipPast(char wanted, const char **at, const char *end)
 
 CAChunkDecoder::State CAChunkDecoder::step(Input *input, const Output &output)
 {
-    // Skips to a byte; the state stays as it is while the byte has not come.
+    // Skips past the next `wanted` byte. Stays in the current state when the input has none.
     const auto after = [this, input](char wanted, State next) {
         return skipPast(wanted, &input->at, input->end) ? next : state_;
     };
@@ -134,8 +134,8 @@ CAChunkDecoder::State CAChunkDecoder::onLastFeed(Input *input, const Output &out
     return State::Size;
 }
 
-// Hands the decoded bytes to the sink. False when none were taken, or there are none though the
-// buffer takes no more: to go on offering would be a hang.
+// Passes the decoded bytes to the sink. False when the sink took none of them, or when there are
+// none (the buffer has no memory then): trying again would loop for ever.
 bool CAChunkDecoder::deliver(const Output &output)
 {
     const std::int32_t unread = chunkBuffer_.getContentSize();

@@ -1,12 +1,13 @@
-// Takes the chunk framing off a response body, one block of any size at a time.
+// Removes the chunk framing from the body of a response, one block of any size at a time.
 //
 //     body  := { chunk } last-chunk [ trailer ]
 //     chunk := hex-size [ extensions ] CR LF  data  CR LF
 //     last-chunk := "0" ... CR LF  CR LF
 //
-// Whatever is no hex digit ends the size, and an empty size counts as 0. Data reach the sink only
-// when the buffer of decoded bytes is full and at the last chunk. A trailer line is skipped, and
-// the decoder then waits for a size again: a body with trailers ends by the connection's time-out.
+// The first byte that is no hex digit ends the size, and a missing size counts as 0. Data reach the
+// sink only when the buffer of decoded bytes is full, and at the end of the body. A trailer line is
+// skipped, but the decoder then waits for another chunk: a body with a trailer does not end before
+// the connection is closed or times out.
 #pragma once
 
 #include <array>
@@ -16,10 +17,11 @@
 
 class CAChunkDecoder {
 public:
-    // The largest chunk that is accepted.
+    // The largest chunk that is accepted, in bytes.
     static constexpr std::int32_t maxChunkedSize = 2097152;
 
-    // Where the decoded bytes go (no parser: dropped), and the flags of CAParser::consume.
+    // The parser that gets the decoded bytes (null: they are dropped), and the flags of
+    // CAParser::consume(). All stay the caller's.
     struct Output {
         CAParser *sink;
         std::int32_t *finished;
@@ -28,25 +30,25 @@ public:
 
     CAChunkDecoder() = default;
 
-    // Decodes `length` bytes. Sets `*finished` when the last chunk was seen and what is decoded was
-    // offered to the sink; `*finished` and `*closeConnection` when the body is dropped because a
-    // chunk is too big, memory is out, or the sink takes nothing.
+    // Decodes `length` bytes. Sets `*finished` to 1 when the body has ended and its decoded bytes
+    // were offered to the sink. Sets both `*finished` and `*closeConnection` to 1 when the body is
+    // dropped because a chunk is too big, memory is out, or the sink takes nothing.
     void decode(const char *data, std::int32_t length, const Output &output);
 
 private:
     enum class State : std::uint8_t {
-        Size = 3,            // gathers hex digits
+        Size = 3,            // collects hex digits
         SizeLineReturn = 4,  // skips extensions, waits for CR
         SizeLineFeed = 5,    // waits for LF; then Data, or LastReturn after size 0
         Data = 6,            // copies chunkRemaining_ bytes
-        DataReturn = 8,      // waits for CR behind the data
+        DataReturn = 8,      // waits for CR after the data
         DataFeed = 9,        // waits for LF; then Size
-        LastReturn = 10,     // CR here: the end; anything else: a trailer line
-        LastFeed = 11,       // LF here: complete
-        Trailer = 12,        // a trailer line begins
+        LastReturn = 10,     // CR: the end of the body may follow; anything else: a trailer line
+        LastFeed = 11,       // LF: the body is complete; anything else: a trailer line
+        Trailer = 12,        // at the start of a trailer line
         TrailerReturn = 13,  // waits for CR
         TrailerFeed = 14,    // waits for LF; then Size
-        Dropped = 15,        // takes nothing any more
+        Dropped = 15,        // ignores all further input; final
     };
 
     struct Input {

@@ -55,7 +55,8 @@ std::int32_t CAParseHTML::consume(char *data, std::int32_t length, std::int32_t 
         return length;
     }
     if (modernLinks_ != nullptr) {
-        // It may be within a comment: no block is left out.
+        // Scan every block, even while a limit is reached: the scanner must see where comments and
+        // scripts begin and end. processFoundUrl() drops the links.
         modernLinks_->scan(data, data + length);
     } else if (takesLinks()) {
         links_.scan(data, data + length);
@@ -94,7 +95,8 @@ void CAParseHTML::processFoundBase(const char *href)
 
 namespace {
 
-// A scheme of which a proxy makes nothing: a script, a mail address, data.
+// True when the link has a scheme other than http, https and ftp, such as "javascript:" or
+// "mailto:". The proxy cannot fetch it.
 bool isOfAnotherScheme(std::string_view link)
 {
     const std::size_t colon = link.find_first_of(":/?#");

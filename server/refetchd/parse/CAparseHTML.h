@@ -1,4 +1,4 @@
-// The sink of HTML pages: finds the links of a page and enqueues those that are wanted.
+// The parser of HTML pages: finds the links of a page and enqueues those that are wanted.
 #pragma once
 
 #include <cstdint>
@@ -8,8 +8,8 @@
 #include "parse/CAscanHTML.h"
 #include "parse/CAscanModern.h"
 
-// Passes each block to the stage behind first (the saver, when bodies are kept), because the scan
-// for links writes NULs into it.
+// When pages are saved, its sink is a CAParseBinary. Each block goes to the sink before it is
+// scanned, because the scan writes NULs into it.
 class CAParseHTML : public CAParser, private CALinkSink {
 public:
     explicit CAParseHTML(CAURL *url);
@@ -18,7 +18,7 @@ public:
     CAParseHTML(const CAParseHTML &) = delete;
     CAParseHTML &operator=(const CAParseHTML &) = delete;
 
-    // Takes everything; `data[length]` must be a NUL. Leaves both flags to the stage behind.
+    // Takes everything. Leaves both flags to its sink.
     std::int32_t consume(char *data, std::int32_t length, std::int32_t *finished,
                          std::int32_t *closeConnection) override;
 
@@ -30,6 +30,7 @@ private:
     void processFoundBase(const char *href) override;
 
     CAScanHTML links_;
-    std::unique_ptr<CAScanModern> modernLinks_;  // in its place, when the options say so
-    std::unique_ptr<const CAURL> foundBase_;
+    std::unique_ptr<CAScanModern> modernLinks_;  // null unless the options ask for it; then used
+                                                 // in place of links_
+    std::unique_ptr<const CAURL> foundBase_;     // base_ points to it once the page declares a base
 };

@@ -18,7 +18,7 @@
 
 namespace {
 
-// A pass in which the input buffer took nothing is tried again this often.
+// consume() gives up after this many passes in a row in which the input buffer took nothing.
 constexpr int kMaxIdlePasses = 3;
 
 constexpr std::int32_t kOk = 200;
@@ -26,11 +26,11 @@ constexpr std::int32_t kFound = 302;
 constexpr std::array<std::int32_t, 4> kOtherRedirects = {301, 303, 307, 308};
 constexpr std::int32_t kBadResponse = 500;
 
-// The headers that are asked for; no other is kept.
+// The headers that the parser itself reads. Others are not kept.
 constexpr std::array<std::string_view, 5> kKeptHeaders = {
     "Connection:", "Content-Length:", "Content-type:", "Location:", "Transfer-Encoding:"};
 
-// Kept besides when the options say so.
+// Kept as well when the options say so.
 constexpr std::array<std::string_view, 9> kMoreHeaders = {
     "Age:", "Cache-Control:", "Cache-Status:",   "Date:",     "Retry-After:",
     "Via:", "X-Cache:",       "X-Cache-Lookup:", "X-Varnish:"};
@@ -44,8 +44,8 @@ bool isAmong(const std::array<std::string_view, count> &names, std::string_view 
     });
 }
 
-// Headers are kept up to this many bytes, each counted with what its record takes: a peer may send
-// them for ever.
+// Limits the memory for kept headers, because a peer may send headers for ever. Each one counts as
+// its text and kHeaderRecord bytes for its record.
 constexpr std::size_t kMaxHeaderBytes = 262144;
 constexpr std::size_t kHeaderRecord = 128;
 
@@ -106,7 +106,7 @@ std::int32_t CAParseHTTP::consume(char *data, std::int32_t length, std::int32_t 
     std::int32_t taken = 0;
     int idlePasses = 0;
     while (length > 0 && idlePasses < kMaxIdlePasses) {
-        // After a partial take the block is offered from its start again, only shorter.
+        // If only a part was taken, the same start of the block is offered again, with less length.
         const std::int32_t added = buffer_->addData(data, length);
         ++idlePasses;
         if (buffer_->getReadP() != nullptr) {
@@ -121,8 +121,8 @@ std::int32_t CAParseHTTP::consume(char *data, std::int32_t length, std::int32_t 
     return taken;
 }
 
-// One pass: each state hands on to the next within it, so that a block which holds a whole response
-// is carried through all of them.
+// One pass over the buffered input. Several states may follow each other in it, so that a block
+// with a whole response goes through all of them.
 void CAParseHTTP::step(std::int32_t *finished, std::int32_t *closeConnection)
 {
     char **const readP = buffer_->getReadPP();
@@ -154,7 +154,7 @@ void CAParseHTTP::consumeRC(char **readP, char *const *writeP)
     if (lineEnd == nullptr) {
         return;
     }
-    // Only the line itself is looked at: what else has come by now depends on the network.
+    // Look at this line only: how much has arrived after it depends on the network.
     char *at = findByte(*readP, lineEnd, ' ');
     const std::string_view line(*readP, static_cast<std::size_t>(lineEnd - *readP));
     if (!line.starts_with("HTTP/") || at == nullptr) {
@@ -169,7 +169,7 @@ void CAParseHTTP::consumeRC(char **readP, char *const *writeP)
     }
     state_ = State::Headers;
     if (*at == '\0') {
-        // A NUL ends the text before any code: the code reads as 0, and what was buffered is lost.
+        // A NUL in place of the status code: the code counts as 0, and the buffered input is lost.
         CATrace("Parser...... can't cope with totally wierded-out response line.\n");
         rc_ = 0;
         *readP = *writeP;
@@ -229,8 +229,8 @@ void CAParseHTTP::addHeader(char *line)
     CATrace("Parser...... found header %s %s.\n", line, value);
 }
 
-// A header whose value follows its colon at once counts as none, but for those that only the
-// options ask for.
+// addHeader() ignores a header without a space after its colon. This keeps such a header all the
+// same if it is one that only the options need.
 void CAParseHTTP::addWithoutBlank(const char *line)
 {
     if (!options_.closeDelimitedBodies && !options_.keepMoreHeaders) {
@@ -295,8 +295,8 @@ void CAParseHTTP::makeDecision()
     chooseSink();
 }
 
-// Enqueues the target of a redirection when it is interesting. False when a limit of the queue
-// stands against it: the decision is then made again with the next block.
+// Enqueues the target of a redirect if it is interesting. False when a limit of the queue keeps it
+// out; the state stays Complete then, and the next block tries again.
 bool CAParseHTTP::followRedirect()
 {
     CATrace("Parser...... return code was %d (will look for Location:)\n", rc_);

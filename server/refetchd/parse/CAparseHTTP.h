@@ -1,4 +1,5 @@
-// The head of every parser chain: status line, headers, redirections, and the body's framing.
+// The head of every parser chain: reads the status line, the headers, redirects and the framing of
+// the body.
 #pragma once
 
 #include <cstdint>
@@ -10,9 +11,9 @@
 #include "parse/CAparseChunked.h"
 #include "report/CAverdict.h"
 
-// Reads one response. A 302 enqueues its "Location:"; a 200 hands its body to the sink that fits
-// its type; every other status is abandoned, unless the options say otherwise. Any byte may be the
-// last of a block.
+// Reads one response, in blocks that may end at any byte. After status 302, and after the other
+// redirects if the options say so, it enqueues the URL of "Location:". After status 200 it passes
+// the body to a sink for its type. All responses except a 200 are abandoned after their headers.
 class CAParseHTTP : public CAParser {
 public:
     explicit CAParseHTTP(CAURL *url);
@@ -24,32 +25,36 @@ public:
     std::int32_t consume(char *data, std::int32_t length, std::int32_t *finished,
                          std::int32_t *closeConnection) override;
 
-    // The status code; 0 until the status line was read, 500 when it was none.
+    // The status code; 0 until the status line was read or if it holds no number, 500 if the first
+    // line is no status line.
     [[nodiscard]] std::int32_t getHTTPRequestRC() const { return rc_; }
 
-    // False once what came turned out to be no HTTP response.
+    // False once the first line turned out to be no status line.
     [[nodiscard]] bool isHTTP() const { return isHTTP_; }
 
-    // True once it is known that nothing but the end of the connection tells where the body ends.
+    // True once the headers show that only the end of the connection marks the end of the body.
     [[nodiscard]] bool isUnframed() const { return unframed_; }
 
-    // True while a limit of the queue stands against a redirection, which is looked at again with
-    // each block.
+    // True while a limit of the queue keeps out the target of a redirect. Each further block of the
+    // response tries it again; if none succeeds, the destructor reports the target as dropped.
     [[nodiscard]] bool waitsForRoom() const { return waitsFor_ != CADrop::None; }
 
-    // The value of a header that is kept (its name with the colon), as it stands; "" without one.
+    // The value of a header, unchanged, by its name with the colon, in any case; the last one if
+    // there are several. "" if there is none or the header is not kept. Valid as long as the
+    // parser.
     [[nodiscard]] std::string_view header(const char *name) const;
 
-    // Those that say what the cache did; they stay the parser's.
+    // The headers that say what the cache did; empty unless the options keep them. Valid as long as
+    // the parser.
     [[nodiscard]] CACacheHeaders cacheHeaders() const;
 
 private:
     enum class State : std::uint8_t {
         StatusLine = 0,
         Headers = 1,
-        Complete = 2,  // headers complete: decides what becomes of the body
+        Complete = 2,  // headers complete: decides what happens to the body
         Body = 3,
-        Discard = 4,  // drops everything, done and close; final
+        Discard = 4,  // drops everything and sets both flags; final
     };
 
     void step(std::int32_t *finished, std::int32_t *closeConnection);
@@ -70,16 +75,16 @@ private:
                        std::int32_t *closeConnection);
 
     const CAParseOptions options_;
-    HTAssocList *headers_;  // owned; names keep their colon
-    std::size_t headerBytes_ = 0;
+    HTAssocList *headers_;         // owned; the names include the colon
+    std::size_t headerBytes_ = 0;  // memory for headers_, see kMaxHeaderBytes
     State state_ = State::StatusLine;
     std::int32_t rc_ = 0;
     std::int64_t contentLength_ = 0;  // 0 when absent; bodies may be larger than 2 GiB
-    std::int64_t bodyDelivered_ = 0;
-    bool chunked_ = false;
+    std::int64_t bodyDelivered_ = 0;  // bytes of the body that were passed on
+    bool chunked_ = false;            // the body is read as chunks, even if no header says so
     bool unframed_ = false;
-    bool untilClose_ = false;  // unframed, and its body is wanted all the same
+    bool untilClose_ = false;  // unframed, and read up to the end of the connection
     bool isHTTP_ = true;
-    CADrop waitsFor_ = CADrop::None;  // the limit that stands against the redirection
+    CADrop waitsFor_ = CADrop::None;  // the limit that keeps out the target of the redirect
     CAChunkDecoder chunks_;
 };

@@ -10,7 +10,7 @@
 
 namespace {
 
-// A tag that carries a link. Its name is followed by a blank: a name before a tab or a
+// A tag that holds a link. The name includes the space after it, so a name followed by a tab or a
 // line feed is not found.
 struct Target {
     std::string_view tag;
@@ -34,8 +34,8 @@ constexpr std::array<Target, 12> Targets = {{
     {"meta ", "url", false, false},
 }};
 
-// For each byte the targets whose names begin with it, in either case, a bit each: most tags of a
-// page are none.
+// For each byte, one bit for every target whose name begins with it, in either case. Most tags of a
+// page are no targets, and this rules them out quickly.
 using TargetSet = std::uint16_t;
 
 consteval std::array<TargetSet, 256> targetsByLetter()
@@ -52,7 +52,8 @@ consteval std::array<TargetSet, 256> targetsByLetter()
 
 constexpr std::array<TargetSet, 256> kTargetsByLetter = targetsByLetter();
 
-// Does the text begin with `word`, which is in small letters, in either case?
+// True when `text` begins with `word`, ignoring case. `word` is in lower case; `text` ends in a
+// NUL.
 bool begins(const char *text, std::string_view word)
 {
     for (const char c : word) {
@@ -88,9 +89,9 @@ char *skipSpace(char *text)
     return text;
 }
 
-// The value of an attribute whose "=" was stepped over, cut off in place; null when it has no end.
-// An unquoted value at the very end of a tag that was scanned in its block has none: its ">" is a
-// NUL already.
+// The value of an attribute; `text` begins after its "=". Ends the value with a NUL, in place.
+// Null when no end is found. This includes the unquoted value of <a href=x>, because scan() has
+// replaced the ">" by a NUL; in a tag that was put together from several blocks it is still there.
 char *cutValue(char *text)
 {
     text = skipSpace(text);
@@ -112,7 +113,9 @@ char *cutValue(char *text)
     return text;
 }
 
-// The value of the first `attribute` in the text of a tag, wherever it stands; null without one.
+// The value after the first occurrence of `attribute` in the text of a tag, even within another
+// name or a quoted value, such as the "url" of <meta content="5; url=x">. Later occurrences do not
+// count. Null without a value.
 char *valueOf(std::string_view attribute, char *text)
 {
     for (; *text != '\0'; ++text) {
@@ -152,7 +155,8 @@ void CAScanHTML::scan(char *data, char *end)
     }
 }
 
-// Ends the pending tag with what the block brings for it. Returns where the scan begins.
+// Completes the pending tag with the start of the block. Returns where the scan of the block
+// begins.
 char *CAScanHTML::finishPending(char *data, char *end)
 {
     char *const open = find(data, end, '<');
@@ -162,11 +166,11 @@ char *CAScanHTML::finishPending(char *data, char *end)
         return data;
     }
     if (open != nullptr && open < close) {
-        reassemblyLength_ = 0;  // another tag begins before this one has ended
+        reassemblyLength_ = 0;  // another tag begins before this one ends: drop it
         return open;
     }
     parsePending(data, static_cast<std::size_t>(close + 1 - data));
-    return data;  // what belonged to the tag holds no "<"
+    return data;  // the end of the pending tag holds no "<", so it is not scanned twice
 }
 
 void CAScanHTML::queueUp(const char *data, std::size_t length)
@@ -178,7 +182,7 @@ void CAScanHTML::queueUp(const char *data, std::size_t length)
         CATrace("HTML........ parser queueing up another %u bytes.\n", count(length));
         return;
     }
-    reassemblyLength_ = 0;  // before the message, which therefore counts 0 bytes buffered
+    reassemblyLength_ = 0;  // before the trace line, which therefore always says "0 buffered"
     CATrace(
         "HTML........ parser giving up on reassembly (%u buffered + %u incoming with no end in "
         "sight).\n",
@@ -213,7 +217,7 @@ void CAScanHTML::bufferIncomplete(const char *tag, std::size_t length, std::size
     reassemblyLength_ = length;
 }
 
-// `tag` points at the "<" of a text that ends in a NUL, and is cut up.
+// `tag` points at the "<" of a text that ends in a NUL. NULs are written into the text.
 void CAScanHTML::parseTag(char *tag)
 {
     char *const text = skipSpace(tag + 1);

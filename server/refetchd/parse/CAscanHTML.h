@@ -1,10 +1,11 @@
-// Finds the links in the text of a page, block by block; knows nothing of what becomes of them.
+// Finds the links in the text of a page, block by block. What happens to them is up to a
+// CALinkSink.
 #pragma once
 
 #include <array>
 #include <cstddef>
 
-// Whoever wants the links.
+// Receives the links of a page. Called on the thread that scans.
 class CALinkSink {
 public:
     CALinkSink() = default;
@@ -12,28 +13,29 @@ public:
     CALinkSink(const CALinkSink &) = delete;
     CALinkSink &operator=(const CALinkSink &) = delete;
 
-    // Called for each link, in their order: its text as found, which is gone after the call, and
-    // whether it leads one level deeper than the page.
+    // Called for each link, in the order of the page. `link` is valid only during the call;
+    // `raisesDepth` says that the link is one level deeper than the page.
     virtual void processFoundUrl(const char *link, bool raisesDepth) = 0;
 
-    // Called for the page's base, against which the links behind it are to be resolved, by a
-    // scanner that looks for one.
+    // Called at most once, with the base URL that the page declares: the links that follow are
+    // relative to it. Only CAScanModern looks for one.
     virtual void processFoundBase(const char * /*href*/) {}
 };
 
-// Looks for tags that carry a link; builds no document. A tag is what stands between "<" and the
-// next ">", quotes or not. A tag that a block cuts off is put together again up to a limit. One
-// scanner reads one page, on one thread.
+// Looks for tags with links, without building a document. A tag is the text between "<" and the
+// next ">", even inside quotes. A tag that continues in the next block is put together in a buffer;
+// one that is too long for it is skipped. One scanner reads one page, on one thread.
 class CAScanHTML {
 public:
-    // The sink gets each link when its tag ends, without images unless `inlineImages`.
+    // The sink, which stays the caller's, gets each link when its tag ends. Links to images are
+    // left out unless `inlineImages` is set.
     CAScanHTML(CALinkSink *sink, bool inlineImages) : sink_(sink), inlineImages_(inlineImages) {}
 
-    // Scans the block [data, end) and cuts its tags up in place; `*end` must be a NUL.
+    // Scans the block [data, end) and writes NULs into its tags.
     void scan(char *data, char *end);
 
 private:
-    // Room for a cut-off tag, its NUL included.
+    // The longest tag that is put together from several blocks, plus one for the NUL.
     static constexpr std::size_t kReassemblySize = 512;
 
     char *finishPending(char *data, char *end);
@@ -44,6 +46,6 @@ private:
 
     CALinkSink *const sink_;
     const bool inlineImages_;
-    std::size_t reassemblyLength_ = 0;                // 0: none is pending
-    std::array<char, kReassemblySize> reassembly_{};  // a tag that has not ended yet
+    std::size_t reassemblyLength_ = 0;                // 0: no tag is pending
+    std::array<char, kReassemblySize> reassembly_{};  // the start of a tag that has not ended yet
 };

@@ -35,7 +35,7 @@ constexpr CharacterSet kBeforeUrl(" \t\n\f\r,");
 constexpr CharacterSet kTime("0123456789.");
 constexpr CharacterSet kEndsTime(" \t\n\f\r;,");
 
-// Both for a block, which is only read, and for a value.
+// Templates, because a block is const and a value is changed in place.
 template <typename Char>
 Char *find(Char *at, const char *end, const CharacterSet &set)
 {
@@ -75,8 +75,9 @@ void CAScanModern::scan(const char *data, const char *end)
     }
 }
 
-// A step takes at least a byte, or leads to a state that does. It goes through several states where
-// most tags do within a block, which are many: "<p>", "</p>", "<p class="...">".
+// A step reads at least one byte, or leads to a state that does. For speed, one step takes the
+// commonest tags, such as "<p>", "</p>" and "<p class="...">", through several states at once when
+// the block holds them whole.
 CAScanModern::State CAScanModern::step(Input *input)
 {
     switch (state_) {
@@ -116,7 +117,7 @@ CAScanModern::State CAScanModern::step(Input *input)
     return onValue(find(input->at, input->end, kEndsValue), input);
 }
 
-// The state stays as it is while the byte has not come.
+// Skips past the next `wanted` byte. Stays in the current state when the block has none.
 CAScanModern::State CAScanModern::skipPast(char wanted, State next, Input *input) const
 {
     const char *const found = find(input->at, input->end, wanted);
@@ -124,8 +125,8 @@ CAScanModern::State CAScanModern::skipPast(char wanted, State next, Input *input
     return found == input->end ? state_ : next;
 }
 
-// The next byte around comments and the like. It is taken when a row names it; what else comes is
-// left to the state of the row without one.
+// The states in which the next byte alone decides, most of them around comments. A byte that a row
+// names is consumed; any other byte is left to the next state, which the row with kElse gives.
 CAScanModern::State CAScanModern::onMark(Input *input)
 {
     constexpr char kElse = '\0';
@@ -171,7 +172,7 @@ CAScanModern::State CAScanModern::onMark(Input *input)
     return row->to;
 }
 
-// `name` is the state that follows a letter.
+// A letter begins a name and leads to the state `name`.
 CAScanModern::State CAScanModern::onTagOpen(State name, Input *input)
 {
     if (name == State::TagName && *input->at == '/' && input->end - input->at > 1) {
@@ -187,7 +188,8 @@ CAScanModern::State CAScanModern::onTagOpen(State name, Input *input)
     return onName(input);
 }
 
-// The rest of a name. What is too long for a name of the table is cut off, and then equals none.
+// Collects the rest of a name. A name too long for name_ is cut off, and is then still longer than
+// any name in the table.
 CAScanModern::State CAScanModern::onName(Input *input)
 {
     const CharacterSet &ends = state_ == State::Name ? kEndsName : kEndsTagName;
@@ -225,7 +227,8 @@ CAScanModern::State CAScanModern::onNameEnd(Input *input)
     return State::AfterName;
 }
 
-// Waits for the end tag of what was passed over; then its name is as good as any.
+// Compares a name after "</" in raw text with the name of the start tag. If they are equal, the
+// rest is read like any other end tag.
 CAScanModern::State CAScanModern::onRawEndName(Input *input)
 {
     const std::string_view name = tag_->name;
@@ -240,8 +243,8 @@ CAScanModern::State CAScanModern::onRawEndName(Input *input)
     return State::RawEndName;
 }
 
-// The byte that is no white space around an attribute's name. Before it all but "/" and ">" begin
-// one, even "=".
+// Handles the next byte that is no white space, before or after an attribute's name or before its
+// value. Before a name, any byte except "/" and ">" begins one, even "=".
 CAScanModern::State CAScanModern::onTagMark(Input *input)
 {
     const char c = *input->at;
@@ -267,8 +270,9 @@ CAScanModern::State CAScanModern::onTagMark(Input *input)
     return input->at == input->end ? state_ : onName(input);
 }
 
-// A closed tag counts as an element without text. Browsers hold to that only within a drawing; but
-// to pass over the rest of the page costs more than to look for links in a script.
+// A closed tag such as <script/> counts as an element without text. Browsers do so only within SVG;
+// elsewhere they ignore the "/". Here the mistake only costs a search for links in a script, while
+// the opposite mistake would skip the rest of the page.
 CAScanModern::State CAScanModern::onTagEnd(bool isClosed, Input *input)
 {
     ++input->at;
@@ -291,7 +295,7 @@ CAScanModern::State CAScanModern::onQuoted(char quote, Input *input)
     return isLast ? onTagEnd(false, input) : next;
 }
 
-// The value goes on up to `stop`, and has its end there unless the block has.
+// Adds the bytes up to `stop` to the value. It ends there, unless `stop` is the end of the block.
 CAScanModern::State CAScanModern::onValue(const char *stop, Input *input)
 {
     addToValue(input->at, stop);
@@ -307,7 +311,7 @@ CAScanModern::State CAScanModern::onValue(const char *stop, Input *input)
     return State::BeforeName;
 }
 
-// The attribute whose name was read; null when it is of no interest or not the first of its name.
+// The attribute whose name was read; null when it is not in the tag's row, or is a repetition.
 const CAModernAttribute *CAScanModern::newAttribute()
 {
     if (tag_ == nullptr) {
@@ -343,8 +347,8 @@ void CAScanModern::addToValue(const char *from, const char *to)
 
 namespace {
 
-// The comma behind the descriptors of a candidate, such as "2x"; one in parentheses is part of
-// them.
+// The comma that ends the descriptors of an image, such as "2x", or `end`. A comma in parentheses
+// belongs to the descriptors.
 char *skipDescriptors(char *at, const char *end)
 {
     for (bool isInside = false; at != end && (*at != ',' || isInside); ++at) {
@@ -408,7 +412,8 @@ void CAScanModern::tellBase(char *at, char *end)
 }
 
 // set := { white space | "," } URL [ white space descriptors "," ] ...
-// A URL may hold commas; those at its end do not belong to it, and then no descriptors follow.
+// A URL may contain commas. Commas at its end do not belong to it; after them no descriptors
+// follow.
 void CAScanModern::tellSet(char *at, char *end)
 {
     while ((at = skip(at, end, kBeforeUrl)) != end) {

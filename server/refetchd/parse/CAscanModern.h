@@ -1,5 +1,5 @@
-// Finds the links in the text of a page as browsers read it, block by block; knows nothing of what
-// becomes of them.
+// Finds the links in the text of a page, block by block, as browsers do. What happens to them is up
+// to a CALinkSink.
 #pragma once
 
 #include <array>
@@ -11,48 +11,50 @@
 struct CAModernTag;
 struct CAModernAttribute;
 
-// Reads tags and their attributes by the rules of HTML: quotes hide a ">", character references are
-// decoded, comments and the text of scripts hold no tags. Builds no document. What it finds does
-// not depend on where blocks end. One scanner reads one page, on one thread.
+// Reads tags and their attributes by the rules of HTML: a ">" in quotes does not end a tag,
+// character references are decoded, and comments and scripts hold no tags. Builds no document.
+// Finds the same links wherever the blocks end. One scanner reads one page, on one thread.
 class CAScanModern {
 public:
-    // The longest link that is handed on, and the longest value that is searched for several.
+    // In bytes: the longest link that is passed on, and the longest value of an attribute that may
+    // hold several links. Longer ones are dropped (traced).
     static constexpr std::size_t kLongestLink = 4095;
     static constexpr std::size_t kLongestSet = 8191;
 
-    // The sink gets the links of a tag when the tag ends, without images unless `inlineImages`.
+    // The sink, which stays the caller's, gets the links of a tag when the tag ends. Links to
+    // images are left out unless `inlineImages` is set.
     CAScanModern(CALinkSink *sink, bool inlineImages) : sink_(sink), inlineImages_(inlineImages) {}
 
-    // Scans the block [data, end), which is only read; nothing need stand behind it.
+    // Scans the block [data, end). It is only read, and needs no NUL after it.
     void scan(const char *data, const char *end);
 
 private:
     enum class State : std::uint8_t {
         Text,              // waits for "<"
-        TagOpen,           // behind "<": a letter, "/", "!" or "?" makes it more than text
+        TagOpen,           // after "<": a letter, "/", "!" or "?" begins markup, else it is text
         TagName,           // collects the name
-        EndTagOpen,        // behind "</": waits for a letter
+        EndTagOpen,        // after "</": a letter begins the name, else skips to ">"
         EndTagName,        // skips the name
         BeforeName,        // waits for an attribute or ">"
-        Slash,             // behind a "/" of its own: ">" closes the element
+        Slash,             // after a "/" that is in no name or value: ">" closes the element
         Name,              // collects the name of an attribute
         AfterName,         // waits for "="
         BeforeValue,       // waits for a quote or the value
-        DoubleQuoted,      // collects the value up to its quote
+        DoubleQuoted,      // collects the value up to the closing quote
         SingleQuoted,      // the same
         Unquoted,          // collects the value up to white space or ">"
-        Declaration,       // behind "<!": "-" may begin a comment
-        DeclarationDash,   // behind "<!-": "-" begins a comment
+        Declaration,       // after "<!": "-" may begin a comment
+        DeclarationDash,   // after "<!-": "-" begins a comment
         Skipped,           // waits for ">"
-        CommentStart,      // behind "<!--": ">" ends it at once
-        CommentStartDash,  // behind "<!---": the same
+        CommentStart,      // after "<!--": ">" ends it at once
+        CommentStartDash,  // after "<!---": the same
         Comment,           // waits for "-"
-        CommentDash,       // behind "-": waits for another
-        CommentEnd,        // behind "--": waits for ">"
-        CommentBang,       // behind "--!": waits for ">"
+        CommentDash,       // after "-": waits for another
+        CommentEnd,        // after "--": waits for ">"
+        CommentBang,       // after "--!": waits for ">"
         RawText,           // the text of a script: waits for "<"
-        RawOpen,           // behind "<" in it: waits for "/"
-        RawEndName,        // compares the name of the end tag
+        RawOpen,           // after "<" in it: "/" may begin the end tag
+        RawEndName,        // after "</" in it: compares the name with that of the start tag
     };
 
     struct Input {
@@ -60,7 +62,7 @@ private:
         const char *const end;
     };
 
-    // A collected value: its place in values_, where a byte more is kept for a NUL.
+    // A collected value: its place [begin, end) in values_, where one byte after it is free.
     struct Value {
         const CAModernAttribute *attribute;
         std::size_t begin;
@@ -93,14 +95,14 @@ private:
     const bool inlineImages_;
     State state_ = State::Text;
     bool baseIsKnown_ = false;
-    const CAModernTag *tag_ = nullptr;              // null: of no interest, or an end tag
-    const CAModernAttribute *attribute_ = nullptr;  // whose value is collected; null: none
-    unsigned seen_ = 0;           // the attributes of the tag's row that were met, a bit each
-    std::size_t nameLength_ = 0;  // of a tag or an attribute; in RawEndName what fits so far
-    std::size_t valueCount_ = 0;
-    std::size_t used_ = 0;          // of values_, for the found
-    std::size_t valueLength_ = 0;   // of what is collected behind them
-    std::array<char, 12> name_{};   // one byte more than the longest name in the table
-    std::array<Value, 2> found_{};  // what the tag brought, in their order
+    const CAModernTag *tag_ = nullptr;              // null: not in the table, or an end tag
+    const CAModernAttribute *attribute_ = nullptr;  // collects its value; null: skips the value
+    unsigned seen_ = 0;             // a bit for each attribute in the tag's row that was found
+    std::size_t nameLength_ = 0;    // of name_; in RawEndName the number of bytes that match so far
+    std::size_t valueCount_ = 0;    // of found_
+    std::size_t used_ = 0;          // bytes of values_ that the found values use
+    std::size_t valueLength_ = 0;   // bytes collected so far of the next value, after those
+    std::array<char, 12> name_{};   // one byte longer than the longest name in the table
+    std::array<Value, 2> found_{};  // complete values of the current tag, in the tag's order
     std::array<char, kLongestLink + 1 + kLongestSet + 1> values_{};
 };

@@ -8,7 +8,7 @@
 
 namespace {
 
-// What every page begins with, to the end of its heading.
+// Writes the start of every page, up to the end of its heading.
 void writeStart(FILE *page)
 {
     std::fprintf(page, "<html>\n<head>\n   <title>%s</title>\n",
@@ -28,7 +28,8 @@ void writeHead(FILE *page)
                            "were requested"));
 }
 
-// Only its opening tag: readers of the page know it without the start and end times.
+// Writes only the opening tag of the table of start and end times: programs that read the page
+// expect it without its rows.
 void writeTimes(FILE *page)
 {
     std::fprintf(page,
@@ -51,7 +52,7 @@ void writeCounts(FILE *page, const CASummaryCounts &counts)
                  CAMessage(950, "URLs not processed:"), counts.notProcessed);
 }
 
-// One row for each good line of the hits file.
+// Writes one row for each good line of the hits file.
 void writeHitsRows(FILE *page, FILE *hitsFile)
 {
     std::array<char, kMaxHitsLine + 1> line{};
@@ -106,5 +107,5 @@ void CAWriteSummary(FILE *page, const CASummaryCounts &counts, const char *hitsP
     writeCounts(page, counts);
     writeHits(page, hitsPath);
     std::fprintf(page, "\n<center>\n</body></html>\n");
-    std::fflush(page);  // a page that is finished is in the file, even if the process is killed
+    std::fflush(page);  // so that the page is in the file even if the process is killed
 }
