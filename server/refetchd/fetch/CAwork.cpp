@@ -207,6 +207,22 @@ private:
     const std::int32_t client_;
 };
 
+// Decides whether another exchange is to follow in this run; makes the URL's host rest if the
+// response asks for that.
+Next nextOf(const Client &client, const CAURL &url, const CAExchange &result,
+            const CAParseHTTP &parser)
+{
+    if (CAIsWorthRetrying(result) && url.retries() < ac.retries && client.keepsGoing()) {
+        return Next::Retry;
+    }
+    const std::int64_t rest =
+        ac.retryAfter == 0 ? 0 : CAAskedRest(result.status, parser.header("Retry-After:"));
+    if (rest > 0) {
+        restHost(url, rest);
+    }
+    return rest > 0 && !url.isRepeated() ? Next::Rest : Next::Done;
+}
+
 // Requests the URL once. The result is reported unless another exchange is to follow.
 Next exchange(const Client &client, CAConnection *connection, CAURL *url, std::uint32_t run)
 {
@@ -229,18 +245,9 @@ Next exchange(const Client &client, CAConnection *connection, CAURL *url, std::u
     if (connection->failure() == CAFailure::TimedOut && looksAtAnswers()) {
         connection->renew();  // a late response must not be taken for that of the next URL
     }
-    if (currentRun == run) {
-        if (CAIsWorthRetrying(result) && url->retries() < ac.retries && client.keepsGoing()) {
-            return Next::Retry;
-        }
-        const std::int64_t rest =
-            ac.retryAfter == 0 ? 0 : CAAskedRest(result.status, parser.header("Retry-After:"));
-        if (rest > 0) {
-            restHost(*url, rest);
-            if (!url->isRepeated()) {
-                return Next::Rest;
-            }
-        }
+    const Next next = currentRun == run ? nextOf(client, *url, result, parser) : Next::Done;
+    if (next != Next::Done) {
+        return next;
     }
     client.worker->incrementFinished();
     if (results.observes()) {
