@@ -12,8 +12,9 @@ namespace {
 
 struct Documented {
     std::string name;
-    std::string lines;     // its examples
-    std::string messages;  // what each of them traces
+    std::string lines = "";     // its examples
+    std::string messages = "";  // what each of them traces
+    std::string byDefault = "none";
 };
 
 std::vector<Documented> documentedDirectives()
@@ -22,9 +23,11 @@ std::vector<Documented> documentedDirectives()
     std::ifstream file(SOURCE_DIRECTORY "/docs/directives.txt");
     for (std::string line; std::getline(file, line);) {
         if (!line.empty() && std::islower(line[0]) != 0) {
-            directives.push_back({line, "", ""});
+            directives.push_back({.name = line});
         } else if (line.starts_with("    example  ")) {
             directives.back().lines += line.substr(13) + "\n";
+        } else if (line.starts_with("    default  ")) {
+            directives.back().byDefault = std::regex_replace(line.substr(13), std::regex("`"), "");
         } else if (line.starts_with("    message  ")) {
             directives.back().messages += line.substr(13) + "\n";
         }
@@ -67,6 +70,19 @@ TEST(Docs, DirectiveIsMissingOrUnknown)
         known.push_back(row.name);
     }
     EXPECT_THAT(names, testing::UnorderedElementsAreArray(known));
+}
+
+TEST(Docs, DefaultIsNotTheAgents)
+{
+    const AgentState state;
+    for (const Documented &directive : documentedDirectives()) {
+        const CADirective &row = *CAFindDirective(directive.name);
+        const bool dependsOnTheMachine = row.name == "hostname" || row.name == "updateproxy";
+        if (!dependsOnTheMachine && !CAAddsUp(row.takes) && row.meaning.empty()) {
+            EXPECT_EQ(row.shown != nullptr ? row.shown(ac) : row.unset, directive.byDefault)
+                << row.name;
+        }
+    }
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 #include <type_traits>
 
 #include "config/CAsetters.h"
@@ -45,7 +46,12 @@ std::string shownRedirects(const CAConfig &config)
 
 std::string shownProgress(const CAConfig &config)
 {
-    return config.progressSeconds < 1 ? "none" : std::to_string(config.progressSeconds);
+    return config.progressSeconds < 1 ? "off" : std::to_string(config.progressSeconds);
+}
+
+std::string shownHttpVersion(const CAConfig &config)
+{
+    return config.httpVersion + std::strlen("HTTP/");
 }
 
 std::string shownUserAgent(const CAConfig &config)
@@ -138,7 +144,7 @@ constexpr std::array kDirectives = {
     flag<&C::connectToHost>("connecttohost", nullptr, nullptr, A::On, CASetExactOn),
     CADirective{"service", A::Service, CASetService},
     flag<&C::stressMode>("stressmode"),
-    CADirective{"refetchdhttpversion", A::Text, CASetHttpVersion, shown<&C::httpVersion>},
+    CADirective{"refetchdhttpversion", A::Text, CASetHttpVersion, shownHttpVersion},
     flag<&C::saveFiles>("slf", nullptr, nullptr, A::SaveOn, CASetSaveFiles),
     CADirective{"slr", A::Text, CASetSaveRoot, shown<&C::saveRoot>},
     option<&P::closeDelimitedBodies>(
