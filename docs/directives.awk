@@ -52,8 +52,8 @@ function page() {
 
 function code(text) { return "`" text "`" }
 
-# The text with its marks, `code` and *name*, replaced: before a word by the mark of its kind, behind
-# it by the end.
+# The text with its marks, `code` and *name*, replaced: before a word by the mark of its kind, after it
+# by the end.
 function marked(text, literal, slanted, end, mark, before) {
     while (match(text, /`[^`]+`|\*[^*]+\*/)) {
         mark = substr(text, RSTART, 1) == "`" ? literal : slanted

@@ -10,7 +10,7 @@
 # Change:  Change the address if the agent runs on another host, or if updateproxy names another
 #          address of this host. If clients reach Varnish through a TLS terminator on this host, they
 #          come from the agent's address: let the terminator use the PROXY protocol
-#          ("-a :8443,PROXY"), and client.ip is the address of the client.
+#          ("-a :8443,PROXY"); client.ip is then the address of the client.
 # Agent:   transparentproxy on
 #          updateproxy 127.0.0.1:6081
 #          loadurl http://www.example.com/          (the name that clients use: Varnish keeps a

@@ -72,7 +72,7 @@ const std::string kLeftOut =
     combined(kPath, "192.0.2.2:99 - -");
 const std::string kReasons =
     "3 not GET, 3 of another status, 1 by the agent, 1 neither http, https nor ftp, 2 with a path "
-    "only (-s names the site), 1 with the query cut off by the log (Squid: strip_query_terms off), "
+    "only (-s names the site), 1 logged without the query (Squid: strip_query_terms off), "
     "7 with characters that do not belong in a URL, 1 with a URL of more than 1000 characters\n";
 const std::string kTop = squid("http://h/b") + squid("http://h/c") + squid("http://h/a") +
                          squid("http://h/c") + squid("http://h/B");
@@ -84,7 +84,8 @@ const HitsRow kLogs[] = {
     {"Formats", kCounted, "6 100.0% http://h/p\n",
      " 6 lines read, 6 requests counted for 1 URLs, 1 lines written to "},
     {"LeftOut", kSquid + kLeftOut + kOdd, kP, "; lines left out: " + kReasons},
-    {"Unreadable", kSquid + kBad, kP, "hits: log: line 2 cannot be read\nrefetchd-hits: 8 lines"},
+    {"Unreadable", kSquid + kBad, kP,
+     "hits: log: line 2 has an unknown format\nrefetchd-hits: 8 lines"},
     {"PathBehindSite", combined(kPath), kP, "", "$hits -m1 -s http://h// log | tail -n +3"},
     {"HostFromTheLog", kPorts, kHosts, "3 URLs"},
     {"HostInCapitals", squid("HTTP://H/P"), "1 100.0% http://h/P\n", "1 URLs"},
@@ -123,7 +124,8 @@ const HitsRow kFiles[] = {
     {"Ended", "", "143\nold\n", "",
      "mkfifo p; timeout 15 $hits -o hits p & exec 3>p; kill $!; wait $!; echo $?; cat hits"},
     {"RawMessages", "", "", "hits: no?[2J?: No such file", "$hits $'no\\e[2J\\n'"},
-    {"Options", "", "2\n2\n2\n2\n2\n", "not a site: h\nUsage: refetchd-hits [-m MIN]",
+    {"Options", "", "2\n2\n2\n2\n2\n",
+     ": not a site such as http://www.example.com: h\nUsage: refetchd-hits [-m MIN]",
      "for o in -q -n0 -m1x '-s h' -o; do $hits $o; echo $?; done"},
 };
 INSTANTIATE_TEST_SUITE_P(Whole, Hits, testing::ValuesIn(kFiles), rowName);
