@@ -5,7 +5,7 @@
 # layers below it, and of library/; "." is the top layer: start-up, run loop and main programs.
 layers=(base url report config parse fetch .)
 
-# includes_above FLOOR ALLOWED...: prints each include of the layer that is not from library/ or one
+# includes_above LAYER ALLOWED...: prints each include of the layer that is not from library/ or one
 # of the allowed layers.
 includes_above() {
     local layer=$1 allowed
