@@ -98,7 +98,7 @@ UResourceBundle *ResBundle_LoadCatalog(const char *locale, const char *directory
     const std::size_t length = std::strlen(directory);
     const char *const separator = length != 0 && directory[length - 1] == '/' ? "" : "/";
     std::snprintf(path.data(), path.size(), "%s%s%s", directory, separator, name);
-    if (!HTResFile_allSound(path.data())) {
+    if (!HTResFile_allSound(path.data(), locale)) {
         return nullptr;
     }
     UResourceBundle *const resources = ures_open(path.data(), locale, status);

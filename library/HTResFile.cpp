@@ -2,8 +2,10 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <strings.h>
 #include <sys/stat.h>
 #include <unicode/udata.h>
+#include <unicode/uloc.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -54,12 +56,13 @@ bool isHeader(const FileHeader &header)
     constexpr std::array<std::uint8_t, 2> kMagic = {0xda, 0x27};
     const UDataInfo &info = header.info;
     const int version = info.formatVersion[0];
+    const bool hasIndexes = version > 1 || info.formatVersion[1] > 0;
     return header.magic == kMagic && header.headerSize >= sizeof(FileHeader) &&
            header.headerSize % kWord == 0 && info.size >= sizeof(UDataInfo) &&
            info.isBigEndian == U_IS_BIG_ENDIAN && info.charsetFamily == U_CHARSET_FAMILY &&
            info.sizeofUChar == U_SIZEOF_UCHAR &&
-           std::equal(info.dataFormat, info.dataFormat + 4, "ResB") &&
-           (version == 2 || version == 3);
+           std::equal(info.dataFormat, info.dataFormat + 4, "ResB") && version >= 1 &&
+           version <= 3 && hasIndexes;
 }
 
 // `words` is the length of what follows the header.
@@ -130,19 +133,22 @@ bool isSoundFile(int file)
         return true;  // nothing that ICU could map
     }
     FileHeader header{};
+    if (!readAt(file, 0, &header) || !isHeader(header)) {
+        return false;
+    }
     Indexes indexes{};
-    return readAt(file, 0, &header) && isHeader(header) &&
-           readAt(file, header.headerSize, &indexes) &&
-           areIndexes(indexes,
-                      static_cast<std::uint64_t>(status.st_size - header.headerSize) / kWord) &&
+    const std::uint64_t size = static_cast<std::uint64_t>(status.st_size) - header.headerSize;
+    if (header.info.formatVersion[0] == 1) {
+        // No part of this layout but the end of the resources is known to be there.
+        std::array<std::uint32_t, 5> first{};
+        return readAt(file, header.headerSize, &first) && first[4] <= size / kWord;
+    }
+    return readAt(file, header.headerSize, &indexes) && areIndexes(indexes, size / kWord) &&
            isRoot(file, header.headerSize, indexes);
 }
 
 bool isSound(int directory, const char *name)
 {
-    if (!std::string_view(name).ends_with(".res")) {
-        return true;
-    }
     // Without O_NONBLOCK a FIFO would wait for its writer.
     const int file = openat(directory, name, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     if (file < 0) {
@@ -153,9 +159,25 @@ bool isSound(int directory, const char *name)
     return sound;
 }
 
+// Do both names begin with the same language? "-" and "_" end it.
+bool isOfLanguage(std::string_view file, std::string_view locale)
+{
+    const std::string_view language = locale.substr(0, locale.find_first_of("-_@."));
+    return file.size() > language.size() &&
+           strncasecmp(file.data(), language.data(), language.size()) == 0 &&
+           std::string_view("-_@.").find(file[language.size()]) != std::string_view::npos;
+}
+
+bool mayBeOpened(std::string_view file, const char *locale)
+{
+    return file.ends_with(".res") &&
+           (file == "root.res" || file == "pool.res" || isOfLanguage(file, locale) ||
+            isOfLanguage(file, uloc_getDefault()));
+}
+
 }  // namespace
 
-bool HTResFile_allSound(const char *directory)
+bool HTResFile_allSound(const char *directory, const char *locale)
 {
     DIR *const files = opendir(directory);
     if (files == nullptr) {
@@ -164,7 +186,7 @@ bool HTResFile_allSound(const char *directory)
     bool sound = true;
     // NOLINTNEXTLINE(concurrency-mt-unsafe): only a stream that threads share would need a lock
     while (const dirent *const entry = sound ? readdir(files) : nullptr) {
-        sound = isSound(dirfd(files), entry->d_name);
+        sound = !mayBeOpened(entry->d_name, locale) || isSound(dirfd(files), entry->d_name);
     }
     closedir(files);
     return sound;

@@ -121,7 +121,9 @@ void waitOutRunTime()
 void seedAgain()
 {
     doneBefore = workDone();
+    urlQueue->hold();
     ac.reloadURLs(urlQueue);
+    urlQueue->release();
 }
 
 void runRepeats(HTThreadContext *context)

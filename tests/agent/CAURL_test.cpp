@@ -1,7 +1,6 @@
 #include "url/CAURL.h"
 
 #include "AgentTest.h"
-#include "config/CAwanted.h"
 #include "url/CAhost.h"
 
 namespace {
@@ -63,7 +62,7 @@ TEST_P(Interest, IsMisjudged)
     const CAURL found(GetParam().text, &parent);
     const std::size_t held = HTThread_context()->pool.held();
     trace();
-    EXPECT_EQ(interesting(&found, &parent), GetParam().answer);
+    EXPECT_EQ(found.interesting(&parent), GetParam().answer);
     EXPECT_NE(trace().find(GetParam().message), std::string::npos);
     EXPECT_EQ(HTThread_context()->pool.held(), held);
 }

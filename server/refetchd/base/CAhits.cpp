@@ -5,7 +5,7 @@
 
 namespace {
 
-constexpr std::size_t kMaxNumber = 19;  // digits of the largest 64-bit number
+constexpr std::size_t kMaxNumber = 19;  // digits of the largest signed 64-bit number
 
 // Skips white space, copies the word that follows, and moves `*at` behind it. What does not fit
 // into `*word` is left for the next call. False when no word is left.

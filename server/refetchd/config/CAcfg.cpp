@@ -8,6 +8,9 @@
 #include "HTInet.h"
 #include "HTString.h"
 #include "base/CAtrace.h"
+#include "config/CAcfgLines.h"
+#include "config/CAdirectives.h"
+#include "url/CAqueue.h"
 
 CAConfig ac;
 
@@ -15,9 +18,6 @@ char *g_catrace_filename = nullptr;
 char *g_ca_service_prefix = nullptr;
 char *g_ca_hits_filename = nullptr;
 char refetchd_LocaleString[kLocaleNameSize] = "";
-#include "config/CAcfgLines.h"
-#include "config/CAdirectives.h"
-#include "url/CAqueue.h"
 
 namespace {
 

@@ -1,5 +1,6 @@
 // The agent's configuration: every setting, the lists behind the URL filters, and the streams of
-// its logs. The one instance is `ac`.
+// its logs. The one instance that is ever destroyed is `ac`; refetchd-check makes a second one to
+// read the files again, which shares the streams of the two logs.
 //
 // The main thread fills it before any worker thread starts; worker threads only read it. What still
 // changes then is used by the master thread alone: `repeatCount`, `hitsStream`, the contents of

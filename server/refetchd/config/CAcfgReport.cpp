@@ -43,11 +43,13 @@ ssize_t writeReport(void * /*cookie*/, const char *data, std::size_t size)
     std::size_t done = 0;
     while (done < size) {
         const ssize_t count = write(reportFile.descriptor, data + done, size - done);
-        if (count <= 0) {
-            reportFile.error = reportFile.error != 0 ? reportFile.error : errno;
+        if (count > 0) {
+            done += static_cast<std::size_t>(count);
+        } else if (count == 0 || errno != EINTR) {
+            const int error = count == 0 ? EIO : errno;
+            reportFile.error = reportFile.error != 0 ? reportFile.error : error;
             break;
         }
-        done += static_cast<std::size_t>(count);
     }
     return static_cast<ssize_t>(done);
 }

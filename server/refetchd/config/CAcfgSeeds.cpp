@@ -78,6 +78,7 @@ void seedTopUrl(const CAConfig &config, const CAHitsLine &words)
         return;
     }
     if (CAIsProcessed(words.url.data())) {
+        urlQueue->sink(words.url.data(), 0);  // as a link, if it was recorded late in the last run
         dropSeed(config, url, CADrop::Processed);
         return;
     }

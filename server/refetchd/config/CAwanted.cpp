@@ -66,9 +66,9 @@ CADrop CAObjection(const CAURL &found, const CAURL &page)
     return hostIsExhausted(found) ? CADrop::MaxHostUrls : CADrop::None;
 }
 
-int interesting(const CAURL *found, const CAURL *page)
+int CAURL::interesting(const CAURL *parent) const
 {
-    return CAObjection(*found, *page) == CADrop::None ? 1 : 0;
+    return CAObjection(*this, *parent) == CADrop::None ? 1 : 0;
 }
 
 CADrop CALinkLimit()

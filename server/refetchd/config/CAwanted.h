@@ -10,8 +10,6 @@ class CAURL;
 // or because it was queued already; CADrop::None when it may be. Traced, except for OnlyUrl.
 // Changes nothing. Any thread.
 [[nodiscard]] CADrop CAObjection(const CAURL &found, const CAURL &page);
-// 1 when CAObjection() has none, else 0.
-[[nodiscard]] int interesting(const CAURL *found, const CAURL *page);
 
 // The limit of the queue that excludes all links at the moment, MaxQueueDepth or MaxUrls;
 // CADrop::None when there is room. Any thread.

@@ -20,7 +20,7 @@ std::atomic<std::int32_t> CAConnection::connectionCount = 0;
 
 namespace {
 
-constexpr const char *kSource = "server/refetchd/CAnet";
+constexpr const char *kSource = "server/refetchd/CAnet";  // as traces name the module
 
 // Every request asks for a fresh copy. With `stressmode` a random number selects one of the headers
 // below by its low three bits; an empty one adds none.

@@ -172,6 +172,19 @@ void CAParser::reportDropped(const char *link, std::int32_t deeper, CADrop why) 
     }
 }
 
+bool CAParser::sinkIfKnown(const char *link, std::int32_t deeper) const
+{
+    if (!urlQueue->isOrderedByDepth()) {
+        return false;
+    }
+    const std::unique_ptr<CAURL> found(resolveFound(link, deeper));
+    const bool isKnown = CAObjection(*found, *url_) == CADrop::Processed;
+    if (isKnown) {
+        urlQueue->sink(found->stringitize(), found->depth());
+    }
+    return isKnown;
+}
+
 void CAParser::takeIfInteresting(CAURL *found) const
 {
     if (const CADrop why = CAObjection(*found, *url_); why != CADrop::None) {
@@ -188,6 +201,9 @@ void CAParser::takeIfInteresting(CAURL *found) const
     const std::string_view host = found->host();
     CATrace("Interested.. in URL \"%s\".\n", found->stringitize());
     CATrace("Interested..   for host \"%.*s\".\n", CALength(host), host.data());
-    ht.addHit(host);
-    urlQueue->enqueueFound(found);
+    ht.addHit(host);  // before the URL becomes another thread's
+    if (!urlQueue->enqueueFound(found)) {
+        ht.addHits(host, -1);
+        delete found;
+    }
 }

@@ -90,6 +90,9 @@ protected:
     [[nodiscard]] CAURL *resolveFound(const char *link, std::int32_t deeper) const;
     // Reports to `results` that a limit keeps this link out; does nothing while nobody observes.
     void reportDropped(const char *link, std::int32_t deeper, CADrop why) const;
+    // A link that a limit keeps out may still be a shorter way to a URL that waits, which needs no
+    // room: ordered by depth, that URL takes the smaller depth. True when the link's URL is known.
+    [[nodiscard]] bool sinkIfKnown(const char *link, std::int32_t deeper) const;
     // Takes `found` over. If it is interesting, it is counted for its host, recorded as processed
     // and enqueued; otherwise it is reported as dropped and deleted.
     void takeIfInteresting(CAURL *found) const;

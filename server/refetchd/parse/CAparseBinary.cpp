@@ -138,16 +138,17 @@ int createBeyond(char *dir, const char *place)
     }
 }
 
-}  // namespace
-
-namespace {
-
-// Opens a file as fopen() with "wb" does, but does not wait when the name is that of a pipe.
+// Opens a file as fopen() with "wb" does, but fails for a pipe that nobody reads instead of waiting
+// for a reader.
 FILE *openToWrite(const char *name)
 {
     const int fd = open(name, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NONBLOCK, 0666);
-    FILE *const file = fd < 0 ? nullptr : fdopen(fd, "wb");
-    if (fd >= 0 && file == nullptr) {
+    if (fd < 0) {
+        return nullptr;
+    }
+    fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) & ~O_NONBLOCK);
+    FILE *const file = fdopen(fd, "wb");
+    if (file == nullptr) {
         close(fd);
     }
     return file;

@@ -10,6 +10,7 @@
 #include "config/CAwanted.h"
 #include "parse/CAparseBinary.h"
 #include "url/CAURL.h"
+#include "url/CAqueue.h"
 
 CAParseHTML::CAParseHTML(CAURL *url) : CAParseHTML(url, HTThread_context()) {}
 
@@ -78,6 +79,9 @@ bool CAParseHTML::delves() const
 
 bool CAParseHTML::takesLinks()
 {
+    if (urlQueue->isOrderedByDepth()) {
+        return true;  // a link may be a shorter way to a URL that waits
+    }
     const CADrop limit = CALinkLimit();
     if (limit == CADrop::MaxQueueDepth) {
         CATrace("HTMLconsume. Bailing 'cause queue is full.\n");
@@ -119,7 +123,9 @@ void CAParseHTML::processFoundUrl(const char *link, bool raisesDepth)
     const std::int32_t deeper = raisesDepth ? 1 : 0;
     if (const CADrop limit = CALinkLimit(); limit != CADrop::None) {
         CATrace("Ignoring.... relative URL \"%s\" (%s).\n", link, CALimitText(limit));
-        reportDropped(link, deeper, limit);
+        if (!sinkIfKnown(link, deeper)) {
+            reportDropped(link, deeper, limit);
+        }
         return;
     }
     takeIfInteresting(resolveFound(link, deeper));

@@ -313,7 +313,8 @@ bool CAParseHTTP::followRedirect()
     waitsFor_ = CALinkLimit();
     if (waitsFor_ != CADrop::None) {
         CATrace("Ignoring.... location URL \"%s\" (%s).\n", location, CALimitText(waitsFor_));
-        return false;
+        waitsFor_ = sinkIfKnown(location, 0) ? CADrop::None : waitsFor_;
+        return waitsFor_ == CADrop::None;
     }
     takeIfInteresting(resolveFound(location, 0));
     return true;

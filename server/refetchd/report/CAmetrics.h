@@ -22,8 +22,8 @@ struct CATally {
     std::int32_t answers200 = 0;
     std::int32_t agedHits = 0;  // those of answers200 that were served from the cache
 
-    // Counts one URL, with the `bytes` of its response; `status` is 0 without a response.
-    void count(_source source, CAVerdict verdict, std::int32_t status, std::int64_t bytes);
+    // Counts one URL, whose response has this size in bytes; `status` is 0 without a response.
+    void count(_source source, CAVerdict verdict, std::int32_t status, std::int64_t size);
 };
 
 // What the metrics file shows besides the counts.

@@ -17,7 +17,7 @@
 
 namespace {
 
-constexpr const char *kSource = "server/refetchd/CAURL";
+constexpr const char *kSource = "server/refetchd/CAURL";  // as messages name the module
 
 struct DefaultPort {
     std::string_view protocol;

@@ -45,6 +45,10 @@ public:
     [[nodiscard]] std::int32_t retries() const { return retries_; }
     [[nodiscard]] bool isRepeated() const { return repeated_; }
 
+    // 1 when this URL, a link or redirection on the page `parent`, is to be enqueued, else 0. The
+    // record itself knows no configuration: CAObjection() decides (config/CAwanted.cpp).
+    [[nodiscard]] int interesting(const CAURL *parent) const;
+
     // The absolute form "protocol://host/path", or only the path when protocol or host is missing;
     // and always only the path, for a transparent proxy. Both belong to the record.
     [[nodiscard]] const char *stringitize() const { return text_ != nullptr ? text_ : "/"; }

@@ -17,11 +17,12 @@ class CAURL;
 // A page that waits may be found again at a smaller depth: it was found as a link, and then a
 // frame, an image or a redirection leads to it from a page of the same level as the link's page.
 // sink() lowers its depth then. A level begins only when the one above is finished, so the page
-// cannot have been requested before that. Each page is therefore requested once, at its smallest
-// depth, whatever the number of worker threads.
+// cannot have been requested before that. Each page is therefore requested at its smallest depth,
+// whatever the number of worker threads, and once, unless it is a seed that is named several times.
 //
-// A URL that waits in the table of resting hosts (CArest.h) neither waits nor is in work here. No
-// lock: the queue's lock protects it. It never deletes a URL.
+// A URL that waits in the table of resting hosts (CArest.h) neither waits nor is in work here, so
+// deeper URLs may be requested before it, and pages that it leads to be found too late. No lock:
+// the queue's lock protects it. It never deletes a URL.
 class CADepthOrder {
 public:
     // Adds a URL that waits. It must not be deleted while it is here.

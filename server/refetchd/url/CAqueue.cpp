@@ -62,20 +62,33 @@ void CAQueue::countLocked(std::int32_t count)
     }
 }
 
-void CAQueue::enqueueFound(CAURL *url)
+bool CAQueue::enqueueFound(CAURL *url)
 {
     if (!orderedByDepth_) {
         CARecordProcessed(url);
-        return enqueue(url);
+        enqueue(url);
+        return true;
     }
     const PMutexGuard guard(mutex_);
-    if (CARecordProcessed(url)) {
-        byDepth_.put(url);
-        countLocked(1);
-    } else {
+    if (!CARecordProcessed(url)) {
         byDepth_.sink(url->stringitize(), url->depth());
-        delete url;
+        return false;
     }
+    byDepth_.put(url);
+    countLocked(1);
+    return true;
+}
+
+void CAQueue::hold()
+{
+    const PMutexGuard guard(mutex_);
+    isHeld_ = true;
+}
+
+void CAQueue::release()
+{
+    const PMutexGuard guard(mutex_);
+    isHeld_ = false;
 }
 
 void CAQueue::sink(const char *text, std::int32_t depth)
@@ -120,7 +133,8 @@ void *CAQueue::drain()
 void *CAQueue::takeByDepth(CAURL *(CADepthOrder::*take)())
 {
     const PMutexGuard guard(mutex_);
-    CAURL *const url = (byDepth_.*take)();
+    const bool mayTake = !isHeld_ || take == &CADepthOrder::drain;
+    CAURL *const url = mayTake ? (byDepth_.*take)() : nullptr;
     if (url != nullptr) {
         --length_;
     }

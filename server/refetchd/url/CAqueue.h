@@ -12,8 +12,7 @@
 // A queue of untyped pointers in 20 lanes, which mixes work from different parts of the seed list:
 // enqueue() puts the elements into the lanes in turn, and dequeue() empties one lane, first in
 // first out, before it moves on to the next. With orderByDepth() it holds CAURL objects in the
-// order of CADepthOrder instead. It has no limit of its own. Elements are not freed, with one
-// exception in enqueueFound().
+// order of CADepthOrder instead. It has no limit of its own and never frees an element.
 //
 // Any thread may call any member except the destructor and orderByDepth(). Lengths and counts may
 // be out of date as soon as they are returned.
@@ -28,10 +27,11 @@ public:
 
     // Without memory the element is lost (reported).
     void enqueue(void *element);
-    // Takes over a URL that was found: records it in `processedUrls` and enqueues it, even if it is
-    // recorded already. Ordered by depth this is atomic, and a URL that another thread recorded in
-    // the meantime is not enqueued again: its depth goes to sink(), and `url` is deleted.
-    void enqueueFound(CAURL *url);
+    // Records a URL that was found in `processedUrls` and enqueues it, even if it is recorded
+    // already. Ordered by depth this is atomic, and a URL that another thread recorded in the
+    // meantime is not enqueued again: its depth goes to sink(). True when `url` was taken over,
+    // false when it stays the caller's.
+    [[nodiscard]] bool enqueueFound(CAURL *url);
     // A link to the recorded URL `text` was found again, at this depth. Ordered by depth, the URL
     // takes the smaller depth if it still waits; in the default order nothing happens.
     void sink(const char *text, std::int32_t depth);
@@ -48,6 +48,10 @@ public:
     // objects, and all later ones. Call before any other thread uses the queue.
     void orderByDepth();
     [[nodiscard]] bool isOrderedByDepth() const { return orderedByDepth_; }
+    // Ordered by depth, dequeue() returns null between these two calls: no URL is requested before
+    // all seeds are in the queue, or a link to one of them would be taken for a deeper page.
+    void hold();
+    void release();
     // Ordered by depth: to be called for each URL that dequeue() returned, with the depth that it
     // had then, once it is done and the URLs found on it are enqueued. Otherwise nothing happens.
     void finished(std::int32_t depth);
@@ -79,7 +83,8 @@ private:
     std::size_t nextOut_ HT_GUARDED_BY(mutex_) = 0;  // lane where the next dequeue looks first
     std::size_t nextIn_ HT_GUARDED_BY(mutex_) = 0;   // lane of the next enqueue
     CADepthOrder byDepth_ HT_GUARDED_BY(mutex_);     // used instead of the lanes
-    bool orderedByDepth_ = false;                    // written before any other thread exists
+    bool isHeld_ HT_GUARDED_BY(mutex_) = false;
+    bool orderedByDepth_ = false;  // written before any other thread exists
 
     // Changed under the lock and read without it, because every link of a page reads them. In the
     // default (sequentially consistent) memory order: a thread that sees a worker idle also sees
