@@ -1,4 +1,4 @@
-// Bytes fed to a parser in pieces, as the connection does, and a sink that keeps what it gets.
+// Feeds bytes to a parser in pieces, as the connection does; sinks that keep what they get.
 #pragma once
 
 #include <string>
@@ -6,8 +6,9 @@
 #include <vector>
 
 #include "parse/CAparse.h"
+#include "parse/CAscanHTML.h"
 
-using Cuts = std::vector<std::size_t>;  // where a piece ends, in order; the last ends with the text
+using Cuts = std::vector<std::size_t>;  // ascending ends of pieces; the last ends with the text
 
 inline Cuts everyByte(std::size_t size)
 {
@@ -25,8 +26,7 @@ struct Flags {
     std::int32_t close = kUntouched;
 };
 
-// Calls `take(block, length)` for each piece, until that says no. The block has one byte more, a
-// NUL, and no other.
+// Calls `take(block, length)` for each piece until it returns false. One NUL follows each block.
 template <typename Take>
 void inPieces(std::string_view bytes, const Cuts &cuts, Take take)
 {
@@ -52,6 +52,28 @@ inline Flags feed(CAParser *parser, std::string_view bytes, const Cuts &cuts)
     });
     return flags;
 }
+
+// Keeps each link behind "+" when it leads one level deeper, otherwise behind "-"; the page's base
+// behind "=".
+class LinkList : public CALinkSink {
+public:
+    void processFoundUrl(const char *link, bool raisesDepth) override
+    {
+        all.push_back((raisesDepth ? "+" : "-") + std::string(link));
+    }
+    void processFoundBase(const char *href) override { all.push_back("=" + std::string(href)); }
+    // All of them, each with a line end.
+    [[nodiscard]] std::string text() const
+    {
+        std::string lines;
+        for (const std::string &link : all) {
+            lines += link + "\n";
+        }
+        return lines;
+    }
+
+    std::vector<std::string> all;
+};
 
 class Recorder : public CAParser {
 public:

@@ -1,15 +1,14 @@
-// A real caching proxy of Debian's before an origin whose pages tell their edition.
+// A real caching proxy from Debian in front of an origin whose pages name their edition.
 #pragma once
 
 #include <gmock/gmock.h>
 
 #include <ctime>
 #include <iomanip>
-#include <mutex>
 
 #include "Agent.h"
 
-// The least that a server needs to run in a directory of its own.
+// The least that a server needs to run in its own directory.
 struct Server : Row {
     bool reverse;
     bool refreshesByItself;  // without the recipe
@@ -18,7 +17,7 @@ struct Server : Row {
     const char *instead;  // what it takes to be a proxy without the recipe
     const char *command;
     const char *files;   // each is "%name", a line end and its text
-    const char *copies;  // what the last test finds
+    const char *copies;  // the result of PagesThatStayOldAreKnown
 };
 
 inline const Server kServers[] = {
@@ -76,7 +75,7 @@ inline const Server kServers[] = {
            "22--22"),
 };
 
-// An origin whose pages tell their edition and are fresh for an hour, and the server before it.
+// An origin whose pages name their edition and stay fresh for an hour, and the server in front.
 class ServerTest : public testing::Test {
 protected:
     explicit ServerTest(const Server &server) : server_(server) {}
@@ -115,7 +114,8 @@ protected:
             << process_->err() << dir_.read("log");
     }
 
-    // Asks as an ordinary client, which waits for the server's start; the whole response.
+    // Requests the page as an ordinary client does, waiting for the server to start. Returns the
+    // whole response.
     std::string get(const std::string &path, const Words &options = {}) const
     {
         Words words =
@@ -128,8 +128,8 @@ protected:
         client.wait(Millis(40000));
         return client.out();
     }
-    // What such a client gets from the cache, "edition N" or all that is wrong; "asked" when the
-    // origin was.
+    // "asked" when the origin saw this request; otherwise "edition N" from the cache, or the whole
+    // response when that is damaged.
     [[nodiscard]] std::string cached(const std::string &path, const Words &options = {}) const
     {
         const std::size_t before = origin_.requests().size();
@@ -146,7 +146,7 @@ protected:
             EXPECT_EQ(cached(path), edition) << path;
         }
     }
-    // Runs the agent; the number of requests that reach the origin then.
+    // Runs the agent. Returns the number of requests that reach the origin meanwhile.
     std::size_t refresh(const Words &paths, const std::string &depth = "1")
     {
         const std::size_t before = origin_.requests().size();
@@ -165,6 +165,11 @@ protected:
     {
         if (edition_ == 0) {
             return {Reply::head("503 No").pieces, Reply::Then::Close};
+        }
+        if (target == "/chunked") {
+            return {
+                {{"HTTP/1.1 200 OK\r\nContent-Type: text/html\r\nTransfer-Encoding: chunked\r\n"
+                  "\r\n11\r\n<p><a href=\"one\">\r\n0\r\n\r\n"}}};
         }
         const std::string more = target == "/immutable" ? ", immutable"
                                  : target == "/aged"    ? "\r\nAge: 100"
@@ -186,13 +191,9 @@ protected:
 
     const Server server_;
     const TempDir dir_;
-    std::mutex mutex_;
-    std::map<std::string, Reply> once_;  // guarded: what the first request for each gets
-    std::atomic<int> edition_ = 1;       // 0: the origin is in trouble
+    std::atomic<int> edition_ = 1;  // 0: the origin is in trouble
     const ScriptedPeer origin_{[this](const ScriptedPeer &, const ScriptedPeer::Request &request) {
-        const std::scoped_lock lock(mutex_);
-        const auto node = once_.extract(request.target);
-        return node.empty() ? page(request.target) : node.mapped();
+        return page(request.target);
     }};
     const std::uint16_t port_ = ScriptedPeer().port();  // free a moment ago
     const std::string site_ = "http://" + (server_.reverse ? "www.site.test" : origin_.address());

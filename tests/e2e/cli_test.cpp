@@ -1,5 +1,5 @@
-// The command line and the configuration: what is refused, what is taken and fetched, and the exit
-// status of each.
+// The command line, the configuration and links followed through a small site: what is refused,
+// what is requested in which order, and the exit status.
 #include <gmock/gmock.h>
 
 #include "Agent.h"
@@ -25,10 +25,23 @@ INSTANTIATE_TEST_SUITE_P(CommandLine, Refused,
                          testing::Values("proxy.conf", "-R proxy.conf", "-vv -r", "-r -vv",
                                          "-debug", "-rp", "-r proxy.conf -rps", "-mc"));
 
+const std::multimap<std::string, Reply> kSite = {
+    {"http://h/",
+     Reply::html("<A HREF=\"a#top\"><img src='i.gif' ><frame src=/f ><IFRAME src=\"./r\">"
+                 "<a href=http://o/x ><a href=\"/moved\"><a href=\"/a\"><a href=\"/\">")},
+    {"http://h/a", Reply::html("<a href=\"b\"><a href=\"/\">")},
+    {"http://h/b", Reply::html("<a href=\"e\">")},
+    {"http://h/f", Reply::html("<a href=\"c\"><img src=\"j.gif\">")},
+    {"http://h/r", Reply::html("<img src=\"k.gif\"><a href=\"d\">")},
+    {"http://o/x", Reply::html("<a href=\"y\"><img src=\"z\"><img src=\"http://h/z\">")},
+    {"http://h/moved", Reply::head("302 Moved\r\nLocation: /to")},
+    {"http://h/to", Reply::html("<a href=\"g\">")},
+};
+
 struct TakenRow : Row {
     std::string directives;
-    std::string asked;  // by one worker, in this order
-    const char *trace;  // part of standard error; empty: nothing is written there
+    std::string asked;                   // by one worker, in this order
+    const char *trace = "Starting....";  // part of standard error; empty: nothing is written there
     const char *options = "-vv -r proxy.conf";
     int status = 0;
     const char *errors = "";  // the error log
@@ -37,10 +50,10 @@ struct TakenRow : Row {
 
 class Taken : public testing::TestWithParam<TakenRow> {};
 
-TEST_P(Taken, FetchesItsSeeds)
+TEST_P(Taken, AsksForOthersOrEndsOtherwise)
 {
     const TakenRow &row = GetParam();
-    const ScriptedPeer peer;
+    const ScriptedPeer peer(kSite);
     Agent agent(peer.port(),
                 "numclients 1; serverroot @dir@; caching on; loadtopcached 0; " + row.directives,
                 "#; \n9 1% http://h/q?; two words; 8 1% http://h/i.gif; 7 1% http://h/a; "
@@ -100,5 +113,28 @@ const TakenRow kTaken[] = {
     {"DebugStaysOutside", kFiles, "/a", "Net......... requ", kDebug, 0, "", kSecond},
 };
 INSTANTIATE_TEST_SUITE_P(CommandLine, Taken, testing::ValuesIn(kTaken), rowName);
+
+const std::string kRoot = "loadurl h/; ";
+const std::string kLevel = kRoot + "delvedepth 1; ";
+const std::string kTop = kRoot + "delvedepth 2; loadtopcached 3; hostname 127.0.0.1; ";
+
+const TakenRow kCrawls[] = {
+    {"DepthZero", kRoot, "/ /i.gif /f /j.gif"},
+    {"DepthTwo", kRoot + "delvedepth 2", "/ /a /i.gif /f /r /moved /b /c /j.gif /k.gif /d /to /g"},
+    {"AcrossHosts", kLevel + "delveacrosshosts on",
+     "/ /a /i.gif /f /r http://o/x /moved /c /j.gif /k.gif http://o/z /z /to"},
+    {"Ignored", kLevel + "ignoreurl *.gif; ignoreurl */m*", "/ /a /f /r /c"},
+    {"Only", kLevel + "onlyurl *h/a; onlyurl *.gif", "/ /a /i.gif"},
+    {"ImagesOff", kLevel + "loadinlineimages off", "/ /a /f /r /moved /c /to"},
+    {"DelveTopN", kTop + "delveinto topn", "/ /i.gif /a /b /e"},
+    {"DelveNever", kTop + "delveinto never", "/ /i.gif /a"},
+    {"HostUrls", kLevel + "delveacrosshosts on; maxhosturls 3 H",
+     "/ /a /i.gif http://o/x http://o/z"},
+    {"HostUrlsOfAllRuns", kLevel + "maxhosturls 3; refetchdrepeat 2", "/ /a /i.gif /"},
+    {"MaxUrlsSeedsIncluded", kRoot + kRoot + "maxurls 3", "/ / /i.gif"},
+    {"MaxUrlsNotMoved", "loadurl h/moved; maxurls 1", "/moved"},
+    {"QueueDepth", kRoot + "delvedepth 3; maxqueuedepth 1", "/ /a /b /e"},
+};
+INSTANTIATE_TEST_SUITE_P(Site, Taken, testing::ValuesIn(kCrawls), rowName);
 
 }  // namespace

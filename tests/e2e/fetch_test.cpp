@@ -77,24 +77,10 @@ const ReplyRow kReplies[] = {
     {"CloseHeaderCloses", {{{kHead + "Content-Length: 1\r\nConnection: close\r\n\r\nx"}}}, 2},
     {"NotFoundCloses", Reply::head("404 No"), 2},
     {"BytesBeforeTheNextRequestClose", kMore, 2, "delay 1000"},
+    {"StaleIsReplaced", {Reply::ok().pieces, Reply::Then::Close}, 2, "delay 1500"},
     {"PersistTimeOutCloses", Reply::ok(), 3, "persisttimeout 1; delay 2200"},
 };
 INSTANTIATE_TEST_SUITE_P(Fetch, Connection, testing::ValuesIn(kReplies), rowName);
-
-TEST(Fetch, StaleConnectionIsReplacedAndTheRequestSentAgain)
-{
-    for (const Reply::Then end : {Reply::Then::Close, Reply::Then::Reset}) {
-        ScriptedPeer peer;
-        Agent agent(peer.port(), "numclients 1; delay 1500; " + seeds(2));
-        agent.start();
-        ASSERT_TRUE(agent.process->waitForError("Net.. stop reading the socket.\n", kRunDeadline));
-        ASSERT_TRUE(peer.drop(0, end));  // while the worker pauses
-        agent.finish();
-        EXPECT_EQ(peer.asked(), "/0 /1");
-        EXPECT_EQ(peer.connections(), 2);
-        EXPECT_EQ(agent.traced("Net......... Unable to write, retrying. . .\n"), 1);
-    }
-}
 
 struct TargetRow : Row {
     std::string location;      // where the first seed redirects to

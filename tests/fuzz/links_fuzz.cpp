@@ -1,5 +1,5 @@
-// The two link extractors. What that which reads pages as browsers do finds must not depend on the
-// blocks.
+// The two link extractors. The one that reads pages as browsers do must find the same links
+// however the page is cut into blocks.
 //
 // Input: a line of block sizes, then the page.
 #include "Feed.h"
@@ -9,19 +9,9 @@
 
 namespace {
 
-struct Links : CALinkSink {
-    void processFoundUrl(const char *link, bool raisesDepth) override
-    {
-        all.push_back((raisesDepth ? "+" : "-") + std::string(link));
-    }
-    void processFoundBase(const char *href) override { all.push_back("=" + std::string(href)); }
-
-    std::vector<std::string> all;
-};
-
 std::vector<std::string> scan(bool modern, std::string_view page, const Cuts &cuts)
 {
-    Links links;
+    LinkList links;
     CAScanHTML scanner(&links, true);
     CAScanModern modernScanner(&links, true);
     inPieces(page, cuts, [&](const char *block, std::int32_t length) {
