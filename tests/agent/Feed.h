@@ -55,25 +55,31 @@ inline Flags feed(CAParser *parser, std::string_view bytes, const Cuts &cuts)
 
 // Keeps each link behind "+" when it leads one level deeper, otherwise behind "-"; the page's base
 // behind "=".
-class LinkList : public CALinkSink {
-public:
+struct LinkList : CALinkSink {
     void processFoundUrl(const char *link, bool raisesDepth) override
     {
         all.push_back((raisesDepth ? "+" : "-") + std::string(link));
     }
     void processFoundBase(const char *href) override { all.push_back("=" + std::string(href)); }
-    // All of them, each with a line end.
-    [[nodiscard]] std::string text() const
-    {
-        std::string lines;
-        for (const std::string &link : all) {
-            lines += link + "\n";
-        }
-        return lines;
-    }
 
     std::vector<std::string> all;
 };
+
+// The links that a scanner finds. Nothing can be read behind a block, unless the scanner needs the
+// NUL there.
+template <typename Scanner>
+std::vector<std::string> linksOf(std::string_view page, const Cuts &cuts, bool images = true)
+{
+    LinkList links;
+    Scanner scanner(&links, images);
+    inPieces(page, cuts, [&](const char *block, std::int32_t length) {
+        constexpr bool kNeedsNul = std::is_same_v<Scanner, CAScanHTML>;
+        std::vector<char> exact(block, block + length + (kNeedsNul ? 1 : 0));
+        scanner.scan(exact.data(), exact.data() + length);
+        return true;
+    });
+    return links.all;
+}
 
 class Recorder : public CAParser {
 public:

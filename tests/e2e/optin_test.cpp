@@ -1,6 +1,7 @@
 // Directives that are off unless they are set: what is asked for without and with each.
 #include <gmock/gmock.h>
 
+#include <array>
 #include <random>
 #include <regex>
 
@@ -118,46 +119,39 @@ const OptInRow kRows[] = {
 };
 INSTANTIATE_TEST_SUITE_P(OptIn, OptIn, testing::ValuesIn(kRows), rowName);
 
-// How a page leads to another: the first two one level deeper.
-constexpr const char *kLinkKinds[] = {"<a href=\"", "<iframe src=\"", "<img src=\"",
-                                      "<frame src=\""};
-
-constexpr std::size_t kPages = 200;
+constexpr int kPages = 200;
 constexpr int kMaxDepth = 3;
 
 // Random pages and redirections, and how deep each is by the shortest way from page 0.
 struct Graph {
     explicit Graph(unsigned seed) : depths(kPages, kMaxDepth + 1)
     {
+        // The first two lead one level deeper.
+        const char *const kinds[] = {"<a href=\"", "<iframe src=\"", "<img src=\"",
+                                     "<frame src=\""};
         std::mt19937 random(seed);
-        std::vector<std::vector<std::pair<std::size_t, int>>> ways(kPages);
+        std::vector<std::array<std::size_t, 3>> ways;  // from, to and levels
         for (std::size_t page = 0; page < kPages; ++page) {
-            std::string body;
             const bool moves = random() % 6 == 0;
+            std::string text = moves ? "302 Moved\r\nLocation: /" : "";
             for (std::size_t links = moves ? 1 : random() % 6; links > 0; --links) {
-                const std::size_t kind = random() % std::size(kLinkKinds);
+                const std::size_t kind = random() % std::size(kinds);
                 const std::size_t to = random() % kPages;
-                body += moves ? std::to_string(to) : kLinkKinds[kind] + std::to_string(to) + "\">";
-                ways[page].emplace_back(to, moves || kind > 1 ? 0 : 1);
+                text += moves ? std::to_string(to) : kinds[kind] + std::to_string(to) + "\">";
+                ways.push_back({page, to, moves || kind > 1 ? 0U : 1U});
             }
-            Reply reply =
-                moves ? Reply::head("302 Moved\r\nLocation: /" + body) : Reply::html(body);
+            Reply reply = moves ? Reply::head(text) : Reply::html(text);
             reply.pieces.front().pauseMs = static_cast<int>(random() % 8);
             replies.emplace("http://h/" + std::to_string(page), reply);
         }
         depths[0] = 0;
-        for (bool changed = true; changed;) {
-            changed = false;
-            for (std::size_t page = 0; page < kPages; ++page) {
-                for (const auto &[to, levels] : ways[page]) {
-                    changed = changed || depths[page] + levels < depths[to];
-                    depths[to] = std::min(depths[to], depths[page] + levels);
-                }
-            }
+        for (std::size_t round = 0; round < kPages * ways.size(); ++round) {
+            const auto &[from, to, levels] = ways[round % ways.size()];
+            depths[to] = std::min(depths[to], depths[from] + levels);
         }
     }
     std::multimap<std::string, Reply> replies;
-    std::vector<int> depths;
+    std::vector<std::size_t> depths;
 };
 
 class BreadthFirst : public testing::TestWithParam<int> {};
@@ -172,12 +166,10 @@ TEST_P(BreadthFirst, LosesAPageOrAsksTwice)
                                      std::to_string(kMaxDepth) + "; numclients " +
                                      std::to_string(GetParam()));
         agent.run();
-        Words wanted;
-        for (std::size_t page = 0; page < kPages; ++page) {
-            if (graph.depths[page] <= kMaxDepth) {
-                wanted.push_back("http://h/" + std::to_string(page));
-            }
-        }
+        Words wanted = targets(kPages);
+        std::erase_if(wanted, [&](const std::string &target) {
+            return graph.depths[std::stoul(target.substr(9))] > kMaxDepth;
+        });
         EXPECT_THAT(peer.targets(), testing::UnorderedElementsAreArray(wanted)) << seed;
     }
 }
