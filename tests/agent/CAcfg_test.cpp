@@ -1,25 +1,38 @@
-// Directives, and the check of the proxy's host.
+// Directives, with the examples of docs/directives.txt, and the check of the proxy's host.
 #include "config/CAcfg.h"
 
 #include <gmock/gmock.h>
 
+#include <filesystem>
+#include <fstream>
+#include <regex>
+
 #include "AgentTest.h"
 #include "HTInet.h"
+#include "config/CAdirectives.h"
 
 namespace {
 
-struct DirectiveRow : Row {
-    const char *lines;
-    const char *traced;
+struct DirectiveRow {
+    std::string name;
+    std::string lines;
+    std::string traced;
 };
 
 class Directive : public AgentTestWith<DirectiveRow> {};
 
 TEST_P(Directive, IsReportedOtherwise)
 {
-    configure(GetParam().lines);
-    const std::string path = dir_.path("proxy.conf");
-    EXPECT_EQ(trace(), "Loading..... config file \"" + path + "\".\n" + GetParam().traced);
+    std::snprintf(refetchd_LocaleString, sizeof(refetchd_LocaleString), "LOCALE");
+    // Directories of an installed agent.
+    std::filesystem::create_directories(dir_.path("var/lib/refetchd/pub/LOCALE/reports"));
+    std::filesystem::create_directories(dir_.path("var/log/refetchd"));
+    const auto below = [this](const std::string &text) {
+        return std::regex_replace(text, std::regex("/var/"), dir_.path("var/"));
+    };
+    configure(below(GetParam().lines));
+    const std::string text = trace() + dir_.read("var/log/refetchd/trace.log");
+    EXPECT_EQ(text.substr(text.find('\n') + 1), below(GetParam().traced));
 }
 
 const DirectiveRow kDirectives[] = {
@@ -56,6 +69,42 @@ const DirectiveRow kDirectives[] = {
      "httpVer..... HTTP/1.1 is not fully supported, using 1.0\nhttpVer..... HTTP/1.0.\n"},
 };
 INSTANTIATE_TEST_SUITE_P(CAcfg, Directive, testing::ValuesIn(kDirectives), rowName);
+
+// Traced before the message of the example; of no interest to readers of the document.
+const char *const kSeedIsSimplified =
+    "Simplify.... path down to \"/\".\nAdding...... 1 hit(s) for host \"www.example.com\".\n"
+    "Added....... new host \"www.example.com\" to host table.\n";
+
+std::vector<DirectiveRow> documentedDirectives()
+{
+    std::vector<DirectiveRow> directives;
+    std::ifstream file(SOURCE_DIRECTORY "/docs/directives.txt");
+    for (std::string line; std::getline(file, line);) {
+        if (!line.empty() && std::islower(line[0]) != 0) {
+            directives.push_back({line, "", line == "loadurl" ? kSeedIsSimplified : ""});
+        } else if (line.starts_with("    example  ")) {
+            directives.back().lines += line.substr(13) + "\n";
+        } else if (line.starts_with("    message  ")) {
+            directives.back().traced += line.substr(13) + "\n";
+        }
+    }
+    return directives;
+}
+INSTANTIATE_TEST_SUITE_P(Docs, Directive, testing::ValuesIn(documentedDirectives()), rowName);
+
+TEST(Docs, DirectiveIsMissingOrUnknownOrItsExampleIsOfAnother)
+{
+    std::vector<std::string> names;
+    for (const DirectiveRow &directive : documentedDirectives()) {
+        names.push_back(directive.name);
+        EXPECT_TRUE(directive.lines.starts_with(directive.name + " "));
+    }
+    std::vector<std::string_view> known;
+    for (const CADirective &row : CADirectives()) {
+        known.push_back(row.name);
+    }
+    EXPECT_THAT(names, testing::UnorderedElementsAreArray(known));
+}
 
 class CAcfgTest : public AgentTest {};
 

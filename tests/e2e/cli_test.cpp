@@ -6,25 +6,6 @@
 
 namespace {
 
-class Refused : public testing::TestWithParam<const char *> {};
-
-TEST_P(Refused, ShowsTheUsageAndEndsWithStatusOne)
-{
-    Agent agent(1, "");
-    agent.startWith(GetParam());
-    agent.finish(1);
-    EXPECT_EQ(agent.process->out(), "");
-    EXPECT_EQ(agent.process->err(),
-              "Usage: refetchd [ options ... ]\n"
-              "       where options include:\n"
-              "         -r    <proxy config file>\n"
-              "         -vv   <verbose mode>\n");
-}
-
-INSTANTIATE_TEST_SUITE_P(CommandLine, Refused,
-                         testing::Values("proxy.conf", "-R proxy.conf", "-vv -r", "-r -vv",
-                                         "-debug", "-rp", "-r proxy.conf -rps", "-mc"));
-
 const std::multimap<std::string, Reply> kSite = {
     {"http://h/",
      Reply::html("<A HREF=\"a#top\"><img src='i.gif' ><frame src=/f ><IFRAME src=\"./r\">"
@@ -41,12 +22,18 @@ const std::multimap<std::string, Reply> kSite = {
 struct TakenRow : Row {
     std::string directives;
     std::string asked;                   // by one worker, in this order
-    const char *trace = "Starting....";  // part of standard error; empty: nothing is written there
+    const char *trace = "Starting....";  // part of standard error; kUsage or empty: all of it
     const char *options = "-vv -r proxy.conf";
     int status = 0;
     const char *errors = "";  // the error log
     const char *file = "";    // begins the trace file; the rest of the trace is there too
 };
+
+const char *const kUsage =
+    "Usage: refetchd [ options ... ]\n"
+    "       where options include:\n"
+    "         -r    <proxy config file>\n"
+    "         -vv   <verbose mode>\n";
 
 class Taken : public testing::TestWithParam<TakenRow> {};
 
@@ -70,6 +57,7 @@ TEST_P(Taken, AsksForOthersOrEndsOtherwise)
         EXPECT_EQ(agent.traced("CASummary... found bad line in hitlist\n"), agent.traced("\n"));
     }
     EXPECT_THAT(agent.process->err(), testing::HasSubstr(agent.expand(row.trace)));
+    EXPECT_TRUE(row.trace != kUsage || agent.process->err() == kUsage);
     EXPECT_EQ(agent.dir.read("cacheAgent-errors"), row.errors);
     EXPECT_THAT(agent.dir.read("trace"), testing::StartsWith(agent.expand(row.file)));
     EXPECT_TRUE(*row.file == '\0' || agent.traced("Starting....") == 0);
@@ -89,6 +77,14 @@ const std::string kFiles = kOne + "; catracelog x; delay 1; catracelog trace; po
 const char *const kSecond = "Trace file.. opened.; Host port... 1.; ";
 
 const TakenRow kTaken[] = {
+    {"NoOption", "", "", kUsage, "proxy.conf", 1},
+    {"CapitalOption", "", "", kUsage, "-R proxy.conf", 1},
+    {"NoFileName", "", "", kUsage, "-vv -r", 1},
+    {"OptionForAFileName", "", "", kUsage, "-r -vv", 1},
+    {"NoDebugModule", "", "", kUsage, "-debug", 1},
+    {"NoRepeats", "", "", kUsage, "-rp", 1},
+    {"NoRate", "", "", kUsage, "-r proxy.conf -rps", 1},
+    {"NoConnections", "", "", kUsage, "-mc", 1},
     {"EachFile", kOne, "/d /a", "/proxy.conf\".\n", "-vv -r daemon.conf -r proxy.conf"},
     {"HostAndPort", "", "/d", "@peer@ determined from daemon config file.\n", "-vv -r daemon.conf"},
     {"ModuleLikeAnOption", kOne, "/a", "", "-debug -vv -r proxy.conf"},

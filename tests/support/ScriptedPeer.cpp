@@ -117,7 +117,7 @@ ScriptedPeer::Request ScriptedPeer::record(const std::string &head)
     const std::size_t begin = head.find(' ') + 1;
     const std::string target = head.substr(begin, head.find(' ', begin) - begin);
     const std::lock_guard guard(mutex_);
-    changed_.notify_all();
+    arrived_.notify_all();
     return requests_.emplace_back(Request{head, target, Clock::now()});
 }
 
@@ -149,5 +149,5 @@ std::string ScriptedPeer::asked() const
 bool ScriptedPeer::waitForRequests(std::size_t count, std::chrono::milliseconds timeout) const
 {
     std::unique_lock lock(mutex_);
-    return changed_.wait_for(lock, timeout, [&] { return requests_.size() >= count; });
+    return arrived_.wait_for(lock, timeout, [&] { return requests_.size() >= count; });
 }

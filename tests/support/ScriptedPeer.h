@@ -93,7 +93,7 @@ private:
     std::uint16_t port_ = 0;
 
     mutable std::mutex mutex_;  // guards the next three
-    mutable std::condition_variable changed_;
+    mutable std::condition_variable arrived_;
     std::vector<Request> requests_;
     std::deque<Connection> connections_;  // elements keep their address; joined at the end
 
