@@ -1,14 +1,17 @@
-// Directives, with the examples of docs/directives.txt, and the check of the proxy's host.
+// Directives, with the examples of docs/directives.txt, what their values mean, and the check of
+// the proxy's host.
 #include "config/CAcfg.h"
 
-#include <gmock/gmock.h>
-
-#include <filesystem>
+#include <climits>
 #include <fstream>
 #include <regex>
+#include <set>
 
 #include "AgentTest.h"
+#include "GuardedText.h"
 #include "HTInet.h"
+#include "HTString.h"
+#include "base/CAwhen.h"
 #include "config/CAdirectives.h"
 
 namespace {
@@ -94,21 +97,18 @@ INSTANTIATE_TEST_SUITE_P(Docs, Directive, testing::ValuesIn(documentedDirectives
 
 TEST(Docs, DirectiveIsMissingOrUnknownOrItsExampleIsOfAnother)
 {
-    std::vector<std::string> names;
+    std::multiset<std::string_view> known;
+    for (const CADirective &row : CADirectives()) {
+        known.insert(row.name);
+    }
     for (const DirectiveRow &directive : documentedDirectives()) {
-        names.push_back(directive.name);
+        EXPECT_EQ(known.erase(directive.name), 1) << directive.name;
         EXPECT_TRUE(directive.lines.starts_with(directive.name + " "));
     }
-    std::vector<std::string_view> known;
-    for (const CADirective &row : CADirectives()) {
-        known.push_back(row.name);
-    }
-    EXPECT_THAT(names, testing::UnorderedElementsAreArray(known));
+    EXPECT_THAT(known, testing::IsEmpty());
 }
 
-class CAcfgTest : public AgentTest {};
-
-TEST_F(CAcfgTest, FlagsWithoutMessagesFollowTheirOwnRules)
+TEST_F(AgentTest, FlagsWithoutMessagesFollowTheirOwnRules)
 {
     const auto flags = [] {
         return std::vector{ac.saveFiles, ac.stressMode, ac.transparentProxy, ac.connectToHost};
@@ -121,7 +121,7 @@ TEST_F(CAcfgTest, FlagsWithoutMessagesFollowTheirOwnRules)
 
 struct HostRow : Row {
     const char *directives;
-    const char *told;  // last, before "top N."
+    const char *traced;  // last, before "top N."
     int topCached = 0;
 };
 
@@ -133,7 +133,7 @@ TEST_P(ProxyHost, IsComparedOtherwise)
     const std::string lines = std::string("loadtopcached 9\n") + GetParam().directives;
     EXPECT_EQ(ac.load(urlQueue, dir_.write("proxy.conf", lines).c_str()), 1);
     HTSetHostName(before.c_str());
-    EXPECT_THAT(trace(), testing::EndsWith(GetParam().told + std::string(" top N.\n")));
+    EXPECT_THAT(trace(), testing::EndsWith(GetParam().traced + std::string(" top N.\n")));
     EXPECT_EQ(ac.topCachedCount, GetParam().topCached);
 }
 
@@ -148,5 +148,49 @@ const HostRow kHosts[] = {
     {"SameLabelOnly", "hostname p.x\nupdateproxy p.y:1\n", "(p.x, p.y) --> nothing from the"},
 };
 INSTANTIATE_TEST_SUITE_P(CAcfg, ProxyHost, testing::ValuesIn(kHosts), rowName);
+
+std::string flag(char *text)
+{
+    return positive(text) ? "yes" : negative(text) ? "no" : "neither";
+}
+std::string when(char *text)
+{
+    return CAWhenString(CAParseWhen(text));
+}
+std::string duration(char *text)
+{
+    long seconds = -1;
+    return parse_time(text, 10, &seconds) == 1 ? std::to_string(seconds) : "invalid";
+}
+
+TEST(CAwhen, ValueMeansAnother)
+{
+    const struct {
+        std::string (*read)(char *);
+        std::string meaning;
+        const char *texts;
+    } rows[] = {
+        {flag, "yes", "YES;O-n;ok;En_abled;pass;always so"},
+        {flag, "no", "No;off;N_one;Dis-abled;failed;NEVER-ever"},
+        {flag, "neither", "yess;okay;onn;noo;offf;nones;enabl"},
+        {when, "ALWAYS", "Always;ON_;y-es"},
+        {when, "ADMIN_ONLY", "Admin"},
+        {when, "TOPN_ONLY", "Top-_N"},
+        {when, "NEVER", "never;no;off;admin_only;ok;yess;1"},
+        {duration, "900", "\t90 "},
+        {duration, "5400", "1:30;1 hour 30 min;90Minutes;0:89:60"},
+        {duration, "777600", "1 week, 2 days"},
+        {duration, "354672000", "1 forever 3months,1year"},
+        {duration, "111600", "hour 1 hour 30"},
+        {duration, std::to_string(LONG_MAX), "99999999999999999999 years;9223372036854775807"},
+        {duration, "invalid", "0:0:0:1;1 hour 10X;5 m; \n"},
+    };
+    for (const auto &row : rows) {
+        std::istringstream in(row.texts);
+        for (std::string text; std::getline(in, text, ';');) {
+            EXPECT_EQ(row.read(GuardedText(text).data()), row.meaning) << text;
+        }
+    }
+}
 
 }  // namespace

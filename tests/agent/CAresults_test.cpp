@@ -1,7 +1,6 @@
 #include "report/CAresults.h"
 
 #include <fcntl.h>
-#include <gmock/gmock.h>
 #include <sys/stat.h>
 #include <unistd.h>
 

@@ -1,12 +1,25 @@
 // The command line, the configuration and links followed through a small site: what is refused,
 // what is requested in which order, and the exit status.
-#include <gmock/gmock.h>
-
 #include "Agent.h"
 
 namespace {
 
+// A request with this target has 4096 bytes, of which 153 are neither target nor host.
+const std::string kFull = "http://h/" + std::string(3933, 'x');
+const std::string kRefused = "Request..... refused, ";
+const std::string kControl = kRefused + "control character in target or host: \"http://h";
+
+Reply movedTo(const std::string &location)
+{
+    return Reply::head("302 Moved\r\nLocation: " + location);
+}
+
 const std::multimap<std::string, Reply> kSite = {
+    {"http://h/full", movedTo(kFull)},
+    {"http://h/long", movedTo(kFull + "x")},
+    {"http://h/delete", movedTo("http://h/a\x7fz")},
+    {"http://h/host", movedTo("http://h\x1fz/")},
+    {"http://h/high", movedTo("http://h/\xc3\xa9")},
     {"http://h/",
      Reply::html("<A HREF=\"a#top\"><img src='i.gif' ><frame src=/f ><IFRAME src=\"./r\">"
                  "<a href=http://o/x ><a href=\"/moved\"><a href=\"/a\"><a href=\"/\">")},
@@ -15,21 +28,21 @@ const std::multimap<std::string, Reply> kSite = {
     {"http://h/f", Reply::html("<a href=\"c\"><img src=\"j.gif\">")},
     {"http://h/r", Reply::html("<img src=\"k.gif\"><a href=\"d\">")},
     {"http://o/x", Reply::html("<a href=\"y\"><img src=\"z\"><img src=\"http://h/z\">")},
-    {"http://h/moved", Reply::head("302 Moved\r\nLocation: /to")},
+    {"http://h/moved", movedTo("/to")},
     {"http://h/to", Reply::html("<a href=\"g\">")},
 };
 
 struct TakenRow : Row {
     std::string directives;
     std::string asked;                   // by one worker, in this order
-    const char *trace = "Starting....";  // part of standard error; kUsage or empty: all of it
+    std::string trace = "Starting....";  // part of standard error; kUsage or empty: all of it
     const char *options = "-vv -r proxy.conf";
     int status = 0;
     const char *errors = "";  // the error log
     const char *file = "";    // begins the trace file; the rest of the trace is there too
 };
 
-const char *const kUsage =
+const std::string kUsage =
     "Usage: refetchd [ options ... ]\n"
     "       where options include:\n"
     "         -r    <proxy config file>\n"
@@ -53,7 +66,7 @@ TEST_P(Taken, AsksForOthersOrEndsOtherwise)
     agent.finish(row.status);
     EXPECT_EQ(peer.asked(), row.asked);
     EXPECT_EQ(agent.process->out(), "");
-    if (*row.trace == '\0') {  // the hits file has one bad line, which every summary tells of
+    if (row.trace.empty()) {  // the hits file has one bad line, which every summary tells of
         EXPECT_EQ(agent.traced("CASummary... found bad line in hitlist\n"), agent.traced("\n"));
     }
     EXPECT_THAT(agent.process->err(), testing::HasSubstr(agent.expand(row.trace)));
@@ -99,7 +112,6 @@ const TakenRow kTaken[] = {
     {"CopiesLongLine", "loadtopcached 9; ignoreurl *.gif", "/a /" + std::string(1009, 'x'), "bad"},
     {"Queries", "loadtopcached 1; cachequeries public *h/q*", "/q?", "Number of Hits 9 for "},
     {"CachingNotAlways", "loadtopcached 9; caching topn", "", "loading files specified"},
-    {"SeedCopies", "loadurl h/a; loadurl h/a", "/a /a", "Will load... URL"},
     {"NoHitsFile", "loadtopcached 9; serverroot @dir@/x", "", "/x/logs/hitsfile.txt\" not opened;"},
     {"QuotesAndSlashes", kSlashes, "/b /d", "insufficient"},
     {"IncludedOnce", kTwice, "/a /more", "Added....... config file \"@dir@/more.conf\".\n"},
@@ -129,6 +141,14 @@ const TakenRow kCrawls[] = {
     {"HostUrlsOfAllRuns", kLevel + "maxhosturls 3; refetchdrepeat 2", "/ /a /i.gif /"},
     {"MaxUrlsSeedsIncluded", kRoot + kRoot + "maxurls 3", "/ / /i.gif"},
     {"MaxUrlsNotMoved", "loadurl h/moved; maxurls 1", "/moved"},
+    // A server decides what a redirection names, so it may be anything. The worker goes on.
+    {"TargetFillsTheBuffer", "loadurl h/full; loadurl h/a", "/full /a " + kFull.substr(8)},
+    {"TargetOverTheBuffer", "loadurl h/long; loadurl h/a", "/long /a",
+     kRefused + "too long for the request buffer: \"" + kFull + "x\".\n"},
+    {"DeleteInTarget", "loadurl h/delete; loadurl h/a", "/delete /a", kControl + "/a%7Fz\".\n"},
+    {"ControlInHost", "delveacrosshosts on; loadurl h/host; loadurl h/a", "/host /a",
+     kControl + "%1Fz/\".\n"},
+    {"HighBytesInTarget", "loadurl h/high; loadurl h/a", "/high /a /\xc3\xa9"},
     {"QueueDepth", kRoot + "delvedepth 3; maxqueuedepth 1", "/ /a /b /e"},
 };
 INSTANTIATE_TEST_SUITE_P(Site, Taken, testing::ValuesIn(kCrawls), rowName);
