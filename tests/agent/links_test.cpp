@@ -170,7 +170,7 @@ TEST_P(Drop, IsNotTraced)
 {
     configure(GetParam().directives);
     CAURL url("http://h/d/page");
-    CAParseHTML parser(&url);
+    CAParseHTML parser(&url, HTThread_context(), ac.parseOptions);
     feed(&parser, GetParam().page, {GetParam().cut});
     EXPECT_THAT(trace(), testing::HasSubstr(GetParam().message));
 }
@@ -189,9 +189,9 @@ const DropRow kDrops[] = {
     {"ModernImages", "modernlinks on\nloadinlineimages no\n",
      "<img src=1 srcset=2><video poster=3><input type=image src=5>",
      std::string(kUnwanted) + kUnwanted + kUnwanted + kUnwanted},
-    {"ModernValueTooLong", "modernlinks on\n", "<img srcset=" + text(4096) + ">",
+    {"ModernValueTooLong", "modernlinks on\n", "<a href=" + text(4096) + ">",
      "HTML........ parser dropping a value of more than 4095 bytes.\n"},
-    {"ModernLinkTooLong", "modernlinks on\n", "<a href=" + text(4096) + "><base href=1>",
+    {"ModernLinkTooLong", "modernlinks on\n", "<img srcset=" + text(4096) + "><base href=1>",
      "HTML........ parser dropping a link of 4096 bytes.\nFound....... base \"1\".\n"},
     {"Images", "loadinlineimages no\n", "<img src=\"x\">", kUnwanted},
     {"Source", "delveinto topn\n", kTwo,
