@@ -1,6 +1,5 @@
-// The agent's process-wide state as the program starts with it: the configuration's defaults and an
-// empty queue; one at a time. Frees on destruction what the program leaves to the end of the
-// process, of which a test process sees many.
+// The agent's process-wide state as at the start of the program: the default configuration and an
+// empty queue; one at a time. Frees what the program itself would keep until it ends.
 #pragma once
 
 #include <cstdlib>
@@ -17,7 +16,17 @@ class AgentState {
 public:
     AgentState()
     {
-        freeWhatLivesUntilTheEnd();
+        for (char *const text : {ac.httpVersion, ac.updateProxy, ac.hostname}) {
+            std::free(text);
+        }
+        for (const HTList *e = ac.onlyPatterns; (e = e->next) != nullptr;) {
+            HTPattern_free(static_cast<HTPattern *>(e->object));
+        }
+        HTList_delete(ac.onlyPatterns, nullptr);
+        for (const HTList *e = ac.hostLimits; e != nullptr && (e = e->next) != nullptr;) {
+            HTPattern_free(static_cast<HostLimit *>(e->object)->pattern);
+        }
+        HTList_deleteAndFreeContents(ac.hostLimits, nullptr);  // or null
         ac.~CAConfig();
         new (&ac) CAConfig;
         urlQueue = new CAQueue(1);
@@ -42,23 +51,5 @@ public:
             delete url;
         }
         return texts;
-    }
-
-private:
-    static void freeWhatLivesUntilTheEnd()
-    {
-        for (char *const text : {ac.httpVersion, ac.updateProxy, ac.hostname}) {
-            std::free(text);
-        }
-        for (const HTList *e = ac.onlyPatterns->next; e != nullptr; e = e->next) {
-            HTPattern_free(static_cast<HTPattern *>(e->object));
-        }
-        HTList_delete(ac.onlyPatterns, nullptr);
-        if (ac.hostLimits != nullptr) {
-            for (const HTList *e = ac.hostLimits->next; e != nullptr; e = e->next) {
-                HTPattern_free(static_cast<HostLimit *>(e->object)->pattern);
-            }
-            HTList_deleteAndFreeContents(ac.hostLimits, nullptr);
-        }
     }
 };

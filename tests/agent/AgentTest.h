@@ -1,7 +1,7 @@
 // A fresh agent for one test: its state as the program starts with it, and the trace captured.
 #pragma once
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <cstdlib>
 #include <string>

@@ -1,6 +1,7 @@
 #include "url/CAURL.h"
 
 #include "AgentTest.h"
+#include "CArun.h"
 #include "url/CAhost.h"
 
 namespace {
@@ -59,6 +60,8 @@ TEST_P(Interest, IsMisjudged)
     CARecordProcessed(&parent);
     parent.setDepth(1);
     ht.addHits("limited", 2 - ht.getHits("limited"));
+    ht.addHits("much", INT32_MAX);
+    ht.addHit("much");
     const CAURL found(GetParam().text, &parent);
     const std::size_t held = HTThread_context()->pool.held();
     trace();
@@ -89,22 +92,61 @@ const InterestRow kInterests[] = {
      "Host........ limited: 2 hits, 2 max --> ignoring \"http://limited/x\".\n"},
     {"BelowTheLimit", "delveacrosshosts on\nmaxhosturls 3 LIM*\n", "http://limited/x", 1, ""},
     {"LimitInCapitals", "delveacrosshosts on\nmaxhosturls 1 LIM*\n", "http://limited/x", 0, ""},
+    {"CountStaysAtTheHighest", "delveacrosshosts on\nmaxhosturls 2147483647\n", "http://much/x", 0,
+     "Host........ much: 2147483647 hits, 2147483647 max"},
+    {"HostWithoutHits", "delveacrosshosts on\nmaxhosturls 1\n", "http://MUCH/x", 1,
+     "Never....... hit site \"MUCH\".\n"},
     {"FirstLimitCounts", "delveacrosshosts on\nmaxhosturls 9\nmaxhosturls 1 lim*\n",
      "http://limited/x", 1, ""},
 };
 INSTANTIATE_TEST_SUITE_P(CAURL, Interest, testing::ValuesIn(kInterests), rowName);
 
-class CAURLTest : public AgentTest {};
-
-TEST_F(CAURLTest, HostCountsSaturateAndUnknownHostsStayUnknown)
+// Does what a worker that is busy over the end of a run does between the two flushes.
+ssize_t findLink(void *cookie, const char *text, std::size_t size)
 {
-    EXPECT_EQ(ht.getHits("never"), 0);
-    EXPECT_EQ(ht.getHits("never"), 0);
-    EXPECT_EQ(trace(), "Never....... hit site \"never\".\nNever....... hit site \"never\".\n");
-    ht.addHits("much", INT32_MAX);
-    ht.addHit("much");
-    EXPECT_EQ(ht.getHits("much"), INT32_MAX);
-    EXPECT_EQ(ht.getHits("MUCH"), 0);
+    if (std::string_view(text, size).starts_with("Flushing.... remove all non-processed")) {
+        auto *const url = static_cast<CAURL *>(cookie);
+        CARecordProcessed(url);
+        urlQueue->enqueue(url);
+    }
+    return static_cast<ssize_t>(size);
+}
+
+TEST_F(AgentTest, LinkFoundBetweenTheFlushesIsLostToTheNextRun)
+{
+    auto *const url = new CAURL("http://h/late");
+    std::fclose(ac.traceStream);
+    ac.traceStream = fopencookie(url, "w", {nullptr, findLink, nullptr, nullptr});
+    std::setvbuf(ac.traceStream, nullptr, _IOLBF, 0);
+    ac.repeatCount = 2;
+    CACleanup();
+    EXPECT_EQ(urlQueue->empty(), 1);
+    EXPECT_EQ(HashLookup(processedUrls, "http://h/late"), nullptr);
+}
+
+TEST(CAQueue, EmptiesOneOfItsTwentyLanesBeforeTheNext)
+{
+    int numbers[39];
+    CAQueue queue(1);
+    const auto put = [&](int count) {
+        for (int i = 0; i < count; ++i) {
+            queue.enqueue(&numbers[i]);
+        }
+    };
+    put(39);
+    for (int i = 0; i < 39; ++i) {
+        if (i == 20) {
+            put(2);  // behind the others, though the second goes to the first lane
+        }
+        EXPECT_EQ(queue.dequeue(), &numbers[i / 2 + i % 2 * 20]) << i;
+    }
+    EXPECT_EQ(queue.dequeue(), &numbers[0]);
+    EXPECT_EQ(queue.dequeue(), &numbers[1]);
+    EXPECT_EQ(queue.dequeue(), nullptr);
+    put(20);
+    EXPECT_EQ(queue.dequeue(), &numbers[0]) << "dealt out from the first lane again";
+    EXPECT_EQ(queue.getLength(), 19);
+    EXPECT_EQ(queue.getTotalEnqueued(), 61);
 }
 
 }  // namespace

@@ -1,25 +1,42 @@
-// Directives, and the check of the proxy's host.
+// Directives, with the examples of docs/directives.txt, what their values mean, and the check of
+// the proxy's host.
 #include "config/CAcfg.h"
 
-#include <gmock/gmock.h>
+#include <climits>
+#include <fstream>
+#include <regex>
+#include <set>
 
 #include "AgentTest.h"
+#include "GuardedText.h"
 #include "HTInet.h"
+#include "HTString.h"
+#include "base/CAwhen.h"
+#include "config/CAdirectives.h"
 
 namespace {
 
-struct DirectiveRow : Row {
-    const char *lines;
-    const char *traced;
+struct DirectiveRow {
+    std::string name;
+    std::string lines;
+    std::string traced;
+    std::string byDefault = "none";  // of those that are documented
 };
 
 class Directive : public AgentTestWith<DirectiveRow> {};
 
 TEST_P(Directive, IsReportedOtherwise)
 {
-    configure(GetParam().lines);
-    const std::string path = dir_.path("proxy.conf");
-    EXPECT_EQ(trace(), "Loading..... config file \"" + path + "\".\n" + GetParam().traced);
+    std::snprintf(refetchd_LocaleString, sizeof(refetchd_LocaleString), "LOCALE");
+    // Directories of an installed agent.
+    std::filesystem::create_directories(dir_.path("var/lib/refetchd/pub/LOCALE/reports"));
+    std::filesystem::create_directories(dir_.path("var/log/refetchd"));
+    const auto below = [this](const std::string &text) {
+        return std::regex_replace(text, std::regex("/var/"), dir_.path("var/"));
+    };
+    configure(below(GetParam().lines));
+    const std::string text = trace() + dir_.read("var/log/refetchd/trace.log");
+    EXPECT_EQ(text.substr(text.find('\n') + 1), below(GetParam().traced));
 }
 
 const DirectiveRow kDirectives[] = {
@@ -57,9 +74,50 @@ const DirectiveRow kDirectives[] = {
 };
 INSTANTIATE_TEST_SUITE_P(CAcfg, Directive, testing::ValuesIn(kDirectives), rowName);
 
-class CAcfgTest : public AgentTest {};
+// Traced before the message of the example; of no interest to readers of the document.
+const char *const kSeedIsSimplified =
+    "Simplify.... path down to \"/\".\nAdding...... 1 hit(s) for host \"www.example.com\".\n"
+    "Added....... new host \"www.example.com\" to host table.\n";
 
-TEST_F(CAcfgTest, FlagsWithoutMessagesFollowTheirOwnRules)
+std::vector<DirectiveRow> documentedDirectives()
+{
+    std::vector<DirectiveRow> directives;
+    std::ifstream file(SOURCE_DIRECTORY "/docs/directives.txt");
+    for (std::string line; std::getline(file, line);) {
+        if (!line.empty() && std::islower(line[0]) != 0) {
+            directives.push_back({line, "", line == "loadurl" ? kSeedIsSimplified : ""});
+        } else if (line.starts_with("    example  ")) {
+            directives.back().lines += line.substr(13) + "\n";
+        } else if (line.starts_with("    default  ")) {
+            directives.back().byDefault = std::regex_replace(line.substr(13), std::regex("`"), "");
+        } else if (line.starts_with("    message  ")) {
+            directives.back().traced += line.substr(13) + "\n";
+        }
+    }
+    return directives;
+}
+INSTANTIATE_TEST_SUITE_P(Docs, Directive, testing::ValuesIn(documentedDirectives()), rowName);
+
+TEST(Docs, DirectiveIsMissingOrUnknownOrItsExampleOrDefaultIsOfAnother)
+{
+    const AgentState state;
+    std::multiset<std::string_view> known;
+    for (const CADirective &row : CADirectives()) {
+        known.insert(row.name);
+    }
+    for (const DirectiveRow &directive : documentedDirectives()) {
+        EXPECT_EQ(known.erase(directive.name), 1) << directive.name;
+        EXPECT_TRUE(directive.lines.starts_with(directive.name + " "));
+        const CADirective &row = *CAFindDirective(directive.name);
+        const bool isOfTheMachine = row.name == "hostname" || row.name == "updateproxy";
+        if (!isOfTheMachine && !CAAddsUp(row.takes) && row.meaning.empty()) {
+            EXPECT_EQ(row.shown != nullptr ? row.shown(ac) : row.unset, directive.byDefault);
+        }
+    }
+    EXPECT_THAT(known, testing::IsEmpty());
+}
+
+TEST_F(AgentTest, FlagsWithoutMessagesFollowTheirOwnRules)
 {
     const auto flags = [] {
         return std::vector{ac.saveFiles, ac.stressMode, ac.transparentProxy, ac.connectToHost};
@@ -72,7 +130,7 @@ TEST_F(CAcfgTest, FlagsWithoutMessagesFollowTheirOwnRules)
 
 struct HostRow : Row {
     const char *directives;
-    const char *told;  // last, before "top N."
+    const char *traced;  // last, before "top N."
     int topCached = 0;
 };
 
@@ -84,7 +142,7 @@ TEST_P(ProxyHost, IsComparedOtherwise)
     const std::string lines = std::string("loadtopcached 9\n") + GetParam().directives;
     EXPECT_EQ(ac.load(urlQueue, dir_.write("proxy.conf", lines).c_str()), 1);
     HTSetHostName(before.c_str());
-    EXPECT_THAT(trace(), testing::EndsWith(GetParam().told + std::string(" top N.\n")));
+    EXPECT_THAT(trace(), testing::EndsWith(GetParam().traced + std::string(" top N.\n")));
     EXPECT_EQ(ac.topCachedCount, GetParam().topCached);
 }
 
@@ -99,5 +157,49 @@ const HostRow kHosts[] = {
     {"SameLabelOnly", "hostname p.x\nupdateproxy p.y:1\n", "(p.x, p.y) --> nothing from the"},
 };
 INSTANTIATE_TEST_SUITE_P(CAcfg, ProxyHost, testing::ValuesIn(kHosts), rowName);
+
+std::string flag(char *text)
+{
+    return positive(text) ? "yes" : negative(text) ? "no" : "neither";
+}
+std::string when(char *text)
+{
+    return CAWhenString(CAParseWhen(text));
+}
+std::string duration(char *text)
+{
+    long seconds = -1;
+    return parse_time(text, 10, &seconds) == 1 ? std::to_string(seconds) : "invalid";
+}
+
+TEST(CAwhen, ValueMeansAnother)
+{
+    const struct {
+        std::string (*read)(char *);
+        std::string meaning;
+        const char *texts;
+    } rows[] = {
+        {flag, "yes", "YES;O-n;ok;En_abled;pass;always so"},
+        {flag, "no", "No;off;N_one;Dis-abled;failed;NEVER-ever"},
+        {flag, "neither", "yess;okay;onn;noo;offf;nones;enabl"},
+        {when, "ALWAYS", "Always;ON_;y-es"},
+        {when, "ADMIN_ONLY", "Admin"},
+        {when, "TOPN_ONLY", "Top-_N"},
+        {when, "NEVER", "never;no;off;admin_only;ok;yess;1"},
+        {duration, "900", "\t90 "},
+        {duration, "5400", "1:30;1 hour 30 min;90Minutes;0:89:60"},
+        {duration, "777600", "1 week, 2 days"},
+        {duration, "354672000", "1 forever 3months,1year"},
+        {duration, "111600", "hour 1 hour 30"},
+        {duration, std::to_string(LONG_MAX), "99999999999999999999 years;9223372036854775807"},
+        {duration, "invalid", "0:0:0:1;1 hour 10X;5 m; \n"},
+    };
+    for (const auto &row : rows) {
+        std::istringstream in(row.texts);
+        for (std::string text; std::getline(in, text, ';');) {
+            EXPECT_EQ(row.read(GuardedText(text).data()), row.meaning) << text;
+        }
+    }
+}
 
 }  // namespace

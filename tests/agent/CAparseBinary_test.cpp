@@ -1,6 +1,5 @@
 #include "parse/CAparseBinary.h"
 
-#include <gmock/gmock.h>
 #include <sys/resource.h>
 
 #include <barrier>

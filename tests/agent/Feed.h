@@ -1,4 +1,4 @@
-// Bytes fed to a parser in pieces, as the connection does, and a sink that keeps what it gets.
+// Feeds bytes to a parser in pieces, as the connection does; sinks that keep what they get.
 #pragma once
 
 #include <string>
@@ -6,8 +6,9 @@
 #include <vector>
 
 #include "parse/CAparse.h"
+#include "parse/CAscanHTML.h"
 
-using Cuts = std::vector<std::size_t>;  // where a piece ends, in order; the last ends with the text
+using Cuts = std::vector<std::size_t>;  // ascending ends of pieces; the last ends with the text
 
 inline Cuts everyByte(std::size_t size)
 {
@@ -25,8 +26,7 @@ struct Flags {
     std::int32_t close = kUntouched;
 };
 
-// Calls `take(block, length)` for each piece, until that says no. The block has one byte more, a
-// NUL, and no other.
+// Calls `take(block, length)` for each piece until it returns false. One NUL follows each block.
 template <typename Take>
 void inPieces(std::string_view bytes, const Cuts &cuts, Take take)
 {
@@ -51,6 +51,34 @@ inline Flags feed(CAParser *parser, std::string_view bytes, const Cuts &cuts)
         return flags.done == 0;
     });
     return flags;
+}
+
+// Keeps each link behind "+" when it leads one level deeper, otherwise behind "-"; the page's base
+// behind "=".
+struct LinkList : CALinkSink {
+    void processFoundUrl(const char *link, bool raisesDepth) override
+    {
+        all.push_back((raisesDepth ? "+" : "-") + std::string(link));
+    }
+    void processFoundBase(const char *href) override { all.push_back("=" + std::string(href)); }
+
+    std::vector<std::string> all;
+};
+
+// The links that a scanner finds. Nothing can be read behind a block, unless the scanner needs the
+// NUL there.
+template <typename Scanner>
+std::vector<std::string> linksOf(std::string_view page, const Cuts &cuts, bool images = true)
+{
+    LinkList links;
+    Scanner scanner(&links, images);
+    inPieces(page, cuts, [&](const char *block, std::int32_t length) {
+        constexpr bool kNeedsNul = std::is_same_v<Scanner, CAScanHTML>;
+        std::vector<char> exact(block, block + length + (kNeedsNul ? 1 : 0));
+        scanner.scan(exact.data(), exact.data() + length);
+        return true;
+    });
+    return links.all;
 }
 
 class Recorder : public CAParser {

@@ -2,7 +2,7 @@
 // their own, its output captured. What its tests share.
 #pragma once
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <iterator>
 #include <memory>

@@ -1,36 +1,30 @@
-// A real caching proxy of Debian's before an origin whose pages tell their edition.
+// A real caching proxy from Debian in front of an origin whose pages name their edition.
 #pragma once
-
-#include <gmock/gmock.h>
 
 #include <ctime>
 #include <iomanip>
-#include <mutex>
 
 #include "Agent.h"
 
-// The least that a server needs to run in a directory of its own.
+// The least that a server needs to run in its own directory.
 struct Server : Row {
     bool reverse;
-    bool refreshesByItself;  // without the recipe
-    bool agentOnly;          // with the recipe
+    bool agentOnly;  // with the recipe
     const char *recipe;
-    const char *instead;  // what it takes to be a proxy without the recipe
     const char *command;
     const char *files;   // each is "%name", a line end and its text
-    const char *copies;  // what the last test finds
+    const char *copies;  // the result of PagesThatStayOldAreKnown
 };
 
 inline const Server kServers[] = {
-    Server({"Squid"}, false, true, false, "squid.conf", "http_access allow localhost",
-           "/usr/sbin/squid -N -f @dir@/main",
+    Server({"Squid"}, false, false, "squid.conf", "/usr/sbin/squid -N -f @dir@/main",
            "%main\nhttp_port 127.0.0.1:@port@\ninclude @recipe@\nacl other src 127.0.0.2\n"
            "http_access allow other\nhttp_access deny all\nvisible_hostname squid.test\n"
            "cache_mem 16 MB\nmemory_cache_shared off\nmax_filedescriptors 1024\npinger_enable off\n"
            "netdb_filename none\nshutdown_lifetime 0 seconds\npid_filename none\n"
            "cache_log @dir@/log\naccess_log none\ncoredump_dir @dir@\n",
            "112221"),
-    Server({"TrafficServer"}, false, false, true, "trafficserver.config", "",
+    Server({"TrafficServer"}, false, true, "trafficserver.config",
            "/usr/bin/traffic_server --run-root=@dir@/main",
            "%main\n{prefix: @dir@, bindir: /usr/bin, libexecdir: /usr/lib/trafficserver/modules,\n"
            "sysconfdir: @dir@, runtimedir: @dir@, logdir: @dir@}\n%storage.config\n@dir@ 32M\n"
@@ -44,9 +38,7 @@ inline const Server kServers[] = {
            "CONFIG proxy.config.admin.user_id STRING #-1\n",
            "222221"),
     Server(
-        {"Apache"}, false, true, true, "apache2-forward.conf",
-        "ProxyRequests On\nCacheEnable disk http://*:\nCacheHeader on\n",
-        "/usr/sbin/apache2 -X -f @dir@/main",
+        {"Apache"}, false, true, "apache2-forward.conf", "/usr/sbin/apache2 -X -f @dir@/main",
         "%main\nServerRoot /usr/lib/apache2\nLoadModule mpm_event_module modules/mod_mpm_event.so\n"
         "LoadModule authz_core_module modules/mod_authz_core.so\n"
         "LoadModule authz_host_module modules/mod_authz_host.so\n"
@@ -59,16 +51,14 @@ inline const Server kServers[] = {
         "ErrorLog @dir@/log\nDefaultRuntimeDir @dir@\nCacheRoot @dir@\nInclude @recipe@\n"
         "<VirtualHost *>\n</VirtualHost>\n",
         "222221"),
-    Server({"Nginx"}, true, false, true, "nginx.conf",
-           "add_header X-Cache $upstream_cache_status always;\n",
-           "/usr/sbin/nginx -p @dir@ -e @dir@/log -c main",
+    Server({"Nginx"}, true, true, "nginx.conf", "/usr/sbin/nginx -p @dir@ -e @dir@/log -c main",
            "%main\ndaemon off; master_process off; pid pid;\nevents {}\nhttp {\naccess_log off;\n"
            "client_body_temp_path b; fastcgi_temp_path f; scgi_temp_path s; uwsgi_temp_path u;\n"
            "proxy_temp_path p; proxy_cache_path cache keys_zone=site:1m;\ninclude @recipe@;\n"
            "server { listen 127.0.0.1:@port@; location / { proxy_pass http://127.0.0.1:@origin@;\n"
            "proxy_set_header Host $host; proxy_cache site; } }\n}\n",
            "22--21"),
-    Server({"Varnish"}, true, false, true, "varnish.vcl", "",
+    Server({"Varnish"}, true, true, "varnish.vcl",
            "/usr/sbin/varnishd -F -j none -n @dir@/work -a 127.0.0.1:@port@ "
            "-f @dir@/main -s malloc,16M",
            "%main\nvcl 4.1;\nbackend site { .host = \"127.0.0.1\"; .port = \"@origin@\"; }\n"
@@ -76,7 +66,7 @@ inline const Server kServers[] = {
            "22--22"),
 };
 
-// An origin whose pages tell their edition and are fresh for an hour, and the server before it.
+// An origin whose pages name their edition and stay fresh for an hour, and the server in front.
 class ServerTest : public testing::Test {
 protected:
     explicit ServerTest(const Server &server) : server_(server) {}
@@ -89,12 +79,11 @@ protected:
         const int status = process_->wait(Millis(10000));
         EXPECT_TRUE(status != 128 + SIGKILL || signal == SIGKILL) << "had to be killed";
     }
-    void start() { start(std::string(SOURCE_DIRECTORY "/recipes/") + server_.recipe); }
-    void start(const std::string &recipe)
+    void start()
     {
         const std::pair<std::string, std::string> values[] = {
             {"@dir@", dir_.path()},
-            {"@recipe@", recipe},
+            {"@recipe@", std::string(SOURCE_DIRECTORY "/recipes/") + server_.recipe},
             {"@port@", std::to_string(port_)},
             {"@origin@", std::to_string(origin_.port())}};
         std::string command = server_.command;
@@ -115,7 +104,8 @@ protected:
             << process_->err() << dir_.read("log");
     }
 
-    // Asks as an ordinary client, which waits for the server's start; the whole response.
+    // Requests the page as an ordinary client does, waiting for the server to start. Returns the
+    // whole response.
     std::string get(const std::string &path, const Words &options = {}) const
     {
         Words words =
@@ -128,8 +118,8 @@ protected:
         client.wait(Millis(40000));
         return client.out();
     }
-    // What such a client gets from the cache, "edition N" or all that is wrong; "asked" when the
-    // origin was.
+    // "asked" when the origin saw this request; otherwise "edition N" from the cache, or the whole
+    // response when that is damaged.
     [[nodiscard]] std::string cached(const std::string &path, const Words &options = {}) const
     {
         const std::size_t before = origin_.requests().size();
@@ -146,7 +136,7 @@ protected:
             EXPECT_EQ(cached(path), edition) << path;
         }
     }
-    // Runs the agent; the number of requests that reach the origin then.
+    // Runs the agent. Returns the number of requests that reach the origin meanwhile.
     std::size_t refresh(const Words &paths, const std::string &depth = "1")
     {
         const std::size_t before = origin_.requests().size();
@@ -167,7 +157,6 @@ protected:
             return {Reply::head("503 No").pieces, Reply::Then::Close};
         }
         const std::string more = target == "/immutable" ? ", immutable"
-                                 : target == "/aged"    ? "\r\nAge: 100"
                                  : target == "/cookie"  ? "\r\nSet-Cookie: a=b"
                                  : target == "/vary"    ? "\r\nVary: Accept-Encoding"
                                                         : "";
@@ -186,13 +175,9 @@ protected:
 
     const Server server_;
     const TempDir dir_;
-    std::mutex mutex_;
-    std::map<std::string, Reply> once_;  // guarded: what the first request for each gets
-    std::atomic<int> edition_ = 1;       // 0: the origin is in trouble
+    std::atomic<int> edition_ = 1;  // 0: the origin is in trouble
     const ScriptedPeer origin_{[this](const ScriptedPeer &, const ScriptedPeer::Request &request) {
-        const std::scoped_lock lock(mutex_);
-        const auto node = once_.extract(request.target);
-        return node.empty() ? page(request.target) : node.mapped();
+        return page(request.target);
     }};
     const std::uint16_t port_ = ScriptedPeer().port();  // free a moment ago
     const std::string site_ = "http://" + (server_.reverse ? "www.site.test" : origin_.address());

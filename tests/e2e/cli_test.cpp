@@ -1,46 +1,59 @@
-// The command line and the configuration: what is refused, what is taken and fetched, and the exit
-// status of each.
-#include <gmock/gmock.h>
-
+// The command line, the configuration and links followed through a small site: what is refused,
+// what is requested in which order, and the exit status.
 #include "Agent.h"
 
 namespace {
 
-class Refused : public testing::TestWithParam<const char *> {};
+// A request with this target has 4096 bytes, of which 153 are neither target nor host.
+const std::string kFull = "http://h/" + std::string(3933, 'x');
+const std::string kRefused = "Request..... refused, ";
+const std::string kControl = kRefused + "control character in target or host: \"http://h";
 
-TEST_P(Refused, ShowsTheUsageAndEndsWithStatusOne)
+Reply movedTo(const std::string &location)
 {
-    Agent agent(1, "");
-    agent.startWith(GetParam());
-    agent.finish(1);
-    EXPECT_EQ(agent.process->out(), "");
-    EXPECT_EQ(agent.process->err(),
-              "Usage: refetchd [ options ... ]\n"
-              "       where options include:\n"
-              "         -r    <proxy config file>\n"
-              "         -vv   <verbose mode>\n");
+    return Reply::head("302 Moved\r\nLocation: " + location);
 }
 
-INSTANTIATE_TEST_SUITE_P(CommandLine, Refused,
-                         testing::Values("proxy.conf", "-R proxy.conf", "-vv -r", "-r -vv",
-                                         "-debug", "-rp", "-r proxy.conf -rps", "-mc"));
+const std::multimap<std::string, Reply> kSite = {
+    {"http://h/full", movedTo(kFull)},
+    {"http://h/long", movedTo(kFull + "x")},
+    {"http://h/delete", movedTo("http://h/a\x7fz")},
+    {"http://h/host", movedTo("http://h\x1fz/")},
+    {"http://h/high", movedTo("http://h/\xc3\xa9")},
+    {"http://h/",
+     Reply::html("<A HREF=\"a#top\"><img src='i.gif' ><frame src=/f ><IFRAME src=\"./r\">"
+                 "<a href=http://o/x ><a href=\"/moved\"><a href=\"/a\"><a href=\"/\">")},
+    {"http://h/a", Reply::html("<a href=\"b\"><a href=\"/\">")},
+    {"http://h/b", Reply::html("<a href=\"e\">")},
+    {"http://h/f", Reply::html("<a href=\"c\"><img src=\"j.gif\">")},
+    {"http://h/r", Reply::html("<img src=\"k.gif\"><a href=\"d\">")},
+    {"http://o/x", Reply::html("<a href=\"y\"><img src=\"z\"><img src=\"http://h/z\">")},
+    {"http://h/moved", movedTo("/to")},
+    {"http://h/to", Reply::html("<a href=\"g\">")},
+};
 
 struct TakenRow : Row {
     std::string directives;
-    std::string asked;  // by one worker, in this order
-    const char *trace;  // part of standard error; empty: nothing is written there
+    std::string asked;                   // by one worker, in this order
+    std::string trace = "Starting....";  // part of standard error; kUsage or empty: all of it
     const char *options = "-vv -r proxy.conf";
     int status = 0;
     const char *errors = "";  // the error log
     const char *file = "";    // begins the trace file; the rest of the trace is there too
 };
 
+const std::string kUsage =
+    "Usage: refetchd [ options ... ]\n"
+    "       where options include:\n"
+    "         -r    <proxy config file>\n"
+    "         -vv   <verbose mode>\n";
+
 class Taken : public testing::TestWithParam<TakenRow> {};
 
-TEST_P(Taken, FetchesItsSeeds)
+TEST_P(Taken, AsksForOthersOrEndsOtherwise)
 {
     const TakenRow &row = GetParam();
-    const ScriptedPeer peer;
+    const ScriptedPeer peer(kSite);
     Agent agent(peer.port(),
                 "numclients 1; serverroot @dir@; caching on; loadtopcached 0; " + row.directives,
                 "#; \n9 1% http://h/q?; two words; 8 1% http://h/i.gif; 7 1% http://h/a; "
@@ -53,10 +66,11 @@ TEST_P(Taken, FetchesItsSeeds)
     agent.finish(row.status);
     EXPECT_EQ(peer.asked(), row.asked);
     EXPECT_EQ(agent.process->out(), "");
-    if (*row.trace == '\0') {  // the hits file has one bad line, which every summary tells of
+    if (row.trace.empty()) {  // the hits file has one bad line, which every summary tells of
         EXPECT_EQ(agent.traced("CASummary... found bad line in hitlist\n"), agent.traced("\n"));
     }
     EXPECT_THAT(agent.process->err(), testing::HasSubstr(agent.expand(row.trace)));
+    EXPECT_TRUE(row.trace != kUsage || agent.process->err() == kUsage);
     EXPECT_EQ(agent.dir.read("cacheAgent-errors"), row.errors);
     EXPECT_THAT(agent.dir.read("trace"), testing::StartsWith(agent.expand(row.file)));
     EXPECT_TRUE(*row.file == '\0' || agent.traced("Starting....") == 0);
@@ -76,6 +90,14 @@ const std::string kFiles = kOne + "; catracelog x; delay 1; catracelog trace; po
 const char *const kSecond = "Trace file.. opened.; Host port... 1.; ";
 
 const TakenRow kTaken[] = {
+    {"NoOption", "", "", kUsage, "proxy.conf", 1},
+    {"CapitalOption", "", "", kUsage, "-R proxy.conf", 1},
+    {"NoFileName", "", "", kUsage, "-vv -r", 1},
+    {"OptionForAFileName", "", "", kUsage, "-r -vv", 1},
+    {"NoDebugModule", "", "", kUsage, "-debug", 1},
+    {"NoRepeats", "", "", kUsage, "-rp", 1},
+    {"NoRate", "", "", kUsage, "-r proxy.conf -rps", 1},
+    {"NoConnections", "", "", kUsage, "-mc", 1},
     {"EachFile", kOne, "/d /a", "/proxy.conf\".\n", "-vv -r daemon.conf -r proxy.conf"},
     {"HostAndPort", "", "/d", "@peer@ determined from daemon config file.\n", "-vv -r daemon.conf"},
     {"ModuleLikeAnOption", kOne, "/a", "", "-debug -vv -r proxy.conf"},
@@ -90,7 +112,6 @@ const TakenRow kTaken[] = {
     {"CopiesLongLine", "loadtopcached 9; ignoreurl *.gif", "/a /" + std::string(1009, 'x'), "bad"},
     {"Queries", "loadtopcached 1; cachequeries public *h/q*", "/q?", "Number of Hits 9 for "},
     {"CachingNotAlways", "loadtopcached 9; caching topn", "", "loading files specified"},
-    {"SeedCopies", "loadurl h/a; loadurl h/a", "/a /a", "Will load... URL"},
     {"NoHitsFile", "loadtopcached 9; serverroot @dir@/x", "", "/x/logs/hitsfile.txt\" not opened;"},
     {"QuotesAndSlashes", kSlashes, "/b /d", "insufficient"},
     {"IncludedOnce", kTwice, "/a /more", "Added....... config file \"@dir@/more.conf\".\n"},
@@ -100,5 +121,36 @@ const TakenRow kTaken[] = {
     {"DebugStaysOutside", kFiles, "/a", "Net......... requ", kDebug, 0, "", kSecond},
 };
 INSTANTIATE_TEST_SUITE_P(CommandLine, Taken, testing::ValuesIn(kTaken), rowName);
+
+const std::string kRoot = "loadurl h/; ";
+const std::string kLevel = kRoot + "delvedepth 1; ";
+const std::string kTop = kRoot + "delvedepth 2; loadtopcached 3; hostname 127.0.0.1; ";
+
+const TakenRow kCrawls[] = {
+    {"DepthZero", kRoot, "/ /i.gif /f /j.gif"},
+    {"DepthTwo", kRoot + "delvedepth 2", "/ /a /i.gif /f /r /moved /b /c /j.gif /k.gif /d /to /g"},
+    {"AcrossHosts", kLevel + "delveacrosshosts on",
+     "/ /a /i.gif /f /r http://o/x /moved /c /j.gif /k.gif http://o/z /z /to"},
+    {"Ignored", kLevel + "ignoreurl *.gif; ignoreurl */m*", "/ /a /f /r /c"},
+    {"Only", kLevel + "onlyurl *h/a; onlyurl *.gif", "/ /a /i.gif"},
+    {"ImagesOff", kLevel + "loadinlineimages off", "/ /a /f /r /moved /c /to"},
+    {"DelveTopN", kTop + "delveinto topn", "/ /i.gif /a /b /e"},
+    {"DelveNever", kTop + "delveinto never", "/ /i.gif /a"},
+    {"HostUrls", kLevel + "delveacrosshosts on; maxhosturls 3 H",
+     "/ /a /i.gif http://o/x http://o/z"},
+    {"HostUrlsOfAllRuns", kLevel + "maxhosturls 3; refetchdrepeat 2", "/ /a /i.gif /"},
+    {"MaxUrlsSeedsIncluded", kRoot + kRoot + "maxurls 3", "/ / /i.gif"},
+    {"MaxUrlsNotMoved", "loadurl h/moved; maxurls 1", "/moved"},
+    // A server decides what a redirection names, so it may be anything. The worker goes on.
+    {"TargetFillsTheBuffer", "loadurl h/full; loadurl h/a", "/full /a " + kFull.substr(8)},
+    {"TargetOverTheBuffer", "loadurl h/long; loadurl h/a", "/long /a",
+     kRefused + "too long for the request buffer: \"" + kFull + "x\".\n"},
+    {"DeleteInTarget", "loadurl h/delete; loadurl h/a", "/delete /a", kControl + "/a%7Fz\".\n"},
+    {"ControlInHost", "delveacrosshosts on; loadurl h/host; loadurl h/a", "/host /a",
+     kControl + "%1Fz/\".\n"},
+    {"HighBytesInTarget", "loadurl h/high; loadurl h/a", "/high /a /\xc3\xa9"},
+    {"QueueDepth", kRoot + "delvedepth 3; maxqueuedepth 1", "/ /a /b /e"},
+};
+INSTANTIATE_TEST_SUITE_P(Site, Taken, testing::ValuesIn(kCrawls), rowName);
 
 }  // namespace

@@ -1,4 +1,4 @@
-// One worker and its connection: the bytes of a request, reuse, resending, time-outs and refusals.
+// One worker and its connection: the bytes of a request, reuse, resending and time-outs.
 #include "Agent.h"
 
 namespace {
@@ -77,57 +77,9 @@ const ReplyRow kReplies[] = {
     {"CloseHeaderCloses", {{{kHead + "Content-Length: 1\r\nConnection: close\r\n\r\nx"}}}, 2},
     {"NotFoundCloses", Reply::head("404 No"), 2},
     {"BytesBeforeTheNextRequestClose", kMore, 2, "delay 1000"},
+    {"StaleIsReplaced", {Reply::ok().pieces, Reply::Then::Close}, 2, "delay 1500"},
     {"PersistTimeOutCloses", Reply::ok(), 3, "persisttimeout 1; delay 2200"},
 };
 INSTANTIATE_TEST_SUITE_P(Fetch, Connection, testing::ValuesIn(kReplies), rowName);
-
-TEST(Fetch, StaleConnectionIsReplacedAndTheRequestSentAgain)
-{
-    for (const Reply::Then end : {Reply::Then::Close, Reply::Then::Reset}) {
-        ScriptedPeer peer;
-        Agent agent(peer.port(), "numclients 1; delay 1500; " + seeds(2));
-        agent.start();
-        ASSERT_TRUE(agent.process->waitForError("Net.. stop reading the socket.\n", kRunDeadline));
-        ASSERT_TRUE(peer.drop(0, end));  // while the worker pauses
-        agent.finish();
-        EXPECT_EQ(peer.asked(), "/0 /1");
-        EXPECT_EQ(peer.connections(), 2);
-        EXPECT_EQ(agent.traced("Net......... Unable to write, retrying. . .\n"), 1);
-    }
-}
-
-struct TargetRow : Row {
-    std::string location;      // where the first seed redirects to
-    std::string refusal = "";  // end of the line that tells why it is not sent; empty: it is
-};
-
-class Redirection : public testing::TestWithParam<TargetRow> {};
-
-// A server decides what a redirection names, so it may be anything.
-TEST_P(Redirection, IsSentOrRefusedInOneLineAndTheWorkerGoesOn)
-{
-    const std::string &location = GetParam().location;
-    const std::string &refusal = GetParam().refusal;
-    const ScriptedPeer peer({{"http://h/0", Reply::head("302 Moved\r\nLocation: " + location)}});
-    Agent agent(peer.port(), "numclients 1; delveacrosshosts on; loadurl h/0");
-    agent.run("-rp 2");
-    const std::string sent = refusal.empty() ? " " + location.substr(8) : "";
-    EXPECT_EQ(peer.asked(), "/0" + sent + " /0" + sent);
-    EXPECT_EQ(agent.traced("Request..... refused, " + refusal + "\n"), refusal.empty() ? 0 : 2);
-}
-
-// Its request has 4096 bytes, of which 153 are neither target nor host.
-const std::string kFull = "http://h/" + std::string(3933, 'x');
-const std::string kTooLong = "too long for the request buffer: \"";
-const std::string kControl = "control character in target or host: \"";
-
-const TargetRow kTargets[] = {
-    {"FillsTheBuffer", kFull},
-    {"OverTheBuffer", kFull + "x", kTooLong + kFull + "x\"."},
-    {"Delete", "http://h/a\x7fz", kControl + "http://h/a%7Fz\"."},
-    {"ControlInHost", "http://h\x1fz/", kControl + "http://h%1Fz/\"."},
-    {"HighBytes", "http://h/\xc3\xa9"},
-};
-INSTANTIATE_TEST_SUITE_P(Fetch, Redirection, testing::ValuesIn(kTargets), rowName);
 
 }  // namespace

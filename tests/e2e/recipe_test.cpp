@@ -1,5 +1,7 @@
-// The files of recipes/ in real servers: with its recipe each server fetches anew what the agent
-// asks for, stores it, and does so for the agent only.
+// Real servers. With its recipe from recipes/, each of them fetches and stores again what the agent
+// requests, and does this for the agent only.
+#include <set>
+
 #include "Servers.h"
 
 namespace {
@@ -35,17 +37,7 @@ TEST_P(Servers, EveryPageIsRefreshedAndForTheAgentOnly)
     expectCached(pages, "edition 3");  // trouble does not take the place of a good copy
 }
 
-TEST_P(Servers, OnlySomeRefreshWithoutTheRecipe)
-{
-    ASSERT_NO_FATAL_FAILURE(start(dir_.write("instead", GetParam().instead)));
-    get("/aged");
-    edition_ = 2;
-    refresh({"/aged"}, "0");
-    EXPECT_EQ(cached("/aged"), GetParam().refreshesByItself ? "edition 2" : "edition 1");
-    EXPECT_EQ(agent_->traced("the proxy ignores max-age=0") > 0, !GetParam().refreshesByItself);
-}
-
-// The edition that clients get without and with compression of each page; "-": it is not stored.
+// The edition of each page that clients get without and with compression; "-": it is not stored.
 TEST_P(Servers, PagesThatStayOldAreKnown)
 {
     const Words gzip = {"-H", "Accept-Encoding: gzip"};
@@ -65,5 +57,37 @@ TEST_P(Servers, PagesThatStayOldAreKnown)
     }
     EXPECT_EQ(copies, GetParam().copies);
 }
+
+// Squid dies while the agent runs, without and with retries.
+class Squid : public ServerTest, public testing::WithParamInterface<const char *> {
+protected:
+    Squid() : ServerTest(kServers[0]) {}
+};
+
+// 60 seeds, four a second, of which the one named "7" is the twenty-second.
+TEST_P(Squid, LosesWhatWasRequestedWhileItWasDownUnlessThatIsRetried)
+{
+    ASSERT_NO_FATAL_FAILURE(start());
+    std::string seeds = "numclients 2; delay 500; " + std::string(GetParam());
+    for (int i = 0; i < 60; ++i) {
+        seeds += "; loadurl " + site_ + "/" + std::to_string(i);
+    }
+    Agent agent(port_, seeds);
+    agent.start();
+    ASSERT_TRUE(origin_.waitForRequests(5, kRunDeadline));
+    end(SIGKILL);
+    ASSERT_TRUE(agent.process->waitForError("working on URL \"" + site_ + "/7\"", kRunDeadline));
+    EXPECT_GT(agent.traced("errno=111.\n"), 9);
+    ASSERT_NO_FATAL_FAILURE(start());
+    agent.finish();
+    const Words all = origin_.targets();
+    for (const char *const late : {"/18", "/38", "/58", "/19", "/39", "/59"}) {
+        EXPECT_THAT(all, testing::Contains(late));
+    }
+    const bool whole = std::set(all.begin(), all.end()).size() == 61;  // with that of the start
+    EXPECT_EQ(whole, *GetParam() != '\0');
+}
+
+INSTANTIATE_TEST_SUITE_P(Squid, Squid, testing::Values("", "retries 9"));
 
 }  // namespace

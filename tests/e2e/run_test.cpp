@@ -1,5 +1,9 @@
-// Whole runs: repeats, time limits, pacing, the limit of connections, how a run ends, and the
-// report that it leaves.
+// Whole runs: repeats, time limits, pacing, the limit of connections, how a run ends, its report,
+// its trace, as many clients and URLs as expected, and the memory of many runs.
+#include <algorithm>
+#include <regex>
+#include <set>
+
 #include "Agent.h"
 
 namespace {
@@ -53,7 +57,7 @@ const std::string kPlaceholder =
 
 struct EndRow : Row {
     std::string directives;
-    std::size_t reads;  // requests that are sent and never answered
+    std::size_t reads;  // requests that are sent; none is answered
     const char *trace;  // the master's last line of each run
     int runs = 1;
 };
@@ -63,7 +67,8 @@ class End : public testing::TestWithParam<EndRow> {};
 TEST_P(End, IsCleanAndTheReportIsInPlace)
 {
     const EndRow &row = GetParam();
-    const ScriptedPeer peer({{"http://h/0", {{}, Reply::Then::Stall}}});
+    const ScriptedPeer peer(
+        [](const auto & /*self*/, const auto & /*request*/) { return Reply{}; });
     Agent agent(peer.port(), "serverroot @dir@; readtimeout 60; " + row.directives);
     agent.start();
     ASSERT_TRUE(peer.waitForRequests(row.reads, kRunDeadline));
@@ -113,7 +118,7 @@ const std::string kHeads =
 struct ReportRow : Row {
     std::string directives;
     const char *hitsFile;
-    std::string hits;                 // what the page tells of it
+    std::string hits;                 // its part of the page
     std::vector<const char *> pages;  // the counts of each, of which the last is not processed
 };
 
@@ -155,5 +160,156 @@ const ReportRow kReports[] = {
     {"TimeIsUpAndNoHitsFile", kTooLong + seeds(3), "", "Unable to get info...<br>\n", {"5 0 0 3"}},
 };
 INSTANTIATE_TEST_SUITE_P(Run, Report, testing::ValuesIn(kReports), rowName);
+
+// The lines of the main and the master thread, then those of the worker, because the two mix
+// freely. What varies from run to run becomes "#", and of equal lines only the first is kept.
+std::string inOrder(std::string trace)
+{
+    for (const std::string before : {"now=", "buffer ", "cs ", "sz ", "ket ", " read ", ".1:"}) {
+        for (std::size_t at = 0; (at = trace.find(before, at)) != std::string::npos;) {
+            at += before.size();
+            trace.replace(at, trace.find_first_not_of("0123456789abcdef", at) - at, "#");
+        }
+    }
+    const std::string labels = " Worke Buffe Reque Net.. Cache Parse HTTP. Accep User- Host: Conne";
+    std::string order[] = {"\n", "\n"};
+    std::istringstream lines(trace);
+    for (std::string line; std::getline(lines, line);) {
+        line = line.substr(0, line.find('\r')) + "\n";
+        std::string &mine = order[labels.find(" " + line.substr(0, 5)) < labels.size() ? 1 : 0];
+        if (line.size() > 1 && line.find("still busy") == std::string::npos &&
+            mine.find("\n" + line) == std::string::npos) {
+            mine += line;
+        }
+    }
+    return order[0] + order[1];
+}
+
+TEST(Run, TraceOfARunIsInOrder)
+{
+    const ScriptedPeer peer;
+    Agent agent(peer.port(),
+                "hostname 127.0.0.1; numclients 1; no-directive of ours; loadurl http://h/d/../a");
+    agent.run();
+    EXPECT_EQ(inOrder(agent.process->err()),
+              "\nLoading..... config file \"" + agent.dir.path("proxy.conf") + R"(".
+Proxy....... being updated is "127.0.0.1:#".
+Hostname.... 127.0.0.1.
+Clients..... 1.
+Simplify.... path down to "/a".
+Adding...... 1 hit(s) for host "h".
+Added....... new host "h" to host table.
+Will load... URL "http://h/d/../a".
+Hosts....... match (127.0.0.1, 127.0.0.1) --> use top N.
+Starting.... client thread #1.
+The locale is set to de_DE.
+Starting.... Will run for 1 times!!
+Master......  time now=#s, maxruntime=0
+Master...... queue is empty.
+Stopping.... client thread #1.
+Deleting.... client thread #1.
+Flushing.... remove all processed URLs.
+Flushing.... remove all non-processed URLs.
+Master...... all threads done - we're outta here!
+
+Worker...... thread 1 starting.
+Buffer...... new a buffer #.
+Worker...... #1 working on URL "http://h/a".
+Request..... built: GET http://h/a HTTP/1.0
+Accept: text/html, */*; q=0.10
+User-Agent: Mozilla/4.0 (emulation; QRX BUG)
+Host: h
+Cache-Control: max-age=0
+Connection: Keep-alive
+Net......... requesting "http://h/a".
+Cache Agent read # bytes from socket #.
+Buffer...... bs 4096, cs #, sz #.
+Parser...... found header Content-Type: text/plain.
+Parser...... found header Content-Length: 2.
+Parser...... found header Connection: keep-alive.
+Parser...... Content-length:  2, Connection:  keep-alive
+Parser...... doesn't understand Content-type: text/plain
+HTTP........ parser sending 2 bytes to its sink, (0/2) .
+HTTP........ the sink eat 2 bytes, 0 bytes more wanted.
+Net.. stop reading the socket.
+Worker...... thread 1 has nothing to do.
+Worker...... thread 0 exiting.
+)");
+}
+
+// The first 5000 are a tree: each page links to eight of its own, its parent and the root.
+TEST(Scale, UrlIsLostOrAskedForTwice)
+{
+    const int tree = 5000;
+    const ScriptedPeer peer([](const ScriptedPeer &, const ScriptedPeer::Request &request) {
+        const int number = std::stoi(request.target.substr(9));
+        std::string body = "<a href=\"0\"><a href=\"" + std::to_string((number - 1) / 8) + "\">";
+        for (int child = 8 * number + 1; child <= 8 * number + 8 && child < tree; ++child) {
+            body += "<a href=\"" + std::to_string(child) + "\">";
+        }
+        Reply reply = Reply::html(number < tree ? body : "page");
+        reply.pieces.front().pauseMs = 10;  // long enough for every idle client to join in
+        return reply;
+    });
+    Words expected = targets(15000);
+    std::string hits = seeds(15000);
+    hits.erase(0, seeds(tree).size());
+    replaceAll(&hits, "loadurl ", "1 0% ");
+    Agent agent(peer.port(),
+                "numclients 100; delvedepth 5; loadurl h/0; serverroot @dir@; caching always; "
+                "hostname 127.0.0.1; loadtopcached 10000",
+                hits);
+    agent.startWith("-r proxy.conf");
+    agent.finish();
+    Words arrived = peer.targets();
+    std::sort(arrived.begin(), arrived.end());
+    std::sort(expected.begin(), expected.end());
+    EXPECT_TRUE(arrived == expected) << arrived.size();
+    EXPECT_LE(peer.mostConnections(), 100);
+}
+
+// The time is up in both runs while every client waits for an answer; all of them end in time.
+TEST(Scale, HundredClientsAreBusyWhenTheTimeIsUp)
+{
+    const ScriptedPeer peer([](const ScriptedPeer &, const ScriptedPeer::Request &) {
+        Reply reply = Reply::html("<a href=\"x\"><img src=\"y\">");
+        reply.pieces.front().pauseMs = 1500;
+        return reply;
+    });
+    Agent agent(peer.port(), "numclients 100; maxruntime 2; delvedepth 1; " + seeds(1000));
+    agent.run("-rp 2");
+    EXPECT_EQ(peer.mostConnections(), 100);
+    EXPECT_EQ(agent.traced("Master...... TIME's UP! we have to go...\n"), 2);
+    EXPECT_EQ(agent.traced("exiting.\n"), 100);
+}
+
+TEST(Memory, IsLostOrGrowsWithTheRuns)
+{
+    if (kSanitized) {
+        GTEST_SKIP() << "a sanitizer looks by itself";
+    }
+    const ScriptedPeer peer(
+        {{"http://h/0", Reply::html("<a href=\"a\"><img src=\"b\"><a href=\"http://o/\">")},
+         {"http://h/1", Reply::head("302 Moved\r\nLocation: /c")},
+         {"http://h/2", {{{"HTTP/1.0 200 OK\r\n"}}, Reply::Then::Reset}}});
+    std::set<std::string> kept;
+    for (const std::string runs : {"2", "5"}) {
+        Agent agent(
+            peer.port(),
+            "serverroot @dir@; delvedepth 1; slf on; slr @dir@/save; ignoreurl *x*; onlyurl "
+            "http*; cachequeries on *; maxhosturls 99 h; caching on; loadtopcached 9; "
+            "hostname 127.0.0.1; catracelog trace; errorlog @dir@/x; " +
+                seeds(3),
+            "9 5% http://h/top; bad; ");
+        agent.wrapper = "valgrind --leak-check=full --log-file=valgrind --error-exitcode=9";
+        agent.startWith("-r proxy.conf -rp " + runs);
+        agent.finish();  // with another status when something is lost
+        const std::string report = agent.dir.read("valgrind");
+        std::smatch found;
+        EXPECT_TRUE(std::regex_search(report, found, std::regex("still reachable: (.*) bytes")));
+        kept.insert(found[1]);
+    }
+    EXPECT_EQ(kept.size(), 1);
+}
 
 }  // namespace

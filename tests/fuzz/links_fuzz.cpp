@@ -1,5 +1,5 @@
-// The two link extractors. What that which reads pages as browsers do finds must not depend on the
-// blocks.
+// The two link extractors. The one that reads pages as browsers do must find the same links
+// however the page is cut into blocks.
 //
 // Input: a line of block sizes, then the page.
 #include "Feed.h"
@@ -7,43 +7,14 @@
 #include "HTString.h"
 #include "parse/CAscanModern.h"
 
-namespace {
-
-struct Links : CALinkSink {
-    void processFoundUrl(const char *link, bool raisesDepth) override
-    {
-        all.push_back((raisesDepth ? "+" : "-") + std::string(link));
-    }
-    void processFoundBase(const char *href) override { all.push_back("=" + std::string(href)); }
-
-    std::vector<std::string> all;
-};
-
-std::vector<std::string> scan(bool modern, std::string_view page, const Cuts &cuts)
-{
-    Links links;
-    CAScanHTML scanner(&links, true);
-    CAScanModern modernScanner(&links, true);
-    inPieces(page, cuts, [&](const char *block, std::int32_t length) {
-        // What is read behind the block is seen; only the plain scanner needs its NUL.
-        std::vector<char> exact(block, block + length + (modern ? 0 : 1));
-        char *const end = exact.data() + length;
-        modern ? modernScanner.scan(exact.data(), end) : scanner.scan(exact.data(), end);
-        return true;
-    });
-    return links.all;
-}
-
-}  // namespace
-
 void fuzz(std::string_view input)
 {
     const std::string_view sizes = takeLine(&input);
     const std::string_view page = input;
-    const std::vector<std::string> links = scan(true, page, {});
+    const std::vector<std::string> links = linksOf<CAScanModern>(page, {});
     for (const Cuts &cuts : {Cuts{}, everyByte(page.size()), cutsOf(sizes, page.size())}) {
-        require(links == scan(true, page, cuts), "the same in blocks");
-        for (const std::string &link : scan(false, page, cuts)) {
+        require(links == linksOf<CAScanModern>(page, cuts), "the same in blocks");
+        for (const std::string &link : linksOf<CAScanHTML>(page, cuts)) {
             require(page.find(link.substr(1)) != page.npos, "in the page");
         }
     }

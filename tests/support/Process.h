@@ -70,7 +70,7 @@ public:
         return written();
     }
 
-    // What was written so far. Opened anew, so that the place where the child writes stays.
+    // The output so far. Opened again, because the child shares the offset of the descriptor.
     [[nodiscard]] std::string out() const { return contentsOf(path_ + std::to_string(out_)); }
     [[nodiscard]] std::string err() const { return contentsOf(path_ + std::to_string(err_)); }
     // Its highest resident memory, once it has ended.

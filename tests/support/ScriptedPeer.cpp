@@ -55,9 +55,11 @@ ScriptedPeer::~ScriptedPeer()
 {
     shutdown(listener_, SHUT_RDWR);  // wakes the acceptor
     acceptor_.join();
-    for (int connection = 0; connection < accepted_; ++connection) {
-        drop(connection, Reply::Then::Close);
-        connections_[static_cast<std::size_t>(connection)].thread.join();
+    for (Connection &connection : connections_) {
+        std::unique_lock lock(mutex_);
+        shutdown(connection.fd, SHUT_RDWR);  // wakes its thread, unless that has closed it
+        lock.unlock();
+        connection.thread.join();
     }
     close(listener_);
 }
@@ -67,7 +69,7 @@ void ScriptedPeer::acceptAll()
     int fd = -1;
     while (handler_ && (fd = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC)) >= 0) {
         const std::lock_guard guard(mutex_);
-        Connection &connection = connections_.emplace_back(Connection{fd});
+        Connection &connection = connections_.emplace_back(fd);
         ++accepted_;
         mostOpen_ = std::max(mostOpen_.load(), ++open_);
         connection.thread = std::thread([this, &connection] { serve(connection); });
@@ -103,15 +105,11 @@ void ScriptedPeer::serve(Connection &connection)
             then = reply.then;
         }
     }
+    const linger discard = {then == Reply::Then::Reset ? 1 : 0, 0};
+    setsockopt(connection.fd, SOL_SOCKET, SO_LINGER, &discard, sizeof discard);
     const std::lock_guard guard(mutex_);
-    if (then == Reply::Then::Reset || connection.end == Reply::Then::Reset) {
-        const linger discard = {1, 0};
-        setsockopt(connection.fd, SOL_SOCKET, SO_LINGER, &discard, sizeof discard);
-    }
-    close(connection.fd);
-    connection.open = false;
+    close(std::exchange(connection.fd, -1));
     --open_;
-    changed_.notify_all();
 }
 
 ScriptedPeer::Request ScriptedPeer::record(const std::string &head)
@@ -119,7 +117,7 @@ ScriptedPeer::Request ScriptedPeer::record(const std::string &head)
     const std::size_t begin = head.find(' ') + 1;
     const std::string target = head.substr(begin, head.find(' ', begin) - begin);
     const std::lock_guard guard(mutex_);
-    changed_.notify_all();
+    arrived_.notify_all();
     return requests_.emplace_back(Request{head, target, Clock::now()});
 }
 
@@ -151,19 +149,5 @@ std::string ScriptedPeer::asked() const
 bool ScriptedPeer::waitForRequests(std::size_t count, std::chrono::milliseconds timeout) const
 {
     std::unique_lock lock(mutex_);
-    return changed_.wait_for(lock, timeout, [&] { return requests_.size() >= count; });
-}
-
-bool ScriptedPeer::drop(int connection, Reply::Then how)
-{
-    std::unique_lock lock(mutex_);
-    Connection &dropped = connections_.at(static_cast<std::size_t>(connection));
-    if (!dropped.open) {
-        return false;
-    }
-    dropped.end = how;
-    // Wakes its thread, which then closes; a shutdown for writing would come before the reset.
-    shutdown(dropped.fd, how == Reply::Then::Reset ? SHUT_RD : SHUT_RDWR);
-    changed_.wait(lock, [&] { return !dropped.open; });
-    return true;
+    return arrived_.wait_for(lock, timeout, [&] { return requests_.size() >= count; });
 }

@@ -1,6 +1,6 @@
-// An HTTP peer on a free loopback port that sends whatever a test tells it to, and records what it
-// is sent. Each connection has a thread of its own: it reads a request head, records it, asks the
-// handler for the reply, plays it, and reads on. All functions may be called from any thread.
+// An HTTP peer on a free loopback port that sends what the test wants and records each request.
+// Each connection has its own thread: it reads a request head, records it, asks the handler for the
+// reply, plays it, and reads on. All functions may be called from any thread.
 #pragma once
 
 #include <atomic>
@@ -16,7 +16,7 @@
 #include <thread>
 #include <vector>
 
-// What the peer does about one request: the pieces in order, then what becomes of the connection.
+// The answer to one request: the pieces in order, then what happens to the connection.
 struct Reply {
     struct Piece {
         std::string bytes;
@@ -32,12 +32,12 @@ struct Reply {
 
     std::vector<Piece> pieces;
     Then then = Then::Keep;
-    int again = 0;  // so often the last piece is sent once more, while the client takes it
+    int again = 0;  // how often the last piece is repeated while the client accepts it
 
     // A 200 with a length that keeps the connection.
     static Reply ok(const std::string &body = "ok", const std::string &type = "text/plain");
     static Reply html(const std::string &body = "page") { return ok(body, "text/html"); }
-    // Another status, with headers behind line ends, but without a body.
+    // Another status without a body; `status` may continue with header lines.
     static Reply head(const std::string &status);
 };
 
@@ -53,10 +53,10 @@ public:
     // Called on the connection's thread, after the request was recorded; it may wait (bounded).
     using Handler = std::function<Reply(const ScriptedPeer &, const Request &)>;
 
-    // With none it accepts no connection; no more than one fits its backlog.
+    // Without a handler no connection is accepted, and the backlog holds only one.
     explicit ScriptedPeer(Handler handler);
-    // Replies by request target: several in turn, the last of them for ever; Reply::ok() to every
-    // other target.
+    // Replies by request target: several are sent in turn and the last is repeated; every other
+    // target gets Reply::ok().
     explicit ScriptedPeer(const std::multimap<std::string, Reply> &table = {});
     ~ScriptedPeer();
     ScriptedPeer(const ScriptedPeer &) = delete;
@@ -65,10 +65,10 @@ public:
     [[nodiscard]] std::uint16_t port() const { return port_; }
     [[nodiscard]] std::string address() const { return "127.0.0.1:" + std::to_string(port_); }
 
-    // What arrived so far, in that order.
+    // The requests so far, in the order of their arrival.
     [[nodiscard]] std::vector<Request> requests() const;
     [[nodiscard]] std::vector<std::string> targets() const;
-    // The targets without "http://h", a blank between two.
+    // The targets without "http://h", separated by blanks.
     [[nodiscard]] std::string asked() const;
     // False at the deadline.
     [[nodiscard]] bool waitForRequests(std::size_t count, std::chrono::milliseconds timeout) const;
@@ -76,16 +76,11 @@ public:
     [[nodiscard]] int connections() const { return accepted_; }      // since the start
     [[nodiscard]] int mostConnections() const { return mostOpen_; }  // at one time
 
-    // Closes or resets an idle connection, numbered from 0 in the order of their start, and waits
-    // until that is done; false when it was not open.
-    bool drop(int connection, Reply::Then how);
-
 private:
     struct Connection {
-        int fd;
-        bool open = true;
-        Reply::Then end = Reply::Then::Close;
-        std::thread thread = {};
+        explicit Connection(int socket) : fd(socket) {}
+        int fd;  // -1 once it is closed
+        std::thread thread;
     };
 
     void acceptAll();
@@ -98,9 +93,9 @@ private:
     std::uint16_t port_ = 0;
 
     mutable std::mutex mutex_;  // guards the next three
-    mutable std::condition_variable changed_;
+    mutable std::condition_variable arrived_;
     std::vector<Request> requests_;
-    std::deque<Connection> connections_;  // each stays in place; the threads are joined at the end
+    std::deque<Connection> connections_;  // elements keep their address; joined at the end
 
     std::atomic<int> accepted_ = 0;
     std::atomic<int> open_ = 0;

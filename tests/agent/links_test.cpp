@@ -1,0 +1,226 @@
+// Links in pages: as browsers find them, as the plain scanner does, and what becomes of them.
+#include "AgentTest.h"
+#include "Feed.h"
+#include "parse/CAparseHTML.h"
+#include "parse/CAscanModern.h"
+
+using namespace std::string_literals;
+
+namespace {
+
+// One link a line.
+std::string linesOf(std::string_view page, const Cuts &cuts, bool images = true)
+{
+    std::string lines;
+    for (const std::string &link : linksOf<CAScanModern>(page, cuts, images)) {
+        lines += link + "\n";
+    }
+    return lines;
+}
+
+struct PageRow : Row {
+    std::string page;
+    std::string links;
+};
+
+class Page : public testing::TestWithParam<PageRow> {};
+
+TEST_P(Page, HasTheseLinksWhereverItIsCut)
+{
+    const std::string &page = GetParam().page;
+    EXPECT_EQ(linesOf(page, everyByte(page.size())), GetParam().links);
+    for (std::size_t cut = 0; cut < page.size(); cut += 1 + page.size() / 1000 * 100) {
+        ASSERT_EQ(linesOf(page, {cut}), GetParam().links) << "cut at " << cut;
+    }
+}
+
+std::string text(std::size_t length)
+{
+    return std::string(length, 'x');
+}
+
+const std::string kNoReferences =
+    "&&am;&ampx;&amp=&LT0;&Amp;&TAB;&apos&Tab&NewLine&nbsp;&#;&#x;&#xg&#-1;&# 65;";
+
+const PageRow kPages[] = {
+    {"TagsOfThePlainScan",
+     "<a href=1><link href=2><frame src=3><iframe src=4></iframe><object data=5><layer src=6>"
+     "<ilayer src=7><script src=8></script><area href=9><body background=10><img src=11>",
+     "+1\n+2\n-3\n+4\n-5\n-6\n-7\n-8\n-9\n-10\n-11\n"},
+    {"TagsOfMedia",
+     "<video poster=1 src=2><audio src=3><source src=4 srcset=5><track src=6><embed src=7>"
+     "<link imagesrcset=8 href=9><img srcset='10 1x' src=11>",
+     "-1\n-2\n-3\n-4\n-5\n-6\n-7\n-8\n+9\n-10\n-11\n"},
+    {"InputByItsType", "<input src=1><input type=text src=2><INPUT SRC=3 TYPE=Image>", "-3\n"},
+    {"NamesEndAtAnySpace",
+     "<A\tHREF=1><a\nhref=2><a\fhref=3><a\rhref=4><a/href=5><a x/href=6><a href=7\fx>",
+     "+1\n+2\n+3\n+4\n+5\n+6\n+7\n"},
+    {"NamesInPart", "<aa href=1><ahref=2><a xhref=3><a hre=4><a hrefx=5><link imagesrcsetx=6>", ""},
+    {"NoTags", "< a href=1></a href=2><3 href=3><\xE1 href=4><><<a href=5><a href=\"6\"", "+5\n"},
+    {"Quotes", "<a href=\"1'\"><a href='2\"'><a href = \"3\"id=x><a href=4\"><a href=5'x>",
+     "+1'\n+2\"\n+3\n+4\"\n+5'x\n"},
+    {"CloseInQuotes", "<a title='>' href=1><p title=\"<a href=2>\"><a href='3>'>", "+1\n+3>\n"},
+    {"ValuesWithout", "<a href><a href=><a href =\n><a href=''><a href=' \n'><a = href=6>", "+6\n"},
+    {"Repeated", "<a href=1 href=2><a HREF href=3><img src='' src=4 srcset=5 srcset=6>",
+     "+1\n-5\n"},
+    {"UnquotedSlash", "<a href=1/><a href=/2/ ><a href=3\tx>", "+1/\n+/2/\n+3\n"},
+    {"Comments",
+     "<!--><a href=1><!---><a href=2><!-- > -- > --!><a href=3><!--<a href=x>--->"
+     "<a href=4><!---!><a href=x>-->",
+     "+1\n+2\n+3\n+4\n"},
+    {"CommentNeverEnds", "<!--!><a href=1>--<a href=2>-><a href=3>--!-><a href=4>", ""},
+    {"Declarations",
+     "<!doctype html \"<a href=x>\"><!-><a href=1><?php '<a href=x' ?></ <a href=x><a href=2>",
+     "+1\n+2\n"},
+    {"TextOfScripts",
+     "<script src=1>if (a<b) '</scrip><a href=x></scripts><a href=x><</SCRIPT\n><a href=2>",
+     "-1\n+2\n"},
+    {"TextOfOthers",
+     "<style><a href=x></style x='>'><TITLE><a href=x></title/>"
+     "<textarea></title><a href=x></textarea><a href=1>",
+     "+1\n"},
+    {"ClosedScript", "<script src=1 /><a href=2><style/><a href=3><script/x><a href=x></script>",
+     "-1\n+2\n+3\n"},
+    {"References",
+     "<a href='&amp;&lt;&gt;&quot;&apos;&#65;&#x42;&#X43;&#xe9;&#x7ff;&#8364;&#x1F600;'>",
+     "+&<>\"'ABC\xC3\xA9\xDF\xBF\xE2\x82\xAC\xF0\x9F\x98\x80\n"},
+    {"ReferencesThatStay", "<a href='" + kNoReferences + "'>", "+" + kNoReferences + "\n"},
+    {"OpenReferences", "<a href=&#65><a href='&#38b&#65x;&#x42g&LT &GT/&QUOT;&amp'>",
+     "+A\n+&bAx;Bg< >/\"&\n"},
+    {"ReferencesToBlanksAndControls",
+     "<a href='/a&#10;b&Tab;&NewLine;&#xD;c'><a href='&#32;/e&#13;'><a "
+     "href='&#x1F;&#1;f&#1;g&#127;'>",
+     "+/abc\n+/e\n+f\1g\x7F\n"},
+    {"ReferencesToOtherCharacters",
+     "<a href='&#128;&#x9F;&#x81;&#0;&#xDFFF&#x110000;&#4294967361'>",
+     "+\u20AC\u0178\xC2\x81\uFFFD\uFFFD\uFFFD\uFFFD\n"},
+    {"DecodedOnce", "<a href='&amp;amp;&#38;lt;'>", "+&amp;&lt;\n"},
+    {"SpaceAround", "<a href='\n 1\t2\r\n 3\x01 '><a href='&#32;4&#32;'>", "+12 3\n+4\n"},
+    {"Nul", "<a href='1\0002'><a href='\0003\0'><a\0 href=4><a \0href=5><\0a href=6>"s, "+3\n"},
+    {"Set", "<img srcset=' a.png, b.png 2x,c,d.png 3x , e,, ,f (1,2) 4x,g\n(,h'>",
+     "-a.png\n-b.png\n-c,d.png\n-e\n-f\n-g\n"},
+    {"SetOfReferences", "<img srcset='a?x&amp;y 1x&#44; b'>", "-a?x&y\n-b\n"},
+    {"Refresh",
+     "<meta http-equiv=refresh content='5; url=1'>"
+     "<META CONTENT=\" 0.5,URL = '2' x\" HTTP-EQUIV=REFRESH>"
+     "<meta http-equiv=Refresh content='0;3'><meta http-equiv=refresh content='0 url \"4'>"
+     "<meta http-equiv=refresh content='0;\"5\"6'><meta http-equiv=refresh content='0 ; ,7'>",
+     "-1\n-2\n-3\n-url \"4\n-5\n-,7\n"},
+    {"NoRefresh",
+     "<meta name=x content='5; url=1'><meta http-equiv=refresh><meta http-equiv=refresh content=5>"
+     "<meta http-equiv=refresh content='x; url=2'><meta http-equiv=refresh content='5x; url=3'>"
+     "<meta http-equiv=refresh content='; url=4'>",
+     ""},
+    {"Base", "<base href=' '><a href=1><base href=' /2 '><base href=3>", "+1\n=/2\n"},
+    {"LongestLink", "<a href=" + text(4095) + "><a href='" + text(4096) + "' href=x><a href=1>",
+     "+" + text(4095) + "\n+1\n"},
+    {"RoomOfTheTagBefore",
+     "<img srcset=" + text(8100) + "><img srcset=" + text(8100) + "><a href=1>", "+1\n"},
+    {"LongestSet",
+     "<img srcset='" + text(4096) + " ," + text(4091) + "1x' src='" + text(4095) + "'>",
+     "-" + text(4091) + "1x\n-" + text(4095) + "\n"},
+    {"SetTooLong", "<img src=1 srcset='" + text(4000) + " 1x, " + text(4187) + "'>", "-1\n"},
+    {"LongNames", "<" + text(5000) + " href=1><a " + text(5000) + "=2 href=3>", "+3\n"},
+};
+INSTANTIATE_TEST_SUITE_P(CAScanModern, Page, testing::ValuesIn(kPages), rowName);
+
+TEST_F(AgentTest, PlainScanFindsOtherLinks)
+{
+    const struct {
+        const char *page;
+        std::vector<std::string> links;
+        std::size_t cut = 0;  // where the second block begins
+        std::size_t end = 0;  // and the third
+    } rows[] = {
+        {R"(<A HREF="a"><img src="i"><link rel=s href='l'><frame src="f">)",
+         {"+a", "-i", "+l", "-f"}},
+        {R"(<iframe src="if"><object data="o"><layer src="la"><ilayer src="il">)",
+         {"+if", "-o", "-la", "-il"}},
+        {R"(<script src="s"><area href="ar"><body background="b">)", {"-s", "-ar", "-b"}},
+        {R"(<meta content="0; url=m "><meta content="0; URL = 'q'">)", {"-m", "-q"}},
+        {"< \n a href='x'><a\thref='tab'><a\nhref='lf'><ab href='name'><a><>", {"+x"}},
+        {R"(<a href="x" href="y"><a xhref="1"><!-- <a href="c"><a href = ' y z ' >)",
+         {"+x", "+1", "+y z"}},
+        {R"(<a href="open><a href='mixed"><a href x><a href= ><a href="?q">)", {"+?q"}},
+        {"<a href=x id=y><a href=t\ta><a href=v\vb ><a href='r\r'>", {"+x", "+t", "+v\vb", "+r"}},
+        {R"(<a title="a>b" href="c"><a alt="href=in" href="out">)", {"+in\""}},
+        {"<a href=x>", {}},
+        {"<a href=x>", {"+x"}, 9},
+        {"<a href=x> b>", {"+x"}, 3, 10},
+        {"<a href=x <a href=y >", {"+x"}},
+        {"<a href=x <a href=y > b>", {"+y"}, 10, 22},
+    };
+    for (const auto &row : rows) {
+        const Cuts cuts{row.cut, std::max(row.cut, row.end)};
+        EXPECT_EQ(linksOf<CAScanHTML>(row.page, cuts), row.links)
+            << row.page << " cut at " << row.cut;
+    }
+}
+
+struct DropRow : Row {
+    const char *directives;
+    std::string page;
+    std::string message;  // traced
+    std::size_t cut = 0;
+};
+
+class Drop : public AgentTestWith<DropRow> {};
+
+TEST_P(Drop, IsNotTraced)
+{
+    configure(GetParam().directives);
+    CAURL url("http://h/d/page");
+    CAParseHTML parser(&url, HTThread_context(), ac.parseOptions);
+    feed(&parser, GetParam().page, {GetParam().cut});
+    EXPECT_THAT(trace(), testing::HasSubstr(GetParam().message));
+}
+
+const std::string kTwo = "<frame src=\"x\"><frame src=\"y\">";
+
+std::string openTag(std::size_t length)
+{
+    return "<frame src=\"" + std::string(length - 12, 'x');
+}
+
+const char *const kUnwanted =
+    "HTMLconsume. Forgetting about image since LoadInlineImages is set to NO.\n";
+
+const DropRow kDrops[] = {
+    {"ModernImages", "modernlinks on\nloadinlineimages no\n",
+     "<img src=1 srcset=2><video poster=3><input type=image src=5>",
+     std::string(kUnwanted) + kUnwanted + kUnwanted + kUnwanted},
+    {"ModernValueTooLong", "modernlinks on\n", "<a href=" + text(4096) + ">",
+     "HTML........ parser dropping a value of more than 4095 bytes.\n"},
+    {"ModernLinkTooLong", "modernlinks on\n", "<img srcset=" + text(4096) + "><base href=1>",
+     "HTML........ parser dropping a link of 4096 bytes.\nFound....... base \"1\".\n"},
+    {"Images", "loadinlineimages no\n", "<img src=\"x\">", kUnwanted},
+    {"Source", "delveinto topn\n", kTwo,
+     "HTMLconsume. Don't delve off of URL: \"http://h/d/page\".\n"},
+    {"OfAdministrator", "delveinto admin\n", kTwo, "Found....... URL \"y\".\n"},
+    {"TooDeep", "", "<a href=\"x\">",
+     "URL......... http://h/d/x is too deep (1 > 0).\n"
+     "Not......... interested in URL \"http://h/d/x\".\n"},
+    {"QueueFullBeforeTheBlock", "maxqueuedepth -1\n", kTwo,
+     "HTMLconsume. Bailing 'cause queue is full.\n"},
+    {"QueueFullInTheBlock", "maxqueuedepth 1\n", kTwo,
+     "Ignoring.... relative URL \"y\" (queue full).\n"},
+    {"MaxUrlsInTheBlock", "maxurls 1\n", kTwo,
+     "Ignoring.... relative URL \"y\" (hit max #URLs).\n"},
+    {"MaxUrlsBeforeTheNextBlock", "maxurls 1\n", kTwo,
+     "HTMLconsume. Bailing 'cause we hit max #URLs.\n", 15},
+    {"BufferedAt510", "", openTag(510),
+     "HTML........ parser buffering 510 characters of an incomplete tag.\n"},
+    {"LostAt511", "", "ab" + openTag(511),
+     "HTML........ can't buffer 511 characters (SP is 2 chars in).\n"},
+    {"ParsedAt511", "", openTag(509) + "\">", "Found....... URL \"xxx", 509},
+    {"TooLongAt512", "", openTag(510) + "\">",
+     "HTML........ parser ran out of reassembly space (1 extra bytes needed).\n", 510},
+    {"QueuedUpTo510", "", openTag(510), "HTML........ parser queueing up another 10 bytes.\n", 500},
+    {"GivenUpAt511", "", openTag(511),
+     "HTML........ parser giving up on reassembly (0 buffered + 11 incoming with no end in "
+     "sight).\n",
+     500},
+};
+INSTANTIATE_TEST_SUITE_P(CAParseHTML, Drop, testing::ValuesIn(kDrops), rowName);
+
+}  // namespace
