@@ -2,6 +2,8 @@
 
 #include "AgentTest.h"
 #include "CArun.h"
+#include "Feed.h"
+#include "parse/CAparseHTML.h"
 #include "url/CAhost.h"
 
 namespace {
@@ -122,6 +124,23 @@ TEST_F(AgentTest, LinkFoundBetweenTheFlushesIsLostToTheNextRun)
     CACleanup();
     EXPECT_EQ(urlQueue->empty(), 1);
     EXPECT_EQ(HashLookup(processedUrls, "http://h/late"), nullptr);
+}
+
+TEST_F(AgentTest, PageWaitsAtItsGreaterDepthOrIsRequestedTwiceOrBeforeTheSeedsAreIn)
+{
+    configure("delvedepth 1\nmaxqueuedepth 2\n");
+    urlQueue->orderByDepth();
+    urlQueue->hold();
+    CAURL page("http://h/");
+    CAParseHTML parser(&page);
+    feed(&parser, "<a href=\"x\"><a href=\"y\"><frame src=\"x\">", {});  // without room for it
+    CAURL again("http://h/x");
+    EXPECT_FALSE(urlQueue->enqueueFound(&again));
+    EXPECT_EQ(AgentState::drain(), std::vector<std::string>()) << "held";
+    urlQueue->release();
+    EXPECT_EQ(AgentState::drain(), std::vector<std::string>{"0 http://h/x"});
+    urlQueue->finished(0);
+    EXPECT_EQ(AgentState::drain(), std::vector<std::string>{"1 http://h/y"});
 }
 
 TEST(CAQueue, EmptiesOneOfItsTwentyLanesBeforeTheNext)
