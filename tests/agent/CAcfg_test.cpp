@@ -42,7 +42,9 @@ TEST_P(Directive, IsReportedOtherwise)
 const DirectiveRow kDirectives[] = {
     {"Unknown", "cacheroot /x\n# caching on\n\n}\n", ""},
     {"Alone", "Load-URL\n", "Config...... insufficient parameters for directive Load-URL\n"},
-    {"Blocks", "acl x {\nport 1\n}\nport 2\n{\nalone\nport 3 {\n}\nport 4\na {\nb {\n}\nport 5\n",
+    {"Blocks",
+     "acl x {\nport 1\n}\nport 2\n{\nalone\nport 3 {\n}\nport 4\na {\nb {\n}\nport 6 {\n}\nport "
+     "5\n",
      "Host port... 2.\nHost port... 4.\nHost port... 5.\n"},
     {"NoErrorLog", "errorlog none\n", "Could not determine the directory for the error log.\n"},
     {"HugeNumber", "loadtopcached 99999999999\n", "Will load top 2147483647 cached URLs.\n"},
@@ -58,7 +60,7 @@ const DirectiveRow kDirectives[] = {
     {"ClientsCut", "numclients 101\nnumclients 100\n",
      "Clients..... got 101, downgrading to 100.\nClients..... 100.\nClients..... 100.\n"},
     {"Unlimited", "maxqueuedepth 0\n", "Queue....... max depth is 2147483647.\n"},
-    {"RunTime", "maxruntime forever\nmaxruntime 5 X\nmaxruntime 0:1:0:1",
+    {"RunTime", "  maxruntime forever\nmaxruntime 5 X\nmaxruntime 0:1:0:1",
      "LoadConfig.. got maxruntime of 0\n"
      "LoadConfig.. got maxruntime of zero, we'll run as long as it takes\n"
      "ERROR....... Invalid time specifier: 5 x\nLoadConfig.. invalid maxruntime: 5 x.\n"

@@ -62,7 +62,7 @@ const CheckRow kMistakes[] = {
      "3: refetchdrepeat: needs maxruntime, or runs follow each other without a pause"},
     {"UpperCase", kFine + "slf ON; slr c; transparentproxy OFF; transparentproxy ON",
      "6: transparentproxy: \"ON\" changes nothing, only \"on\" does"},
-    {"Words", kFine + "retryafter true; delveinto all; followredirects on",
+    {"Words", kFine + "retryafter true; delveinto all; followredirects on; followredirects all",
      "3: retryafter: \"true\" counts as off; 4: delveinto: \"all\" counts as never; "
      "5: followredirects: \"on\" counts as off"},
     {"Number", kFine + "maxurls 9k; delay 1s; port -8; port \"\x1b[31m\x9b\"",

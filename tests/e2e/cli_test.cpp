@@ -111,6 +111,7 @@ const TakenRow kTaken[] = {
     {"FilteredLinesCount", "loadtopcached 2; ignoreurl *.gif", "", "Ignoring bad line. . .\n"},
     {"CopiesLongLine", "loadtopcached 9; ignoreurl *.gif", "/a /" + std::string(1009, 'x'), "bad"},
     {"Queries", "loadtopcached 1; cachequeries public *h/q*", "/q?", "Number of Hits 9 for "},
+    {"AllQueries", "loadtopcached 1; cachequeries public *", "/q?", "Will cache all queries.\n"},
     {"CachingNotAlways", "loadtopcached 9; caching topn", "", "loading files specified"},
     {"NoHitsFile", "loadtopcached 9; serverroot @dir@/x", "", "/x/logs/hitsfile.txt\" not opened;"},
     {"QuotesAndSlashes", kSlashes, "/b /d", "insufficient"},

@@ -257,10 +257,10 @@ INSTANTIATE_TEST_SUITE_P(Results, Account, testing::ValuesIn(kAccounts), rowName
 
 struct SignalRow : Row {
     const char *options;
-    std::size_t asked;   // requests and
-    const char *traced;  // trace to wait for before the signal is sent
-    const char *line = "Progress.... 1 done, 1 succeeded, 0 queued, 0 busy, ";
+    std::size_t asked;            // requests and
+    const char *traced;           // trace to wait for before the signal is sent
     std::string directives = "";  // besides one client and "/1"
+    const char *line = "Progress.... 1 done, 1 succeeded, 0 queued, 0 busy, ";
 };
 
 class UserSignal : public testing::TestWithParam<SignalRow> {};
@@ -285,9 +285,9 @@ const char *const kVerbose = "-vv -r proxy.conf";
 
 const SignalRow kSignals[] = {
     // The second request holds the run.
-    {"WithoutATrace", "-r proxy.conf", 2, "",
-     "Progress.... 1 done, 1 succeeded, 0 queued, 1 busy, ",
-     "readtimeout 5; maxruntime 60; loadurl h/"},
+    {"WithoutATrace", "-r proxy.conf", 2, "", "readtimeout 5; maxruntime 60; loadurl h/",
+     "Progress.... 1 done, 1 succeeded, 0 queued, 1 busy, "},
+    {"BeforeTheNextRun", "-vv -r proxy.conf -rp 2", 1, "all threads done", "maxruntime 9"},
     {"InTheLastSecond", kVerbose, 1, kAllDone},
     {"InTheLastSecondOfARun", "-vv -r proxy.conf -rp 2", 1, kAllDone},
     {"WhileWorkersAreStopped", kVerbose, 1, "Stopping.... client thread #1.\n"},

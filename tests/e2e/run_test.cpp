@@ -83,6 +83,7 @@ TEST_P(End, IsCleanAndTheReportIsInPlace)
     EXPECT_EQ(agent.traced(kReport + ".tmp successfully renamed to @dir@/" + kReport), 1);
     EXPECT_NE(agent.report(), kPlaceholder);
     EXPECT_EQ(agent.traced("Progress.... 0 done, 0 succeeded, ") > 0, row.reads > 0);
+    EXPECT_EQ(agent.traced(" URLs/s, 0 s left\n") > 0, row.reads > 0);
 }
 
 const char *const kRanDry = "all threads done - we're outta here!\n";
