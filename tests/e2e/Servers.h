@@ -9,22 +9,25 @@
 // The least that a server needs to run in its own directory.
 struct Server : Row {
     bool reverse;
-    bool agentOnly;  // with the recipe
+    bool refreshesByItself;  // without the recipe
+    bool agentOnly;          // with the recipe
     const char *recipe;
+    const char *instead;  // the least that makes it a proxy without the recipe
     const char *command;
     const char *files;   // each is "%name", a line end and its text
     const char *copies;  // the result of PagesThatStayOldAreKnown
 };
 
 inline const Server kServers[] = {
-    Server({"Squid"}, false, false, "squid.conf", "/usr/sbin/squid -N -f @dir@/main",
+    Server({"Squid"}, false, true, false, "squid.conf", "http_access allow localhost",
+           "/usr/sbin/squid -N -f @dir@/main",
            "%main\nhttp_port 127.0.0.1:@port@\ninclude @recipe@\nacl other src 127.0.0.2\n"
            "http_access allow other\nhttp_access deny all\nvisible_hostname squid.test\n"
            "cache_mem 16 MB\nmemory_cache_shared off\nmax_filedescriptors 1024\npinger_enable off\n"
            "netdb_filename none\nshutdown_lifetime 0 seconds\npid_filename none\n"
            "cache_log @dir@/log\naccess_log none\ncoredump_dir @dir@\n",
            "112221"),
-    Server({"TrafficServer"}, false, true, "trafficserver.config",
+    Server({"TrafficServer"}, false, false, true, "trafficserver.config", "",
            "/usr/bin/traffic_server --run-root=@dir@/main",
            "%main\n{prefix: @dir@, bindir: /usr/bin, libexecdir: /usr/lib/trafficserver/modules,\n"
            "sysconfdir: @dir@, runtimedir: @dir@, logdir: @dir@}\n%storage.config\n@dir@ 32M\n"
@@ -38,7 +41,9 @@ inline const Server kServers[] = {
            "CONFIG proxy.config.admin.user_id STRING #-1\n",
            "222221"),
     Server(
-        {"Apache"}, false, true, "apache2-forward.conf", "/usr/sbin/apache2 -X -f @dir@/main",
+        {"Apache"}, false, true, true, "apache2-forward.conf",
+        "ProxyRequests On\nCacheEnable disk http://*:\nCacheHeader on\n",
+        "/usr/sbin/apache2 -X -f @dir@/main",
         "%main\nServerRoot /usr/lib/apache2\nLoadModule mpm_event_module modules/mod_mpm_event.so\n"
         "LoadModule authz_core_module modules/mod_authz_core.so\n"
         "LoadModule authz_host_module modules/mod_authz_host.so\n"
@@ -51,14 +56,16 @@ inline const Server kServers[] = {
         "ErrorLog @dir@/log\nDefaultRuntimeDir @dir@\nCacheRoot @dir@\nInclude @recipe@\n"
         "<VirtualHost *>\n</VirtualHost>\n",
         "222221"),
-    Server({"Nginx"}, true, true, "nginx.conf", "/usr/sbin/nginx -p @dir@ -e @dir@/log -c main",
+    Server({"Nginx"}, true, false, true, "nginx.conf",
+           "add_header X-Cache $upstream_cache_status always;\n",
+           "/usr/sbin/nginx -p @dir@ -e @dir@/log -c main",
            "%main\ndaemon off; master_process off; pid pid;\nevents {}\nhttp {\naccess_log off;\n"
            "client_body_temp_path b; fastcgi_temp_path f; scgi_temp_path s; uwsgi_temp_path u;\n"
            "proxy_temp_path p; proxy_cache_path cache keys_zone=site:1m;\ninclude @recipe@;\n"
            "server { listen 127.0.0.1:@port@; location / { proxy_pass http://127.0.0.1:@origin@;\n"
            "proxy_set_header Host $host; proxy_cache site; } }\n}\n",
            "22--21"),
-    Server({"Varnish"}, true, true, "varnish.vcl",
+    Server({"Varnish"}, true, false, true, "varnish.vcl", "",
            "/usr/sbin/varnishd -F -j none -n @dir@/work -a 127.0.0.1:@port@ "
            "-f @dir@/main -s malloc,16M",
            "%main\nvcl 4.1;\nbackend site { .host = \"127.0.0.1\"; .port = \"@origin@\"; }\n"
@@ -79,11 +86,12 @@ protected:
         const int status = process_->wait(Millis(10000));
         EXPECT_TRUE(status != 128 + SIGKILL || signal == SIGKILL) << "had to be killed";
     }
-    void start()
+    void start() { start(std::string(SOURCE_DIRECTORY "/recipes/") + server_.recipe); }
+    void start(const std::string &recipe)
     {
         const std::pair<std::string, std::string> values[] = {
             {"@dir@", dir_.path()},
-            {"@recipe@", std::string(SOURCE_DIRECTORY "/recipes/") + server_.recipe},
+            {"@recipe@", recipe},
             {"@port@", std::to_string(port_)},
             {"@origin@", std::to_string(origin_.port())}};
         std::string command = server_.command;
@@ -156,7 +164,13 @@ protected:
         if (edition_ == 0) {
             return {Reply::head("503 No").pieces, Reply::Then::Close};
         }
+        if (target == "/chunked") {
+            return {
+                {{"HTTP/1.1 200 OK\r\nContent-Type: text/html\r\nTransfer-Encoding: "
+                  "chunked\r\n\r\n11\r\n<p><a href=\"one\">\r\n0\r\n\r\n"}}};
+        }
         const std::string more = target == "/immutable" ? ", immutable"
+                                 : target == "/aged"    ? "\r\nAge: 100"
                                  : target == "/cookie"  ? "\r\nSet-Cookie: a=b"
                                  : target == "/vary"    ? "\r\nVary: Accept-Encoding"
                                                         : "";

@@ -37,6 +37,16 @@ TEST_P(Servers, EveryPageIsRefreshedAndForTheAgentOnly)
     expectCached(pages, "edition 3");  // trouble does not take the place of a good copy
 }
 
+TEST_P(Servers, OnlySomeRefreshWithoutTheRecipe)
+{
+    ASSERT_NO_FATAL_FAILURE(start(dir_.write("instead", GetParam().instead)));
+    get("/aged");
+    edition_ = 2;
+    refresh({"/aged"}, "0");
+    EXPECT_EQ(cached("/aged"), GetParam().refreshesByItself ? "edition 2" : "edition 1");
+    EXPECT_EQ(agent_->traced("the proxy ignores max-age=0") > 0, !GetParam().refreshesByItself);
+}
+
 // The edition of each page that clients get without and with compression; "-": it is not stored.
 TEST_P(Servers, PagesThatStayOldAreKnown)
 {
@@ -58,11 +68,23 @@ TEST_P(Servers, PagesThatStayOldAreKnown)
     EXPECT_EQ(copies, GetParam().copies);
 }
 
-// Squid dies while the agent runs, without and with retries.
-class Squid : public ServerTest, public testing::WithParamInterface<const char *> {
+class SquidAlone : public ServerTest {
 protected:
-    Squid() : ServerTest(kServers[0]) {}
+    SquidAlone() : ServerTest(kServers[0]) {}
 };
+// Squid dies while the agent runs, without and with retries.
+class Squid : public SquidAlone, public testing::WithParamInterface<const char *> {};
+
+// A dynamic page comes without a length to a client of HTTP/1.0.
+TEST_F(SquidAlone, HidesTheLinksOfAChunkedPageUnlessThatIsReadToItsEnd)
+{
+    ASSERT_NO_FATAL_FAILURE(start());
+    for (const std::string directive : {"", "closedelimitedbodies on"}) {
+        Agent agent(port_, "delvedepth 1; loadurl " + site_ + "/chunked; " + directive);
+        agent.run();
+        EXPECT_EQ(origin_.targets().back(), directive.empty() ? "/chunked" : "/one");
+    }
+}
 
 // 60 seeds, four a second, of which the one named "7" is the twenty-second.
 TEST_P(Squid, LosesWhatWasRequestedWhileItWasDownUnlessThatIsRetried)
