@@ -274,7 +274,7 @@ std::uint32_t lengthOf(const Entry *chain)
     return length;
 }
 
-// Creates the locks and the one of the spare entries; false when memory is out.
+// Creates the locks of the buckets and the lock of the spare entries; false when memory is out.
 bool createLocks(HashTable *table, std::uint32_t lockCount)
 {
     if (lockCount == 0) {

@@ -3,8 +3,9 @@
 
 #include "HTWorkThread.h"
 
-// Steps of the start sequence that have nothing to set up: sanitizer builds check the heap, ASCII
-// case folding needs no tables, and the time is read when it is needed.
+// These do nothing. They mark where a program would set up heap checks and tables of upper and
+// lower case, and renew a cached time: sanitizer builds check the heap, ASCII case folding needs no
+// tables, and the time is read when it is needed.
 void HeapDebug_init();
 void initializeCaseTables();
 void updatetimeRep(int kind);

@@ -15,8 +15,8 @@ namespace {
 constexpr std::uint32_t kMasterGrowth = 1000;  // elements in a heap allocation
 constexpr std::uint32_t kThreadRefill = 30;    // elements moved from the master list at once
 
-// A thread's list that holds more than this passes released elements on to the master list. The two
-// differ on purpose: a whole list may be long, a single element is cheap to keep.
+// A thread's free list longer than this passes elements on to the master list: the first limit
+// applies when a whole list is released, the higher one when a single element is.
 constexpr std::uint32_t kKeepListLimit = 79;
 constexpr std::uint32_t kKeepElementLimit = 99;
 

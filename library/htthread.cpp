@@ -36,7 +36,7 @@ HTThreadHandle create(const pthread_attr_t *attributes, HTThreadRoutine routine,
     return thread;
 }
 
-// Pauses for about ten nanoseconds a moment, which leaves the core to its other hardware thread.
+// Spins for `moments` times about ten nanoseconds, leaving the core to its other hardware thread.
 void relax(int moments)
 {
     for (int i = 0; i < moments; ++i) {

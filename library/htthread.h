@@ -41,12 +41,12 @@ void pmutex_destroy(pmutex handle);
 int pmutex_request(pmutex handle);
 int pmutex_release(pmutex handle);
 
-// Sleeps the calling thread for `ms` milliseconds; 0 returns at once. Returns 0, or -1 with errno
-// set: a signal ends the sleep early (EINTR) and the rest is not slept.
+// Sleeps the calling thread for `ms` milliseconds (both functions are the same); 0 returns at once.
+// Returns 0, or -1 with errno set: a signal ends the sleep early (EINTR) and the rest is not slept.
 int millisleep(std::uint32_t ms);
 int HTSleep(std::uint32_t ms);
 
-// Seconds since the epoch.
+// Seconds since the epoch (both functions are the same).
 std::time_t getsecondcount();
 std::time_t HTtime();
 

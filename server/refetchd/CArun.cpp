@@ -215,8 +215,8 @@ bool timeIsUp()
 // How many URLs were still queued when the most recent run ended. For the master thread only.
 std::int32_t urlsLeft = 0;
 
-// Writes the results of the run, if URLs are observed. Warns if the proxy seems to ignore
-// max-age=0, except in stress mode.
+// Writes the results of the run, if there is a results log or a metrics file. Warns if the proxy
+// seems to ignore max-age=0, except in stress mode.
 void tellResults(int seconds)
 {
     if (!results.observes()) {
@@ -291,7 +291,7 @@ void waitForWorkers()
 }
 
 // Deletes a worker that has left its loop; waits one second if it has not. False when it still runs
-// after that: its thread is then left behind.
+// after that and its thread is left behind, or when it never had a thread.
 bool deleteWorker(CAWorkerThread *worker)
 {
     if (worker->areYouRunning() != 0) {

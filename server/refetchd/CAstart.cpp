@@ -167,8 +167,8 @@ void occupyStandardStreams()
     }
 }
 
-// The terminate handler. The agent throws nothing, so only operator new can end here, without
-// memory. No destructor needs to run: the finished pages of the report are in their file already.
+// The terminate handler. The agent throws nothing, so only an operator new that found no memory
+// leads here. No destructor needs to run: the finished pages are in the report's file already.
 [[noreturn]] void endWithoutMemory()
 {
     std::fputs("refetchd: out of memory.\n", stderr);

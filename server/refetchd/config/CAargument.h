@@ -1,5 +1,6 @@
 // The kinds of arguments that directives take, and checks of the arguments in a line. The agent
-// accepts any argument; refetchd-check warns of those that have no effect. Main thread.
+// runs with any arguments, ignoring those that it cannot use; refetchd-check warns of them. Main
+// thread.
 #pragma once
 
 #include <cstdint>
@@ -21,7 +22,7 @@ enum class CAArgument : std::uint8_t {
     TraceLog,  // a file to write; one that cannot be written sets nothing
     ErrorLog,  // the same; only the directory in the name is used
     File,      // a file to write
-    Replaced,  // a file to replace: written aside and renamed
+    Replaced,  // a file to replace: a new one is written beside it and renamed
     UserAgent,
     Service,
     // In the kinds below each line adds to those before (CAAddsUp()).

@@ -151,8 +151,8 @@ int CAConfig::load(CAQueue *queue, const char *name)
     if (determineProxy() == 0) {
         return 0;
     }
-    // Only now, after the hits file was read: with a proxy on another host only the reloads skip
-    // it.
+    // Kept after the hits file was read, on purpose: with a proxy on another host the first run
+    // still uses the hits file, and only later runs do not.
     checkProxyHost();
     return 1;
 }
@@ -229,7 +229,7 @@ HostComparison compareHosts(std::string_view local, std::string_view proxy)
 }  // namespace
 
 // The hits file ("top N") is that of the proxy on this host. With a proxy on another host the
-// reloads must not read it.
+// reloads must not read it; the first load has read it already (see load()).
 void CAConfig::checkProxyHost()
 {
     const char *const local = HTHostName();

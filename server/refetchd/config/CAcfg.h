@@ -38,7 +38,7 @@ class CAURL;
 // One `maxhosturls` entry.
 struct HostLimit {
     HTPattern *pattern;  // owned; null: all other hosts
-    std::int32_t max;    // most requests for a matching host
+    std::int32_t max;    // most that a matching host may be charged (CAhost.h)
 };
 
 // The agent's debug modules (option -debug), as indexes of CAConfig::debugFlags.
@@ -131,11 +131,11 @@ public:
     [[nodiscard]] int queryURL(const CAURL *url) const;
     // 1 when `cachequeries` allows this URL with its query.
     [[nodiscard]] int cacheThisQuery(const CAURL *url) const;
-    // The most requests to `host`, from the first `maxhosturls` entry that applies; 0: no limit.
+    // The first `maxhosturls` limit that applies to `host`, for comparison with `ht`; 0: no limit.
     [[nodiscard]] std::int32_t getMaxHits(std::string_view host, HTPool *pool) const;
 
-    // Sets the paths of hits file and report from the server root, writes the placeholder page of
-    // the report, and opens the report in progress (failures are traced).
+    // Sets the paths of hits file and report from the server root. Without an observer it also
+    // writes the placeholder page and opens the report in progress (traced, also if that fails).
     void setServerRoot(const char *root);
 
     std::int32_t repeatCount = 1;        // runs still to do, this one included; below 1: for ever

@@ -10,9 +10,9 @@
 class CAConfigObserver;
 
 // Reads lines of at most 1024 characters (a longer line is read as several), turns backslashes into
-// slashes, splits the lines into words, and skips all that is no directive: empty lines, comments,
-// "{ ... }" blocks (they are the proxy's, and do not nest), and lines of one word, which are
-// traced.
+// slashes (so parse_args() sees no escapes), splits the lines into words, and skips all that is no
+// directive: empty lines, comments, "{ ... }" blocks (they are the proxy's, and do not nest), and
+// lines of one word, which are traced.
 class CAConfigLines {
 public:
     // Opens `file`; isOpen() shows whether that worked. The name must live as long as the object.

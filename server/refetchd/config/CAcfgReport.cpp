@@ -1,6 +1,6 @@
 // The report file. When the server root is known, a placeholder page is written at the report's
 // path, and the report in progress (".tmp") is opened beside it. CASummary() appends a page to it
-// after each run. When the process ends, it replaces the placeholder.
+// after each run. When the process ends, the finished report replaces the placeholder.
 #include <fcntl.h>
 #include <unistd.h>
 

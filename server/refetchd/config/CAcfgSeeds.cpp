@@ -59,9 +59,12 @@ void enqueueSeed(const CAConfig &config, CAQueue *queue, CAURL *url)
     queue->enqueue(url);
 }
 
-constexpr std::size_t kLoadedLine = 1023;  // most characters that are read as one line
+// Most characters that are read as one line. Kept one below kMaxHitsLine, with which the summary
+// reads the same file.
+constexpr std::size_t kLoadedLine = 1023;
 
-// Enqueues the URL of a good line of the hits file, unless it is filtered out or known already.
+// Enqueues the URL of a good line of the hits file, unless it is filtered out, or recorded already
+// exactly as it is spelt in the line.
 void seedTopUrl(const CAConfig &config, const CAHitsLine &words)
 {
     CATrace("Number of Hits %s for URL \"%s\".\n", words.hits.data(), words.url.data());
@@ -78,7 +81,8 @@ void seedTopUrl(const CAConfig &config, const CAHitsLine &words)
         return;
     }
     if (CAIsProcessed(words.url.data())) {
-        urlQueue->sink(words.url.data(), 0);  // as a link, if it was recorded late in the last run
+        // A late worker of the last run may have queued it as a link: as a seed it has depth 0.
+        urlQueue->sink(words.url.data(), 0);
         dropSeed(config, url, CADrop::Processed);
         return;
     }

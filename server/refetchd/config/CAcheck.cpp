@@ -58,8 +58,8 @@ void putRow(std::string_view name, const std::string &value, const std::string &
     put(row + from);
 }
 
-// True when a configuration file can be read, and as a regular file read twice. Otherwise prints
-// why not, followed by `from`.
+// True when the file is readable and a regular file, because it is read twice. Otherwise prints why
+// not, followed by `from`.
 bool isReadable(const std::string &name, const std::string &from)
 {
     struct stat status = {};
@@ -311,8 +311,8 @@ void showSeveral(const Check &check, CAArgument first, CAArgument last)
     }
 }
 
-// The line that set the value of `row`. A proxy without a line of its own is made of host name and
-// port: then it is the line that set one of those.
+// The line that set the value of `row`. Without an `updateproxy` line the proxy follows from host
+// name and port: then it is the `hostname` line or, without that, the `port` line.
 const Found &lineOf(const CADirective &row, Check *check)
 {
     const Found &line = check->found[row.name];

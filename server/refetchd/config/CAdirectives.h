@@ -28,8 +28,8 @@ struct CADirective {
     CAArgument takes;                          // the kind of its arguments
     void (*set)(const CADirectiveCall &call);  // see CAsetters.h
 
-    // Returns the current value, as refetchd-check shows it; null: that shows the arguments of the
-    // line that set it.
+    // Returns the current value for refetchd-check to show. If null, refetchd-check shows the
+    // arguments of the line that set the value.
     std::string (*shown)(const CAConfig &config) = nullptr;
     // The text to show when `shown` is null and no line sets the value. Other defaults are the
     // initialisers of CAConfig, which `shown` reads.
@@ -42,8 +42,8 @@ struct CADirective {
     const char *before = nullptr;
     const char *after = nullptr;
 
-    // The name of the directive whose setting this one sets, too; it is shown under that name only.
-    // Empty for most rows.
+    // For another name of a directive: the name under which refetchd-check shows the setting. Empty
+    // for most rows.
     std::string_view meaning = {};
 };
 

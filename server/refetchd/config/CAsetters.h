@@ -1,6 +1,7 @@
-// The setters of the directives. Each applies one line to `call.config` and traces a message; with
-// an observer no file is opened. Main thread. An argument of the wrong kind either leaves the
-// setting as it was or counts as 0 or off, depending on the kind (CAargument.h).
+// The setters of the directives. Each applies one line, to `call.config` or a global object, and
+// most trace a message; with an observer no file is opened. Main thread. An argument of the wrong
+// kind either leaves the setting as it was or counts as 0 or off, depending on the kind
+// (CAargument.h).
 #pragma once
 
 #include "config/CAdirectives.h"

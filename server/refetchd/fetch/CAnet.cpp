@@ -22,8 +22,8 @@ namespace {
 
 constexpr const char *kSource = "server/refetchd/CAnet";  // as traces name the module
 
-// Every request asks for a fresh copy. With `stressmode` a random number selects one of the headers
-// below by its low three bits; an empty one adds none.
+// Every request asks for a fresh copy, except with `stressmode`: then the low three bits of a
+// random number select one of the headers below (an empty one adds none).
 constexpr std::string_view kFreshCopy = "Cache-Control: max-age=0\r\n";
 constexpr std::array<std::string_view, 8> kStressDirectives = {{
     "Cache-Control: min-fresh=90\r\n",
@@ -336,7 +336,8 @@ void CAConnection::handOver(std::int32_t count, CAParser *parser, std::int32_t *
 // connection must be closed.
 bool CAConnection::readFailed(std::int32_t count)
 {
-    // An end of stream leaves errno alone, so an earlier failure closes the connection then, too.
+    // Kept: the end of the stream does not set errno, which may hold an older error. The connection
+    // is then closed at once, and otherwise when the next request replaces it. Both are correct.
     const int error = errno;
     if (count == kHTTimedOut) {
         CATrace("Net.. Cache agent time out!\n");

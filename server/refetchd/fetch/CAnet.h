@@ -36,9 +36,9 @@ public:
     int requestURL(const CAURL *url, CAParser *parser);
 
     // Why the last request brought no complete response; None when the parser finished. The end of
-    // the stream is Closed even where it ends the body: only the parser knows that. And the bytes
-    // received for that request.
+    // the stream is reported as Closed even if it ends the body: only the parser knows that.
     [[nodiscard]] CAFailure failure() const { return failure_; }
+    // The bytes received for the last request.
     [[nodiscard]] std::int64_t received() const { return received_; }
     // Closes the connection, if it is open, so that the next request opens a new one.
     void renew();

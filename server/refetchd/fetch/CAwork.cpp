@@ -166,8 +166,8 @@ bool looksAtAnswers()
     return results.observes() || ac.retries > 0 || ac.retryAfter != 0;
 }
 
-// The failure of an exchange. The end of the stream is none where it marks the end of the body. Nor
-// is any failure while a redirection waits for room in the queue: its headers have been read.
+// Why the exchange failed. A closed connection is no failure if it marks the end of the body. While
+// a redirection waits for room in the queue nothing is: its headers have been read.
 CAFailure failureOf(const CAParseHTTP &parser, const CAConnection &connection)
 {
     if (!parser.isHTTP()) {
@@ -369,7 +369,7 @@ void *ClientThread(void *arg)
         client.connection.reset();
         CAWorkerThread::releaseAConnection();
     }
-    // This line alone counts from 0.
+    // Kept: numbered from 0, unlike all other lines, for readers of the trace.
     CATrace("Worker...... thread %d exiting.\n", index);
     return nullptr;
 }

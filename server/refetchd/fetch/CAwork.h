@@ -19,7 +19,7 @@ public:
     CAWorkerThread &operator=(const CAWorkerThread &) = delete;
 
     // Starts ClientThread for this record. Returns the thread's handle, or 0 when no thread could
-    // be created; areYouRunning() and "not busy" then hold for ever.
+    // be created; the record then shows a running, idle worker for ever.
     HTThreadHandle start();
     // Asks the worker thread to end; an exchange that is in progress is finished first.
     void stop() { keepGoing_ = 0; }
@@ -38,7 +38,7 @@ public:
     void incrementSuccesses() { ++successes_; }
     [[nodiscard]] std::int32_t getSuccesses() const { return successes_; }
 
-    // URLs that are finished, with or without success.
+    // URLs whose last exchange has ended, with or without success; not those that were given up.
     void incrementFinished() { ++finished_; }
     [[nodiscard]] std::int32_t getFinished() const { return finished_; }
 
@@ -50,7 +50,8 @@ public:
 
     // The request budget: at most `max` requests between two calls of resetCountPerSecond(), any
     // number when `max` is below 1.
-    // 1 when another request may be sent now (counted), else 0. Any thread, as all below.
+    // Takes one request from the budget: 1, or 0 when it is used up. Any thread may call this and
+    // the functions below.
     [[nodiscard]] static std::int32_t mayISendRequest();
     // Gives back a request that mayISendRequest() granted and that was not sent.
     static void returnRequest();

@@ -88,13 +88,14 @@ protected:
     // Makes the URL of a link or redirection of this response; its depth is `deeper` levels more
     // than that of the response's URL. The caller owns it.
     [[nodiscard]] CAURL *resolveFound(const char *link, std::int32_t deeper) const;
-    // Reports to `results` that a limit keeps this link out; does nothing while nobody observes.
+    // Reports to `results`, if outcomes are collected, that a limit keeps this link out.
     void reportDropped(const char *link, std::int32_t deeper, CADrop why) const;
-    // A link that a limit keeps out may still be a shorter way to a URL that waits, which needs no
-    // room: ordered by depth, that URL takes the smaller depth. True when the link's URL is known.
+    // For a link that a limit keeps out; does nothing, and is false, unless the queue is ordered by
+    // depth. True when the link's URL is recorded; if it still waits, it takes the smaller depth,
+    // which needs no room in the queue.
     [[nodiscard]] bool sinkIfKnown(const char *link, std::int32_t deeper) const;
     // Takes `found` over. If it is interesting, it is counted for its host, recorded as processed
-    // and enqueued; otherwise it is reported as dropped and deleted.
+    // and enqueued. Otherwise it is deleted, and reported as dropped unless it was recorded before.
     void takeIfInteresting(CAURL *found) const;
 
     CAParser *sink_ = nullptr;  // owned

@@ -115,8 +115,8 @@ bool makeDirectory(const char *dir)
     return false;
 }
 
-// Creates the missing directories of `place`, which ends in "/". `dir` holds the start of `place`
-// that cutToExisting() has found, has room for all of `place`, and is overwritten. 1, or 0 when a
+// Creates the missing directories of `place`, which ends in "/". On entry `dir` is the result of
+// cutToExisting(), in a buffer with room for all of `place`; it is overwritten. 1, or 0 when a
 // directory could not be created.
 int createBeyond(char *dir, const char *place)
 {

@@ -134,8 +134,8 @@ CAChunkDecoder::State CAChunkDecoder::onLastFeed(Input *input, const Output &out
     return State::Size;
 }
 
-// Passes the decoded bytes to the sink. False when the sink took none of them, or when there are
-// none (the buffer has no memory then): trying again would loop for ever.
+// Passes the decoded bytes to the sink. False when there are none or the sink took none. For
+// onData() this means that no progress is possible: no memory, or a sink that takes nothing.
 bool CAChunkDecoder::deliver(const Output &output)
 {
     const std::int32_t unread = chunkBuffer_.getContentSize();

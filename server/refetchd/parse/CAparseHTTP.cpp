@@ -26,7 +26,7 @@ constexpr std::int32_t kFound = 302;
 constexpr std::array<std::int32_t, 4> kOtherRedirects = {301, 303, 307, 308};
 constexpr std::int32_t kBadResponse = 500;
 
-// The headers that the parser itself reads. Others are not kept.
+// The headers that are always kept, because the parser itself reads them.
 constexpr std::array<std::string_view, 5> kKeptHeaders = {
     "Connection:", "Content-Length:", "Content-type:", "Location:", "Transfer-Encoding:"};
 
@@ -106,7 +106,8 @@ std::int32_t CAParseHTTP::consume(char *data, std::int32_t length, std::int32_t 
     std::int32_t taken = 0;
     int idlePasses = 0;
     while (length > 0 && idlePasses < kMaxIdlePasses) {
-        // If only a part was taken, the same start of the block is offered again, with less length.
+        // Kept: if only a part is taken, `data` does not advance, so the same start is offered
+        // again. It takes a full buffer whose contents nobody consumes.
         const std::int32_t added = buffer_->addData(data, length);
         ++idlePasses;
         if (buffer_->getReadP() != nullptr) {

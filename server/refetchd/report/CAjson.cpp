@@ -5,7 +5,7 @@
 
 namespace {
 
-constexpr std::ptrdiff_t kEscape = 6;  // bytes of the longest character: \u00ff
+constexpr std::ptrdiff_t kEscape = 6;  // length of the longest escape, such as \u00ff
 
 // Valid characters of UTF-8: the range of the first byte, the range of the second, and the length.
 // Overlong forms and surrogates are not valid.
@@ -56,7 +56,7 @@ constexpr auto kPlain = [] {
     return plain;
 }();
 
-// The number of such bytes at the start of `text`: in a URL mostly all.
+// The number of such bytes at the start of `text`, which in a URL is mostly all of it.
 std::size_t plainLength(std::string_view text)
 {
     std::size_t length = 0;

@@ -99,7 +99,7 @@ int finish(FILE *file)
     return error != 0 || closed ? error : errno;
 }
 
-// Writes a new file aside and renames it to `target`. Returns 0, or an error number.
+// Writes a temporary file beside `target` and renames it. Returns 0, or an error number.
 int replace(const std::string &target, const CATally &tally, const CARunEnd &end)
 {
     const std::string aside = target + ".tmp";

@@ -10,7 +10,7 @@
 #include "base/CAoutcome.h"
 #include "base/CAwhen.h"
 
-// The counts of a run. It has no lock: threads that share one need their own.
+// The counts of a run. It has no lock: callers that share one between threads must lock it.
 struct CATally {
     static constexpr std::size_t kSources = 2;
     static constexpr std::size_t kClasses = 5;

@@ -109,7 +109,8 @@ void CAResults::setInFlight(std::int32_t client, const CAURL *url)
     flights_[index] = {url, now};
 }
 
-// Each int function below returns 0, or an error number to report: the first one of a run.
+// Each int function below returns 0, or an error number that the caller must report. Only the first
+// error of a run is returned.
 
 int CAResults::tellFlightsLocked()
 {
@@ -201,9 +202,9 @@ int CAResults::flushLocked()
             error = count == 0 ? EIO : errno;
         }
     }
-    // Lines that could not be written are lost. If the last one was written in part, the next lines
-    // begin with a line feed to end it. Nothing else puts a line feed first: one that is still
-    // there was not written, so that end is still missing.
+    // Lines that could not be written are lost. If a line was written in part, the next output must
+    // begin with a line feed to end it: after this write was cut off within a line, or when it
+    // wrote nothing and the buffer already began with that line feed.
     const bool torn =
         written < used_ && (written > 0 ? (*lines_)[written - 1] != '\n' : lines_->front() == '\n');
     used_ = 0;

@@ -40,8 +40,8 @@ public:
     void setLog(const char *path);
     void setMetricsFile(const char *path) { metricsPath_ = path; }
 
-    // True when outcomes are collected. Any thread. Check it before the calls below, which are not
-    // to be made otherwise.
+    // True when outcomes are collected; only then call dropped(), finished(), setInFlight() and
+    // endRun(). Any thread.
     [[nodiscard]] bool observes() const { return lines_ != nullptr || !metricsPath_.empty(); }
 
     // Report a URL that is not requested, or one that is finished (requested, or given up because

@@ -5,11 +5,11 @@
 #include <cstdint>
 #include <cstdio>
 
-// The counts in a summary.
+// The counts in a summary. Only notProcessed is about the run that ended.
 struct CASummaryCounts {
-    std::int32_t adminUrls = 0;     // seeds of the administrator's list
-    std::int32_t topUrls = 0;       // seeds of the hits file
-    std::int32_t loaded = 0;        // responses with status 200
+    std::int32_t adminUrls = 0;     // seeds of the administrator's list, at start-up
+    std::int32_t topUrls = 0;       // seeds of the hits file, at start-up
+    std::int32_t loaded = 0;        // responses with status 200, in all runs so far
     std::int32_t notProcessed = 0;  // URLs that still wait
 };
 

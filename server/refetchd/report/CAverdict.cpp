@@ -47,8 +47,8 @@ std::string_view withoutBlanks(std::string_view text)
     return text;
 }
 
-// Removes the text up to the first `mark` outside quotes, and the mark, or all text without one.
-// Returns that text, trimmed.
+// Cuts off and returns, trimmed, the text before the first `mark` outside quotes, or all of it if
+// there is none. The mark is removed.
 std::string_view takeUntil(std::string_view *text, char mark)
 {
     bool quoted = false;

@@ -48,6 +48,6 @@ struct CAJudgement {
 // True when the exchange broke off before a status line, in a way that a retry may overcome.
 [[nodiscard]] bool CAIsWorthRetrying(const CAExchange &exchange);
 
-// The pause, in seconds, that a response with this status and this value of "Retry-After:" (empty:
-// none) asks for before the next request to its host; 0: none.
+// The pause, in seconds, before the next request to the host of a response: 0 unless the status is
+// 429 or 503, otherwise the number in `retryAfter`, at least 1, or 10 when that holds no number.
 [[nodiscard]] std::int64_t CAAskedRest(std::int32_t status, std::string_view retryAfter);

@@ -61,9 +61,9 @@ bool isSeparator(char c)
     return c == '/' || c == '\\';
 }
 
-// How many bytes of the page's path (given without its leading "/") precede a relative link: all up
-// to the last separator before the query, which is included. A separator that is the first byte
-// does not count.
+// The length of the part of the page's path (without its leading "/") that stays in front of a
+// relative link: up to and including the last separator before the query. A separator that is the
+// first byte does not count.
 std::size_t keptLength(std::string_view page)
 {
     if (page.empty()) {

@@ -34,8 +34,10 @@ public:
     // Marks a URL that is requested once more because its host asked for a pause.
     void setRepeated() { repeated_ = true; }
 
-    // Scheme without ":", "" for none. Host with its port, unless that is the scheme's default; ""
-    // for none. Path with the query, without the fragment. All belong to the record.
+    // The scheme without ":"; the host, with its port unless that is the default of http or gopher
+    // or the scheme is file; the path with the query, without the fragment. "" for a part that is
+    // missing. All belong to the record. Kept: https has no default here, so "https://h:443/" and
+    // "https://h/" are two URLs.
     [[nodiscard]] std::string_view protocol() const;
     [[nodiscard]] std::string_view host() const;
     [[nodiscard]] const char *path() const;
@@ -45,8 +47,9 @@ public:
     [[nodiscard]] std::int32_t retries() const { return retries_; }
     [[nodiscard]] bool isRepeated() const { return repeated_; }
 
-    // 1 when this URL, a link or redirection on the page `parent`, is to be enqueued, else 0. The
-    // record itself knows no configuration: CAObjection() decides (config/CAwanted.cpp).
+    // 1 when this URL, a link or redirection on the page `parent`, is to be enqueued, else 0. A
+    // fixed operation of the record; as url/ knows no configuration, it is defined and decided in
+    // config/CAwanted.cpp, by CAObjection().
     [[nodiscard]] int interesting(const CAURL *parent) const;
 
     // The absolute form "protocol://host/path", or only the path when protocol or host is missing;

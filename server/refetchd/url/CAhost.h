@@ -1,4 +1,4 @@
-// The table of requests per host, for `maxhosturls`.
+// The table of what is charged to each host, for `maxhosturls`.
 #pragma once
 
 #include <cstdint>
@@ -7,13 +7,13 @@
 #include "HTHash.h"
 #include "htthread.h"
 
-// The number of requests counted for one host. Hosts are named as in the URL: "h" and "h:8080" are
-// two hosts.
+// What is charged to one host. Hosts are named as in the URL: "h" and "h:8080" are two hosts.
 struct CAHost;
 
-// Requests per host, counted over all runs of the process. Any thread may call; the table's own
-// mutex guards every look-up and update. Neither the table's contents nor its mutex are ever freed,
-// because a worker thread may still count while the process is ending.
+// Counts, for `maxhosturls`, what is charged to each host over all runs of the process: 1 for each
+// URL that is queued, but for a URL of the hits file its number of hits. Any thread may call; the
+// table's own mutex guards every look-up and update. Neither the table's contents nor its mutex are
+// ever freed, because a worker thread may still count while the process is ending.
 class CAHostTable {
 public:
     CAHostTable();

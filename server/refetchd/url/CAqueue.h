@@ -25,7 +25,7 @@ public:
     CAQueue(const CAQueue &) = delete;
     CAQueue &operator=(const CAQueue &) = delete;
 
-    // Without memory the element is lost (reported).
+    // Without memory the element is lost (reported) or, ordered by depth, the process ends.
     void enqueue(void *element);
     // Records a URL that was found in `processedUrls` and enqueues it, even if it is recorded
     // already. Ordered by depth this is atomic, and a URL that another thread recorded in the
@@ -48,8 +48,8 @@ public:
     // objects, and all later ones. Call before any other thread uses the queue.
     void orderByDepth();
     [[nodiscard]] bool isOrderedByDepth() const { return orderedByDepth_; }
-    // Ordered by depth, dequeue() returns null between these two calls: no URL is requested before
-    // all seeds are in the queue, or a link to one of them would be taken for a deeper page.
+    // Ordered by depth, dequeue() returns null between these two calls. The master thread holds the
+    // queue while it seeds: a seed that is found as a link first would get too large a depth.
     void hold();
     void release();
     // Ordered by depth: to be called for each URL that dequeue() returned, with the depth that it
