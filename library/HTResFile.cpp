@@ -94,8 +94,8 @@ bool readTable(int file, std::uint64_t offset, const TableForm &form,
     return read;
 }
 
-// True when the root is an empty table, or one inside the area for its form whose first key is among
-// the keys (or may be that of another file). `start` is the offset of the indexes in the file.
+// True when the root is an empty table, or one inside the area for its form, with its first key
+// among the keys or perhaps in another file. `start` is the offset of the indexes in the file.
 bool isRoot(int file, std::uint64_t start, const Indexes &indexes)
 {
     const auto *const form =
