@@ -107,7 +107,7 @@ std::int32_t CAParseHTTP::consume(char *data, std::int32_t length, std::int32_t 
     int idlePasses = 0;
     while (length > 0 && idlePasses < kMaxIdlePasses) {
         // Kept: if only a part is taken, `data` does not advance, so the same start is offered
-        // again. It takes a full buffer whose contents nobody consumes.
+        // again. This happens only when the buffer is full and may grow no further.
         const std::int32_t added = buffer_->addData(data, length);
         ++idlePasses;
         if (buffer_->getReadP() != nullptr) {
