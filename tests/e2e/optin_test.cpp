@@ -217,7 +217,7 @@ h/open admin 1 200 70079 served from cache","age":6000
 struct AccountRow : Row {
     std::string directives;
     int urls;         // in the log or counted as left in the queue
-    std::string log;  // URLs and verdicts other than "unknown"
+    std::string log;  // URLs with a name, and verdicts other than "unknown"
 };
 
 class Account : public testing::TestWithParam<AccountRow> {};
@@ -237,7 +237,8 @@ TEST_P(Account, LacksAUrlOfARunThatWasCutShort)
               GetParam().urls)
         << metrics;
     const std::regex parts(".*\"http://h/(.*)\",\"source\".*\"verdict\":\"([a-z ]*).*\n");
-    log = std::regex_replace(log, std::regex(".*\"unknown\".*\n"), "");
+    // The numbered ones may be in flight when a slow machine ends the run.
+    log = std::regex_replace(log, std::regex(".*(\"unknown\"|http://h/[0-9]\").*\n"), "");
     EXPECT_EQ(std::regex_replace(log, parts, "$1 $2; "), GetParam().log);
 }
 
