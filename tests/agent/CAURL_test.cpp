@@ -155,7 +155,7 @@ TEST(CAQueue, EmptiesOneOfItsTwentyLanesBeforeTheNext)
     put(39);
     for (int i = 0; i < 39; ++i) {
         if (i == 20) {
-            put(2);  // behind the others, though the second goes to the first lane
+            put(2);  // after the others, though the second goes to the first lane
         }
         EXPECT_EQ(queue.dequeue(), &numbers[i / 2 + i % 2 * 20]) << i;
     }

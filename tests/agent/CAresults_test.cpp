@@ -51,7 +51,7 @@ const std::string kTs = "|Via: http/1.1 p (ApacheTrafficServer/9.2.9 [";
 // What the cache of the origin's own network has put into its answer.
 const std::string kCdn = "|Age: 300|X-Cache: HIT from cdn|X-Varnish: 1 2|Cache-Status: cdn; hit";
 
-// The rows of the proxies are what each was seen to send, but for higher ages.
+// The proxies' rows are headers that they really sent, with higher ages.
 const VerdictRow kVerdictRows[] = {
     {{"SquidFirst"}, kSquid + "MISS from p|X-Cache-Lookup: MISS from p:1", "stored"},
     {{"SquidReplaced"}, kCdn + kSquid + "MISS from p|X-Cache-Lookup: HIT from p:1", kNew},

@@ -66,7 +66,7 @@ TEST_P(Taken, AsksForOthersOrEndsOtherwise)
     agent.finish(row.status);
     EXPECT_EQ(peer.asked(), row.asked);
     EXPECT_EQ(agent.process->out(), "");
-    if (row.trace.empty()) {  // the hits file has one bad line, which every summary tells of
+    if (row.trace.empty()) {  // the hits file has one bad line, which every summary reports
         EXPECT_EQ(agent.traced("CASummary... found bad line in hitlist\n"), agent.traced("\n"));
     }
     EXPECT_THAT(agent.process->err(), testing::HasSubstr(agent.expand(row.trace)));

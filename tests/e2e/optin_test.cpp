@@ -124,19 +124,21 @@ constexpr int kMaxDepth = 3;
 struct Graph {
     explicit Graph(unsigned seed) : depths(kPages, kMaxDepth + 1)
     {
-        // The first two lead one level deeper.
-        const char *const kinds[] = {"<a href=\"", "<iframe src=\"", "<img src=\"",
-                                     "<frame src=\""};
+        // The first three lead one level deeper; half of all links are of these.
+        const char *const kinds[] = {
+            "<a href=\"",     "<link href=\"",   "<iframe src=\"",      "<img src=\"",
+            "<frame src=\"",  "<object data=\"", "<layer src=\"",       "<ilayer src=\"",
+            "<script src=\"", "<area href=\"",   "<body background=\"", "<meta content=\"0; url="};
         std::mt19937 random(seed);
         std::vector<std::array<std::size_t, 3>> ways;  // from, to and levels
         for (std::size_t page = 0; page < kPages; ++page) {
             const bool moves = random() % 6 == 0;
             std::string text = moves ? "302 Moved\r\nLocation: /" : "";
             for (std::size_t links = moves ? 1 : random() % 6; links > 0; --links) {
-                const std::size_t kind = random() % std::size(kinds);
+                const std::size_t kind = random() % (random() % 2 == 0 ? 3 : std::size(kinds));
                 const std::size_t to = random() % kPages;
-                text += moves ? std::to_string(to) : kinds[kind] + std::to_string(to) + "\">";
-                ways.push_back({page, to, moves || kind > 1 ? 0U : 1U});
+                text += moves ? std::to_string(to) : kinds[kind] + std::to_string(to) + " \">";
+                ways.push_back({page, to, moves || kind > 2 ? 0U : 1U});
             }
             Reply reply = moves ? Reply::head(text) : Reply::html(text);
             reply.pieces.front().pauseMs = static_cast<int>(random() % 8);

@@ -1,6 +1,6 @@
 // The chunk decoder, in pieces of any size: what was put in chunks must come out of it.
 //
-// Input: a line of chunk sizes, a line of piece sizes, a line of what else stands in the framing,
+// Input: a line of chunk sizes, a line of piece sizes, a line with the rest of the framing,
 // then the body.
 #include <iomanip>
 #include <sstream>

@@ -31,7 +31,7 @@ std::string harmless(std::string_view file)
     return result;
 }
 
-// The forms of the seeds in the queue, by their source; at most so many of the hits file.
+// The texts of the seeds in the queue, by source, with a limit for those of the hits file.
 std::array<Forms, 2> takeSeeds(std::int32_t most)
 {
     std::array<Forms, 2> seeds;
@@ -67,7 +67,7 @@ void fuzz(std::string_view input)
     require(ac.maxUrls != 0 && ac.maxQueueDepth != 0, "no limit is not 0");
     require(ac.saveRoot == nullptr || std::string_view(ac.saveRoot).ends_with('/'), "a directory");
     require(std::string_view(ac.httpVersion) == "HTTP/1.0", "the one version");
-    // The proxy of another host loses its hits file, but only behind the first load.
+    // The proxy of another host loses its hits file, but only after the first load.
     const bool lost = result == 1 && ac.topCachedCount == 0;
     const auto [admin, top] = takeSeeds(lost ? INT32_MAX : ac.topCachedCount);
     require(std::ssize(admin) == ac.adminUrlCount, "all counted");

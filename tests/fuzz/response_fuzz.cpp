@@ -75,7 +75,7 @@ void fuzz(std::string_view input)
     std::istringstream links(settings.find('u') != kNone ? std::string(takeLine(&input)) : "");
     const std::string_view response = input;
 
-    // Byte by byte, a response ends where it is done. Bytes behind that in the same block count as
+    // Byte by byte, a response ends where it is done. Bytes after that in the same block count as
     // part of it (a body beyond its length is never done), so only up to there all blocks are one;
     // and only while there is room for them: of a block that does not fit a part may come twice.
     const std::string page = "http://h/d/page";

@@ -58,7 +58,7 @@ void fuzz(std::string_view input)
             "a host without a usual port");
     const bool absolute = !protocol.empty() && !host.empty();
     require(form == (absolute ? protocol + "://" + host : "") + url.path(), "the whole form");
-    // A scheme of one letter is one only behind "URL:", which the form does not have.
+    // A scheme of one letter is one only after "URL:", which the form does not have.
     require((absolute && protocol.size() < 2) || CAURL(form.c_str()).stringitize() == form,
             "the same again");
 }

@@ -32,10 +32,9 @@ CAArgumentVerdict judgeTime(CAConfigLines *line)
 
 CAArgumentVerdict judgeErrorLog(const std::string &word)
 {
-    const std::size_t slash = word.rfind('/');
-    const std::string fault = slash == word.npos
-                                  ? CAQuoted(word) + " names no directory"
-                                  : CAUnwritable(word.substr(0, slash + 1) + "cacheAgent-errors");
+    const std::string path = CAErrorLogPath(word);
+    const std::string fault =
+        path.empty() ? CAQuoted(word) + " names no directory" : CAUnwritable(path);
     return {fault, fault.empty()};
 }
 
@@ -133,6 +132,12 @@ CAArgumentVerdict CAJudgeArgument(CAArgument argument, CAConfigLines *line)
     case A::Seed: break;
     }
     return {};
+}
+
+std::string CAErrorLogPath(std::string_view name)
+{
+    const std::size_t slash = name.rfind('/');
+    return slash == name.npos ? "" : std::string(name.substr(0, slash + 1)) + "cacheAgent-errors";
 }
 
 bool CAIsOwnService(const CAConfigLines &line)

@@ -53,6 +53,10 @@ struct CAArgumentVerdict {
 [[nodiscard]] const char *CAUserAgentFault(CAConfigLines *line);
 [[nodiscard]] const char *CAHeaderFault(CAConfigLines *line);
 
+// The agent's error log beside the proxy's log `name`, its directory and "cacheAgent-errors"; empty
+// when `name` has no directory.
+[[nodiscard]] std::string CAErrorLogPath(std::string_view name);
+
 // True when a `service` line names the agent's own service. Other services are the proxy's own.
 [[nodiscard]] bool CAIsOwnService(const CAConfigLines &line);
 

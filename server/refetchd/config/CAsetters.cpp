@@ -39,13 +39,11 @@ void CASetTraceLog(const CADirectiveCall &call)
 
 void CASetErrorLog(const CADirectiveCall &call)
 {
-    char *const slash = std::strrchr(call.argument(), '/');
-    if (slash == nullptr) {
+    const std::string path = CAErrorLogPath(call.argument());
+    if (path.empty()) {
         CATrace("Could not determine the directory for the error log.\n");
         return;
     }
-    slash[1] = '\0';
-    const std::string path = std::string(call.argument()) + "cacheAgent-errors";
     CAConfig &config = call.config;
     if (config.observer != nullptr && !CAUnwritable(path).empty()) {
         return;  // the log that was named before stays in use

@@ -314,8 +314,11 @@ bool CAParseHTTP::followRedirect()
     waitsFor_ = CALinkLimit();
     if (waitsFor_ != CADrop::None) {
         CATrace("Ignoring.... location URL \"%s\" (%s).\n", location, CALimitText(waitsFor_));
-        waitsFor_ = sinkIfKnown(location, 0) ? CADrop::None : waitsFor_;
-        return waitsFor_ == CADrop::None;
+        if (!sinkIfKnown(location, 0)) {
+            return false;
+        }
+        waitsFor_ = CADrop::None;
+        return true;
     }
     takeIfInteresting(resolveFound(location, 0));
     return true;

@@ -137,13 +137,8 @@ int CAResults::tellLocked(const Record &record)
     if (isOver_) {
         return 0;
     }
-    countLocked(record);
-    return addLineLocked(record);
-}
-
-void CAResults::countLocked(const Record &record)
-{
     tally_.count(record.source, record.verdict, record.exchange.status, record.exchange.bytes);
+    return addLineLocked(record);
 }
 
 int CAResults::openLocked()

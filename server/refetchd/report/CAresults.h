@@ -96,7 +96,6 @@ private:
 
     [[nodiscard]] int tellFlightsLocked() HT_REQUIRES(mutex_);
     [[nodiscard]] int tellLocked(const Record &record) HT_REQUIRES(mutex_);
-    void countLocked(const Record &record) HT_REQUIRES(mutex_);
     [[nodiscard]] int openLocked() HT_REQUIRES(mutex_);
     [[nodiscard]] int addLineLocked(const Record &record) HT_REQUIRES(mutex_);
     [[nodiscard]] int flushLocked() HT_REQUIRES(mutex_);

@@ -23,7 +23,7 @@ void CADepthOrder::sink(std::string_view text, std::int32_t depth)
 
 CAURL *CADepthOrder::take()
 {
-    if (waiting_.empty()) {
+    if (waiting_.empty() || isHeld_) {
         return nullptr;
     }
     const auto first = waiting_.begin();

@@ -29,9 +29,11 @@ public:
     void put(CAURL *url);
     // Lowers the URL with this text to `depth`, if it waits here and is deeper than that.
     void sink(std::string_view text, std::int32_t depth);
-    // Takes the next URL, which is in work from then on. Null when none waits, or when those that
-    // wait are deeper than one in work.
+    // Takes the next URL, which is in work from then on. Null when none waits, when those that wait
+    // are deeper than one in work, and from hold() to release().
     CAURL *take();
+    void hold() { isHeld_ = true; }
+    void release() { isHeld_ = false; }
     // Takes out any URL that waits, without putting it in work; null when none waits.
     CAURL *drain();
     // A URL of this depth is no longer in work. To be called after the URLs found on it were put.
@@ -47,5 +49,6 @@ private:
     // Index by text; the text is the CAURL's own. Of a seed that is listed twice only the first is
     // in it, which does no harm: seeds have depth 0 and cannot sink.
     std::unordered_map<std::string_view, Waiting::iterator> byText_;
+    bool isHeld_ = false;
     std::map<std::int32_t, std::size_t> inWork_;  // number of URLs in work, by depth
 };

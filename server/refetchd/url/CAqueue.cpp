@@ -82,13 +82,13 @@ bool CAQueue::enqueueFound(CAURL *url)
 void CAQueue::hold()
 {
     const PMutexGuard guard(mutex_);
-    isHeld_ = true;
+    byDepth_.hold();
 }
 
 void CAQueue::release()
 {
     const PMutexGuard guard(mutex_);
-    isHeld_ = false;
+    byDepth_.release();
 }
 
 void CAQueue::sink(const char *text, std::int32_t depth)
@@ -133,8 +133,7 @@ void *CAQueue::drain()
 void *CAQueue::takeByDepth(CAURL *(CADepthOrder::*take)())
 {
     const PMutexGuard guard(mutex_);
-    const bool mayTake = !isHeld_ || take == &CADepthOrder::drain;
-    CAURL *const url = mayTake ? (byDepth_.*take)() : nullptr;
+    CAURL *const url = (byDepth_.*take)();
     if (url != nullptr) {
         --length_;
     }

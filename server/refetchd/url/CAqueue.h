@@ -83,8 +83,7 @@ private:
     std::size_t nextOut_ HT_GUARDED_BY(mutex_) = 0;  // lane where the next dequeue looks first
     std::size_t nextIn_ HT_GUARDED_BY(mutex_) = 0;   // lane of the next enqueue
     CADepthOrder byDepth_ HT_GUARDED_BY(mutex_);     // used instead of the lanes
-    bool isHeld_ HT_GUARDED_BY(mutex_) = false;
-    bool orderedByDepth_ = false;  // written before any other thread exists
+    bool orderedByDepth_ = false;                    // written before any other thread exists
 
     // Changed under the lock and read without it, because every link of a page reads them. In the
     // default (sequentially consistent) memory order: a thread that sees a worker idle also sees
