@@ -1,17 +1,20 @@
 // Shows the maximum speed that clients of a proxy can reach: it sends the same kind of requests and
 // reads the responses, and does nothing else.
 //
-//     bare_client HOST:PORT CLIENTS <URLS
+//     bare_client [--http11] HOST:PORT CLIENTS <URLS
 //
 // Each client is a thread with one persistent connection; it requests the next URL of the list
-// until none is left. Prints how many responses had status 200. The exit status is 1 if a response
-// was incomplete or had no Content-Length, or if the address is unknown; 2 for wrong arguments.
+// until none is left. Requests are HTTP/1.0; with --http11 they are HTTP/1.1, so that responses may
+// be chunked. Prints how many responses had status 200. The exit status is 1 if a response was
+// incomplete, neither chunked nor with a Content-Length, or followed by more than it announced, or
+// if the address is unknown; 2 for wrong arguments.
 #include <netdb.h>
 #include <strings.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <charconv>
@@ -31,6 +34,7 @@ constexpr std::size_t kBlock = 16384;
 
 struct Work {
     addrinfo *proxy = nullptr;
+    std::string_view version;
     std::vector<std::string_view> urls;
     std::atomic<std::size_t> next{0};
     std::atomic<std::size_t> succeeded{0};
@@ -49,80 +53,173 @@ int connectTo(const addrinfo &peer)
     return descriptor;
 }
 
-void compose(std::string *request, std::string_view url)
+// A connection that is read through a buffer.
+class Connection {
+public:
+    explicit Connection(const addrinfo &peer) : descriptor_(connectTo(peer)) {}
+    ~Connection() { close(descriptor_); }
+    Connection(const Connection &) = delete;
+    Connection &operator=(const Connection &) = delete;
+
+    void reopen(const addrinfo &peer)
+    {
+        close(descriptor_);
+        descriptor_ = connectTo(peer);
+        unread_ = {};
+    }
+
+    bool send(std::string_view request) const
+    {
+        return ::send(descriptor_, request.data(), request.size(), MSG_NOSIGNAL) ==
+               static_cast<ssize_t>(request.size());
+    }
+
+    // Sets "line" to the next line without its CR LF, in the buffer. False if the connection ends
+    // before, or the line does not fit into the buffer.
+    bool readLine(std::string_view *line)
+    {
+        std::size_t end = unread_.find("\r\n");
+        while (end == std::string_view::npos) {
+            if (!receive()) {
+                return false;
+            }
+            end = unread_.find("\r\n");
+        }
+        *line = unread_.substr(0, end);
+        unread_.remove_prefix(end + 2);
+        return true;
+    }
+
+    bool skip(std::uint64_t count)
+    {
+        while (count > unread_.size()) {
+            count -= unread_.size();
+            unread_ = {};
+            if (!receive()) {
+                return false;
+            }
+        }
+        unread_.remove_prefix(count);
+        return true;
+    }
+
+    bool hasUnread() const { return !unread_.empty(); }
+
+private:
+    // Appends what arrives next to what is unread.
+    bool receive()
+    {
+        const std::size_t kept = unread_.size();
+        std::copy(unread_.begin(), unread_.end(), block_.begin());
+        const ssize_t count = recv(descriptor_, block_.data() + kept, block_.size() - kept, 0);
+        unread_ = {block_.data(), kept + static_cast<std::size_t>(std::max<ssize_t>(count, 0))};
+        return count > 0;
+    }
+
+    int descriptor_;
+    std::array<char, kBlock> block_{};
+    std::string_view unread_;  // part of block_
+};
+
+void compose(std::string *request, std::string_view url, std::string_view version)
 {
     const std::string_view rest = url.substr(url.find("://") + 3);
-    request->assign("GET ").append(url).append(" HTTP/1.0\r\nHost: ");
-    request->append(rest.substr(0, rest.find('/')));
+    request->assign("GET ").append(url).append(" ").append(version);
+    request->append("\r\nHost: ").append(rest.substr(0, rest.find('/')));
     request->append("\r\nCache-Control: max-age=0\r\nConnection: Keep-alive\r\n\r\n");
 }
 
-// The value of Content-Length; -1 if there is none.
-std::int64_t contentLength(std::string_view headers)
+// Reads a number at the beginning of the text. False if there is none.
+template <typename Number>
+bool parse(std::string_view text, Number *number, int base = 10)
 {
-    constexpr std::string_view name = "\r\ncontent-length: ";
-    for (std::size_t at = headers.find("\r\n"); at != std::string_view::npos;
-         at = headers.find("\r\n", at + 2)) {
-        const std::string_view line = headers.substr(at);
-        if (line.size() > name.size() && strncasecmp(line.data(), name.data(), name.size()) == 0) {
-            std::int64_t length = -1;
-            std::from_chars(line.data() + name.size(), line.data() + line.size(), length);
-            return length;
-        }
-    }
-    return -1;
+    return std::from_chars(text.data(), text.data() + text.size(), *number, base).ec == std::errc();
 }
 
-// Sends the request and reads the whole response. Returns its status; 0 if it was incomplete or had
-// no Content-Length.
-int exchange(int descriptor, const std::string &request)
+struct Head {
+    int status = 0;
+    std::int64_t length = -1;  // -1: not announced
+    bool chunked = false;
+};
+
+bool readHead(Connection *connection, Head *head)
 {
-    std::array<char, kBlock> block;
-    if (send(descriptor, request.data(), request.size(), MSG_NOSIGNAL) !=
-        static_cast<ssize_t>(request.size())) {
+    constexpr std::string_view version = "HTTP/1.1 ";
+    constexpr std::string_view length = "Content-Length: ";
+    constexpr std::string_view coding = "Transfer-Encoding: chunked";
+    const auto startsWith = [](std::string_view line, std::string_view name) {
+        return line.size() >= name.size() &&
+               strncasecmp(line.data(), name.data(), name.size()) == 0;
+    };
+    std::string_view line;
+    if (!connection->readLine(&line) || line.size() < version.size() ||
+        !parse(line.substr(version.size()), &head->status)) {
+        return false;
+    }
+    while (connection->readLine(&line)) {
+        if (line.empty()) {
+            return true;
+        }
+        head->chunked = head->chunked || startsWith(line, coding);
+        if (startsWith(line, length) && !parse(line.substr(length.size()), &head->length)) {
+            return false;
+        }
+    }
+    return false;
+}
+
+// Reads chunks up to the last one, which is empty, and the trailers after it.
+bool skipChunks(Connection *connection)
+{
+    constexpr int hexadecimal = 16;
+    std::string_view line;
+    std::uint64_t size = 0;
+    do {
+        if (!connection->readLine(&line) || !parse(line, &size, hexadecimal)) {
+            return false;
+        }
+        if (size > 0 &&
+            (!connection->skip(size) || !connection->readLine(&line) || !line.empty())) {
+            return false;
+        }
+    } while (size > 0);
+    while (connection->readLine(&line)) {
+        if (line.empty()) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// Sends the request and reads the whole response. Returns its status; 0 if it was incomplete, its
+// end was not announced, or there was more than announced.
+int exchange(Connection *connection, const std::string &request)
+{
+    Head head;
+    if (!connection->send(request) || !readHead(connection, &head)) {
         return 0;
     }
-    std::size_t size = 0;
-    std::size_t end = std::string_view::npos;
-    while (end == std::string_view::npos) {
-        const ssize_t count = recv(descriptor, block.data() + size, block.size() - size, 0);
-        if (count <= 0) {
-            return 0;
-        }
-        size += static_cast<std::size_t>(count);
-        end = std::string_view(block.data(), size).find("\r\n\r\n");
-    }
-    const std::int64_t length = contentLength(std::string_view(block.data(), end));
-    std::int64_t left = length - static_cast<std::int64_t>(size - end - 4);
-    int status = 0;
-    std::from_chars(block.data() + std::string_view("HTTP/1.1 ").size(), block.data() + end,
-                    status);
-    while (left > 0) {
-        const ssize_t count = recv(descriptor, block.data(), block.size(), 0);
-        if (count <= 0) {
-            return 0;
-        }
-        left -= count;
-    }
-    return length >= 0 && left == 0 ? status : 0;
+    const bool complete =
+        head.chunked
+            ? skipChunks(connection)
+            : head.length >= 0 && connection->skip(static_cast<std::uint64_t>(head.length));
+    return complete && !connection->hasUnread() ? head.status : 0;
 }
 
 void runClient(Work *work)
 {
     std::string request;
     std::size_t succeeded = 0;
-    int descriptor = connectTo(*work->proxy);
+    Connection connection(*work->proxy);
     for (std::size_t i = work->next++; i < work->urls.size(); i = work->next++) {
-        compose(&request, work->urls[i]);
-        const int status = exchange(descriptor, request);
+        compose(&request, work->urls[i], work->version);
+        const int status = exchange(&connection, request);
         succeeded += status == 200 ? 1 : 0;
         if (status == 0) {
             work->failed = true;
-            close(descriptor);
-            descriptor = connectTo(*work->proxy);
+            connection.reopen(*work->proxy);
         }
     }
-    close(descriptor);
     work->succeeded += succeeded;
 }
 
@@ -130,14 +227,17 @@ void runClient(Work *work)
 
 int main(int argc, char **argv)
 {
-    const std::string_view address(argc == 3 ? argv[1] : "");
+    const bool http11 = argc > 1 && std::string_view(argv[1]) == "--http11";
+    const int first = http11 ? 2 : 1;
+    const std::string_view address(argc == first + 2 ? argv[first] : "");
     const std::size_t colon = address.rfind(':');
-    const int clients = argc == 3 ? std::atoi(argv[2]) : 0;
+    const int clients = argc == first + 2 ? std::atoi(argv[first + 1]) : 0;
     if (colon == std::string_view::npos || clients < 1) {
-        std::fputs("usage: bare_client HOST:PORT CLIENTS <URLS\n", stderr);
+        std::fputs("usage: bare_client [--http11] HOST:PORT CLIENTS <URLS\n", stderr);
         return 2;
     }
     Work work;
+    work.version = http11 ? "HTTP/1.1" : "HTTP/1.0";
     addrinfo hints{};
     hints.ai_socktype = SOCK_STREAM;
     if (getaddrinfo(std::string(address.substr(0, colon)).c_str(), address.data() + colon + 1,
