@@ -171,7 +171,7 @@ bool looksAtAnswers()
 // counts has been read.
 CAFailure failureOf(const CAParseHTTP &parser, const CAConnection &connection)
 {
-    if (!parser.isHTTP()) {
+    if (!parser.isHTTP() || (parser.isCutShort() && !parser.isAbandoned())) {
         return CAFailure::BadResponse;
     }
     const bool isEnd = parser.isUnframed() && connection.failure() == CAFailure::Closed;

@@ -31,8 +31,11 @@ public:
     // line is no status line.
     [[nodiscard]] std::int32_t getHTTPRequestRC() const { return rc_; }
 
-    // False once the first line turned out to be no status line, or what follows it no HTTP.
+    // False once the first line turned out to be no status line, or the head no HTTP.
     [[nodiscard]] bool isHTTP() const { return isHTTP_; }
+
+    // True when the body ended too early because it broke the rules.
+    [[nodiscard]] bool isCutShort() const { return isCutShort_; }
 
     // True once the rest of the response is read only to keep the connection.
     [[nodiscard]] bool isAbandoned() const { return isAbandoned_; }
@@ -70,6 +73,7 @@ protected:
     bool isHTTP_ = true;
     bool unframed_ = false;
     bool isAbandoned_ = false;
+    bool isCutShort_ = false;
 
     enum class State : std::uint8_t {
         StatusLine = 0,

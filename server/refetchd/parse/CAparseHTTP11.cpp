@@ -201,7 +201,9 @@ CAParseHTTP11::State CAParseHTTP11::readChunks(char **at, char *end)
     case CAChunkReader::Next::End: return State::Complete;
     case CAChunkReader::Next::Wrong: break;
     }
-    return broken("the body has no proper chunks");
+    CATrace("Parser...... can't cope with the response: the body has no proper chunks.\n");
+    isCutShort_ = true;
+    return State::Broken;
 }
 
 // Passes a part of the body on. The sink may write a NUL behind it.
