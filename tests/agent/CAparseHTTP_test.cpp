@@ -1,9 +1,8 @@
-#include "parse/CAparseHTTP.h"
-
 #include <algorithm>
 
 #include "AgentTest.h"
 #include "Feed.h"
+#include "parse/CAparseHTTP11.h"
 
 using namespace std::string_literals;
 
@@ -22,11 +21,11 @@ std::string outcomeOf(const std::string &bytes, const Cuts &cuts)
 {
     CAURL url("http://h/dir/page");
     std::string body;
-    CAParseHTTP parser(&url);
-    parser.addSink(new Recorder(&url, &body));
-    const Flags flags = feed(&parser, bytes, cuts);
+    const auto parser = CANewResponseParser(&url, HTThread_context(), ac.parseOptions);
+    parser->addSink(new Recorder(&url, &body));
+    const Flags flags = feed(parser.get(), bytes, cuts);
     const char *const close = flags.close == 0 ? " keep" : flags.close == 1 ? " close" : "";
-    body = std::to_string(parser.getHTTPRequestRC()) + (flags.done == 1 ? " done" : "") + close +
+    body = std::to_string(parser->getHTTPRequestRC()) + (flags.done == 1 ? " done" : "") + close +
            "|" + body;
     for (const std::string &enqueued : AgentState::drain()) {
         body += enqueued;
@@ -107,6 +106,92 @@ const ResponseRow kResponses[] = {
      "Parser...... too many headers, ignoring the rest.\n", "closedelimitedbodies on\n"},
 };
 INSTANTIATE_TEST_SUITE_P(CAParseHTTP, Response, testing::ValuesIn(kResponses), rowName);
+
+const char *const kOn = "http11 on\n";
+const std::string kOld = "HTTP/1.0 200 OK\r\nContent-type: a/b\r\n";
+const std::string kNo = "HTTP/1.1 404 No\r\n";
+const std::string kCoded = kOk + "Transfer-Encoding: chunked\r\n";
+const std::string kEarly = "HTTP/1.1 103 Early\r\nLink: x\r\nContent-Length: 7\r\n\r\n";
+const std::string kFramed = "conflicting or bad lengths";
+
+ResponseRow modern(const char *name, const std::string &bytes, const std::string &outcome,
+                   const std::string &message = "")
+{
+    return {{name}, bytes, outcome, message, kOn};
+}
+ResponseRow broken(const char *name, const std::string &bytes, const std::string &message)
+{
+    return modern(name, bytes, "500 done close|", message);
+}
+ResponseRow chunks(const char *name, const std::string &body, const std::string &outcome)
+{
+    return modern(name, kCoded + "\r\n" + body, outcome);
+}
+
+const ResponseRow kResponses11[] = {
+    modern("Length", kLength + "3\r\n\r\nabc", "200 done keep|abc"),
+    modern("LengthAgain", kLength + "3, 3\r\nContent-length:3\r\n\r\nabc", "200 done keep|abc"),
+    modern("ShortBody", kLength + "3\r\n\r\nab", "200|ab"),
+    modern("LengthZero", kLength + "0\r\n\r\n", "200 done keep|"),
+    modern("OldKept", kOld + "Content-Length: 1\r\nConnection: X,Keep-Alive\r\n\r\nx",
+           "200 done keep|x"),
+    modern("OldClosed", kOld + "Content-Length: 1\r\n\r\nx", "200 done close|x"),
+    modern("Closed", kLength + "1\r\nConnection: x , Close\r\n\r\nx", "200 done close|x"),
+    modern("UntilClose", kOk + "\r\nab", "200|ab"),
+    modern("OtherCodingUntilClose", kOk + "Transfer-Encoding: chunked, x\r\n\r\n1\r\n",
+           "200|1\r\n"),
+    modern("NoType", "HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nab", "200 done keep|ab"),
+    modern("NoBlank", "HTTP/1.1 200\nContent-type:a/b\ncontent-length:\t1 \n\nx",
+           "200 done keep|x"),
+    modern("Interim", "HTTP/1.1 100 Go on\r\n\r\n" + kEarly + kLength + "1\r\n\r\nx",
+           "200 done keep|x"),
+    modern("NoContent", "HTTP/1.1 204 No\r\nContent-Length: 5\r\n\r\n", "204 done keep|"),
+    modern("NotModified", "HTTP/1.1 304 No\r\nTransfer-Encoding: chunked\r\n\r\n",
+           "304 done keep|"),
+    modern("NotWanted", kNo + "Content-Length: 65536\r\n\r\n" + std::string(65536, 'x'),
+           "404 done keep|"),
+    modern("NotWantedChunks", kNo + "Transfer-Encoding: chunked\r\n\r\n1\r\nx\r\n0\r\n\r\n",
+           "404 done keep|"),
+    modern("NotWantedTooLong", kNo + "Content-Length: 65537\r\n\r\n", "404 done close|"),
+    modern("NotWantedTooManyChunks",
+           kNo + "Transfer-Encoding: chunked\r\n\r\n" + times(8, "2329\r\n" + kChunk + "\r\n"),
+           "404 done close|"),
+    modern("NotWantedUntilClose", kNo + "\r\nx", "404 done close|"),
+    modern("Moved", "HTTP/1.1 302 Found\r\nLocation: x\r\nContent-Length: 1\r\n\r\nx",
+           "302 done keep|0 http://h/dir/x"),
+    chunks("Chunks", "5 ; a=\"b\"\r\nhello\r\n00a\r\n 1\r\n 2\r\n 3\r\n0;x\r\nA: 1\r\nb\r\n\r\n",
+           "200 done keep|hello 1\r\n 2\r\n 3"),
+    chunks("ChunksWithLineFeeds", "1\nx\n0\n\n", "200 done keep|x"),
+    chunks("ChunkOf3Megabytes", "300000\r\nab", "200|ab"),
+    chunks("ChunkTooShort", "2\r\nabc\r\n", "200 done close|ab"),
+    chunks("ChunkWithoutSize", "\r\nabc", "200 done close|"),
+    chunks("ChunkOfNegativeSize", "-1\r\nabc", "200 done close|"),
+    chunks("ChunkOfNoSize", "1g\r\nabc", "200 done close|"),
+    chunks("ChunkSizeOf40Digits", std::string(40, 'f') + "\r\n", "200 done close|"),
+    chunks("EndlessExtension", "1;" + std::string(262145, 'x'), "200 done close|"),
+    modern("ChunksWinOverALength",
+           kCoded + "Content-Length: 9\r\ncontent-length: x\r\n\r\n1\r\nx\r\n0\r\n\r\n",
+           "200 done keep|x"),
+    modern("ChunksFromAnOldSender",
+           kOld + "Connection: keep-alive\r\nTransfer-Encoding: Chunked\r\n\r\n1\r\nx\r\n0\r\n\r\n",
+           "200 done close|x"),
+    broken("ConflictingLengths", kLength + "1\r\nContent-Length: 2\r\n\r\nx", kFramed),
+    broken("ConflictInOneLine", kLength + "1,2\r\n\r\nx", kFramed),
+    broken("NoNumber", kLength + "1x\r\n\r\nx", kFramed),
+    broken("NegativeLength", kLength + "-1\r\n\r\n", kFramed),
+    broken("EmptyLength", kLength + "\r\n\r\n", kFramed),
+    broken("LengthBeyond64Bits", kLength + "99999999999999999999\r\n\r\n", kFramed),
+    broken("Folded", kOk + "X: a\r\n b\r\n\r\n", "a folded header"),
+    broken("NulInHeader", kOk + "Content-Length: 1\0 2\r\n\r\n"s, "NUL in the head"),
+    broken("EndlessHead", kOk + times(9000, "x: " + std::string(30, 'y') + "\r\n"), "too long"),
+    broken("EndlessInterim", times(65, "HTTP/1.1 100 x\r\n\r\n"), "too many interim"),
+    broken("Switched", "HTTP/1.1 101 x\r\n\r\n", "a change of protocol"),
+    broken("NotHTTP", "ICY 200 OK\r\n", "no status line"),
+    broken("Http2", "HTTP/2.0 200 OK\r\n", "no status line"),
+    broken("CodeOfTwoDigits", "HTTP/1.1 20\r\n", "no status line"),
+    broken("CodeOfFourDigits", "HTTP/1.1 2000\r\n", "no status line"),
+};
+INSTANTIATE_TEST_SUITE_P(CAParseHTTP11, Response, testing::ValuesIn(kResponses11), rowName);
 
 TEST(CABuffer, LosesBytesOrTakesMoreThanItMay)
 {

@@ -73,6 +73,7 @@ const std::string kCutShort =
 const Reply kToA = Reply::html("<a href=\"a\">");
 const std::string kQueries = "loadurl h/; delvedepth 1; delveacrosshosts on; cachequeries on";
 const std::string kClosed = "closedelimitedbodies on";
+const std::string kHttp11 = "http11 on";
 const std::string kAll = "followredirects All";
 const std::string kRest = "retryafter on";
 const std::string kHeaders =
@@ -87,6 +88,8 @@ const OptInRow kRows[] = {
     {"BodyUntilClose", kClosed, {untilClose("Connection: keep-alive\r\n")}, "/", "/ /a /b"},
     {"BodyOfAnotherCoding", kClosed, {untilClose("Transfer-Encoding: gzip\r\n")}, "/", "/ /a /b"},
     {"BodyInBrokenChunks", kClosed, {untilClose("Transfer-Encoding: Chunked\r\n")}, "/", "/"},
+    {"BodyUntilClose11", kHttp11, {untilClose("Connection: keep-alive\r\n")}, "/", "/ /a /b"},
+    {"BodyOfAnotherCoding11", kHttp11, {untilClose("Transfer-Encoding: gzip\r\n")}, "/", "/ /a /b"},
     {"LinksOfToday", "modernlinks on", kLinks, "/ /y?a=1&amp;b=2 /no /no()",
      "/ /d/x /d/y?a=1&b=2 /d/z /w", kQueries},
     {"Moved301", kAll, {moved("301")}, "/", "/ /to"},
@@ -116,6 +119,72 @@ const OptInRow kRows[] = {
     {"Headers", kHeaders, {}, "/", "/", "loadurl h/", kTheirLines},
 };
 INSTANTIATE_TEST_SUITE_P(OptIn, OptIn, testing::ValuesIn(kRows), rowName);
+
+struct ConnectionRow : Row {
+    std::vector<Reply> replies;  // to "/" and then to the other URLs; then a short one
+    int connections;             // that four URLs take
+    int withoutDirective;
+    int requests = 4;
+};
+
+class Http11 : public testing::TestWithParam<ConnectionRow> {};
+
+TEST_P(Http11, AsksOtherwiseOrWastesConnections)
+{
+    const ConnectionRow &row = GetParam();
+    for (const bool with : {false, true}) {
+        const ScriptedPeer peer([&row](const ScriptedPeer &self, const ScriptedPeer::Request &) {
+            const std::size_t number = self.requests().size() - 1;
+            return number < row.replies.size() ? row.replies[number] : Reply::ok();
+        });
+        Agent agent(peer.port(), "numclients 1; readtimeout 1; resultslog @dir@/log; " + seeds(4) +
+                                     (with ? "http11 on" : ""));
+        agent.run();
+        EXPECT_EQ(peer.connections(), with ? row.connections : row.withoutDirective);
+        EXPECT_EQ(peer.requests().size(), with ? row.requests : 4) << peer.asked();
+        const std::string last = peer.requests().back().bytes;
+        EXPECT_EQ(last.find(" HTTP/1.1\r\n") != std::string::npos, with) << last;
+        EXPECT_EQ(last.find("\r\nConnection: keep-alive\r\n\r\n") != std::string::npos, with)
+            << last;
+        std::string log = agent.dir.read("log");
+        EXPECT_EQ(replaceAll(&log, "\n", ""), 4);
+    }
+}
+
+Reply of11(const std::string &head, const std::string &body)
+{
+    return {{{"HTTP/1.1 " + head + "\r\nContent-Type: text/html\r\n\r\n" + body}}};
+}
+Reply thenClosed(Reply reply)
+{
+    reply.then = Reply::Then::Close;
+    return reply;
+}
+
+const std::string kTwoChunks = "3\r\nabc\r\n1;x\r\nd\r\n0\r\nA: b\r\n\r\n";
+const Reply kChunkedPage = of11("200 OK\r\nTransfer-Encoding: chunked", kTwoChunks);
+const Reply kMissing = of11("404 No\r\nContent-Length: 3", "abc");
+const Reply kInterim = {
+    {{"HTTP/1.1 103 Early\r\nLink: <a>\r\n\r\n"}, {Reply::ok().pieces.front().bytes, 100}}};
+
+const ConnectionRow kConnections[] = {
+    {"Missing", {kMissing, kMissing, of11("302 Found\r\nContent-Length: 1", "x")}, 1, 4},
+    {"Chunked", {of11("204 No", ""), kChunkedPage, of11("304 No\r\nContent-Length: 9", "")}, 1, 4},
+    {"Interim", {kInterim}, 1, 2},
+    {"ClosedByThePeerAfterAnAnswer", {kChunkedPage, thenClosed(kChunkedPage)}, 2, 3},
+    // Of these requests one is sent twice.
+    {"ClosedInsteadOfAnAnswer", {Reply::ok(), {{}, Reply::Then::Close}}, 2, 2, 5},
+    {"ResetInsteadOfAnAnswer", {Reply::ok(), {{}, Reply::Then::Reset}}, 2, 2, 5},
+    // It is not sent a third time.
+    {"ClosedAgain", {Reply::ok(), {{}, Reply::Then::Close}, {{}, Reply::Then::Close}}, 3, 3, 5},
+    {"ClosedWithoutAnyAnswer", {{{}, Reply::Then::Close}}, 2, 2},
+    {"TooLong",
+     {of11("200 OK\r\nContent-Length: 1", "xHTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n")},
+     2,
+     2},
+    {"Late", {{{{Reply::ok().pieces.front().bytes, 1500}}}}, 2, 2},
+};
+INSTANTIATE_TEST_SUITE_P(OptIn, Http11, testing::ValuesIn(kConnections), rowName);
 
 constexpr int kPages = 200;
 constexpr int kMaxDepth = 3;

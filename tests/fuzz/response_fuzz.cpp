@@ -10,7 +10,7 @@
 #include "Feed.h"
 #include "Fuzz.h"
 #include "TempDir.h"
-#include "parse/CAparseHTTP.h"
+#include "parse/CAparseHTTP11.h"
 
 namespace {
 
@@ -42,10 +42,11 @@ Outcome fetch(const std::string &link, std::string_view settings, std::string_vi
     ac.maxUrls = has('m') ? 0 : has('M') ? 1 : kUnlimited;
     ac.saveFiles = 1;
     ac.saveRoot = strdup(saveRoot.c_str());
+    ac.parseOptions.http11 = has('e');
     ac.traceStream = std::fopen("/dev/null", "we");
     CAURL url(link.c_str());
     url.setDepth(1);
-    auto parser = std::make_unique<CAParseHTTP>(&url);
+    auto parser = CANewResponseParser(&url, HTThread_context(), ac.parseOptions);
     Outcome out;
     inPieces(response, cuts, [&](char *block, std::int32_t length) {
         const std::int32_t taken = parser->consume(block, length, &out.done, &out.close);
@@ -55,7 +56,8 @@ Outcome fetch(const std::string &link, std::string_view settings, std::string_vi
     });
     out.status = parser->getHTTPRequestRC();
     parser.reset();  // closes the file
-    require(out.status == 200 || out.done == 0 || out.close == 1, "closed when abandoned");
+    require(out.status == 200 || out.done == 0 || out.close == 1 || has('e'),
+            "closed when abandoned");
     while (const std::unique_ptr<CAURL> found{static_cast<CAURL *>(urlQueue->dequeue())}) {
         require(*found->path() == '/' && found->depth() <= ac.delveDepth, "a URL that is wanted");
         require(out.status == 200 || (out.status == 302 && out.redirect.empty()), "one redirect");

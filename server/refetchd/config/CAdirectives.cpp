@@ -147,6 +147,7 @@ constexpr std::array kDirectives = {
     CADirective{"refetchdhttpversion", A::Text, CASetHttpVersion, shownHttpVersion},
     flag<&C::saveFiles>("slf", nullptr, nullptr, A::SaveOn, CASetSaveFiles),
     CADirective{"slr", A::Text, CASetSaveRoot, shown<&C::saveRoot>},
+    option<&P::http11>("http11", "HTTP/1.1.... will ", "be spoken.\n"),
     option<&P::closeDelimitedBodies>(
         "closedelimitedbodies", "Bodies...... that end with the connection will ", "be read.\n"),
     option<&P::modernLinks>("modernlinks", "Links....... will ",

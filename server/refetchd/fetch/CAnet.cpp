@@ -176,6 +176,19 @@ int CAConnection::requestURL(const CAURL *url, CAParser *parser)
     if (ac.debugFlags[kDebugGetUrl] != 0) {
         std::fprintf(stderr, "Net......... requesting \"%s\".\n", url->stringitize());
     }
+    int result = exchange(length, parser);
+    if (result == 0 && keptInVain_ && ac.parseOptions.http11) {
+        CATrace("Net......... the kept connection was closed, sending the request once more.\n");
+        failure_ = CAFailure::None;
+        renew();
+        result = checkConnection() == 0 ? exchange(length, parser) : -1;
+    }
+    return result;
+}
+
+// Sends the request in the buffer and reads the response. 0, or -1 when it could not be sent.
+int CAConnection::exchange(std::int32_t length, CAParser *parser)
+{
     if (const std::int32_t sent = sendRequest(length); sent != length) {
         if (sent >= 0) {
             closeSocket(__LINE__);  // the next request must not follow half of this one
@@ -183,10 +196,13 @@ int CAConnection::requestURL(const CAURL *url, CAParser *parser)
         }
         return -1;
     }
+    const bool wasKept = reused_;
     reused_ = true;
     if (readResponse(parser) != 0) {
         doneWithConnection();
     }
+    keptInVain_ = wasKept && received_ == 0 &&
+                  (failure_ == CAFailure::Closed || failure_ == CAFailure::Reset);
     return 0;
 }
 
@@ -262,13 +278,14 @@ std::int32_t CAConnection::composeRequest(const CAURL *url)
         traceRefusal(url, "control character in target or host");
         return -1;
     }
-    request << " " << ac.httpVersion << "\r\n"
+    const bool http11 = ac.parseOptions.http11;
+    request << " " << (http11 ? "HTTP/1.1" : ac.httpVersion) << "\r\n"
             << "Accept: text/html, */*; q=0.10\r\n"
             << "User-Agent: " << (ac.userAgent != nullptr ? ac.userAgent : kDefaultUserAgent)
             << "\r\n"
             << "Host: " << host << "\r\n"
             << cacheDirective() << (ac.requestHeaders != nullptr ? ac.requestHeaders : "")
-            << "Connection: Keep-alive\r\n\r\n";
+            << (http11 ? "Connection: keep-alive\r\n\r\n" : "Connection: Keep-alive\r\n\r\n");
     if (!request.fits()) {
         traceRefusal(url, "too long for the request buffer");
         return -1;

@@ -32,7 +32,8 @@ public:
     // Requests `url` and feeds the response to `parser` until that has finished, the peer ends the
     // stream, reading fails, or no data comes for `readtimeout` seconds. 0 when the request was
     // sent, whatever came back; -1 when it could not be sent. failure() has the reason; most
-    // failures are traced.
+    // failures are traced. With `http11`, a request that the peer leaves unanswered by closing a
+    // kept connection is sent once more on a new one.
     int requestURL(const CAURL *url, CAParser *parser);
 
     // Why the last request brought no complete response; None when the parser finished. The end of
@@ -66,6 +67,7 @@ private:
     static constexpr std::int32_t kBlockSize = 4096;
     static constexpr std::int32_t kReadSize = 2 * kBlockSize;
 
+    int exchange(std::int32_t length, CAParser *parser);
     void closeSocket(int line);
     [[nodiscard]] bool readFailed(std::int32_t count);
     void handOver(std::int32_t count, CAParser *parser, std::int32_t *finished,
@@ -76,8 +78,9 @@ private:
     HTSocket *socket_ = nullptr;  // null: closed
     sockaddr_in address_{};
     bool addressValid_ = false;
-    bool reused_ = false;   // the open connection has carried a request already
-    bool surplus_ = false;  // bytes followed the end of the last response
+    bool reused_ = false;      // the open connection has carried a request already
+    bool surplus_ = false;     // bytes followed the end of the last response
+    bool keptInVain_ = false;  // the peer closed a kept connection instead of answering
     CAFailure failure_ = CAFailure::None;
     std::int64_t received_ = 0;
     char *const peerName_;                      // owned

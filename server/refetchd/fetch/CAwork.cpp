@@ -9,7 +9,7 @@
 #include "base/CAtrace.h"
 #include "config/CAcfg.h"
 #include "fetch/CAnet.h"
-#include "parse/CAparseHTTP.h"
+#include "parse/CAparseHTTP11.h"
 #include "report/CAresults.h"
 #include "url/CAURL.h"
 #include "url/CAqueue.h"
@@ -163,18 +163,20 @@ void restHost(const CAURL &url, std::int64_t seconds)
 // True when a directive is set that needs each response matched with the right URL.
 bool looksAtAnswers()
 {
-    return results.observes() || ac.retries > 0 || ac.retryAfter != 0;
+    return results.observes() || ac.retries > 0 || ac.retryAfter != 0 || ac.parseOptions.http11;
 }
 
 // Why the exchange failed. A closed connection is no failure if it marks the end of the body. While
-// a redirection waits for room in the queue nothing is: its headers have been read.
+// a redirection waits for room in the queue, or an unwanted body is read away, nothing is: all that
+// counts has been read.
 CAFailure failureOf(const CAParseHTTP &parser, const CAConnection &connection)
 {
-    if (!parser.isHTTP()) {
+    if (!parser.isHTTP() || (parser.isCutShort() && !parser.isAbandoned())) {
         return CAFailure::BadResponse;
     }
     const bool isEnd = parser.isUnframed() && connection.failure() == CAFailure::Closed;
-    return isEnd || parser.waitsForRoom() ? CAFailure::None : connection.failure();
+    const bool isEnough = isEnd || parser.waitsForRoom() || parser.isAbandoned();
+    return isEnough ? CAFailure::None : connection.failure();
 }
 
 // Reports a URL that is not requested, or not retried, because the run is over.
@@ -226,7 +228,7 @@ Next nextOf(const Client &client, const CAURL &url, const CAExchange &result,
 // Requests the URL once. The result is reported unless another exchange is to follow.
 Next exchange(const Client &client, CAConnection *connection, CAURL *url, std::uint32_t run)
 {
-    CAParseHTTP parser(url, client.context, ac.parseOptions);
+    const auto parser = CANewResponseParser(url, client.context, ac.parseOptions);
     CATrace("Worker...... #%d working on URL \"%s\".\n", client.index + 1, url->stringitize());
     CAExchange result;
     if (results.observes()) {
@@ -236,16 +238,16 @@ Next exchange(const Client &client, CAConnection *connection, CAURL *url, std::u
         tellStopped(*url);
         return Next::Done;
     }
-    connection->requestURL(url, &parser);
-    if (parser.getHTTPRequestRC() == 200) {
+    connection->requestURL(url, parser.get());
+    if (parser->getHTTPRequestRC() == 200) {
         client.worker->incrementSuccesses();
     }
-    result.status = parser.isHTTP() ? parser.getHTTPRequestRC() : 0;
-    result.failure = failureOf(parser, *connection);
+    result.status = parser->isHTTP() ? parser->getHTTPRequestRC() : 0;
+    result.failure = failureOf(*parser, *connection);
     if (connection->failure() == CAFailure::TimedOut && looksAtAnswers()) {
         connection->renew();  // a late response must not be taken for that of the next URL
     }
-    const Next next = currentRun == run ? nextOf(client, *url, result, parser) : Next::Done;
+    const Next next = currentRun == run ? nextOf(client, *url, result, *parser) : Next::Done;
     if (next != Next::Done) {
         return next;
     }
@@ -254,7 +256,7 @@ Next exchange(const Client &client, CAConnection *connection, CAURL *url, std::u
         // The clock may have been set back in the meantime.
         result.milliseconds = std::max<std::int64_t>(CANowMilliseconds() - result.started, 0);
         result.bytes = connection->received();
-        result.headers = parser.cacheHeaders();
+        result.headers = parser->cacheHeaders();
         results.finished(*url, result);
     }
     return Next::Done;

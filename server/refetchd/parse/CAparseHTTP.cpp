@@ -21,10 +21,8 @@ namespace {
 // consume() gives up after this many passes in a row in which the input buffer took nothing.
 constexpr int kMaxIdlePasses = 3;
 
-constexpr std::int32_t kOk = 200;
 constexpr std::int32_t kFound = 302;
 constexpr std::array<std::int32_t, 4> kOtherRedirects = {301, 303, 307, 308};
-constexpr std::int32_t kBadResponse = 500;
 
 // The headers that are always kept, because the parser itself reads them.
 constexpr std::array<std::string_view, 5> kKeptHeaders = {
@@ -201,17 +199,25 @@ void CAParseHTTP::consumeHeaders(char **readP, char *const *writeP)
     }
 }
 
-void CAParseHTTP::keepHeader(const char *name, const char *value)
+void CAParseHTTP::keepIfUseful(std::string_view name, std::string_view value)
+{
+    if (isAmong(kKeptHeaders, name) || (options_.keepMoreHeaders && isAmong(kMoreHeaders, name))) {
+        keepHeader(name, value);
+    }
+}
+
+void CAParseHTTP::keepHeader(std::string_view name, std::string_view value)
 {
     if (headerBytes_ > kMaxHeaderBytes) {
         return;
     }
-    headerBytes_ += kHeaderRecord + std::strlen(name) + std::strlen(value);
+    headerBytes_ += kHeaderRecord + name.size() + value.size();
     if (headerBytes_ > kMaxHeaderBytes) {
         CATrace("Parser...... too many headers, ignoring the rest.\n");
         return;
     }
-    HTAssocList_add(headers_, name, value, threadContext_);
+    HTAssocList_add(headers_, std::string(name).c_str(), std::string(value).c_str(),
+                    threadContext_);
 }
 
 void CAParseHTTP::addHeader(char *line)
@@ -224,9 +230,7 @@ void CAParseHTTP::addHeader(char *line)
     *space = '\0';
     const std::string_view name(line, static_cast<std::size_t>(space - line));
     const char *const value = space + 1;
-    if (isAmong(kKeptHeaders, name) || (options_.keepMoreHeaders && isAmong(kMoreHeaders, name))) {
-        keepHeader(line, value);
-    }
+    keepIfUseful(name, value);
     CATrace("Parser...... found header %s %s.\n", line, value);
 }
 
@@ -243,7 +247,7 @@ void CAParseHTTP::addWithoutBlank(const char *line)
     }
     const std::string name(line, colon + 1);
     if (isAmong(kMoreHeaders, name) || strcasecmp(name.c_str(), "Transfer-Encoding:") == 0) {
-        keepHeader(name.c_str(), colon + 1);
+        keepHeader(name, colon + 1);
     }
 }
 
@@ -278,6 +282,9 @@ bool CAParseHTTP::isChunked() const
 
 bool CAParseHTTP::leadsOn() const
 {
+    if (options_.takesNothing) {
+        return false;
+    }
     return rc_ == kFound ||
            (options_.followAllRedirects && std::find(kOtherRedirects.begin(), kOtherRedirects.end(),
                                                      rc_) != kOtherRedirects.end());
@@ -285,7 +292,7 @@ bool CAParseHTTP::leadsOn() const
 
 void CAParseHTTP::makeDecision()
 {
-    if (leadsOn() && !followRedirect()) {
+    if (!followIfRedirected()) {
         return;
     }
     if (rc_ != kOk) {
@@ -293,7 +300,12 @@ void CAParseHTTP::makeDecision()
         state_ = State::Discard;
         return;
     }
-    chooseSink();
+    state_ = chooseSink() ? State::Body : State::Discard;
+}
+
+bool CAParseHTTP::followIfRedirected()
+{
+    return !leadsOn() || followRedirect();
 }
 
 // Enqueues the target of a redirect if it is interesting. False when a limit of the queue keeps it
@@ -324,20 +336,21 @@ bool CAParseHTTP::followRedirect()
     return true;
 }
 
-void CAParseHTTP::chooseSink()
+bool CAParseHTTP::chooseSink()
 {
     const char *const header = HTAssocList_lookupExact(headers_, "Content-type:");
     if (header == nullptr) {
         CATrace("Parser...... couldn't find the content-type.\n");
-        state_ = State::Discard;
-        return;
+        return false;
     }
-    state_ = State::Body;
+    if (options_.takesNothing) {
+        return true;
+    }
     const std::string_view type(header, std::strcspn(header, ";"));
     if (type == "text/html") {
         CATrace("Parser...... will parse HTML body.\n");
         addSink(new CAParseHTML(url_, threadContext_, options_));
-        return;
+        return true;
     }
     CATrace("Parser...... doesn't understand Content-type: %.*s\n", static_cast<int>(type.size()),
             type.data());
@@ -345,6 +358,7 @@ void CAParseHTTP::chooseSink()
         CATrace("So.......... we added a binary parser.\n");
         addSink(new CAParseBinary(url_));
     }
+    return true;
 }
 
 void CAParseHTTP::consumeBody(char **readP, char *const *writeP, std::int32_t *finished,

@@ -14,6 +14,8 @@
 // Reads one response, in blocks that may end at any byte. After status 302, and after the other
 // redirects if the options say so, it enqueues the URL of "Location:". After status 200 it passes
 // the body to a sink for its type. All responses except a 200 are abandoned after their headers.
+//
+// CAParseHTTP11 (CAparseHTTP11.h) does the same by the rules of HTTP/1.1.
 class CAParseHTTP : public CAParser {
 public:
     explicit CAParseHTTP(CAURL *url);
@@ -29,8 +31,14 @@ public:
     // line is no status line.
     [[nodiscard]] std::int32_t getHTTPRequestRC() const { return rc_; }
 
-    // False once the first line turned out to be no status line.
+    // False once the first line turned out to be no status line, or the head no HTTP.
     [[nodiscard]] bool isHTTP() const { return isHTTP_; }
+
+    // True when the body ended too early because it broke the rules.
+    [[nodiscard]] bool isCutShort() const { return isCutShort_; }
+
+    // True once the rest of the response is read only to keep the connection.
+    [[nodiscard]] bool isAbandoned() const { return isAbandoned_; }
 
     // True once the headers show that only the end of the connection marks the end of the body.
     [[nodiscard]] bool isUnframed() const { return unframed_; }
@@ -48,7 +56,25 @@ public:
     // the parser.
     [[nodiscard]] CACacheHeaders cacheHeaders() const;
 
-private:
+protected:
+    static constexpr std::int32_t kOk = 200;
+    static constexpr std::int32_t kBadResponse = 500;
+
+    // Keeps a header that somebody asks for, unless they have used up their memory already. `name`
+    // includes the colon.
+    void keepIfUseful(std::string_view name, std::string_view value);
+    // Follows a redirect. False when a limit of the queue keeps its target out for now.
+    [[nodiscard]] bool followIfRedirected();
+    // Installs the sink for the body of a 200. False (traced) when the response has no type.
+    [[nodiscard]] bool chooseSink();
+
+    const CAParseOptions options_;
+    std::int32_t rc_ = 0;
+    bool isHTTP_ = true;
+    bool unframed_ = false;
+    bool isAbandoned_ = false;
+    bool isCutShort_ = false;
+
     enum class State : std::uint8_t {
         StatusLine = 0,
         Headers = 1,
@@ -61,30 +87,25 @@ private:
     void consumeRC(char **readP, char *const *writeP);
     void consumeHeaders(char **readP, char *const *writeP);
     void addHeader(char *line);
-    void keepHeader(const char *name, const char *value);
+    void keepHeader(std::string_view name, std::string_view value);
     void addWithoutBlank(const char *line);
     void readFraming(std::int32_t *closeConnection);
     [[nodiscard]] bool isChunked() const;
     [[nodiscard]] bool leadsOn() const;
     void makeDecision();
     [[nodiscard]] bool followRedirect();
-    void chooseSink();
     void consumeBody(char **readP, char *const *writeP, std::int32_t *finished,
                      std::int32_t *closeConnection);
     void consumeLength(char **readP, std::int32_t avail, std::int32_t *finished,
                        std::int32_t *closeConnection);
 
-    const CAParseOptions options_;
     HTAssocList *headers_;         // owned; the names include the colon
     std::size_t headerBytes_ = 0;  // memory for headers_, see kMaxHeaderBytes
     State state_ = State::StatusLine;
-    std::int32_t rc_ = 0;
     std::int64_t contentLength_ = 0;  // 0 when absent; bodies may be larger than 2 GiB
     std::int64_t bodyDelivered_ = 0;  // bytes of the body that were passed on
     bool chunked_ = false;            // the body is read as chunks, even if no header says so
-    bool unframed_ = false;
-    bool untilClose_ = false;  // unframed, and read up to the end of the connection
-    bool isHTTP_ = true;
+    bool untilClose_ = false;         // unframed, and read up to the end of the connection
     CADrop waitsFor_ = CADrop::None;  // the limit that keeps out the target of the redirect
     CAChunkDecoder chunks_;
 };

@@ -1,0 +1,239 @@
+#include "parse/CAparseHTTP11.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "HTString.h"
+#include "base/CAtrace.h"
+
+namespace {
+
+constexpr std::int32_t kSwitchingProtocols = 101;
+constexpr std::string_view kBlanks = " \t";
+
+// A peer may send lines and interim responses for ever.
+constexpr std::size_t kMaxHead = 262144;
+constexpr int kMaxInterim = 64;
+
+// Most bytes that are read away to keep the connection: a new one costs less than more of them.
+constexpr std::int64_t kMaxReadAway = 65536;
+
+std::string_view trimmed(std::string_view text)
+{
+    text.remove_prefix(std::min(text.find_first_not_of(kBlanks), text.size()));
+    return text.substr(0, text.find_last_not_of(kBlanks) + 1);
+}
+
+int asInt(std::string_view text)
+{
+    return static_cast<int>(text.size());
+}
+
+}  // namespace
+
+std::int32_t CAParseHTTP11::consume(char *data, std::int32_t length, std::int32_t *finished,
+                                    std::int32_t *closeConnection)
+{
+    char *at = data;
+    char *const end = data + std::max(length, 0);
+    while (at != end && state_ < State::Complete) {
+        if (state_ == State::Body) {
+            state_ = readBody(&at, end);
+        } else {
+            at += readHead(at, end) - at;
+        }
+    }
+    if (state_ >= State::Complete) {
+        if (at != end && state_ == State::Complete) {
+            CATrace("Parser...... %d bytes follow the end of the response.\n",
+                    static_cast<int>(end - at));
+        }
+        const bool keeps = state_ == State::Complete && at == end && framing_.keepsConnection();
+        *finished = 1;
+        *closeConnection = keeps ? 0 : 1;
+    }
+    return std::max(length, 0);
+}
+
+// Reads the next line of the head, which may have begun in an earlier block. Returns where it ends.
+const char *CAParseHTTP11::readHead(const char *at, const char *end)
+{
+    const void *const found = std::memchr(at, '\n', static_cast<std::size_t>(end - at));
+    const char *const stop = found == nullptr ? end : static_cast<const char *>(found);
+    headBytes_ += static_cast<std::size_t>(stop - at);
+    if (headBytes_ > kMaxHead) {
+        state_ = broken("the head is too long");
+        return end;
+    }
+    if (found == nullptr) {
+        line_.append(at, stop);
+        return end;
+    }
+    if (line_.empty()) {
+        state_ = readLine({at, static_cast<std::size_t>(stop - at)});
+    } else {
+        line_.append(at, stop);
+        state_ = readLine(line_);
+        line_.clear();
+    }
+    return stop + 1;
+}
+
+CAParseHTTP11::State CAParseHTTP11::readLine(std::string_view line)
+{
+    line.remove_suffix(line.ends_with('\r') ? 1 : 0);
+    if (line.find('\0') != std::string_view::npos) {
+        return broken("NUL in the head");
+    }
+    if (state_ == State::StatusLine) {
+        return readStatusLine(line);
+    }
+    return line.empty() ? endHead() : readField(line);
+}
+
+//     status-line := "HTTP/1." digit ' ' digit digit digit [ ' ' reason ]
+CAParseHTTP11::State CAParseHTTP11::readStatusLine(std::string_view line)
+{
+    constexpr std::string_view kVersion = "HTTP/1.";
+    constexpr std::size_t kCode = kVersion.size() + 2;
+    const std::string_view code = line.substr(std::min(kCode, line.size()), 3);
+    const std::string_view rest = line.substr(std::min(kCode + 3, line.size()));
+    if (!line.starts_with(kVersion) || code.size() != 3 || !HTIsDigit(line[kVersion.size()]) ||
+        line[kCode - 1] != ' ' || !std::all_of(code.begin(), code.end(), HTIsDigit) ||
+        code.front() == '0' || !(rest.empty() || rest.front() == ' ')) {
+        return broken("no status line of HTTP/1");
+    }
+    rc_ = HTInteger(code);
+    keepsByDefault_ = line[kVersion.size()] != '0';
+    return rc_ == kSwitchingProtocols ? broken("a change of protocol that nobody asked for")
+                                      : State::Headers;
+}
+
+//     field := name ':' blanks value blanks
+CAParseHTTP11::State CAParseHTTP11::readField(std::string_view line)
+{
+    if (kBlanks.find(line.front()) != std::string_view::npos) {
+        return broken("a folded header");
+    }
+    const std::size_t colon = line.find(':');
+    if (colon == std::string_view::npos) {
+        CATrace("Parser...... ignoring header without a colon \"%.*s\".\n", asInt(line),
+                line.data());
+        return State::Headers;
+    }
+    const std::string_view name = trimmed(line.substr(0, colon));
+    const std::string_view value = trimmed(line.substr(colon + 1));
+    CATrace("Parser...... found header %.*s: %.*s.\n", asInt(name), name.data(), asInt(value),
+            value.data());
+    if (rc_ >= kOk) {  // what an interim response says is not about the final one
+        framing_.add(name, value);
+        keepIfUseful(std::string(name) + ":", value);
+    }
+    return State::Headers;
+}
+
+CAParseHTTP11::State CAParseHTTP11::endHead()
+{
+    if (rc_ < kOk) {
+        CATrace("Parser...... passing over interim response with RC=%d.\n", rc_);
+        return ++interim_ > kMaxInterim ? broken("too many interim responses") : State::StatusLine;
+    }
+    if (!framing_.decide(rc_, keepsByDefault_)) {
+        return broken("conflicting or bad lengths");
+    }
+    return beginBody();
+}
+
+CAParseHTTP11::State CAParseHTTP11::beginBody()
+{
+    constexpr std::string_view kBodies[] = {"none", "by length", "chunked", "up to the close"};
+    left_ = framing_.body() == CAFraming::Body::Length ? framing_.length() : 0;
+    unframed_ = framing_.body() == CAFraming::Body::UntilClose;
+    CATrace("Parser...... body: %s, connection: %s.\n",
+            kBodies[static_cast<std::size_t>(framing_.body())].data(),
+            framing_.keepsConnection() ? "kept" : "closed");
+    const bool hasRoom = followIfRedirected();
+    if (rc_ == kOk) {
+        // Without a type it is read all the same: the proxy stores it when it has all of it.
+        const bool isUseful = chooseSink();
+        CATrace("%s", isUseful ? "" : "Parser...... reading the body to its end.\n");
+    } else {
+        CATrace("Parser...... abandoning response with RC=%d%s.\n", rc_,
+                hasRoom ? "" : ", its location has no room");
+        isAbandoned_ = true;
+    }
+    if (framing_.body() == CAFraming::Body::None) {
+        return State::Complete;
+    }
+    return isAbandoned_ ? skipBody() : State::Body;
+}
+
+// Decides whether the body is read away.
+CAParseHTTP11::State CAParseHTTP11::skipBody()
+{
+    const bool isWorthIt = framing_.keepsConnection() && left_ <= kMaxReadAway;
+    return isWorthIt ? State::Body : State::GivenUp;
+}
+
+CAParseHTTP11::State CAParseHTTP11::readBody(char **at, char *end)
+{
+    if (framing_.body() == CAFraming::Body::Chunked) {
+        return readChunks(at, end);
+    }
+    const std::int64_t offered = end - *at;
+    const std::int64_t taken = unframed_ ? offered : std::min(offered, left_);
+    const State next = deliver(*at, taken);
+    *at += taken;
+    left_ -= unframed_ ? 0 : taken;
+    return next == State::Body && !unframed_ && left_ == 0 ? State::Complete : next;
+}
+
+CAParseHTTP11::State CAParseHTTP11::readChunks(char **at, char *end)
+{
+    const char *read = *at;
+    std::string_view piece;
+    const CAChunkReader::Next next = chunks_.next(&read, end, &piece);
+    char *const start = *at + (piece.empty() ? 0 : piece.data() - *at);
+    *at += read - *at;
+    switch (next) {
+    case CAChunkReader::Next::More: return State::Body;
+    case CAChunkReader::Next::Piece: return deliver(start, std::ssize(piece));
+    case CAChunkReader::Next::End: return State::Complete;
+    case CAChunkReader::Next::Wrong: break;
+    }
+    CATrace("Parser...... can't cope with the response: the body has no proper chunks.\n");
+    isCutShort_ = true;
+    return State::Broken;
+}
+
+// Passes a part of the body on. The sink may write a NUL behind it.
+CAParseHTTP11::State CAParseHTTP11::deliver(char *piece, std::int64_t length)
+{
+    if (isAbandoned_) {
+        readAway_ += length;
+        return readAway_ > kMaxReadAway ? State::GivenUp : State::Body;
+    }
+    std::int32_t finished = 0;
+    std::int32_t closeConnection = 0;
+    const char next = piece[length];
+    CAParser::consume(piece, static_cast<std::int32_t>(length), &finished, &closeConnection);
+    piece[length] = next;
+    return finished == 0 ? State::Body : State::GivenUp;
+}
+
+CAParseHTTP11::State CAParseHTTP11::broken(const char *why)
+{
+    CATrace("Parser...... can't cope with the response: %s.\n", why);
+    isHTTP_ = false;
+    rc_ = kBadResponse;
+    return State::Broken;
+}
+
+std::unique_ptr<CAParseHTTP> CANewResponseParser(CAURL *url, HTThreadContext *threadContext,
+                                                 const CAParseOptions &options)
+{
+    if (options.http11) {
+        return std::make_unique<CAParseHTTP11>(url, threadContext, options);
+    }
+    return std::make_unique<CAParseHTTP>(url, threadContext, options);
+}
