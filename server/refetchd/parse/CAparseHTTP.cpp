@@ -14,6 +14,7 @@
 #include "config/CAcfg.h"
 #include "config/CAwanted.h"
 #include "parse/CAparseBinary.h"
+#include "parse/CAparseCoded.h"
 #include "parse/CAparseHTML.h"
 
 namespace {
@@ -34,6 +35,9 @@ constexpr std::array<std::string_view, 5> kKeptHeaders = {
 constexpr std::array<std::string_view, 9> kMoreHeaders = {
     "Age:", "Cache-Control:", "Cache-Status:",   "Date:",     "Retry-After:",
     "Via:", "X-Cache:",       "X-Cache-Lookup:", "X-Varnish:"};
+
+// Kept as well when links are looked for as browsers do.
+constexpr std::array<std::string_view, 1> kPageHeaders = {"Content-Encoding:"};
 
 template <std::size_t count>
 bool isAmong(const std::array<std::string_view, count> &names, std::string_view name)
@@ -224,7 +228,8 @@ void CAParseHTTP::addHeader(char *line)
     *space = '\0';
     const std::string_view name(line, static_cast<std::size_t>(space - line));
     const char *const value = space + 1;
-    if (isAmong(kKeptHeaders, name) || (options_.keepMoreHeaders && isAmong(kMoreHeaders, name))) {
+    if (isAmong(kKeptHeaders, name) || (options_.keepMoreHeaders && isAmong(kMoreHeaders, name)) ||
+        (options_.modernLinks && isAmong(kPageHeaders, name))) {
         keepHeader(line, value);
     }
     CATrace("Parser...... found header %s %s.\n", line, value);
@@ -234,7 +239,8 @@ void CAParseHTTP::addHeader(char *line)
 // same if it is one that only the options need.
 void CAParseHTTP::addWithoutBlank(const char *line)
 {
-    if (!options_.closeDelimitedBodies && !options_.keepMoreHeaders) {
+    const bool needsOthers = options_.closeDelimitedBodies || options_.keepMoreHeaders;
+    if (!needsOthers && !options_.modernLinks) {
         return;
     }
     const char *const colon = std::strchr(line, ':');
@@ -242,7 +248,9 @@ void CAParseHTTP::addWithoutBlank(const char *line)
         return;
     }
     const std::string name(line, colon + 1);
-    if (isAmong(kMoreHeaders, name) || strcasecmp(name.c_str(), "Transfer-Encoding:") == 0) {
+    if ((needsOthers &&
+         (isAmong(kMoreHeaders, name) || strcasecmp(name.c_str(), "Transfer-Encoding:") == 0)) ||
+        (options_.modernLinks && isAmong(kPageHeaders, name))) {
         keepHeader(name.c_str(), colon + 1);
     }
 }
@@ -336,7 +344,8 @@ void CAParseHTTP::chooseSink()
     const std::string_view type(header, std::strcspn(header, ";"));
     if (type == "text/html") {
         CATrace("Parser...... will parse HTML body.\n");
-        addSink(new CAParseHTML(url_, threadContext_, options_));
+        addSink(CANewPageParser(url_, threadContext_, options_,
+                                CAParseHTTP::header("Content-Encoding:")));
         return;
     }
     CATrace("Parser...... doesn't understand Content-type: %.*s\n", static_cast<int>(type.size()),
