@@ -39,6 +39,7 @@ const std::string kAbsent = ": No such file or directory";
 
 const CheckRow kMistakes[] = {
     {"None", kTop + "on; slf on; slr c; maxruntime 1:30; delay off; foo bar; SLF off", ""},
+    {"NoneInHeaders", kFine + "delvedepth 1; requestheader accept-encoding br; modernlinks on", ""},
     {"NearNames", kFine + "LoadULR h/b; pots 3; num-clents 3",
      "3: \"loadulr\" is not a directive: is loadurl meant?; "
      "5: \"numclents\" is not a directive: is numclients meant?"},
@@ -72,7 +73,7 @@ const CheckRow kMistakes[] = {
      "3: slf: needs slr; 4: connecttohost: needs transparentproxy on"},
     {"Headers", kFine + "delvedepth 1; requestheader accept-encoding gzip; requestheader Host h",
      "5: requestheader: \"Host h\" is refused: the agent sends its own; "
-     "4: requestheader: no links are found in compressed pages"},
+     "4: requestheader: no links are found in compressed pages without modernlinks"},
     {"UserAgent", kFine + "useragent a\x01",
      "3: useragent: \"a\" is refused: it contains a control character"},
     {"OpenQuote", kFine + "slr c\"",

@@ -246,12 +246,13 @@ std::string hitsFault()
     return status.st_size == 0 ? file + " is empty" : "";
 }
 
-// What is wrong with a request header. The agent finds no links in compressed pages.
+// What is wrong with a request header. Compressed pages are decoded only with modernlinks.
 std::string headerFault(const std::string &text)
 {
     constexpr std::string_view kEncoding = "accept-encoding ";
     const bool encoded = strncasecmp(text.c_str(), kEncoding.data(), kEncoding.size()) == 0;
-    return encoded && ac.delveDepth > 0 ? "no links are found in compressed pages" : "";
+    const bool misses = ac.delveDepth > 0 && !ac.parseOptions.modernLinks;
+    return encoded && misses ? "no links are found in compressed pages without modernlinks" : "";
 }
 
 // A mistake that shows only in the settings together.
