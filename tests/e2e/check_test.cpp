@@ -39,6 +39,7 @@ const std::string kAbsent = ": No such file or directory";
 
 const CheckRow kMistakes[] = {
     {"None", kTop + "on; slf on; slr c; maxruntime 1:30; delay off; foo bar; SLF off", ""},
+    {"NoneInHeaders", kFine + "delvedepth 1; requestheader accept-encoding br; modernlinks on", ""},
     {"NearNames", kFine + "LoadULR h/b; pots 3; num-clents 3",
      "3: \"loadulr\" is not a directive: is loadurl meant?; "
      "5: \"numclents\" is not a directive: is numclients meant?"},

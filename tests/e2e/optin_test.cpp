@@ -4,6 +4,7 @@
 #include <regex>
 
 #include "Agent.h"
+#include "Pack.h"
 
 namespace {
 
@@ -64,6 +65,8 @@ const Reply kReset = {{}, Reply::Then::Reset};
 const std::vector<Reply> kLinks = {Reply::html(
     "<base href=/d/><a\thref=x><a href=\"y?a=1&amp;b=2\"><img srcset=\"z 1x, /w 2x\">"
     "<!-- <a href=\"no\"> --><script>'<a href=\"no\">'</script><a href='JavaScript:no()'>")};
+const Reply kCompressed =
+    Reply::ok(pack("gzip", {"<a href=\"a\">"}), "text/html\r\nContent-Encoding: gzip");
 const std::string kSeeds = "loadurl h/; loadurl h/1; loadurl h/2; readtimeout 1";
 const std::string kOthers = "loadurl h/; loadurl o/x; loadurl h/1";
 const std::string kThreeSeconds = "loadurl h/; loadurl h/1; maxruntime 3";
@@ -98,6 +101,7 @@ const OptInRow kRows[] = {
     {"BodyOfAnotherCoding11", kHttp11, {untilClose("Transfer-Encoding: gzip\r\n")}, "/", "/ /a /b"},
     {"LinksOfToday", "modernlinks on", kLinks, "/ /y?a=1&amp;b=2 /no /no()",
      "/ /d/x /d/y?a=1&b=2 /d/z /w", kQueries},
+    {"CompressedPage", "modernlinks on", {kCompressed}, "/", "/ /a"},
     {"Moved301", kAll, {moved("301")}, "/", "/ /to"},
     {"Moved303", kAll, {moved("303")}, "/", "/ /to"},
     {"Moved307", kAll, {moved("307")}, "/", "/ /to"},

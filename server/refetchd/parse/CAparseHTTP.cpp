@@ -14,6 +14,7 @@
 #include "config/CAcfg.h"
 #include "config/CAwanted.h"
 #include "parse/CAparseBinary.h"
+#include "parse/CAparseCoded.h"
 #include "parse/CAparseHTML.h"
 
 namespace {
@@ -32,6 +33,9 @@ constexpr std::array<std::string_view, 5> kKeptHeaders = {
 constexpr std::array<std::string_view, 10> kMoreHeaders = {
     "Age:",  "Cache-Control:", "Cache-Status:", "Date:",           "Retry-After:",
     "Vary:", "Via:",           "X-Cache:",      "X-Cache-Lookup:", "X-Varnish:"};
+
+// Kept as well when links are looked for as browsers do.
+constexpr std::array<std::string_view, 1> kPageHeaders = {"Content-Encoding:"};
 
 template <std::size_t count>
 bool isAmong(const std::array<std::string_view, count> &names, std::string_view name)
@@ -202,7 +206,9 @@ void CAParseHTTP::consumeHeaders(char **readP, char *const *writeP)
 
 bool CAParseHTTP::isUseful(std::string_view name) const
 {
-    return isAmong(kKeptHeaders, name) || (options_.keepMoreHeaders && isAmong(kMoreHeaders, name));
+    return isAmong(kKeptHeaders, name) ||
+           (options_.keepMoreHeaders && isAmong(kMoreHeaders, name)) ||
+           (options_.modernLinks && isAmong(kPageHeaders, name));
 }
 
 void CAParseHTTP::keepHeader(const char *name, const char *value)
@@ -242,7 +248,8 @@ void CAParseHTTP::addHeader(char *line)
 // same if it is one that only the options need.
 void CAParseHTTP::addWithoutBlank(const char *line)
 {
-    if (!options_.closeDelimitedBodies && !options_.keepMoreHeaders) {
+    const bool needsOthers = options_.closeDelimitedBodies || options_.keepMoreHeaders;
+    if (!needsOthers && !options_.modernLinks) {
         return;
     }
     const char *const colon = std::strchr(line, ':');
@@ -250,7 +257,9 @@ void CAParseHTTP::addWithoutBlank(const char *line)
         return;
     }
     const std::string name(line, colon + 1);
-    if (isAmong(kMoreHeaders, name) || strcasecmp(name.c_str(), "Transfer-Encoding:") == 0) {
+    if ((needsOthers &&
+         (isAmong(kMoreHeaders, name) || strcasecmp(name.c_str(), "Transfer-Encoding:") == 0)) ||
+        (options_.modernLinks && isAmong(kPageHeaders, name))) {
         keepHeader(name.c_str(), colon + 1);
     }
 }
@@ -353,7 +362,8 @@ bool CAParseHTTP::chooseSink()
     const std::string_view type(header, std::strcspn(header, ";"));
     if (type == "text/html") {
         CATrace("Parser...... will parse HTML body.\n");
-        addSink(new CAParseHTML(url_, threadContext_, options_));
+        addSink(CANewPageParser(url_, threadContext_, options_,
+                                CAParseHTTP::header("Content-Encoding:")));
         return true;
     }
     CATrace("Parser...... doesn't understand Content-type: %.*s\n", static_cast<int>(type.size()),

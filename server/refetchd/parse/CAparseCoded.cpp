@@ -1,0 +1,124 @@
+#include "parse/CAparseCoded.h"
+
+#include <strings.h>
+
+#include <algorithm>
+#include <cinttypes>
+#include <utility>
+#include <vector>
+
+#include "HTString.h"
+#include "base/CAtrace.h"
+#include "parse/CAparseBinary.h"
+#include "parse/CAparseHTML.h"
+
+CAParseCoded::CAParseCoded(CAURL *url, HTThreadContext *threadContext,
+                           std::unique_ptr<CADecoder> decoder, CAParser *next, CAParser *copy)
+    : CAParser(url, threadContext), decoder_(std::move(decoder)), copy_(copy)
+{
+    addSink(next);
+}
+
+std::int32_t CAParseCoded::consume(char *data, std::int32_t length, std::int32_t *finished,
+                                   std::int32_t *closeConnection)
+{
+    if (data == nullptr || length <= 0) {
+        return 0;
+    }
+    if (copy_ != nullptr) {
+        copy_->consume(data, length, finished, closeConnection);
+    }
+    std::string_view input(data, static_cast<std::size_t>(length));
+    bool mayHoldMore = true;
+    while (decoder_ != nullptr && mayHoldMore) {
+        const std::size_t room = std::min(kBlock, kMostDecoded - decoded_);
+        const std::size_t made = decoder_->decode(&input, block_.data(), room);
+        mayHoldMore = made == room || !input.empty();
+        decoded_ += made;
+        CAParser::consume(block_.data(), static_cast<std::int32_t>(made), finished,
+                          closeConnection);
+        stopWhenDone();
+    }
+    return length;
+}
+
+void CAParseCoded::stopWhenDone()
+{
+    if (decoder_->state() == CADecoder::State::Broken) {
+        CATrace("Coding...... is broken after %zu bytes, no more links are looked for.\n",
+                decoded_);
+    } else if (decoded_ == kMostDecoded) {
+        CATrace("Coding...... gave %zu bytes, no links are looked for in the rest.\n", decoded_);
+    } else if (decoder_->state() == CADecoder::State::Reading) {
+        return;
+    }
+    decoder_.reset();
+}
+
+namespace {
+
+constexpr std::size_t kMostCodings = 3;
+
+using Decoders = std::vector<std::unique_ptr<CADecoder>>;
+
+// Takes the first element off a list that is divided by commas. Blanks around it do not count.
+std::string_view takeElement(std::string_view *list)
+{
+    std::string_view element = list->substr(0, list->find(','));
+    list->remove_prefix(std::min(element.size() + 1, list->size()));
+    while (!element.empty() && HTIsBlank(element.front())) {
+        element.remove_prefix(1);
+    }
+    while (!element.empty() && HTIsBlank(element.back())) {
+        element.remove_suffix(1);
+    }
+    return element;
+}
+
+bool isIdentity(std::string_view coding)
+{
+    constexpr std::string_view kIdentity = "identity";
+    return coding.size() == kIdentity.size() &&
+           strncasecmp(coding.data(), kIdentity.data(), kIdentity.size()) == 0;
+}
+
+// Makes a decoder for each coding, in the order in which the codings were applied. False when one
+// is unknown or there are too many.
+bool makeDecoders(std::string_view codings, Decoders *decoders)
+{
+    while (!codings.empty()) {
+        const std::string_view coding = takeElement(&codings);
+        if (coding.empty() || isIdentity(coding)) {
+            continue;
+        }
+        decoders->push_back(CANewDecoder(coding));
+        if (decoders->back() == nullptr || decoders->size() > kMostCodings) {
+            return false;
+        }
+    }
+    return true;
+}
+
+}  // namespace
+
+CAParser *CANewPageParser(CAURL *url, HTThreadContext *threadContext, const CAParseOptions &options,
+                          std::string_view codings)
+{
+    Decoders decoders;
+    if (!codings.empty() && CAParseHTML::delves(url) && !makeDecoders(codings, &decoders)) {
+        CATrace("Coding...... can't decode \"%.*s\", no links are looked for.\n",
+                static_cast<int>(codings.size()), codings.data());
+        return CANewCopy(url);
+    }
+    if (decoders.empty()) {
+        return new CAParseHTML(url, threadContext, options);
+    }
+    CATrace("Coding...... will decode \"%.*s\".\n", static_cast<int>(codings.size()),
+            codings.data());
+    CAParser *parser = new CAParseHTML(url, threadContext, options, CAParseHTML::Copy::None);
+    for (std::unique_ptr<CADecoder> &decoder : decoders) {
+        CAParser *const copy = &decoder == &decoders.back() ? CANewCopy(url) : nullptr;
+        parser = new CAParseCoded(url, threadContext, std::move(decoder), parser, copy);
+    }
+    return parser;
+}
