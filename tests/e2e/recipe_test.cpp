@@ -50,7 +50,7 @@ TEST_P(Servers, OnlySomeRefreshWithoutTheRecipe)
 // The edition of each page that clients get without and with compression; "-": it is not stored.
 TEST_P(Servers, PagesThatStayOldAreKnown)
 {
-    const Words gzip = {"-H", "Accept-Encoding: gzip"};
+    const Words gzip = {"--compressed", "-H", "Accept-Encoding: gzip"};
     const Words pages = {"/immutable", "/cookie", "/vary"};
     ASSERT_NO_FATAL_FAILURE(start());
     for (const std::string &path : pages) {
@@ -68,23 +68,28 @@ TEST_P(Servers, PagesThatStayOldAreKnown)
     EXPECT_EQ(copies, GetParam().copies);
 }
 
-class SquidAlone : public ServerTest {
-protected:
-    SquidAlone() : ServerTest(kServers[0]) {}
-};
-// Squid dies while the agent runs, without and with retries.
-class Squid : public SquidAlone, public testing::WithParamInterface<const char *> {};
-
-// A dynamic page comes without a length to a client of HTTP/1.0.
-TEST_F(SquidAlone, HidesTheLinksOfAChunkedPageUnlessThatIsReadToItsEnd)
+// Five pages that link to one another; they come without a length to a client of HTTP/1.0.
+TEST_P(Servers, HideTheLinksOfChunkedPagesOrCloseAConnectionForEach)
 {
+    struct {
+        std::string directive;
+        std::size_t pages;
+        int closed;
+    } const rows[] = {{"", 1, 0}, {"closedelimitedbodies on", 5, 5}, {"http11 on", 5, 0}};
     ASSERT_NO_FATAL_FAILURE(start());
-    for (const std::string directive : {"", "closedelimitedbodies on"}) {
-        Agent agent(port_, "delvedepth 1; loadurl " + site_ + "/chunked; " + directive);
-        agent.run();
-        EXPECT_EQ(origin_.targets().back(), directive.empty() ? "/chunked" : "/one");
+    for (const auto &row : rows) {
+        EXPECT_EQ(refresh({"/chunked"}, "4", "numclients 1; " + row.directive), row.pages);
+        EXPECT_TRUE(row.pages == 1 ||
+                    agent_->traced("cache agent closed the socket.") == row.closed)
+            << row.directive;
     }
 }
+
+// Squid dies while the agent runs, without and with retries.
+class Squid : public ServerTest, public testing::WithParamInterface<const char *> {
+protected:
+    Squid() : ServerTest(kServers[0]) {}
+};
 
 // 60 seeds, four a second, of which the one named "7" is the twenty-second.
 TEST_P(Squid, LosesWhatWasRequestedWhileItWasDownUnlessThatIsRetried)
