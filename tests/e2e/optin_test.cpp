@@ -81,6 +81,12 @@ const std::string kHeaders =
 const std::string kTheirLines =
     "\r\nUser-Agent: refetchd (night) /1\r\nHost: h\r\nCache-Control: max-age=0\r\nA: b, c\r\nX: "
     "b\r\n";
+const std::string kVariantHeaders =
+    "requestheader Y z; requestheader x 9; variant User-Agent: M (a;\trv:1) +http://b;\tX: "
+    "1;\tAccept: c";
+const std::string kVariantLines =
+    "\r\nAccept: c\r\nUser-Agent: M (a; rv:1) +http://b\r\nHost: h\r\nCache-Control: max-age=0\r\n"
+    "Y: z\r\nX: 1\r\nConnection: Keep-alive\r\n\r\n";
 const Reply kLate = {{{busy("503", "1").pieces.front().bytes, 3000}}};
 const std::vector<Reply> kTwiceBusy = {busy("429", "1"), busy("503", "1")};
 
@@ -117,6 +123,7 @@ const OptInRow kRows[] = {
      "/ /once / /once /a",
      kCutShort},
     {"Headers", kHeaders, {}, "/", "/", "loadurl h/", kTheirLines},
+    {"VariantHeaders", kVariantHeaders, {}, "/", "/", "loadurl h/", kVariantLines},
 };
 INSTANTIATE_TEST_SUITE_P(OptIn, OptIn, testing::ValuesIn(kRows), rowName);
 
@@ -185,6 +192,145 @@ const ConnectionRow kConnections[] = {
     {"Late", {{{{Reply::ok().pieces.front().bytes, 1500}}}}, 2, 2},
 };
 INSTANTIATE_TEST_SUITE_P(OptIn, Http11, testing::ValuesIn(kConnections), rowName);
+
+struct VariantRow : Row {
+    std::string directives;
+    std::vector<Reply> replies;  // to the requests in turn; then a plain one
+    std::string asked;           // target and variant of each request: a regular expression
+    std::string logged;          // URL, variant and status: the same
+    std::string loaded = "1";
+};
+
+class Variants : public testing::TestWithParam<VariantRow> {};
+
+TEST_P(Variants, AreNotAskedInTurnOrCountTwice)
+{
+    const VariantRow &row = GetParam();
+    const ScriptedPeer peer([&row](const ScriptedPeer &self, const ScriptedPeer::Request &) {
+        const std::size_t number = self.requests().size() - 1;
+        return number < row.replies.size() ? row.replies[number] : Reply::ok();
+    });
+    Agent agent(peer.port(),
+                "serverroot @dir@; resultslog @dir@/log; numclients 1; delvedepth 1; slf on; slr "
+                "@dir@/save; variant X: 1; variant X: 2; " +
+                    row.directives);
+    agent.dir.write("save/h/keep", "");
+    agent.run();
+    std::string asked;
+    const std::regex parts("GET http://h(\\S+)[^]*\r\nX: (.)\r\n[^]*");
+    for (const ScriptedPeer::Request &request : peer.requests()) {
+        asked += std::regex_replace(request.bytes, parts, "$1=$2 ");
+    }
+    EXPECT_THAT(asked, testing::MatchesRegex(row.asked));
+    const std::regex line(".*http://h([^\"]*)\".*\"status\":(\\d+)[^]*?\"variant\":(.).*\n");
+    EXPECT_THAT(std::regex_replace(agent.dir.read("log"), line, "$1=$3=$2 "),
+                testing::MatchesRegex(row.logged));
+    const std::regex report("loaded into cache:</td>\n<td align=right>" + row.loaded + "<");
+    EXPECT_TRUE(std::regex_search(agent.report(), report));
+    EXPECT_EQ(agent.dir.read("save/h/a"), row.loaded == "0" ? "" : "first");
+    EXPECT_TRUE(!row.replies.empty() || peer.connections() == 1) << peer.connections();
+}
+
+const Reply kFirst = Reply::ok("first");
+const std::string kOne = "loadurl h/a";
+const std::string kTwo = "loadurl h/a; loadurl h/b";
+const std::string kNine = "loadurl h/a; maxruntime 1; " + seeds(9);
+
+const VariantRow kVariants[] = {
+    {"InTurn", kTwo, {kFirst}, "/a=1 /a=2 /b=1 /b=2 ", "/a=1=200 /a=2=200 /b=1=200 /b=2=200 ", "2"},
+    {"LinksOfTheFirst",
+     "loadurl h/; loadurl h/a",
+     {Reply::html("<a href=\"x\">"), Reply::html("<a href=\"y\">"), kFirst},
+     "/=1 /=2 /a=1 /a=2 /x=1 /x=2 ",
+     "(/\\w?=[12]=200 ){6}",
+     "3"},
+    {"RedirectionOfTheFirst",
+     "loadurl h/",
+     {Reply::head("302 Here\r\nLocation: /a"), Reply::head("302 No\r\nLocation: /b"), kFirst},
+     "/=1 /=2 /a=1 /a=2 ",
+     "/=1=302 /=2=302 /a=1=200 /a=2=200 ",
+     "1"},
+    {"MissingSecond", kOne, {kFirst, Reply::head("404 No")}, "/a=1 /a=2 ", "/a=1=200 /a=2=404 "},
+    {"MissingFirst", kOne, {Reply::head("404 No")}, "/a=1 /a=2 ", "/a=1=404 /a=2=200 ", "0"},
+    {"RetryAtOnce", kOne + "; retries 1", {kFirst, kGone}, "/a=1 /a=2 /a=2 ", "/a=1=200 /a=2=200 "},
+    {"RetryBehind",
+     kTwo + "; retries 2",
+     {kFirst, kGone, kGone},
+     "/a=1 /a=2 /a=2 /b=1 /b=2 /a=2 ",
+     "/a=1=200 /b=1=200 /b=2=200 /a=2=200 ",
+     "2"},
+    {"RetriesOfEach",
+     kOne + "; retries 1",
+     {kGone, kFirst, kGone},
+     "/a=1 /a=1 /a=2 /a=2 ",
+     "/a=1=200 /a=2=200 "},
+    {"RestOfEach",
+     kOne + "; retryafter on",
+     {busy("503", "1"), kFirst, busy("429", "1")},
+     "/a=1 /a=1 /a=2 /a=2 ",
+     "/a=1=200 /a=2=200 "},
+    {"RestBetween",
+     kOne + "; retryafter on",
+     {busy("503", "1"), busy("503", "1"), Reply::ok()},
+     "/a=1 /a=1 /a=2 ",
+     "/a=1=503 /a=2=200 ",
+     "0"},
+    {"EachCountsPerSecond",
+     kNine + "refetchdrequestpersecond 1",
+     {kFirst},
+     "(/.=. ){2,6}",
+     ".*",
+     "[123]"},
+    {"EachIsDelayed", kNine + "delay 700", {kFirst}, "(/.=. ){2,6}", ".*", "[123]"},
+    {"StoppedInTheSecond",
+     kOne + "; maxruntime 1; readtimeout 60",
+     {kFirst, {{}, Reply::Then::Stall}},
+     "/a=1 /a=2 ",
+     "/a=1=200 /a=2=0 "},
+};
+INSTANTIATE_TEST_SUITE_P(OptIn, Variants, testing::ValuesIn(kVariants), rowName);
+
+struct VaryRow : Row {
+    const char *directives;
+    const char *warning;  // about three pages; empty: none
+};
+
+class Vary : public testing::TestWithParam<VaryRow> {};
+
+TEST_P(Vary, IsNotWarnedOfOrWithoutCause)
+{
+    const ScriptedPeer peer(
+        {{"http://h/0", Reply::head("200 OK\r\nVary: Accept-Encoding")},
+         {"http://h/1", Reply::head("200 OK\r\nvary:  Cookie\t,accept-encoding")},
+         {"http://h/2", Reply::head("200 OK\r\nVary: Cookie\r\nVary: Accept-Encoding")},
+         {"http://h/3", Reply::head("200 OK\r\nVary: *, \x1b[31m")},
+         {"http://h/4", Reply::head("404 No\r\nVary: Accept-Encoding")}});
+    Agent agent(peer.port(), "numclients 1; catracelog @dir@/t; errorlog @dir@/e; " + seeds(5) +
+                                 GetParam().directives);
+    agent.startWith("-r proxy.conf");
+    agent.finish();
+    const std::string warning =
+        *GetParam().warning == '\0'
+            ? ""
+            : GetParam().warning + std::string(", which the agent does not send");
+    EXPECT_THAT(agent.process->err(),
+                testing::StartsWith(warning.empty() ? "" : "refetchd: " + warning));
+    EXPECT_EQ(agent.process->err().empty(), warning.empty());
+    EXPECT_THAT(agent.dir.read("t"),
+                testing::HasSubstr(warning.empty() ? "" : "Results..... " + warning));
+    EXPECT_EQ(agent.dir.read("cacheAgent-errors").empty(), warning.empty());
+}
+
+const VaryRow kVary[] = {
+    {"NothingIsSent", "resultslog @dir@/log", "3 pages vary by Accept-Encoding, Cookie"},
+    {"OneIsSent", "metricsfile @dir@/m; requestheader accept-encoding br",
+     "2 pages vary by Cookie"},
+    {"OneIsSentByAVariant", "resultslog @dir@/log; http11 on; variant X: y; variant COOKIE: x",
+     "3 pages vary by Accept-Encoding"},
+    {"AllAreSent", "resultslog @dir@/log; variant Accept-Encoding: br; requestheader cookie x", ""},
+    {"NobodyLooks", "http11 on", ""},
+};
+INSTANTIATE_TEST_SUITE_P(OptIn, Vary, testing::ValuesIn(kVary), rowName);
 
 constexpr int kPages = 200;
 constexpr int kMaxDepth = 3;

@@ -29,9 +29,9 @@ constexpr std::array<std::string_view, 5> kKeptHeaders = {
     "Connection:", "Content-Length:", "Content-type:", "Location:", "Transfer-Encoding:"};
 
 // Kept as well when the options say so.
-constexpr std::array<std::string_view, 9> kMoreHeaders = {
-    "Age:", "Cache-Control:", "Cache-Status:",   "Date:",     "Retry-After:",
-    "Via:", "X-Cache:",       "X-Cache-Lookup:", "X-Varnish:"};
+constexpr std::array<std::string_view, 10> kMoreHeaders = {
+    "Age:",  "Cache-Control:", "Cache-Status:", "Date:",           "Retry-After:",
+    "Vary:", "Via:",           "X-Cache:",      "X-Cache-Lookup:", "X-Varnish:"};
 
 template <std::size_t count>
 bool isAmong(const std::array<std::string_view, count> &names, std::string_view name)
@@ -91,7 +91,8 @@ CACacheHeaders CAParseHTTP::cacheHeaders() const
             .via = header("Via:"),
             .xCache = header("X-Cache:"),
             .xCacheLookup = header("X-Cache-Lookup:"),
-            .xVarnish = header("X-Varnish:")};
+            .xVarnish = header("X-Varnish:"),
+            .vary = header("Vary:")};
 }
 
 std::int32_t CAParseHTTP::consume(char *data, std::int32_t length, std::int32_t *finished,
@@ -208,6 +209,10 @@ void CAParseHTTP::keepIfUseful(std::string_view name, std::string_view value)
 
 void CAParseHTTP::keepHeader(std::string_view name, std::string_view value)
 {
+    std::string all;
+    if (isAmong<1>({"Vary:"}, name) && !header("Vary:").empty()) {
+        value = all.append(header("Vary:")).append(", ").append(value);
+    }
     if (headerBytes_ > kMaxHeaderBytes) {
         return;
     }
