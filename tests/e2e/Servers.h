@@ -140,6 +140,12 @@ protected:
         return response.ends_with("end of " + path) ? response.substr(response.find("edition "), 9)
                                                     : response;
     }
+    // Its last character; "-": the origin saw the request.
+    [[nodiscard]] char edition(const std::string &path, const Words &options = {}) const
+    {
+        const std::string got = cached(path, options);
+        return got == "asked" ? '-' : got.back();
+    }
     void expectCached(const Words &paths, const std::string &edition) const
     {
         for (const std::string &path : paths) {
