@@ -202,6 +202,16 @@ void tellStopped(const CAURL &url)
     }
 }
 
+// The same for all variants of the URL that are left.
+void tellAllStopped(CAURL *url)
+{
+    tellStopped(*url);
+    while (!isLastVariant(*url)) {
+        url->advanceVariant();
+        tellStopped(*url);
+    }
+}
+
 // While it lives, the results count a URL as in flight on this worker thread.
 class InFlight {
 public:
@@ -309,10 +319,7 @@ Next advance(const Client &client, const InFlight &inFlight, CAURL *url, std::ui
     if (waitForBudget(client, run)) {
         return Next::Variant;
     }
-    for (; !isLastVariant(*url); url->advanceVariant()) {
-        tellStopped(*url);
-    }
-    tellStopped(*url);
+    tellAllStopped(url);
     return Next::Done;
 }
 
@@ -368,7 +375,7 @@ void retry(const Client &client, CAConnection *connection, CAURL *url, std::uint
     connection->renew();
     const bool atOnce = url->retries() == 1;
     if (atOnce && !waitForBudget(client, run)) {
-        tellStopped(*url);
+        tellAllStopped(url);
         delete url;
     } else if (atOnce) {
         fetch(client, url, run);

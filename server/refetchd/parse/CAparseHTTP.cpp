@@ -200,29 +200,26 @@ void CAParseHTTP::consumeHeaders(char **readP, char *const *writeP)
     }
 }
 
-void CAParseHTTP::keepIfUseful(std::string_view name, std::string_view value)
+bool CAParseHTTP::isUseful(std::string_view name) const
 {
-    if (isAmong(kKeptHeaders, name) || (options_.keepMoreHeaders && isAmong(kMoreHeaders, name))) {
-        keepHeader(name, value);
-    }
+    return isAmong(kKeptHeaders, name) || (options_.keepMoreHeaders && isAmong(kMoreHeaders, name));
 }
 
-void CAParseHTTP::keepHeader(std::string_view name, std::string_view value)
+void CAParseHTTP::keepHeader(const char *name, const char *value)
 {
     std::string all;
-    if (isAmong<1>({"Vary:"}, name) && !header("Vary:").empty()) {
-        value = all.append(header("Vary:")).append(", ").append(value);
+    if (strcasecmp(name, "Vary:") == 0 && !header(name).empty()) {
+        value = all.append(header(name)).append(", ").append(value).c_str();
     }
     if (headerBytes_ > kMaxHeaderBytes) {
         return;
     }
-    headerBytes_ += kHeaderRecord + name.size() + value.size();
+    headerBytes_ += kHeaderRecord + std::strlen(name) + std::strlen(value);
     if (headerBytes_ > kMaxHeaderBytes) {
         CATrace("Parser...... too many headers, ignoring the rest.\n");
         return;
     }
-    HTAssocList_add(headers_, std::string(name).c_str(), std::string(value).c_str(),
-                    threadContext_);
+    HTAssocList_add(headers_, name, value, threadContext_);
 }
 
 void CAParseHTTP::addHeader(char *line)
@@ -235,7 +232,9 @@ void CAParseHTTP::addHeader(char *line)
     *space = '\0';
     const std::string_view name(line, static_cast<std::size_t>(space - line));
     const char *const value = space + 1;
-    keepIfUseful(name, value);
+    if (isUseful(name)) {
+        keepHeader(line, value);
+    }
     CATrace("Parser...... found header %s %s.\n", line, value);
 }
 
@@ -252,7 +251,7 @@ void CAParseHTTP::addWithoutBlank(const char *line)
     }
     const std::string name(line, colon + 1);
     if (isAmong(kMoreHeaders, name) || strcasecmp(name.c_str(), "Transfer-Encoding:") == 0) {
-        keepHeader(name, colon + 1);
+        keepHeader(name.c_str(), colon + 1);
     }
 }
 

@@ -125,9 +125,12 @@ CAParseHTTP11::State CAParseHTTP11::readField(std::string_view line)
     const std::string_view value = trimmed(line.substr(colon + 1));
     CATrace("Parser...... found header %.*s: %.*s.\n", asInt(name), name.data(), asInt(value),
             value.data());
-    if (rc_ >= kOk) {  // what an interim response says is not about the final one
-        framing_.add(name, value);
-        keepIfUseful(std::string(name) + ":", value);
+    if (rc_ < kOk) {
+        return State::Headers;  // what an interim response says is not about the final one
+    }
+    framing_.add(name, value);
+    if (isUseful(line.substr(0, colon + 1))) {
+        keepHeader((std::string(name) + ":").c_str(), std::string(value).c_str());
     }
     return State::Headers;
 }
