@@ -245,8 +245,8 @@ void warnOfVary()
     const std::string names = results.varyingBy();
     std::array<char, 1024> text{};
     std::snprintf(text.data(), text.size(),
-                  "%d %s by %s, which the agent does not send: the copies of visitors who "
-                  "send it are as old as before, and nginx has replaced them by the agent's. Set "
+                  "%d %s by %s, which the agent does not send: the copies of visitors who send it "
+                  "are as old as before (behind nginx, the agent's copies took their place). Set "
                   "\"variant\", see docs/proxies.md.\n",
                   pages, pages == 1 ? "page varies" : "pages vary", names.c_str());
     CATrace("Results..... %s", text.data());
@@ -255,7 +255,7 @@ void warnOfVary()
     }
     CAErrorLog(960,
                "Pages vary by %s, which the agent does not send: the copies of visitors who send "
-               "it are as old as before, and nginx has replaced them by the agent's. Set "
+               "it are as old as before (behind nginx, the agent's copies took their place). Set "
                "\"variant\", see docs/proxies.md.\n",
                names.c_str());
 }
