@@ -168,11 +168,6 @@ constexpr std::string_view kOwnHeaders[] = {
 };
 constexpr const char *kIsOwn = "the agent sends its own";
 
-bool isSame(std::string_view a, std::string_view b)
-{
-    return a.size() == b.size() && strncasecmp(a.data(), b.data(), a.size()) == 0;
-}
-
 constexpr std::string_view kMarksOfNames = "!#$%&'*+-.^_`|~";
 
 bool isHeaderName(std::string_view name)
@@ -187,8 +182,9 @@ bool isHeaderName(std::string_view name)
 
 const char *CAHeaderNameFault(std::string_view name)
 {
-    const bool isOwn = std::any_of(std::begin(kOwnHeaders), std::end(kOwnHeaders),
-                                   [name](std::string_view own) { return isSame(name, own); });
+    const bool isOwn =
+        std::any_of(std::begin(kOwnHeaders), std::end(kOwnHeaders),
+                    [name](std::string_view own) { return HTEqualsNoCase(name, own); });
     return !isHeaderName(name) ? "not a valid header name" : isOwn ? kIsOwn : nullptr;
 }
 
@@ -202,7 +198,7 @@ const char *CAHeaderFault(CAConfigLines *line)
     const std::string_view name = line->word(1);
     const char *const fault = CAHeaderNameFault(name);
     // These two have a directive of their own, or a variant sends them.
-    const bool isOwn = isSame(name, "Accept") || isSame(name, "User-Agent");
+    const bool isOwn = HTEqualsNoCase(name, "Accept") || HTEqualsNoCase(name, "User-Agent");
     return fault != nullptr                ? fault
            : isOwn                         ? kIsOwn
            : CAJoinWords(*line, 2).empty() ? "it has no value"

@@ -1,7 +1,5 @@
 #include "config/CAvariant.h"
 
-#include <strings.h>
-
 #include <algorithm>
 
 #include "HTString.h"
@@ -9,11 +7,6 @@
 #include "config/CAcfgLines.h"
 
 namespace {
-
-bool isSame(std::string_view a, std::string_view b)
-{
-    return a.size() == b.size() && strncasecmp(a.data(), b.data(), a.size()) == 0;
-}
 
 // True when a word behind a ";" begins the next header. Only a name with its colon does, or a whole
 // header in quotes: what else follows a ";" belongs to the value, such as " Win64" and " rv:109.0"
@@ -69,9 +62,9 @@ std::vector<CAHeader> headersIn(const CAConfigLines &line)
 
 const char *faultOf(const CAVariant &variant, const CAHeader &header)
 {
-    const auto times =
-        std::count_if(variant.headers.begin(), variant.headers.end(),
-                      [&header](const CAHeader &other) { return isSame(other.name, header.name); });
+    const auto times = std::count_if(
+        variant.headers.begin(), variant.headers.end(),
+        [&header](const CAHeader &other) { return HTEqualsNoCase(other.name, header.name); });
     const char *const fault = CAHeaderNameFault(header.name);
     return fault != nullptr       ? fault
            : header.value.empty() ? "a header has no value"
@@ -95,8 +88,9 @@ void forEachLine(const char *common, Take take)
 
 bool CAVariant::has(std::string_view name) const
 {
-    return std::any_of(headers.begin(), headers.end(),
-                       [name](const CAHeader &header) { return isSame(header.name, name); });
+    return std::any_of(headers.begin(), headers.end(), [name](const CAHeader &header) {
+        return HTEqualsNoCase(header.name, name);
+    });
 }
 
 const char *CAReadVariant(CAConfigLines *line, CAVariant *variant)
@@ -126,9 +120,9 @@ void CACompleteVariants(std::vector<CAVariant> *variants, const char *common)
             variant.lines.append(variant.has(name) ? "" : line);
         });
         for (const auto &[name, value] : variant.headers) {
-            if (isSame(name, "Accept")) {
+            if (HTEqualsNoCase(name, "Accept")) {
                 variant.accept = value;
-            } else if (isSame(name, "User-Agent")) {
+            } else if (HTEqualsNoCase(name, "User-Agent")) {
                 variant.userAgent = value;
             } else {
                 variant.lines.append(name).append(": ").append(value).append("\r\n");

@@ -1,12 +1,13 @@
 #include "parse/CAdecode.h"
 
 #include <brotli/decode.h>
-#include <strings.h>
 #include <zlib.h>
 #include <zstd.h>
 
 #include <algorithm>
 #include <array>
+
+#include "HTString.h"
 
 std::size_t CADecoder::decode(std::string_view *input, char *out, std::size_t room)
 {
@@ -228,9 +229,7 @@ constexpr std::array<Coding, 5> kCodings = {{{"gzip", newGunzip},
 std::unique_ptr<CADecoder> CANewDecoder(std::string_view coding)
 {
     const auto *const known =
-        std::find_if(kCodings.begin(), kCodings.end(), [&](const Coding &row) {
-            return row.name.size() == coding.size() &&
-                   strncasecmp(row.name.data(), coding.data(), coding.size()) == 0;
-        });
+        std::find_if(kCodings.begin(), kCodings.end(),
+                     [&](const Coding &row) { return HTEqualsNoCase(row.name, coding); });
     return known == kCodings.end() ? nullptr : known->make();
 }

@@ -1,7 +1,5 @@
 #include "parse/CAparseCoded.h"
 
-#include <strings.h>
-
 #include <algorithm>
 #include <cinttypes>
 #include <utility>
@@ -61,34 +59,13 @@ constexpr std::size_t kMostCodings = 3;
 
 using Decoders = std::vector<std::unique_ptr<CADecoder>>;
 
-// Takes the first element off a list that is divided by commas. Blanks around it do not count.
-std::string_view takeElement(std::string_view *list)
-{
-    std::string_view element = list->substr(0, list->find(','));
-    list->remove_prefix(std::min(element.size() + 1, list->size()));
-    while (!element.empty() && HTIsBlank(element.front())) {
-        element.remove_prefix(1);
-    }
-    while (!element.empty() && HTIsBlank(element.back())) {
-        element.remove_suffix(1);
-    }
-    return element;
-}
-
-bool isIdentity(std::string_view coding)
-{
-    constexpr std::string_view kIdentity = "identity";
-    return coding.size() == kIdentity.size() &&
-           strncasecmp(coding.data(), kIdentity.data(), kIdentity.size()) == 0;
-}
-
 // Makes a decoder for each coding, in the order in which the codings were applied. False when one
 // is unknown or there are too many.
 bool makeDecoders(std::string_view codings, Decoders *decoders)
 {
     while (!codings.empty()) {
-        const std::string_view coding = takeElement(&codings);
-        if (coding.empty() || isIdentity(coding)) {
+        const std::string_view coding = HTTakeMember(&codings);
+        if (coding.empty() || HTEqualsNoCase(coding, "identity")) {
             continue;
         }
         decoders->push_back(CANewDecoder(coding));

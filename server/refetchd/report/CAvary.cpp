@@ -1,7 +1,5 @@
 #include "report/CAvary.h"
 
-#include <strings.h>
-
 #include <algorithm>
 
 #include "HTString.h"
@@ -10,10 +8,8 @@ namespace {
 
 bool contains(const std::vector<std::string> &names, std::string_view name)
 {
-    return std::any_of(names.begin(), names.end(), [name](const std::string &other) {
-        return other.size() == name.size() &&
-               strncasecmp(other.data(), name.data(), name.size()) == 0;
-    });
+    return std::any_of(names.begin(), names.end(),
+                       [name](const std::string &other) { return HTEqualsNoCase(other, name); });
 }
 
 bool isNameByte(char c)
@@ -27,11 +23,7 @@ void CAVaryCount::count(std::string_view vary)
 {
     bool isAnyMissing = false;
     while (!vary.empty()) {
-        std::string_view name = vary.substr(0, vary.find(','));
-        vary.remove_prefix(std::min(name.size() + 1, vary.size()));
-        name.remove_prefix(std::min(name.find_first_not_of(" \t"), name.size()));
-        name = name.substr(0, name.find_last_not_of(" \t\r") + 1);
-        isAnyMissing |= isMissing(name);
+        isAnyMissing |= isMissing(HTTakeMember(&vary));
     }
     pages_ += isAnyMissing ? 1 : 0;
 }
