@@ -3,7 +3,6 @@
 #include <strings.h>
 
 #include <algorithm>
-#include <cinttypes>
 #include <utility>
 #include <vector>
 
