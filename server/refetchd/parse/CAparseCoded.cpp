@@ -1,7 +1,6 @@
 #include "parse/CAparseCoded.h"
 
 #include <algorithm>
-#include <cinttypes>
 #include <utility>
 #include <vector>
 
