@@ -55,6 +55,28 @@ constexpr char HTLower(char c)
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c;
 }
 
+// True when the texts differ at most in the case of ASCII letters.
+constexpr bool HTEqualsNoCase(std::string_view a, std::string_view b)
+{
+    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                      [](char x, char y) { return HTLower(x) == HTLower(y); });
+}
+
+// The text without the blanks and tabs around it.
+constexpr std::string_view HTTrimmed(std::string_view text)
+{
+    text.remove_prefix(std::min(text.find_first_not_of(" \t"), text.size()));
+    return text.substr(0, text.find_last_not_of(" \t") + 1);
+}
+
+// Takes the first member, trimmed, off a list with commas.
+constexpr std::string_view HTTakeMember(std::string_view *list)
+{
+    const std::string_view member = list->substr(0, list->find(','));
+    list->remove_prefix(std::min(member.size() + 1, list->size()));
+    return HTTrimmed(member);
+}
+
 // Lower-cases ASCII letters in place.
 void HTLowerCase(char *text);
 

@@ -15,6 +15,11 @@
 #          updateproxy 127.0.0.1:6081
 #          loadurl http://www.example.com/          (the name that clients use: Varnish keeps a
 #                                                    separate copy for each name)
+#          http11 on
+#
+# Pages with "Vary: Accept-Encoding": Varnish asks the site for gzip and keeps one copy for everybody,
+# which it unpacks for clients without compression, so that no variant line is needed. The agent,
+# which is such a client, gets these pages without their length and needs http11 to find links in them.
 
 acl refetchd {
     "127.0.0.1";

@@ -1,6 +1,9 @@
 # Sourced by the other scripts: prints what they do, and installs the Debian packages that they need.
 # shellcheck shell=bash
 
+# What the build needs.
+build_packages=(g++ cmake ninja-build pkgconf libicu-dev zlib1g-dev libbrotli-dev libzstd-dev)
+
 say() { printf '\n==> %s\n' "$*"; }
 
 fail() {

@@ -234,6 +234,32 @@ void tellResults(int seconds)
     }
 }
 
+// Warns of pages that were refreshed in a copy which visitors do not get. The warning goes to
+// standard error, too, unless the trace is there.
+void warnOfVary()
+{
+    const std::int32_t pages = results.varyingPages();
+    if (!results.observes() || pages == 0) {
+        return;
+    }
+    const std::string names = results.varyingBy();
+    std::array<char, 1024> text{};
+    std::snprintf(text.data(), text.size(),
+                  "%d %s by %s, which the agent does not send: the copies of visitors who send it "
+                  "are as old as before (behind nginx, the agent's copies took their place). Set "
+                  "\"variant\", see docs/proxies.md.\n",
+                  pages, pages == 1 ? "page varies" : "pages vary", names.c_str());
+    CATrace("Results..... %s", text.data());
+    if (ac.traceStream != stderr) {
+        std::fprintf(stderr, "refetchd: %s", text.data());
+    }
+    CAErrorLog(960,
+               "Pages vary by %s, which the agent does not send: the copies of visitors who send "
+               "it are as old as before (behind nginx, the agent's copies took their place). Set "
+               "\"variant\", see docs/proxies.md.\n",
+               names.c_str());
+}
+
 // The progress at the end of the run, for a SIGUSR1 that comes while its workers and its queue are
 // being deleted. For the master thread only.
 CAProgress progressAtEnd;
@@ -256,6 +282,7 @@ void endRun(const char *message)
     CASummary();
     CACleanup();
     tellResults(seconds);
+    warnOfVary();
     answerAtEnd();
     CATrace("%s", message);
 }

@@ -63,7 +63,7 @@ inline const Server kServers[] = {
            "client_body_temp_path b; fastcgi_temp_path f; scgi_temp_path s; uwsgi_temp_path u;\n"
            "proxy_temp_path p; proxy_cache_path cache keys_zone=site:1m;\ninclude @recipe@;\n"
            "server { listen 127.0.0.1:@port@; location / { proxy_pass http://127.0.0.1:@origin@;\n"
-           "proxy_set_header Host $host; proxy_cache site; } }\n}\n",
+           "proxy_set_header Host $host; proxy_cache site;\n@location@} }\n}\n",
            "22--21"),
     Server({"Varnish"}, true, false, true, "varnish.vcl", "",
            "/usr/sbin/varnishd -F -j none -n @dir@/work -a 127.0.0.1:@port@ "
@@ -87,11 +87,13 @@ protected:
         EXPECT_TRUE(status != 128 + SIGKILL || signal == SIGKILL) << "had to be killed";
     }
     void start() { start(std::string(SOURCE_DIRECTORY "/recipes/") + server_.recipe); }
-    void start(const std::string &recipe)
+    // Also puts these lines beside those that make the server a proxy for the site.
+    void start(const std::string &recipe, const std::string &location = "")
     {
         const std::pair<std::string, std::string> values[] = {
             {"@dir@", dir_.path()},
             {"@recipe@", recipe},
+            {"@location@", location},
             {"@port@", std::to_string(port_)},
             {"@origin@", std::to_string(origin_.port())}};
         std::string command = server_.command;
@@ -138,6 +140,12 @@ protected:
         return response.ends_with("end of " + path) ? response.substr(response.find("edition "), 9)
                                                     : response;
     }
+    // Its last character; "-": the origin saw the request.
+    [[nodiscard]] char edition(const std::string &path, const Words &options = {}) const
+    {
+        const std::string got = cached(path, options);
+        return got == "asked" ? '-' : got.back();
+    }
     void expectCached(const Words &paths, const std::string &edition) const
     {
         for (const std::string &path : paths) {
@@ -145,11 +153,12 @@ protected:
         }
     }
     // Runs the agent. Returns the number of requests that reach the origin meanwhile.
-    std::size_t refresh(const Words &paths, const std::string &depth = "1")
+    std::size_t refresh(const Words &paths, const std::string &depth = "1",
+                        const std::string &more = "")
     {
         const std::size_t before = origin_.requests().size();
         std::string directives =
-            "resultslog @dir@/log; metricsfile @dir@/prom; delvedepth " + depth;
+            more + "; resultslog @dir@/log; metricsfile @dir@/prom; delvedepth " + depth;
         for (const std::string &path : paths) {
             directives += "; loadurl " + site_ + path;
         }
@@ -159,24 +168,46 @@ protected:
         return origin_.requests().size() - before;
     }
 
-    Reply page(const std::string &target)
+    // Each links to the next one, whose name is longer. The end comes late, or the server might
+    // know the length before it answers.
+    static Reply chunked(const std::string &target)
     {
+        const std::string link = "<a href=\"" + target + "x\">";
+        std::ostringstream head;
+        head << "HTTP/1.1 200 OK\r\nContent-Type: text/html\r\nTransfer-Encoding: chunked\r\n\r\n"
+             << std::hex << link.size() << "\r\n";
+        return {{{head.str() + link}, {"\r\n0\r\n\r\n", 100}}};
+    }
+    [[nodiscard]] std::string compressed(const std::string &name, const std::string &body) const
+    {
+        Process gzip({"gzip", "-nc", dir_.write("plain" + name, body)});
+        gzip.wait(Millis(10000));
+        return gzip.out();
+    }
+    Reply page(const ScriptedPeer::Request &request)
+    {
+        const std::string &target = request.target;
         if (edition_ == 0) {
             return {Reply::head("503 No").pieces, Reply::Then::Close};
         }
-        if (target == "/chunked") {
-            return {
-                {{"HTTP/1.1 200 OK\r\nContent-Type: text/html\r\nTransfer-Encoding: "
-                  "chunked\r\n\r\n11\r\n<p><a href=\"one\">\r\n0\r\n\r\n"}}};
+        if (target.starts_with("/chunked")) {
+            return chunked(target);
         }
-        const std::string more = target == "/immutable" ? ", immutable"
-                                 : target == "/aged"    ? "\r\nAge: 100"
-                                 : target == "/cookie"  ? "\r\nSet-Cookie: a=b"
-                                 : target == "/vary"    ? "\r\nVary: Accept-Encoding"
-                                                        : "";
-        Reply reply =
-            Reply::html("edition " + std::to_string(edition_) + "<a href=\"relative\"><a href=\"" +
-                        site_ + "/absolute\">" + std::string(20000, '.') + "end of " + target);
+        std::string more = target == "/immutable"  ? ", immutable"
+                           : target == "/aged"     ? "\r\nAge: 100"
+                           : target == "/cookie"   ? "\r\nSet-Cookie: a=b"
+                           : target == "/vary"     ? "\r\nVary: Accept-Encoding"
+                           : target == "/language" ? "\r\nVary: Accept-Encoding, Accept-Language"
+                                                   : "";
+        const bool german = request.bytes.find("Accept-Language: de") != std::string::npos;
+        std::string body = "edition " + std::to_string(edition_) +
+                           "<a href=\"relative\"><a href=\"" + site_ + "/absolute\">" +
+                           std::string(20000, '.') + (german ? "Ende" : "end of " + target);
+        if (more.starts_with("\r\nVary") && request.bytes.find("gzip") != std::string::npos) {
+            more += "\r\nContent-Encoding: gzip";
+            body = compressed(target, body);
+        }
+        Reply reply = Reply::html(body);
         const std::time_t now = std::time(nullptr);
         std::tm utc{};
         std::ostringstream head;
@@ -191,7 +222,7 @@ protected:
     const TempDir dir_;
     std::atomic<int> edition_ = 1;  // 0: the origin is in trouble
     const ScriptedPeer origin_{[this](const ScriptedPeer &, const ScriptedPeer::Request &request) {
-        return page(request.target);
+        return page(request);
     }};
     const std::uint16_t port_ = ScriptedPeer().port();  // free a moment ago
     const std::string site_ = "http://" + (server_.reverse ? "www.site.test" : origin_.address());

@@ -39,6 +39,7 @@ const std::string kAbsent = ": No such file or directory";
 
 const CheckRow kMistakes[] = {
     {"None", kTop + "on; slf on; slr c; maxruntime 1:30; delay off; foo bar; SLF off", ""},
+    {"NoneInHeaders", kFine + "delvedepth 1; requestheader accept-encoding br; modernlinks on", ""},
     {"NearNames", kFine + "LoadULR h/b; pots 3; num-clents 3",
      "3: \"loadulr\" is not a directive: is loadurl meant?; "
      "5: \"numclents\" is not a directive: is numclients meant?"},
@@ -72,7 +73,14 @@ const CheckRow kMistakes[] = {
      "3: slf: needs slr; 4: connecttohost: needs transparentproxy on"},
     {"Headers", kFine + "delvedepth 1; requestheader accept-encoding gzip; requestheader Host h",
      "5: requestheader: \"Host h\" is refused: the agent sends its own; "
-     "4: requestheader: no links are found in compressed pages"},
+     "4: requestheader: no links are found in compressed pages without modernlinks on"},
+    {"Variants",
+     kFine + "delvedepth 1; variant B: b;\taccept-encoding: br; variant HOST: x; variant A B: c; "
+             "variant A: b\x01",
+     "5: variant: \"HOST: x\" is refused: the agent sends its own; "
+     "6: variant: \"A B: c\" is refused: not a valid header name; "
+     "7: variant: \"A: b\" is refused: it contains a control character; "
+     "4: variant: no links are found in compressed pages without modernlinks on"},
     {"UserAgent", kFine + "useragent a\x01",
      "3: useragent: \"a\" is refused: it contains a control character"},
     {"OpenQuote", kFine + "slr c\"",
@@ -101,7 +109,8 @@ INSTANTIATE_TEST_SUITE_P(Settings, Check, testing::ValuesIn(kMistakes), rowName)
 TEST(CheckOutput, LacksADirectiveOrASeedOrAFileIsWritten)
 {
     Agent agent(1, "", "9 1% http://h/a; 8 1% http://h/i; 7 1% http://h/?; 6 1% http://h/\x1b");
-    agent.dir.write("more.conf", "useragent a b\ntransparentproxy on\nrequestheader A b\n");
+    agent.dir.write("more.conf",
+                    "useragent a b\ntransparentproxy on\nrequestheader A b\nvariant A: b\n");
     agent.dir.write("trace", "old");
     agent.dir.write(
         "proxy.conf",

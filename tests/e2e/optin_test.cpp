@@ -4,6 +4,7 @@
 #include <regex>
 
 #include "Agent.h"
+#include "Pack.h"
 
 namespace {
 
@@ -64,6 +65,8 @@ const Reply kReset = {{}, Reply::Then::Reset};
 const std::vector<Reply> kLinks = {Reply::html(
     "<base href=/d/><a\thref=x><a href=\"y?a=1&amp;b=2\"><img srcset=\"z 1x, /w 2x\">"
     "<!-- <a href=\"no\"> --><script>'<a href=\"no\">'</script><a href='JavaScript:no()'>")};
+const Reply kCompressed =
+    Reply::ok(pack("gzip", {"<a href=\"a\">"}), "text/html\r\nContent-Encoding: gzip");
 const std::string kSeeds = "loadurl h/; loadurl h/1; loadurl h/2; readtimeout 1";
 const std::string kOthers = "loadurl h/; loadurl o/x; loadurl h/1";
 const std::string kThreeSeconds = "loadurl h/; loadurl h/1; maxruntime 3";
@@ -81,6 +84,12 @@ const std::string kHeaders =
 const std::string kTheirLines =
     "\r\nUser-Agent: refetchd (night) /1\r\nHost: h\r\nCache-Control: max-age=0\r\nA: b, c\r\nX: "
     "b\r\n";
+const std::string kVariantHeaders =
+    "requestheader Y z; requestheader x 9; variant User-Agent: M (a;\trv:1) +http://b;\tX: "
+    "1;\tAccept: c";
+const std::string kVariantLines =
+    "\r\nAccept: c\r\nUser-Agent: M (a; rv:1) +http://b\r\nHost: h\r\nCache-Control: max-age=0\r\n"
+    "Y: z\r\nX: 1\r\nConnection: Keep-alive\r\n\r\n";
 const Reply kLate = {{{busy("503", "1").pieces.front().bytes, 3000}}};
 const std::vector<Reply> kTwiceBusy = {busy("429", "1"), busy("503", "1")};
 
@@ -92,6 +101,7 @@ const OptInRow kRows[] = {
     {"BodyOfAnotherCoding11", kHttp11, {untilClose("Transfer-Encoding: gzip\r\n")}, "/", "/ /a /b"},
     {"LinksOfToday", "modernlinks on", kLinks, "/ /y?a=1&amp;b=2 /no /no()",
      "/ /d/x /d/y?a=1&b=2 /d/z /w", kQueries},
+    {"CompressedPage", "modernlinks on", {kCompressed}, "/", "/ /a"},
     {"Moved301", kAll, {moved("301")}, "/", "/ /to"},
     {"Moved303", kAll, {moved("303")}, "/", "/ /to"},
     {"Moved307", kAll, {moved("307")}, "/", "/ /to"},
@@ -117,8 +127,17 @@ const OptInRow kRows[] = {
      "/ /once / /once /a",
      kCutShort},
     {"Headers", kHeaders, {}, "/", "/", "loadurl h/", kTheirLines},
+    {"VariantHeaders", kVariantHeaders, {}, "/", "/", "loadurl h/", kVariantLines},
 };
 INSTANTIATE_TEST_SUITE_P(OptIn, OptIn, testing::ValuesIn(kRows), rowName);
+
+ScriptedPeer::Handler inTurn(const std::vector<Reply> &replies)
+{
+    return [&replies](const ScriptedPeer &self, const ScriptedPeer::Request &) {
+        const std::size_t number = self.requests().size() - 1;
+        return number < replies.size() ? replies[number] : Reply::ok();
+    };
+}
 
 struct ConnectionRow : Row {
     std::vector<Reply> replies;  // to "/" and then to the other URLs; then a short one
@@ -133,10 +152,7 @@ TEST_P(Http11, AsksOtherwiseOrWastesConnections)
 {
     const ConnectionRow &row = GetParam();
     for (const bool with : {false, true}) {
-        const ScriptedPeer peer([&row](const ScriptedPeer &self, const ScriptedPeer::Request &) {
-            const std::size_t number = self.requests().size() - 1;
-            return number < row.replies.size() ? row.replies[number] : Reply::ok();
-        });
+        const ScriptedPeer peer(inTurn(row.replies));
         Agent agent(peer.port(), "numclients 1; readtimeout 1; resultslog @dir@/log; " + seeds(4) +
                                      (with ? "http11 on" : ""));
         agent.run();
@@ -178,13 +194,122 @@ const ConnectionRow kConnections[] = {
     // It is not sent a third time.
     {"ClosedAgain", {Reply::ok(), {{}, Reply::Then::Close}, {{}, Reply::Then::Close}}, 3, 3, 5},
     {"ClosedWithoutAnyAnswer", {{{}, Reply::Then::Close}}, 2, 2},
-    {"TooLong",
-     {of11("200 OK\r\nContent-Length: 1", "xHTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n")},
-     2,
-     2},
+    {"TooLong", {of11("200 OK\r\nContent-Length: 1", "xHTTP/1.1 200 OK\r\n\r\n")}, 2, 2},
     {"Late", {{{{Reply::ok().pieces.front().bytes, 1500}}}}, 2, 2},
 };
 INSTANTIATE_TEST_SUITE_P(OptIn, Http11, testing::ValuesIn(kConnections), rowName);
+
+struct VariantRow : Row {
+    std::string directives;
+    std::vector<Reply> replies;  // to the requests in turn; then a plain one
+    std::string asked;           // target and variant of each request: a regular expression
+    std::string logged;          // URL, variant and status: the same
+    std::string loaded = "1";
+};
+
+class Variants : public testing::TestWithParam<VariantRow> {};
+
+TEST_P(Variants, AreNotAskedInTurnOrCountTwice)
+{
+    const VariantRow &row = GetParam();
+    const ScriptedPeer peer(inTurn(row.replies));
+    Agent agent(peer.port(),
+                "serverroot @dir@; resultslog @dir@/log; numclients 1; delvedepth 1; slf on; slr "
+                "@dir@/save; variant X: 1; variant X: 2; " +
+                    row.directives);
+    agent.dir.write("save/h/keep", "");
+    agent.run();
+    std::string asked;
+    const std::regex parts("GET http://h/(\\S*)[^]*\r\nX: (.)\r\n[^]*");
+    for (const ScriptedPeer::Request &request : peer.requests()) {
+        asked += std::regex_replace(request.bytes, parts, "$1$2 ");
+    }
+    EXPECT_THAT(asked, testing::MatchesRegex(row.asked));
+    const std::regex line(".*http://h/([^\"]*)\".*\"status\":(\\d+)[^]*?\"variant\":(.).*\n");
+    EXPECT_THAT(std::regex_replace(agent.dir.read("log"), line, "$1$3=$2 "),
+                testing::MatchesRegex(row.logged));
+    const std::regex report("loaded into cache:</td>\n<td align=right>" + row.loaded + "<");
+    EXPECT_TRUE(std::regex_search(agent.report(), report));
+    EXPECT_EQ(agent.dir.read("save/h/a"), row.loaded == "0" ? "" : "first");
+    EXPECT_TRUE(!row.replies.empty() || peer.connections() == 1) << peer.connections();
+}
+
+const Reply kFirst = Reply::ok("first");
+const Reply kNo = Reply::head("404 No");
+const std::vector<Reply> kPages2 = {Reply::html("<a href=x>"), Reply::html("<a href=y>"), kFirst};
+const std::vector<Reply> kMoves = {Reply::head("302 A\r\nLocation: /a"),
+                                   Reply::head("302 B\r\nLocation: /b"), kFirst};
+const std::vector<Reply> kStalls = {kFirst, {{}, Reply::Then::Stall}};
+const Reply kBusy = busy("503", "1");
+const std::string kA = "loadurl h/a; ";
+const std::string kB = "loadurl h/b; ";
+const std::string kRoot = "loadurl h/; ";
+const std::string kPaced = kA + "maxruntime 1; " + seeds(9);
+const std::string kStalled = kA + "maxruntime 1; readtimeout 60";
+
+const VariantRow kVariants[] = {
+    {"InTurn", kA + kB, {kFirst}, "a1 a2 b1 b2 ", "a1=200 a2=200 b1=200 b2=200 ", "2"},
+    {"LinksOfTheFirst", kRoot + kA + "modernlinks on", kPages2, "1 2 a1 a2 x1 x2 ", ".*", "3"},
+    {"MovedByTheFirst", kRoot, kMoves, "1 2 a1 a2 ", "1=302 2=302 a1=200 a2=200 "},
+    {"MissingSecond", kA, {kFirst, kNo}, "a1 a2 ", "a1=200 a2=404 "},
+    {"MissingFirst", kA, {kNo}, "a1 a2 ", "a1=404 a2=200 ", "0"},
+    {"RetryAtOnce", kA + "retries 1", {kFirst, kGone}, "a1 a2 a2 ", "a1=200 a2=200 "},
+    {"RetryBehind", kA + kB + "retries 2", {kFirst, kGone, kGone}, "a1 a2 a2 b1 b2 a2 ", ".*", "2"},
+    {"RetriesOfEach", kA + "retries 1", {kGone, kFirst, kGone}, "a1 a1 a2 a2 ", "a1=200 a2=200 "},
+    {"RestOfEach", kA + kRest, {kBusy, kFirst, kBusy}, "a1 a1 a2 a2 ", "a1=200 a2=200 "},
+    {"RestBetween", kA + kRest, {kBusy, kBusy}, "a1 a1 a2 ", "a1=503 a2=200 ", "0"},
+    {"CountPerSecond",
+     kPaced + "refetchdrequestpersecond 1",
+     {kFirst},
+     "(.. ){2,6}",
+     ".*",
+     "[123]"},
+    {"EachIsDelayed", kPaced + "delay 700", {kFirst}, "(.. ){2,6}", ".*", "[123]"},
+    {"StoppedInTheSecond", kStalled, kStalls, "a1 a2 ", "a1=200 a2=0 "},
+};
+INSTANTIATE_TEST_SUITE_P(OptIn, Variants, testing::ValuesIn(kVariants), rowName);
+
+struct VaryRow : Row {
+    const char *directives;
+    const char *warning;  // about three pages; empty: none
+};
+
+class Vary : public testing::TestWithParam<VaryRow> {};
+
+TEST_P(Vary, IsNotWarnedOfOrWithoutCause)
+{
+    const ScriptedPeer peer(
+        {{"http://h/0", Reply::head("200 OK\r\nVary: Accept-Encoding")},
+         {"http://h/1", Reply::head("200 OK\r\nvary:  Cookie\t,accept-encoding")},
+         {"http://h/2", Reply::head("200 OK\r\nVary: Cookie\r\nVary: Accept-Encoding")},
+         {"http://h/3", Reply::head("200 OK\r\nVary: *, \x1b[31m")},
+         {"http://h/4", Reply::head("404 No\r\nVary: Accept-Encoding")}});
+    Agent agent(peer.port(), "numclients 1; catracelog @dir@/t; errorlog @dir@/e; " + seeds(5) +
+                                 GetParam().directives);
+    agent.startWith("-r proxy.conf");
+    agent.finish();
+    const std::string warning =
+        *GetParam().warning == '\0'
+            ? ""
+            : GetParam().warning + std::string(", which the agent does not send");
+    EXPECT_THAT(agent.process->err(),
+                testing::StartsWith(warning.empty() ? "" : "refetchd: " + warning));
+    EXPECT_EQ(agent.process->err().empty(), warning.empty());
+    EXPECT_THAT(agent.dir.read("t"),
+                testing::HasSubstr(warning.empty() ? "" : "Results..... " + warning));
+    EXPECT_EQ(agent.dir.read("cacheAgent-errors").empty(), warning.empty());
+}
+
+const VaryRow kVary[] = {
+    {"NothingIsSent", "resultslog @dir@/log", "3 pages vary by Accept-Encoding, Cookie"},
+    {"OneIsSent", "metricsfile @dir@/m; requestheader accept-encoding br",
+     "2 pages vary by Cookie"},
+    {"OneIsSentByAVariant", "resultslog @dir@/log; http11 on; variant X: y; variant COOKIE: x",
+     "3 pages vary by Accept-Encoding"},
+    {"AllAreSent", "resultslog @dir@/log; variant Accept-Encoding: br; requestheader cookie x", ""},
+    {"NobodyLooks", "http11 on", ""},
+};
+INSTANTIATE_TEST_SUITE_P(OptIn, Vary, testing::ValuesIn(kVary), rowName);
 
 constexpr int kPages = 200;
 constexpr int kMaxDepth = 3;

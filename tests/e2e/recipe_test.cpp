@@ -1,5 +1,6 @@
 // Real servers. With its recipe from recipes/, each of them fetches and stores again what the agent
 // requests, and does this for the agent only.
+#include <regex>
 #include <set>
 
 #include "Servers.h"
@@ -50,7 +51,7 @@ TEST_P(Servers, OnlySomeRefreshWithoutTheRecipe)
 // The edition of each page that clients get without and with compression; "-": it is not stored.
 TEST_P(Servers, PagesThatStayOldAreKnown)
 {
-    const Words gzip = {"-H", "Accept-Encoding: gzip"};
+    const Words gzip = {"--compressed", "-H", "Accept-Encoding: gzip"};
     const Words pages = {"/immutable", "/cookie", "/vary"};
     ASSERT_NO_FATAL_FAILURE(start());
     for (const std::string &path : pages) {
@@ -61,30 +62,117 @@ TEST_P(Servers, PagesThatStayOldAreKnown)
     refresh(pages);
     std::string copies;
     for (const std::string &path : pages) {
-        for (const std::string &got : {cached(path), cached(path, gzip)}) {
-            copies += got == "asked" ? '-' : got.back();
-        }
+        copies += {edition(path), edition(path, gzip)};
     }
     EXPECT_EQ(copies, GetParam().copies);
 }
 
-class SquidAlone : public ServerTest {
-protected:
-    SquidAlone() : ServerTest(kServers[0]) {}
-};
-// Squid dies while the agent runs, without and with retries.
-class Squid : public SquidAlone, public testing::WithParamInterface<const char *> {};
-
-// A dynamic page comes without a length to a client of HTTP/1.0.
-TEST_F(SquidAlone, HidesTheLinksOfAChunkedPageUnlessThatIsReadToItsEnd)
+// Five pages that link to one another; they come without a length to a client of HTTP/1.0.
+TEST_P(Servers, HideTheLinksOfChunkedPagesOrCloseAConnectionForEach)
 {
+    struct {
+        std::string directive;
+        std::size_t pages;
+        int closed;
+    } const rows[] = {{"", 1, 0}, {"closedelimitedbodies on", 5, 5}, {"http11 on", 5, 0}};
     ASSERT_NO_FATAL_FAILURE(start());
-    for (const std::string directive : {"", "closedelimitedbodies on"}) {
-        Agent agent(port_, "delvedepth 1; loadurl " + site_ + "/chunked; " + directive);
-        agent.run();
-        EXPECT_EQ(origin_.targets().back(), directive.empty() ? "/chunked" : "/one");
+    for (const auto &row : rows) {
+        EXPECT_EQ(refresh({"/chunked"}, "4", "numclients 1; " + row.directive), row.pages);
+        EXPECT_TRUE(row.pages == 1 ||
+                    agent_->traced("cache agent closed the socket.") == row.closed)
+            << row.directive;
     }
 }
+
+// What the pattern captures in the lines of a recipe from one that begins so to an empty one.
+std::string taken(const Server &server, const std::string &begin, const std::regex &pattern)
+{
+    std::istringstream recipe(
+        contentsOf(std::string(SOURCE_DIRECTORY "/recipes/") + server.recipe));
+    std::string result;
+    bool inside = false;
+    for (std::string line; std::getline(recipe, line);) {
+        inside = line.size() > 1 && (inside || line.starts_with("# " + begin));
+        std::smatch match;
+        if (inside && std::regex_match(line, match, pattern)) {
+            result += match[1].str() + "\n";
+        }
+    }
+    return result;
+}
+
+struct VisitorsRow : Row {
+    int server;
+    Words parts;       // of the recipe, whose lines the server and the agent get
+    std::string more;  // directives
+    std::string copies;
+};
+class Visitors : public ServerTest, public testing::WithParamInterface<VisitorsRow> {
+protected:
+    Visitors() : ServerTest(kServers[GetParam().server]) {}
+};
+
+// The edition that each visitor gets from the cache after a run; "-": the site is asked, "e": a
+// page for readers of German is from before the run, as it must be, or it would be a page for
+// others.
+TEST_P(Visitors, GetACopyThatIsOldOrNone)
+{
+    static const std::regex ofServer("# {5}(\\S.*)");
+    static const std::regex ofAgent("#(?: Agent:)? {3,}((?:http11|modernlinks|variant) .*)");
+    const std::string coding = "Accept-Encoding: gzip, deflate";
+    const Words browsers[] = {{"--compressed", "-H", coding + ", br, zstd"},
+                              {"--compressed", "-H", coding + ", br"},
+                              {"--compressed", "-H", coding},
+                              {}};
+    const Words german = {"--compressed", "-H", coding, "-H", "Accept-Language: de"};
+    std::string lines;
+    std::string directives = GetParam().more;
+    for (const std::string &part : GetParam().parts) {
+        lines += taken(server_, part, ofServer);
+        directives += "\n" + taken(server_, part, ofAgent);
+    }
+    ASSERT_NO_FATAL_FAILURE(
+        start(std::string(SOURCE_DIRECTORY "/recipes/") + server_.recipe, lines));
+
+    get("/language", german);
+    for (const Words &browser : browsers) {
+        get("/vary", browser);
+        EXPECT_EQ(cached("/vary", browser), "edition 1");
+    }
+    edition_ = 2;
+    refresh({"/vary", "/language"}, "0", directives);
+    std::string copies;
+    for (const Words &browser : browsers) {
+        copies += edition("/vary", browser);
+    }
+    copies += edition("/language", german);
+    EXPECT_EQ(copies, GetParam().copies) << directives;
+    EXPECT_THAT(get("/vary", browsers[0]), testing::HasSubstr("Content-Encoding: gzip"));
+}
+
+const std::string kNewest = "variant Accept-Encoding: gzip, deflate, br, zstd";
+const VisitorsRow kVisitorsRows[] = {
+    {{"SquidAlone"}, 0, {}, "", "1112e"},
+    {{"SquidOneVariant"}, 0, {"Agent"}, "", "1121e"},
+    {{"SquidTwoVariants"}, 0, {"Agent"}, kNewest, "2121e"},
+    {{"TrafficServerAlone"}, 1, {}, "", "1112e"},
+    {{"TrafficServer"}, 1, {"Agent"}, "", "2222e"},
+    {{"ApacheAlone"}, 2, {}, "", "1112e"},
+    {{"Apache"}, 2, {"Agent"}, "", "2222e"},
+    {{"NginxAlone"}, 3, {"Agent"}, "", "-112-"},
+    {{"NginxOneVariant"}, 3, {"Agent"}, kNewest, "2111-"},
+    {{"NginxOneCopyForAll"}, 3, {"Agent", "Choice 1"}, "", "2222-"},
+    {{"NginxACopyForEach"}, 3, {"Agent", "Choice 2"}, "", "2211e"},
+    {{"VarnishAlone"}, 4, {}, "", "2222e"},
+    {{"Varnish"}, 4, {"Agent"}, "", "2222e"},
+};
+INSTANTIATE_TEST_SUITE_P(Recipe, Visitors, testing::ValuesIn(kVisitorsRows), rowName);
+
+// Squid dies while the agent runs, without and with retries.
+class Squid : public ServerTest, public testing::WithParamInterface<const char *> {
+protected:
+    Squid() : ServerTest(kServers[0]) {}
+};
 
 // 60 seeds, four a second, of which the one named "7" is the twenty-second.
 TEST_P(Squid, LosesWhatWasRequestedWhileItWasDownUnlessThatIsRetried)

@@ -11,6 +11,7 @@
 #include "HTString.h"
 #include "base/CAwhen.h"
 #include "config/CAcfgLines.h"
+#include "config/CAvariant.h"
 #include "report/CAmetrics.h"
 
 namespace {
@@ -125,6 +126,10 @@ CAArgumentVerdict CAJudgeArgument(CAArgument argument, CAConfigLines *line)
     case A::Replaced: return judgeReplaced(word);
     case A::UserAgent: return refusal(*line, CAUserAgentFault(line));
     case A::Header: return refusal(*line, CAHeaderFault(line));
+    case A::Variant: {
+        CAVariant variant;
+        return refusal(*line, CAReadVariant(line, &variant));
+    }
     case A::Service: return {"", CAIsOwnService(*line)};
     case A::Pattern: return {word.empty() ? CAQuoted(word) + " matches nothing" : ""};
     case A::ConfigFile:
@@ -159,15 +164,9 @@ bool hasControl(CAConfigLines *line)
 
 // Headers that the agent sends itself, and those that would announce a body.
 constexpr std::string_view kOwnHeaders[] = {
-    "Accept", "Cache-Control",     "Connection", "Content-Length",
-    "Host",   "Transfer-Encoding", "User-Agent",
+    "Cache-Control", "Connection", "Content-Length", "Host", "Transfer-Encoding",
 };
-
-bool isOwnHeader(const char *name)
-{
-    return std::any_of(std::begin(kOwnHeaders), std::end(kOwnHeaders),
-                       [name](std::string_view own) { return strcasecmp(name, own.data()) == 0; });
-}
+constexpr const char *kIsOwn = "the agent sends its own";
 
 constexpr std::string_view kMarksOfNames = "!#$%&'*+-.^_`|~";
 
@@ -181,6 +180,14 @@ bool isHeaderName(std::string_view name)
 
 }  // namespace
 
+const char *CAHeaderNameFault(std::string_view name)
+{
+    const bool isOwn =
+        std::any_of(std::begin(kOwnHeaders), std::end(kOwnHeaders),
+                    [name](std::string_view own) { return HTEqualsNoCase(name, own); });
+    return !isHeaderName(name) ? "not a valid header name" : isOwn ? kIsOwn : nullptr;
+}
+
 const char *CAUserAgentFault(CAConfigLines *line)
 {
     return hasControl(line) ? "it contains a control character" : nullptr;
@@ -188,9 +195,12 @@ const char *CAUserAgentFault(CAConfigLines *line)
 
 const char *CAHeaderFault(CAConfigLines *line)
 {
-    const char *const name = line->word(1);
-    return !isHeaderName(name)             ? "not a valid header name"
-           : isOwnHeader(name)             ? "the agent sends its own"
+    const std::string_view name = line->word(1);
+    const char *const fault = CAHeaderNameFault(name);
+    // These two have a directive of their own, or a variant sends them.
+    const bool isOwn = HTEqualsNoCase(name, "Accept") || HTEqualsNoCase(name, "User-Agent");
+    return fault != nullptr                ? fault
+           : isOwn                         ? kIsOwn
            : CAJoinWords(*line, 2).empty() ? "it has no value"
                                            : CAUserAgentFault(line);
 }

@@ -28,6 +28,7 @@ enum class CAArgument : std::uint8_t {
     // In the kinds below each line adds to those before (CAAddsUp()).
     ConfigFile,
     Header,   // name and value
+    Variant,  // headers, with ";" between them
     Queries,  // an on word or "public", then patterns
     Pattern,
     HostLimit,  // a number, then patterns
@@ -48,6 +49,10 @@ struct CAArgumentVerdict {
 // Judges the arguments of the current line, without regard to other lines. Leaves its text as it
 // is. For files it checks the access rights of the calling process.
 [[nodiscard]] CAArgumentVerdict CAJudgeArgument(CAArgument argument, CAConfigLines *line);
+
+// Why a header of this name cannot be set, as a static text; null when it can: no name, or one that
+// the agent must send itself.
+[[nodiscard]] const char *CAHeaderNameFault(std::string_view name);
 
 // Why a `useragent` or `requestheader` line is refused, as a static text; null when it is not.
 [[nodiscard]] const char *CAUserAgentFault(CAConfigLines *line);

@@ -10,6 +10,7 @@
 #include "base/CAtrace.h"
 #include "config/CAcfgLines.h"
 #include "config/CAdirectives.h"
+#include "report/CAresults.h"
 #include "url/CAqueue.h"
 
 CAConfig ac;
@@ -146,6 +147,8 @@ int CAConfig::load(CAQueue *queue, const char *name)
             return 0;
         }
     }
+    CACompleteVariants(&variants, requestHeaders);
+    results.setSentHeaders(CASentNames(variants, requestHeaders));
     loadURLsInHitsFile(queue, nullptr);
     seedCount = queue->getTotalEnqueued();
     if (determineProxy() == 0) {

@@ -20,6 +20,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <string_view>
+#include <vector>
 
 #include "HTList.h"
 #include "HTLocale.h"
@@ -29,6 +30,7 @@
 #include "base/CAtrace.h"
 #include "base/CAwhen.h"
 #include "config/CAoptions.h"
+#include "config/CAvariant.h"
 
 class CAConfigLines;
 class CAQueue;
@@ -186,6 +188,7 @@ public:
     std::int32_t breadthFirst = 0;      // flag: URLs are requested level by level
     char *userAgent = nullptr;          // owned; null: the built-in text
     char *requestHeaders = nullptr;     // owned; whole lines with CR LF; null: none
+    std::vector<CAVariant> variants;    // each URL is requested once for each; empty: once
 
     // With an observer the configuration is only examined: load() opens no file for writing and
     // queues no seed. Set before load(); not owned.

@@ -141,6 +141,8 @@ CAArgumentVerdict Check::judge(CAArgument argument, CAConfigLines *line)
         return {"no effect: a line above allows all queries", false};
     } else if (argument == CAArgument::HostLimit && allHosts.file != nullptr) {
         return {"no effect: " + textOf(allHosts) + " applies to all hosts", false};
+    } else if (argument == CAArgument::Variant && ac.variants.size() >= kMaxVariants) {
+        return {"no effect: there are " + std::to_string(kMaxVariants) + " variants above", false};
     } else if (argument == CAArgument::HostLimit && isForAllHosts(*line)) {
         allHosts = at;
     }
@@ -246,12 +248,16 @@ std::string hitsFault()
     return status.st_size == 0 ? file + " is empty" : "";
 }
 
-// What is wrong with a request header. The agent finds no links in compressed pages.
-std::string headerFault(const std::string &text)
+// What is wrong with a line that sets request headers.
+std::string headerFault(const Found &line)
 {
-    constexpr std::string_view kEncoding = "accept-encoding ";
-    const bool encoded = strncasecmp(text.c_str(), kEncoding.data(), kEncoding.size()) == 0;
-    return encoded && ac.delveDepth > 0 ? "no links are found in compressed pages" : "";
+    constexpr std::string_view kEncoding = "accept-encoding";
+    const char *const text = line.text.c_str();
+    const bool isCoded = line.row->takes == CAArgument::Header
+                             ? strncasecmp(text, kEncoding.data(), kEncoding.size()) == 0
+                             : strcasestr(text, kEncoding.data()) != nullptr;
+    const bool delves = ac.delveDepth > 0 && !ac.parseOptions.modernLinks;
+    return isCoded && delves ? "no links are found in compressed pages without modernlinks on" : "";
 }
 
 // A mistake that shows only in the settings together.
@@ -287,8 +293,9 @@ void finish(Check *check)
         warn(rule.name.data(), check->found[rule.name], rule.breaks() ? rule.fault : "");
     }
     for (const Found &line : check->several) {
-        const bool header = line.row->takes == CAArgument::Header;
-        warn("requestheader", line, header ? headerFault(line.text) : "");
+        const CAArgument takes = line.row->takes;
+        const bool isHeader = takes == CAArgument::Header || takes == CAArgument::Variant;
+        warn(line.row->name.data(), line, isHeader ? headerFault(line) : "");
     }
     const Found &top = check->found["loadtopcached"];
     warn("loadtopcached", top, HTInteger(top.text) > 0 ? hitsFault() : "");
@@ -334,7 +341,7 @@ void showSettings(Check *check)
         putRow(row.name, row.shown != nullptr ? row.shown(ac) : text,
                line.at.file != nullptr ? textOf(line.at) : "default");
     }
-    showSeveral(*check, CAArgument::ConfigFile, CAArgument::Header);
+    showSeveral(*check, CAArgument::ConfigFile, CAArgument::Variant);
 }
 
 // Reads the named files, or the agent's default file when `names` is empty. False when the agent

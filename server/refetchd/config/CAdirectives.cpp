@@ -160,6 +160,7 @@ constexpr std::array kDirectives = {
     CADirective{"useragent", A::UserAgent, CASetUserAgent, shownUserAgent},
     CADirective{"configfile", A::ConfigFile, CASetConfigFile},
     CADirective{"requestheader", A::Header, CASetRequestHeader},
+    CADirective{"variant", A::Variant, CASetVariant},
     CADirective{"cachequeries", A::Queries, CASetCacheQueries},
     CADirective{"ignoreurl", A::Pattern, CASetIgnoreUrl},
     CADirective{"onlyurl", A::Pattern, CASetOnlyUrl},

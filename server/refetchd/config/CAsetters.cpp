@@ -344,6 +344,20 @@ void CASetRequestHeader(const CADirectiveCall &call)
     CATrace("Header...... \"%s: %s\" will be sent.\n", name, value.c_str());
 }
 
+void CASetVariant(const CADirectiveCall &call)
+{
+    std::vector<CAVariant> &variants = call.config.variants;
+    CAVariant variant;
+    const char *const fault = CAReadVariant(&call.line, &variant);
+    if (fault != nullptr || variants.size() >= kMaxVariants) {
+        CATrace("Variant..... refused: %s.\n", fault != nullptr ? fault : "there are too many");
+        return;
+    }
+    variants.push_back(variant);
+    CATrace("Variant..... %d is \"%s\".\n", static_cast<int>(variants.size()),
+            CATextOf(variant).c_str());
+}
+
 void CASetRetries(const CADirectiveCall &call)
 {
     constexpr std::int32_t kMaxRetries = 100;

@@ -40,6 +40,7 @@ void CASetService(const CADirectiveCall &call);
 void CASetHttpVersion(const CADirectiveCall &call);
 void CASetUserAgent(const CADirectiveCall &call);
 void CASetRequestHeader(const CADirectiveCall &call);
+void CASetVariant(const CADirectiveCall &call);
 
 void CASetSaveFiles(const CADirectiveCall &call);
 void CASetSaveRoot(const CADirectiveCall &call);

@@ -106,6 +106,27 @@ std::string_view hostOf(const CAURL *url)
     return ac.updateProxy != nullptr ? ac.updateProxy : HTHostName();
 }
 
+// The headers by which a site may choose what it sends.
+struct Visitor {
+    std::string_view accept;
+    std::string_view userAgent;
+    std::string_view lines;  // others, with CR LF
+};
+
+Visitor visitorFor(const CAURL &url)
+{
+    Visitor visitor = {.accept = "text/html, */*; q=0.10",
+                       .userAgent = ac.userAgent != nullptr ? ac.userAgent : kDefaultUserAgent,
+                       .lines = ac.requestHeaders != nullptr ? ac.requestHeaders : ""};
+    if (!ac.variants.empty()) {
+        const CAVariant &variant = ac.variants[url.variant()];
+        visitor.accept = variant.accept.empty() ? visitor.accept : variant.accept;
+        visitor.userAgent = variant.userAgent.empty() ? visitor.userAgent : variant.userAgent;
+        visitor.lines = variant.lines;
+    }
+    return visitor;
+}
+
 int timeoutMilliseconds(std::int32_t seconds)
 {
     return static_cast<int>(std::clamp<std::int64_t>(std::int64_t{seconds} * 1000, 0, INT_MAX));
@@ -279,12 +300,12 @@ std::int32_t CAConnection::composeRequest(const CAURL *url)
         return -1;
     }
     const bool http11 = ac.parseOptions.http11;
+    const Visitor visitor = visitorFor(*url);
     request << " " << (http11 ? "HTTP/1.1" : ac.httpVersion) << "\r\n"
-            << "Accept: text/html, */*; q=0.10\r\n"
-            << "User-Agent: " << (ac.userAgent != nullptr ? ac.userAgent : kDefaultUserAgent)
-            << "\r\n"
+            << "Accept: " << visitor.accept << "\r\n"
+            << "User-Agent: " << visitor.userAgent << "\r\n"
             << "Host: " << host << "\r\n"
-            << cacheDirective() << (ac.requestHeaders != nullptr ? ac.requestHeaders : "")
+            << cacheDirective() << visitor.lines
             << (http11 ? "Connection: keep-alive\r\n\r\n" : "Connection: Keep-alive\r\n\r\n");
     if (!request.fits()) {
         traceRefusal(url, "too long for the request buffer");

@@ -148,8 +148,10 @@ constexpr std::uint32_t kShallowerMilliseconds = 50;
 // What happens to a URL after an exchange.
 enum class Next : std::uint8_t {
     Done,
-    Retry,  // the exchange broke off before a response: try again
-    Rest,   // the host asked for a pause: request the URL once more after it
+    Variant,  // request its next variant
+    Retry,    // the exchange broke off before a response: try again
+    Rest,     // the host asked for a pause: request the URL once more after it
+    Parked,   // the URL waits already, because another one's host asked for a pause
 };
 
 // Lets the host of `url` rest for as long as it asked.
@@ -179,21 +181,46 @@ CAFailure failureOf(const CAParseHTTP &parser, const CAConnection &connection)
     return isEnough ? CAFailure::None : connection.failure();
 }
 
+// The number of the URL's current variant for the results.
+std::int32_t variantOf(const CAURL &url)
+{
+    return ac.variants.empty() ? 0 : static_cast<std::int32_t>(url.variant()) + 1;
+}
+
+bool isLastVariant(const CAURL &url)
+{
+    return url.variant() + 1 >= ac.variants.size();
+}
+
 // Reports a URL that is not requested, or not retried, because the run is over.
 void tellStopped(const CAURL &url)
 {
     if (results.observes()) {
-        results.finished(url, {.failure = CAFailure::Stopped, .started = CANowMilliseconds()});
+        results.finished(url, {.failure = CAFailure::Stopped,
+                               .started = CANowMilliseconds(),
+                               .variant = variantOf(url)});
     }
 }
 
-// While it lives, the results count `url` as in flight on this worker thread.
+// The same for all variants of the URL that are left.
+void tellAllStopped(CAURL *url)
+{
+    tellStopped(*url);
+    while (!isLastVariant(*url)) {
+        url->advanceVariant();
+        tellStopped(*url);
+    }
+}
+
+// While it lives, the results count a URL as in flight on this worker thread.
 class InFlight {
 public:
-    InFlight(std::int32_t client, const CAURL &url) : client_(client)
+    InFlight(std::int32_t client, const CAURL &url) : client_(client) { note(url); }
+    // Notes that the URL is in flight again, after its result was reported, for another variant.
+    void note(const CAURL &url) const
     {
         if (results.observes()) {
-            results.setInFlight(client_, &url);
+            results.setInFlight(client_, &url, variantOf(url));
         }
     }
     ~InFlight()
@@ -225,10 +252,19 @@ Next nextOf(const Client &client, const CAURL &url, const CAExchange &result,
     return rest > 0 && !url.isRepeated() ? Next::Rest : Next::Done;
 }
 
-// Requests the URL once. The result is reported unless another exchange is to follow.
+// The first variant alone leads on: what visitors see is the same page in all of them.
+CAParseOptions optionsFor(const CAURL &url)
+{
+    CAParseOptions options = ac.parseOptions;
+    options.takesNothing = url.variant() > 0;
+    return options;
+}
+
+// Requests the URL's current variant once. The result is reported unless it is to be requested once
+// more.
 Next exchange(const Client &client, CAConnection *connection, CAURL *url, std::uint32_t run)
 {
-    const auto parser = CANewResponseParser(url, client.context, ac.parseOptions);
+    const auto parser = CANewResponseParser(url, client.context, optionsFor(*url));
     CATrace("Worker...... #%d working on URL \"%s\".\n", client.index + 1, url->stringitize());
     CAExchange result;
     if (results.observes()) {
@@ -239,7 +275,7 @@ Next exchange(const Client &client, CAConnection *connection, CAURL *url, std::u
         return Next::Done;
     }
     connection->requestURL(url, parser.get());
-    if (parser->getHTTPRequestRC() == 200) {
+    if (parser->getHTTPRequestRC() == 200 && url->variant() == 0) {
         client.worker->incrementSuccesses();
     }
     result.status = parser->isHTTP() ? parser->getHTTPRequestRC() : 0;
@@ -251,8 +287,11 @@ Next exchange(const Client &client, CAConnection *connection, CAURL *url, std::u
     if (next != Next::Done) {
         return next;
     }
-    client.worker->incrementFinished();
+    if (isLastVariant(*url)) {
+        client.worker->incrementFinished();
+    }
     if (results.observes()) {
+        result.variant = variantOf(*url);
         // The clock may have been set back in the meantime.
         result.milliseconds = std::max<std::int64_t>(CANowMilliseconds() - result.started, 0);
         result.bytes = connection->received();
@@ -260,6 +299,40 @@ Next exchange(const Client &client, CAConnection *connection, CAURL *url, std::u
         results.finished(*url, result);
     }
     return Next::Done;
+}
+
+// Goes on to the URL's next variant as soon as that may be requested; a variant counts as a request
+// for every limit. Done when there is none, or when the run ends first.
+Next advance(const Client &client, const InFlight &inFlight, CAURL *url, std::uint32_t run)
+{
+    if (isLastVariant(*url)) {
+        return Next::Done;
+    }
+    url->advanceVariant();
+    if (ac.retryAfter != 0 && restingHosts.park(url, HTtime())) {
+        return Next::Parked;
+    }
+    inFlight.note(*url);
+    if (ac.delayMs > 0) {
+        HTSleep(static_cast<std::uint32_t>(ac.delayMs));
+    }
+    if (waitForBudget(client, run)) {
+        return Next::Variant;
+    }
+    tellAllStopped(url);
+    return Next::Done;
+}
+
+// Requests the URL in all variants that are left, one behind the other on the same connection.
+Next exchangeAll(const Client &client, CAConnection *connection, const InFlight &inFlight,
+                 CAURL *url, std::uint32_t run)
+{
+    Next next = Next::Variant;
+    while (next == Next::Variant) {
+        next = exchange(client, connection, url, run);
+        next = next == Next::Done ? advance(client, inFlight, url, run) : next;
+    }
+    return next;
 }
 
 void retry(const Client &client, CAConnection *connection, CAURL *url, std::uint32_t run);
@@ -276,19 +349,20 @@ void fetch(const Client &client, CAURL *url, std::uint32_t run)
             ownConnection = std::make_unique<CAConnection>(std::string(url->host()).c_str());
             connection = ownConnection.get();
         }
-        next = exchange(client, connection, url, run);
+        next = exchangeAll(client, connection, inFlight, url, run);
     }
-    if (next == Next::Retry) {
-        return retry(client, connection, url, run);
-    }
-    if (next == Next::Rest) {
+    switch (next) {
+    case Next::Retry: return retry(client, connection, url, run);
+    case Next::Rest:
         url->setRepeated();
         if (!restingHosts.park(url, HTtime())) {
             urlQueue->requeue(url);  // the host's rest has ended already
         }
         return;
+    case Next::Parked: return;
+    case Next::Variant:
+    case Next::Done: delete url;
     }
-    delete url;
 }
 
 // Retries a URL: the first time at once on a new connection, unless the run is over, and later
@@ -301,7 +375,7 @@ void retry(const Client &client, CAConnection *connection, CAURL *url, std::uint
     connection->renew();
     const bool atOnce = url->retries() == 1;
     if (atOnce && !waitForBudget(client, run)) {
-        tellStopped(*url);
+        tellAllStopped(url);
         delete url;
     } else if (atOnce) {
         fetch(client, url, run);

@@ -1,30 +1,17 @@
 #include "parse/CAframing.h"
 
-#include <strings.h>
-
 #include <charconv>
-#include <limits>
+
+#include "HTString.h"
 
 namespace {
 
-bool isSame(std::string_view a, std::string_view b)
-{
-    return a.size() == b.size() && strncasecmp(a.data(), b.data(), a.size()) == 0;
-}
-
-// Calls `take` for each member of a list, without the blanks around it.
-//
-//     list := member { ',' member }
+// Calls `take` for each member of a list.
 template <typename Take>
 void forEachMember(std::string_view list, Take take)
 {
-    constexpr std::string_view kBlanks = " \t";
     while (!list.empty()) {
-        std::string_view member = list.substr(0, list.find(','));
-        list.remove_prefix(member.size() == list.size() ? list.size() : member.size() + 1);
-        member.remove_prefix(std::min(member.find_first_not_of(kBlanks), member.size()));
-        member = member.substr(0, member.find_last_not_of(kBlanks) + 1);
-        take(member);
+        take(HTTakeMember(&list));
     }
 }
 
@@ -42,11 +29,11 @@ std::int64_t numberIn(std::string_view text)
 
 void CAFraming::add(std::string_view name, std::string_view value)
 {
-    if (isSame(name, "Content-Length")) {
+    if (HTEqualsNoCase(name, "Content-Length")) {
         addLengths(value);
-    } else if (isSame(name, "Transfer-Encoding")) {
+    } else if (HTEqualsNoCase(name, "Transfer-Encoding")) {
         addTransferCodings(value);
-    } else if (isSame(name, "Connection")) {
+    } else if (HTEqualsNoCase(name, "Connection")) {
         addConnectionOptions(value);
     }
 }
@@ -65,15 +52,16 @@ void CAFraming::addLengths(std::string_view value)
 void CAFraming::addTransferCodings(std::string_view value)
 {
     isTransferCoded_ = true;
-    forEachMember(value,
-                  [this](std::string_view member) { endsInChunks_ = isSame(member, "chunked"); });
+    forEachMember(value, [this](std::string_view member) {
+        endsInChunks_ = HTEqualsNoCase(member, "chunked");
+    });
 }
 
 void CAFraming::addConnectionOptions(std::string_view value)
 {
     forEachMember(value, [this](std::string_view member) {
-        asksToClose_ = asksToClose_ || isSame(member, "close");
-        asksToKeep_ = asksToKeep_ || isSame(member, "keep-alive");
+        asksToClose_ = asksToClose_ || HTEqualsNoCase(member, "close");
+        asksToKeep_ = asksToKeep_ || HTEqualsNoCase(member, "keep-alive");
     });
 }
 

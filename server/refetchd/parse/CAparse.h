@@ -3,8 +3,8 @@
 //
 // A chain reads one response. The connection passes each block to the head (CAParseHTTP), which
 // removes the status line, the headers and the chunk framing, and passes the body on to its sink:
-// CAParseHTML for pages, CAParseBinary for other bodies that are saved. Without a sink the body is
-// dropped. A chain belongs to one worker thread.
+// CAParseHTML for pages, with CAParseCoded in front if they are compressed; CAParseBinary for other
+// bodies that are saved. Without a sink the body is dropped. A chain belongs to one worker thread.
 #pragma once
 
 #include <cstdint>

@@ -276,3 +276,12 @@ CAParseBinary::~CAParseBinary()
         addSink(nullptr);
     }
 }
+
+CAParseBinary *CANewCopy(CAURL *url)
+{
+    if (ac.saveFiles == 0 || ac.saveRoot == nullptr) {
+        return nullptr;
+    }
+    CATrace("Adding...... new binary-parser for URL \"%s\".\n", url->stringitize());
+    return new CAParseBinary(url);
+}

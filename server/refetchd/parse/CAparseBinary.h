@@ -36,3 +36,6 @@ private:
     std::uint64_t bytesWritten_ = 0;
     FILE *file_ = nullptr;
 };
+
+// A parser that saves the page with this URL; null when no copies are kept. The caller owns it.
+[[nodiscard]] CAParseBinary *CANewCopy(CAURL *url);

@@ -14,10 +14,13 @@
 
 CAParseHTML::CAParseHTML(CAURL *url) : CAParseHTML(url, HTThread_context()) {}
 
-CAParseHTML::CAParseHTML(CAURL *url, HTThreadContext *threadContext, const CAParseOptions &options)
+CAParseHTML::CAParseHTML(CAURL *url, HTThreadContext *threadContext, const CAParseOptions &options,
+                         Copy copy)
     : CAParser(url, threadContext), links_(this, ac.loadInlineImages != 0)
 {
-    commonInit();
+    if (copy == Copy::IfWanted) {
+        commonInit();
+    }
     if (options.modernLinks) {
         modernLinks_ = std::make_unique<CAScanModern>(static_cast<CALinkSink *>(this),
                                                       ac.loadInlineImages != 0);
@@ -26,11 +29,7 @@ CAParseHTML::CAParseHTML(CAURL *url, HTThreadContext *threadContext, const CAPar
 
 void CAParseHTML::commonInit()
 {
-    if (ac.saveFiles == 0 || ac.saveRoot == nullptr) {
-        return;
-    }
-    CATrace("Adding...... new binary-parser for URL \"%s\".\n", url_->stringitize());
-    addSink(new CAParseBinary(url_));
+    addSink(CANewCopy(url_));
 }
 
 CAParseHTML::~CAParseHTML()
@@ -52,7 +51,7 @@ std::int32_t CAParseHTML::consume(char *data, std::int32_t length, std::int32_t 
                 static_cast<unsigned>(length));
         sink_->consume(data, length, finished, closeConnection);
     }
-    if (!delves()) {
+    if (!delves(url_)) {
         return length;
     }
     if (modernLinks_ != nullptr) {
@@ -65,13 +64,13 @@ std::int32_t CAParseHTML::consume(char *data, std::int32_t length, std::int32_t 
     return length;
 }
 
-bool CAParseHTML::delves() const
+bool CAParseHTML::delves(const CAURL *url)
 {
     if (ac.delveInto == NEVER && ac.loadInlineImages == 0) {
         return false;
     }
-    if (CAMatchWhen(ac.delveInto, url_->source()) == 0) {
-        CATrace("HTMLconsume. Don't delve off of URL: \"%s\".\n", url_->stringitize());
+    if (CAMatchWhen(ac.delveInto, url->source()) == 0) {
+        CATrace("HTMLconsume. Don't delve off of URL: \"%s\".\n", url->stringitize());
         return false;
     }
     return true;

@@ -12,11 +12,20 @@
 // scanned, because the scan writes NULs into it.
 class CAParseHTML : public CAParser, private CALinkSink {
 public:
+    enum class Copy : std::uint8_t {
+        IfWanted,  // the parser saves the page when pages are saved
+        None,      // another stage does so
+    };
+
     explicit CAParseHTML(CAURL *url);
-    CAParseHTML(CAURL *url, HTThreadContext *threadContext, const CAParseOptions &options = {});
+    CAParseHTML(CAURL *url, HTThreadContext *threadContext, const CAParseOptions &options = {},
+                Copy copy = Copy::IfWanted);
     ~CAParseHTML() override;
     CAParseHTML(const CAParseHTML &) = delete;
     CAParseHTML &operator=(const CAParseHTML &) = delete;
+
+    // True when links of the page with this URL are wanted.
+    [[nodiscard]] static bool delves(const CAURL *url);
 
     // Takes everything. Leaves both flags to its sink.
     std::int32_t consume(char *data, std::int32_t length, std::int32_t *finished,
@@ -24,7 +33,6 @@ public:
 
 private:
     void commonInit();
-    [[nodiscard]] bool delves() const;
     [[nodiscard]] static bool takesLinks();
     void processFoundUrl(const char *link, bool raisesDepth) override;
     void processFoundBase(const char *href) override;

@@ -14,6 +14,7 @@
 #include "config/CAcfg.h"
 #include "config/CAwanted.h"
 #include "parse/CAparseBinary.h"
+#include "parse/CAparseCoded.h"
 #include "parse/CAparseHTML.h"
 
 namespace {
@@ -29,9 +30,12 @@ constexpr std::array<std::string_view, 5> kKeptHeaders = {
     "Connection:", "Content-Length:", "Content-type:", "Location:", "Transfer-Encoding:"};
 
 // Kept as well when the options say so.
-constexpr std::array<std::string_view, 9> kMoreHeaders = {
-    "Age:", "Cache-Control:", "Cache-Status:",   "Date:",     "Retry-After:",
-    "Via:", "X-Cache:",       "X-Cache-Lookup:", "X-Varnish:"};
+constexpr std::array<std::string_view, 10> kMoreHeaders = {
+    "Age:",  "Cache-Control:", "Cache-Status:", "Date:",           "Retry-After:",
+    "Vary:", "Via:",           "X-Cache:",      "X-Cache-Lookup:", "X-Varnish:"};
+
+// Kept as well when links are looked for as browsers do.
+constexpr std::array<std::string_view, 1> kPageHeaders = {"Content-Encoding:"};
 
 template <std::size_t count>
 bool isAmong(const std::array<std::string_view, count> &names, std::string_view name)
@@ -91,7 +95,8 @@ CACacheHeaders CAParseHTTP::cacheHeaders() const
             .via = header("Via:"),
             .xCache = header("X-Cache:"),
             .xCacheLookup = header("X-Cache-Lookup:"),
-            .xVarnish = header("X-Varnish:")};
+            .xVarnish = header("X-Varnish:"),
+            .vary = header("Vary:")};
 }
 
 std::int32_t CAParseHTTP::consume(char *data, std::int32_t length, std::int32_t *finished,
@@ -199,25 +204,28 @@ void CAParseHTTP::consumeHeaders(char **readP, char *const *writeP)
     }
 }
 
-void CAParseHTTP::keepIfUseful(std::string_view name, std::string_view value)
+bool CAParseHTTP::isUseful(std::string_view name) const
 {
-    if (isAmong(kKeptHeaders, name) || (options_.keepMoreHeaders && isAmong(kMoreHeaders, name))) {
-        keepHeader(name, value);
-    }
+    return isAmong(kKeptHeaders, name) ||
+           (options_.keepMoreHeaders && isAmong(kMoreHeaders, name)) ||
+           (options_.modernLinks && isAmong(kPageHeaders, name));
 }
 
-void CAParseHTTP::keepHeader(std::string_view name, std::string_view value)
+void CAParseHTTP::keepHeader(const char *name, const char *value)
 {
+    std::string all;
+    if (strcasecmp(name, "Vary:") == 0 && !header(name).empty()) {
+        value = all.append(header(name)).append(", ").append(value).c_str();
+    }
     if (headerBytes_ > kMaxHeaderBytes) {
         return;
     }
-    headerBytes_ += kHeaderRecord + name.size() + value.size();
+    headerBytes_ += kHeaderRecord + std::strlen(name) + std::strlen(value);
     if (headerBytes_ > kMaxHeaderBytes) {
         CATrace("Parser...... too many headers, ignoring the rest.\n");
         return;
     }
-    HTAssocList_add(headers_, std::string(name).c_str(), std::string(value).c_str(),
-                    threadContext_);
+    HTAssocList_add(headers_, name, value, threadContext_);
 }
 
 void CAParseHTTP::addHeader(char *line)
@@ -230,7 +238,9 @@ void CAParseHTTP::addHeader(char *line)
     *space = '\0';
     const std::string_view name(line, static_cast<std::size_t>(space - line));
     const char *const value = space + 1;
-    keepIfUseful(name, value);
+    if (isUseful(name)) {
+        keepHeader(line, value);
+    }
     CATrace("Parser...... found header %s %s.\n", line, value);
 }
 
@@ -238,7 +248,8 @@ void CAParseHTTP::addHeader(char *line)
 // same if it is one that only the options need.
 void CAParseHTTP::addWithoutBlank(const char *line)
 {
-    if (!options_.closeDelimitedBodies && !options_.keepMoreHeaders) {
+    const bool needsOthers = options_.closeDelimitedBodies || options_.keepMoreHeaders;
+    if (!needsOthers && !options_.modernLinks) {
         return;
     }
     const char *const colon = std::strchr(line, ':');
@@ -246,8 +257,10 @@ void CAParseHTTP::addWithoutBlank(const char *line)
         return;
     }
     const std::string name(line, colon + 1);
-    if (isAmong(kMoreHeaders, name) || strcasecmp(name.c_str(), "Transfer-Encoding:") == 0) {
-        keepHeader(name, colon + 1);
+    if ((needsOthers &&
+         (isAmong(kMoreHeaders, name) || strcasecmp(name.c_str(), "Transfer-Encoding:") == 0)) ||
+        (options_.modernLinks && isAmong(kPageHeaders, name))) {
+        keepHeader(name.c_str(), colon + 1);
     }
 }
 
@@ -349,7 +362,8 @@ bool CAParseHTTP::chooseSink()
     const std::string_view type(header, std::strcspn(header, ";"));
     if (type == "text/html") {
         CATrace("Parser...... will parse HTML body.\n");
-        addSink(new CAParseHTML(url_, threadContext_, options_));
+        addSink(CANewPageParser(url_, threadContext_, options_,
+                                CAParseHTTP::header("Content-Encoding:")));
         return true;
     }
     CATrace("Parser...... doesn't understand Content-type: %.*s\n", static_cast<int>(type.size()),

@@ -60,9 +60,10 @@ protected:
     static constexpr std::int32_t kOk = 200;
     static constexpr std::int32_t kBadResponse = 500;
 
-    // Keeps a header that somebody asks for, unless they have used up their memory already. `name`
-    // includes the colon.
-    void keepIfUseful(std::string_view name, std::string_view value);
+    // True for a header that somebody asks for later. The name includes the colon, also below.
+    [[nodiscard]] bool isUseful(std::string_view name) const;
+    // Keeps a header, unless the headers have used up their memory already.
+    void keepHeader(const char *name, const char *value);
     // Follows a redirect. False when a limit of the queue keeps its target out for now.
     [[nodiscard]] bool followIfRedirected();
     // Installs the sink for the body of a 200. False (traced) when the response has no type.
@@ -87,7 +88,6 @@ protected:
     void consumeRC(char **readP, char *const *writeP);
     void consumeHeaders(char **readP, char *const *writeP);
     void addHeader(char *line);
-    void keepHeader(std::string_view name, std::string_view value);
     void addWithoutBlank(const char *line);
     void readFraming(std::int32_t *closeConnection);
     [[nodiscard]] bool isChunked() const;

@@ -18,17 +18,6 @@ constexpr int kMaxInterim = 64;
 // Most bytes that are read away to keep the connection: a new one costs less than more of them.
 constexpr std::int64_t kMaxReadAway = 65536;
 
-std::string_view trimmed(std::string_view text)
-{
-    text.remove_prefix(std::min(text.find_first_not_of(kBlanks), text.size()));
-    return text.substr(0, text.find_last_not_of(kBlanks) + 1);
-}
-
-int asInt(std::string_view text)
-{
-    return static_cast<int>(text.size());
-}
-
 }  // namespace
 
 std::int32_t CAParseHTTP11::consume(char *data, std::int32_t length, std::int32_t *finished,
@@ -117,17 +106,20 @@ CAParseHTTP11::State CAParseHTTP11::readField(std::string_view line)
     }
     const std::size_t colon = line.find(':');
     if (colon == std::string_view::npos) {
-        CATrace("Parser...... ignoring header without a colon \"%.*s\".\n", asInt(line),
+        CATrace("Parser...... ignoring header without a colon \"%.*s\".\n", CALength(line),
                 line.data());
         return State::Headers;
     }
-    const std::string_view name = trimmed(line.substr(0, colon));
-    const std::string_view value = trimmed(line.substr(colon + 1));
-    CATrace("Parser...... found header %.*s: %.*s.\n", asInt(name), name.data(), asInt(value),
+    const std::string_view name = HTTrimmed(line.substr(0, colon));
+    const std::string_view value = HTTrimmed(line.substr(colon + 1));
+    CATrace("Parser...... found header %.*s: %.*s.\n", CALength(name), name.data(), CALength(value),
             value.data());
-    if (rc_ >= kOk) {  // what an interim response says is not about the final one
-        framing_.add(name, value);
-        keepIfUseful(std::string(name) + ":", value);
+    if (rc_ < kOk) {
+        return State::Headers;  // what an interim response says is not about the final one
+    }
+    framing_.add(name, value);
+    if (isUseful(line.substr(0, colon + 1))) {
+        keepHeader((std::string(name) + ":").c_str(), std::string(value).c_str());
     }
     return State::Headers;
 }

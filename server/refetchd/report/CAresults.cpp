@@ -93,12 +93,22 @@ void CAResults::finished(const CAURL &url, const CAExchange &exchange)
         for (Flight &flight : flights_) {
             flight.url = flight.url == &url ? nullptr : flight.url;
         }
+        // A page counts once, however many variants it has.
+        if (exchange.status == 200 && exchange.variant <= 1 && !isOver_) {
+            vary_.count(exchange.headers.vary);
+        }
         error = tellLocked(record);
     }
     reportFailure(logPath_, error);
 }
 
-void CAResults::setInFlight(std::int32_t client, const CAURL *url)
+void CAResults::setSentHeaders(std::vector<std::string> names)
+{
+    const PMutexGuard guard(mutex_);
+    vary_.setSent(std::move(names));
+}
+
+void CAResults::setInFlight(std::int32_t client, const CAURL *url, std::int32_t variant)
 {
     const std::int64_t now = url != nullptr ? CANowMilliseconds() : 0;
     const auto index = static_cast<std::size_t>(client);
@@ -106,7 +116,7 @@ void CAResults::setInFlight(std::int32_t client, const CAURL *url)
     if (index >= flights_.size()) {
         flights_.resize(index + 1);
     }
-    flights_[index] = {url, now};
+    flights_[index] = {url, variant, now};
 }
 
 // Each int function below returns 0, or an error number that the caller must report. Only the first
@@ -115,7 +125,7 @@ void CAResults::setInFlight(std::int32_t client, const CAURL *url)
 int CAResults::tellFlightsLocked()
 {
     int error = 0;
-    for (const auto &[url, started] : flights_) {
+    for (const auto &[url, variant, started] : flights_) {
         if (url != nullptr) {
             const int failed = tellLocked({.url = url->stringitize(),
                                            .source = url->source(),
@@ -125,7 +135,8 @@ int CAResults::tellFlightsLocked()
                                            .why = CAFailureText(CAFailure::Stopped),
                                            .exchange = {.started = started,
                                                         .milliseconds = std::max<std::int64_t>(
-                                                            CANowMilliseconds() - started, 0)}});
+                                                            CANowMilliseconds() - started, 0),
+                                                        .variant = variant}});
             error = error == 0 ? failed : error;
         }
     }
@@ -174,6 +185,9 @@ int CAResults::addLineLocked(const Record &record)
          << ",\"status\":" << record.exchange.status << ",\"bytes\":" << record.exchange.bytes
          << ",\"ms\":" << record.exchange.milliseconds << ",\"verdict\":\""
          << CAVerdictName(record.verdict) << "\"";
+    if (record.exchange.variant > 0) {
+        line << ",\"variant\":" << record.exchange.variant;
+    }
     if (record.age >= 0) {
         line << ",\"age\":" << record.age;
     }
@@ -245,6 +259,8 @@ void CAResults::endRun(std::time_t started, std::int32_t seconds, std::int32_t q
         error = failed != 0 ? failed : error;
         last_ = tally_;
         tally_ = CATally();
+        lastVary_ = vary_;
+        vary_.restart();
     }
     reportFailure(logPath_, error);
     if (!metricsPath_.empty()) {

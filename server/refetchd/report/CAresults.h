@@ -19,6 +19,7 @@
 #include "base/CAoutcome.h"
 #include "htthread.h"
 #include "report/CAmetrics.h"
+#include "report/CAvary.h"
 #include "report/CAverdict.h"
 
 // Milliseconds since the epoch, for CAExchange::started.
@@ -39,6 +40,8 @@ public:
     // log closes the first one, after writing its lines.
     void setLog(const char *path);
     void setMetricsFile(const char *path) { metricsPath_ = path; }
+    // The headers with which the agent asks as visitors do, by name. Main thread, as above.
+    void setSentHeaders(std::vector<std::string> names);
 
     // True when outcomes are collected; only then call dropped(), finished(), setInFlight() and
     // endRun(). Any thread.
@@ -50,10 +53,10 @@ public:
     void dropped(std::string_view url, _source source, std::int32_t depth, CADrop why);
     void finished(const CAURL &url, const CAExchange &exchange);
 
-    // Notes which URL worker thread number `client` (from 0) works on; null: none. finished()
-    // clears the note, too. The URL stays the caller's, who clears the note before deleting it. Any
-    // thread.
-    void setInFlight(std::int32_t client, const CAURL *url);
+    // Notes which URL, and which variant of it (from 1; 0: there are none), worker thread number
+    // `client` (from 0) works on; null: none. finished() clears the note, too. The URL stays the
+    // caller's, who clears the note before deleting it. Any thread.
+    void setInFlight(std::int32_t client, const CAURL *url, std::int32_t variant = 0);
 
     // Writes the buffered lines, so that a reader sees them and a kill does not lose them. Any
     // thread.
@@ -72,6 +75,9 @@ public:
     [[nodiscard]] std::int32_t answers200() const { return last_.answers200; }
     [[nodiscard]] std::int32_t agedHits() const { return last_.agedHits; }
     [[nodiscard]] bool cacheIgnoresUs() const { return last_.agedHits > last_.answers200 / 2; }
+    // The pages of that run which vary by headers that the agent does not send; and these headers.
+    [[nodiscard]] std::int32_t varyingPages() const { return lastVary_.pages(); }
+    [[nodiscard]] std::string varyingBy() const { return lastVary_.names(); }
 
 private:
     static constexpr std::size_t kMaxLine = 32768;
@@ -91,6 +97,7 @@ private:
 
     struct Flight {
         const CAURL *url = nullptr;
+        std::int32_t variant = 0;
         std::int64_t started = 0;
     };
 
@@ -103,7 +110,8 @@ private:
 
     std::string logPath_;
     std::string metricsPath_;
-    CATally last_;  // the master thread's
+    CATally last_;          // the master thread's
+    CAVaryCount lastVary_;  // the same
 
     // Also held while lines are written to the file, because a late worker thread may report while
     // the master thread closes it.
@@ -114,6 +122,7 @@ private:
     bool failed_ HT_GUARDED_BY(mutex_) = false;  // an error of this run was reported already
     bool isOver_ HT_GUARDED_BY(mutex_) = false;  // the last run has ended
     CATally tally_ HT_GUARDED_BY(mutex_);
+    CAVaryCount vary_ HT_GUARDED_BY(mutex_);
     std::vector<Flight> flights_ HT_GUARDED_BY(mutex_);  // by client
 };
 

@@ -9,7 +9,8 @@
 #include "base/CAoutcome.h"
 
 // Header values of a response; empty for a header that is absent. Of a header that occurs more than
-// once it is the last value, because a cache adds its own behind those that it received.
+// once it is the last value, because a cache adds its own behind those that it received; only of
+// "Vary:" it is all of them.
 struct CACacheHeaders {
     std::string_view age = {};
     std::string_view cacheControl = {};
@@ -19,6 +20,7 @@ struct CACacheHeaders {
     std::string_view xCache = {};
     std::string_view xCacheLookup = {};
     std::string_view xVarnish = {};
+    std::string_view vary = {};
 };
 
 // One request and what came back.
@@ -29,6 +31,7 @@ struct CAExchange {
     std::int64_t started = 0;             // milliseconds since the epoch
     std::int64_t milliseconds = 0;        // from the start to the last byte
     CACacheHeaders headers = {};          // of the response
+    std::int32_t variant = 0;             // from 1; 0: there are no variants
 };
 
 // The judgement on an exchange.

@@ -1,6 +1,7 @@
 // One URL to refresh.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string_view>
 
@@ -29,10 +30,17 @@ public:
     void setDepth(std::int32_t depth) { depth_ = depth; }
     void setHits(std::int32_t hits) { hits_ = hits; }
     void incrementHits() { ++hits_; }
-    // Counts one retry.
+    // Counts one retry of the current variant.
     void countRetry() { ++retries_; }
     // Marks a URL that is requested once more because its host asked for a pause.
     void setRepeated() { repeated_ = true; }
+    // Goes on to the next variant, which has had no retries yet.
+    void advanceVariant()
+    {
+        ++variant_;
+        retries_ = 0;
+        repeated_ = false;
+    }
 
     // The scheme without ":"; the host, with its port unless that is the default of http or gopher
     // or the scheme is file; the path with the query, without the fragment. "" for a part that is
@@ -46,6 +54,8 @@ public:
     [[nodiscard]] std::int32_t hits() const { return hits_; }
     [[nodiscard]] std::int32_t retries() const { return retries_; }
     [[nodiscard]] bool isRepeated() const { return repeated_; }
+    // The variant that is requested next, as an index of CAConfig::variants.
+    [[nodiscard]] std::size_t variant() const { return variant_; }
 
     // 1 when this URL, a link or redirection on the page `parent`, is to be enqueued, else 0. A
     // fixed operation of the record; as url/ knows no configuration, it is defined and decided in
@@ -70,5 +80,6 @@ private:
     std::int32_t hits_ = 1;
     _source source_ = SOURCE_CONFIG;
     bool repeated_ = false;
-    std::uint16_t retries_ = 0;
+    std::uint8_t retries_ = 0;  // at most 100, as `retries`
+    std::uint8_t variant_ = 0;
 };

@@ -1,0 +1,100 @@
+#include "parse/CAparseCoded.h"
+
+#include <algorithm>
+#include <utility>
+#include <vector>
+
+#include "HTString.h"
+#include "base/CAtrace.h"
+#include "parse/CAparseBinary.h"
+#include "parse/CAparseHTML.h"
+
+CAParseCoded::CAParseCoded(CAURL *url, HTThreadContext *threadContext,
+                           std::unique_ptr<CADecoder> decoder, CAParser *next, CAParser *copy)
+    : CAParser(url, threadContext), decoder_(std::move(decoder)), copy_(copy)
+{
+    addSink(next);
+}
+
+std::int32_t CAParseCoded::consume(char *data, std::int32_t length, std::int32_t *finished,
+                                   std::int32_t *closeConnection)
+{
+    if (data == nullptr || length <= 0) {
+        return 0;
+    }
+    if (copy_ != nullptr) {
+        copy_->consume(data, length, finished, closeConnection);
+    }
+    std::string_view input(data, static_cast<std::size_t>(length));
+    bool mayHoldMore = true;
+    while (decoder_ != nullptr && mayHoldMore) {
+        const std::size_t room = std::min(kBlock, kMostDecoded - decoded_);
+        const std::size_t made = decoder_->decode(&input, block_.data(), room);
+        mayHoldMore = made == room || !input.empty();
+        decoded_ += made;
+        CAParser::consume(block_.data(), static_cast<std::int32_t>(made), finished,
+                          closeConnection);
+        stopWhenDone();
+    }
+    return length;
+}
+
+void CAParseCoded::stopWhenDone()
+{
+    if (decoder_->state() == CADecoder::State::Broken) {
+        CATrace("Coding...... is broken after %zu bytes, no more links are looked for.\n",
+                decoded_);
+    } else if (decoded_ == kMostDecoded) {
+        CATrace("Coding...... gave %zu bytes, no links are looked for in the rest.\n", decoded_);
+    } else if (decoder_->state() == CADecoder::State::Reading) {
+        return;
+    }
+    decoder_.reset();
+}
+
+namespace {
+
+constexpr std::size_t kMostCodings = 3;
+
+using Decoders = std::vector<std::unique_ptr<CADecoder>>;
+
+// Makes a decoder for each coding, in the order in which the codings were applied. False when one
+// is unknown or there are too many.
+bool makeDecoders(std::string_view codings, Decoders *decoders)
+{
+    while (!codings.empty()) {
+        const std::string_view coding = HTTakeMember(&codings);
+        if (coding.empty() || HTEqualsNoCase(coding, "identity")) {
+            continue;
+        }
+        decoders->push_back(CANewDecoder(coding));
+        if (decoders->back() == nullptr || decoders->size() > kMostCodings) {
+            return false;
+        }
+    }
+    return true;
+}
+
+}  // namespace
+
+CAParser *CANewPageParser(CAURL *url, HTThreadContext *threadContext, const CAParseOptions &options,
+                          std::string_view codings)
+{
+    Decoders decoders;
+    if (!codings.empty() && CAParseHTML::delves(url) && !makeDecoders(codings, &decoders)) {
+        CATrace("Coding...... can't decode \"%.*s\", no links are looked for.\n",
+                static_cast<int>(codings.size()), codings.data());
+        return CANewCopy(url);
+    }
+    if (decoders.empty()) {
+        return new CAParseHTML(url, threadContext, options);
+    }
+    CATrace("Coding...... will decode \"%.*s\".\n", static_cast<int>(codings.size()),
+            codings.data());
+    CAParser *parser = new CAParseHTML(url, threadContext, options, CAParseHTML::Copy::None);
+    for (std::unique_ptr<CADecoder> &decoder : decoders) {
+        CAParser *const copy = &decoder == &decoders.back() ? CANewCopy(url) : nullptr;
+        parser = new CAParseCoded(url, threadContext, std::move(decoder), parser, copy);
+    }
+    return parser;
+}
