@@ -244,18 +244,19 @@ void warnOfVary()
     }
     const std::string names = results.varyingBy();
     std::array<char, 1024> text{};
-    std::snprintf(text.data(), text.size(),
-                  "%d %s by %s, which the agent does not send: the copies of visitors who send it "
-                  "are as old as before (behind nginx, the agent's copies took their place). Set "
-                  "\"variant\", see docs/proxies.md.\n",
-                  pages, pages == 1 ? "page varies" : "pages vary", names.c_str());
+    std::snprintf(
+        text.data(), text.size(),
+        "%d %s by %s, and the agent does not send what visitors send: their copies are as "
+        "old as before (behind nginx, the agent's copies took their place). Set "
+        "\"variant\", see docs/proxies.md.\n",
+        pages, pages == 1 ? "page varies" : "pages vary", names.c_str());
     CATrace("Results..... %s", text.data());
     if (ac.traceStream != stderr) {
         std::fprintf(stderr, "refetchd: %s", text.data());
     }
     CAErrorLog(960,
-               "Pages vary by %s, which the agent does not send: the copies of visitors who send "
-               "it are as old as before (behind nginx, the agent's copies took their place). Set "
+               "Pages vary by %s, and the agent does not send what visitors send: their copies "
+               "are as old as before (behind nginx, the agent's copies took their place). Set "
                "\"variant\", see docs/proxies.md.\n",
                names.c_str());
 }

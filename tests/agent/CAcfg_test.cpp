@@ -72,15 +72,18 @@ const DirectiveRow kDirectives[] = {
      "LoadConfig.. we will make no more than 6 requests to hosts matching \"b *\".\n"},
     {"SaveRoot", "slr \\s\\t\nslr /s/\n", "SLR......... \"/s/t/\".\nSLR......... \"/s/\".\n"},
     {"Variants",
-     "variant User-Agent: M/5.0 (X11; rv:1; +http://x.y);  Accept:  a, b;q=0.1 ; C: d;\n"
-     "variant \"U: a; B: c\" ; \"D: e; F: g\"\nvariant a:b; c:d\nvariant cache-control: x\n"
-     "variant A: \"b; C: d\"; E: f\nvariant A: b; B: c; a: c\nvariant A: ;\nvariant a/b: c\n",
-     "Variant..... 1 is \"User-Agent: M/5.0 (X11; rv:1; +http://x.y); Accept: a, b;q=0.1; C: "
-     "d\".\nVariant..... 2 is \"U: a; B: c; D: e; F: g\".\nVariant..... 3 is \"a: b; c:d\".\n"
+     "variant User-Agent: M (X; U: en; +http://x; z);  Accept:  a, b;q=0.1 ;C:d ; E: f;\n"
+     "variant \"U: a; B: c\" ; \"D: e; F: g\"\nvariant a:b; http://c\nvariant cache-control: x\n"
+     "variant A: b; B: c; a: c\nvariant A: ;\nvariant a/b: c\nvariant A; B: c\n",
+     "Variant..... 1 is \"User-Agent: M (X; U: en; +http://x; z); Accept: a, b;q=0.1; C: d; E: "
+     "f\".\n"
+     "Variant..... 2 is \"U: a; B: c; D: e; F: g\".\n"
+     "Variant..... 3 is \"a: b; http://c\".\n"
      "Variant..... refused: the agent sends its own.\n"
-     "Variant..... 4 is \"A: b; C: d; E: f\".\nVariant..... refused: it names a header twice.\n"
+     "Variant..... refused: it names a header twice.\n"
      "Variant..... refused: a header has no value.\n"
-     "Variant..... refused: not a valid header name.\n"},
+     "Variant..... refused: not a valid header name.\n"
+     "Variant..... refused: a header has no value.\n"},
     {"Version", "refetchdhttpversion 1.1\n",
      "httpVer..... HTTP/1.1 is not fully supported, using 1.0\nhttpVer..... HTTP/1.0.\n"},
 };

@@ -61,6 +61,7 @@ Reply busy(const std::string &status, const std::string &seconds)
 }
 
 const Reply kGone = {{}, Reply::Then::Close};
+const Reply kInterimAlone = {{{"HTTP/1.1 103 Early\r\n\r\n"}}, Reply::Then::Close};
 const Reply kReset = {{}, Reply::Then::Reset};
 const std::vector<Reply> kLinks = {Reply::html(
     "<base href=/d/><a\thref=x><a href=\"y?a=1&amp;b=2\"><img srcset=\"z 1x, /w 2x\">"
@@ -99,6 +100,7 @@ const OptInRow kRows[] = {
     {"BodyInBrokenChunks", kClosed, {untilClose("Transfer-Encoding: Chunked\r\n")}, "/", "/"},
     {"BodyUntilClose11", kHttp11, {untilClose("Connection: keep-alive\r\n")}, "/", "/ /a /b"},
     {"BodyOfAnotherCoding11", kHttp11, {untilClose("Transfer-Encoding: gzip\r\n")}, "/", "/ /a /b"},
+    {"RetryAfterInterim", "http11 on; retries 1", {kInterimAlone}, "/ /1 /2", "/ / /1 /2", kSeeds},
     {"LinksOfToday", "modernlinks on", kLinks, "/ /y?a=1&amp;b=2 /no /no()",
      "/ /d/x /d/y?a=1&b=2 /d/z /w", kQueries},
     {"CompressedPage", "modernlinks on", {kCompressed}, "/", "/ /a"},
@@ -195,6 +197,11 @@ const ConnectionRow kConnections[] = {
     {"ClosedAgain", {Reply::ok(), {{}, Reply::Then::Close}, {{}, Reply::Then::Close}}, 3, 3, 5},
     {"ClosedWithoutAnyAnswer", {{{}, Reply::Then::Close}}, 2, 2},
     {"TooLong", {of11("200 OK\r\nContent-Length: 1", "xHTTP/1.1 200 OK\r\n\r\n")}, 2, 2},
+    // Nobody waits long for the rest of a body that is not wanted.
+    {"Slow",
+     {{{{"HTTP/1.1 404 No\r\nContent-Length: 9\r\n\r\n"}, {"x", 400}}, Reply::Then::Keep, 9}},
+     2,
+     2},
     {"Late", {{{{Reply::ok().pieces.front().bytes, 1500}}}}, 2, 2},
 };
 INSTANTIATE_TEST_SUITE_P(OptIn, Http11, testing::ValuesIn(kConnections), rowName);
@@ -266,6 +273,7 @@ const VariantRow kVariants[] = {
      "[123]"},
     {"EachIsDelayed", kPaced + "delay 700", {kFirst}, "(.. ){2,6}", ".*", "[123]"},
     {"StoppedInTheSecond", kStalled, kStalls, "a1 a2 ", "a1=200 a2=0 "},
+    {"StoppedInTheFirst", kStalled, {kStalls[1]}, "a1 ", "a1=0 a2=0 ", "0"},
 };
 INSTANTIATE_TEST_SUITE_P(OptIn, Variants, testing::ValuesIn(kVariants), rowName);
 
@@ -281,17 +289,15 @@ TEST_P(Vary, IsNotWarnedOfOrWithoutCause)
     const ScriptedPeer peer(
         {{"http://h/0", Reply::head("200 OK\r\nVary: Accept-Encoding")},
          {"http://h/1", Reply::head("200 OK\r\nvary:  Cookie\t,accept-encoding")},
-         {"http://h/2", Reply::head("200 OK\r\nVary: Cookie\r\nVary: Accept-Encoding")},
+         {"http://h/2", Reply::head("200 OK\r\nVary: Host, Cookie\r\nVary: Accept-Encoding")},
          {"http://h/3", Reply::head("200 OK\r\nVary: *, \x1b[31m")},
          {"http://h/4", Reply::head("404 No\r\nVary: Accept-Encoding")}});
     Agent agent(peer.port(), "numclients 1; catracelog @dir@/t; errorlog @dir@/e; " + seeds(5) +
                                  GetParam().directives);
     agent.startWith("-r proxy.conf");
     agent.finish();
-    const std::string warning =
-        *GetParam().warning == '\0'
-            ? ""
-            : GetParam().warning + std::string(", which the agent does not send");
+    const std::string by = GetParam().warning;
+    const std::string warning = by + (by.empty() ? "" : ", and the agent does not send what");
     EXPECT_THAT(agent.process->err(),
                 testing::StartsWith(warning.empty() ? "" : "refetchd: " + warning));
     EXPECT_EQ(agent.process->err().empty(), warning.empty());

@@ -42,7 +42,11 @@ Outcome fetch(const std::string &link, std::string_view settings, std::string_vi
     ac.maxUrls = has('m') ? 0 : has('M') ? 1 : kUnlimited;
     ac.saveFiles = 1;
     ac.saveRoot = strdup(saveRoot.c_str());
-    ac.parseOptions.http11 = has('e');
+    ac.parseOptions = {.followAllRedirects = has('a'),
+                       .modernLinks = has('l'),
+                       .keepMoreHeaders = has('k'),
+                       .http11 = has('e'),
+                       .takesNothing = has('n')};
     ac.traceStream = std::fopen("/dev/null", "we");
     CAURL url(link.c_str());
     url.setDepth(1);

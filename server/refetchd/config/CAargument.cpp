@@ -170,7 +170,9 @@ constexpr const char *kIsOwn = "the agent sends its own";
 
 constexpr std::string_view kMarksOfNames = "!#$%&'*+-.^_`|~";
 
-bool isHeaderName(std::string_view name)
+}  // namespace
+
+bool CAIsHeaderName(std::string_view name)
 {
     return !name.empty() && std::all_of(name.begin(), name.end(), [](char c) {
         return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') ||
@@ -178,14 +180,12 @@ bool isHeaderName(std::string_view name)
     });
 }
 
-}  // namespace
-
 const char *CAHeaderNameFault(std::string_view name)
 {
     const bool isOwn =
         std::any_of(std::begin(kOwnHeaders), std::end(kOwnHeaders),
                     [name](std::string_view own) { return HTEqualsNoCase(name, own); });
-    return !isHeaderName(name) ? "not a valid header name" : isOwn ? kIsOwn : nullptr;
+    return !CAIsHeaderName(name) ? "not a valid header name" : isOwn ? kIsOwn : nullptr;
 }
 
 const char *CAUserAgentFault(CAConfigLines *line)

@@ -50,6 +50,9 @@ struct CAArgumentVerdict {
 // is. For files it checks the access rights of the calling process.
 [[nodiscard]] CAArgumentVerdict CAJudgeArgument(CAArgument argument, CAConfigLines *line);
 
+// True for a token of HTTP, such as "Accept-Encoding".
+[[nodiscard]] bool CAIsHeaderName(std::string_view name);
+
 // Why a header of this name cannot be set, as a static text; null when it can: no name, or one that
 // the agent must send itself.
 [[nodiscard]] const char *CAHeaderNameFault(std::string_view name);

@@ -104,6 +104,7 @@ CAConfig::~CAConfig()
     std::free(saveRoot);
     std::free(userAgent);
     std::free(requestHeaders);
+    delete &variants;
     std::free(errorLogPath);
     freePatterns(ignorePatterns);
     freePatterns(queryPatterns);
@@ -148,7 +149,11 @@ int CAConfig::load(CAQueue *queue, const char *name)
         }
     }
     CACompleteVariants(&variants, requestHeaders);
-    results.setSentHeaders(CASentNames(variants, requestHeaders));
+    std::vector<std::string> sent = CASentNames(variants, requestHeaders);
+    if (userAgent != nullptr) {
+        sent.emplace_back("User-Agent");
+    }
+    results.setSentHeaders(std::move(sent));
     loadURLsInHitsFile(queue, nullptr);
     seedCount = queue->getTotalEnqueued();
     if (determineProxy() == 0) {

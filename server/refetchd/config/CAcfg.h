@@ -188,7 +188,8 @@ public:
     std::int32_t breadthFirst = 0;      // flag: URLs are requested level by level
     char *userAgent = nullptr;          // owned; null: the built-in text
     char *requestHeaders = nullptr;     // owned; whole lines with CR LF; null: none
-    std::vector<CAVariant> variants;    // each URL is requested once for each; empty: once
+    // Each URL is requested once for each; empty: once. Owned.
+    std::vector<CAVariant> &variants = *new std::vector<CAVariant>;
 
     // With an observer the configuration is only examined: load() opens no file for writing and
     // queues no seed. Set before load(); not owned.

@@ -8,54 +8,68 @@
 
 namespace {
 
-// True when a word behind a ";" begins the next header. Only a name with its colon does, or a whole
-// header in quotes: what else follows a ";" belongs to the value, such as " Win64" and " rv:109.0"
-// in the names of browsers.
-bool beginsHeader(std::string_view word)
-{
-    return (word.size() > 1 && word.ends_with(':')) || word.find(": ") != std::string_view::npos;
-}
+// In place of a ";" in quotes, which ends no value. A line with a control character is refused.
+constexpr char kQuotedMark = '\x01';
 
-// The header that a word begins; without a colon it has no name.
-CAHeader headerOf(std::string_view word)
+// The arguments, separated by single blanks. A word that contains a blank was in quotes.
+std::string textOf(const CAConfigLines &line)
 {
-    const std::size_t colon = word.find(':');
-    if (colon == std::string_view::npos) {
-        return {.name = "", .value = std::string(word)};
+    std::string text;
+    for (int i = 1; i < line.count(); ++i) {
+        std::string word = line.word(i);
+        if (word.find(' ') != std::string::npos) {
+            std::replace(word.begin(), word.end() - 1, ';', kQuotedMark);
+        }
+        text.append(i == 1 ? "" : " ").append(word);
     }
-    std::string_view value = word.substr(colon + 1);
-    value.remove_prefix(std::min(value.find_first_not_of(' '), value.size()));
-    return {.name = std::string(word.substr(0, colon)), .value = std::string(value)};
+    return text;
 }
 
-// Removes a ";" that ends the value, and the blanks before it.
-void cutSeparator(std::string *value)
+// True when the text begins with a header's name and its colon. A URL does not.
+bool beginsWithName(std::string_view text)
 {
-    if (value->ends_with(';')) {
-        value->erase(value->find_last_not_of("; ") + 1);
-    }
+    const std::size_t colon = text.find(':');
+    return colon != std::string_view::npos && CAIsHeaderName(text.substr(0, colon)) &&
+           text.substr(colon, 3) != "://";
 }
 
-//     line   := header { ';' header }
+// The length of the header at the start of the text. A ";" ends it where a name follows, unless a
+// bracket is open, as in the names of browsers.
+std::size_t headerLength(std::string_view text)
+{
+    int open = 0;
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        open += text[at] == '(' ? 1 : text[at] == ')' ? -1 : 0;
+        if (text[at] == ';' && open <= 0 && beginsWithName(HTTrimmed(text.substr(at + 1)))) {
+            return at;
+        }
+    }
+    return text.size();
+}
+
+CAHeader headerOf(std::string_view text)
+{
+    const std::size_t colon = std::min(text.find(':'), text.size());
+    const std::string_view value = HTTrimmed(text.substr(std::min(colon + 1, text.size())));
+    CAHeader header{.name = std::string(text.substr(0, colon)), .value = std::string(value)};
+    std::replace(header.value.begin(), header.value.end(), kQuotedMark, ';');
+    return header;
+}
+
+//     line   := header { ';' header } [ ';' ]
 //     header := name ':' value
 std::vector<CAHeader> headersIn(const CAConfigLines &line)
 {
+    const std::string text = textOf(line);
     std::vector<CAHeader> headers;
-    for (int i = 1; i < line.count(); ++i) {
-        const std::string_view word = line.word(i);
-        const bool isSeparated = !headers.empty() && headers.back().value.ends_with(';');
-        if (headers.empty() || (isSeparated && beginsHeader(word))) {
-            if (isSeparated) {
-                cutSeparator(&headers.back().value);
-            }
-            headers.push_back(headerOf(word));
-        } else {
-            std::string &value = headers.back().value;
-            value.append(value.empty() ? "" : " ").append(word);
+    for (std::string_view rest = HTTrimmed(text); !rest.empty();) {
+        const std::size_t length = headerLength(rest);
+        std::string_view header = rest.substr(0, length);
+        rest = HTTrimmed(rest.substr(std::min(length + 1, rest.size())));
+        while (rest.empty() && header.ends_with(';')) {
+            header = HTTrimmed(header.substr(0, header.size() - 1));
         }
-    }
-    if (!headers.empty()) {
-        cutSeparator(&headers.back().value);
+        headers.push_back(headerOf(header));
     }
     return headers;
 }

@@ -127,6 +127,9 @@ Visitor visitorFor(const CAURL &url)
     return visitor;
 }
 
+// The longest wait, in milliseconds, for bytes that only keep the connection.
+constexpr int kShortPatience = 1000;
+
 int timeoutMilliseconds(std::int32_t seconds)
 {
     return static_cast<int>(std::clamp<std::int64_t>(std::int64_t{seconds} * 1000, 0, INT_MAX));
@@ -395,9 +398,10 @@ int CAConnection::readResponse(CAParser *parser)
     std::int32_t finished = 0;
     std::int32_t closeConnection = 0;
     while (finished == 0) {
-        const auto count = static_cast<std::int32_t>(
-            HTSocket_receive(socket_, buffer_.data(), kReadSize,
-                             timeoutMilliseconds(ac.readTimeout), threadContext_));
+        const int patience = timeoutMilliseconds(ac.readTimeout);
+        const auto count = static_cast<std::int32_t>(HTSocket_receive(
+            socket_, buffer_.data(), kReadSize,
+            parser->isUnwanted() ? std::min(patience, kShortPatience) : patience, threadContext_));
         if (count <= 0) {
             if (readFailed(count)) {
                 return 1;

@@ -173,11 +173,11 @@ bool looksAtAnswers()
 // counts has been read.
 CAFailure failureOf(const CAParseHTTP &parser, const CAConnection &connection)
 {
-    if (!parser.isHTTP() || (parser.isCutShort() && !parser.isAbandoned())) {
+    if (!parser.isHTTP() || (parser.isCutShort() && !parser.isUnwanted())) {
         return CAFailure::BadResponse;
     }
     const bool isEnd = parser.isUnframed() && connection.failure() == CAFailure::Closed;
-    const bool isEnough = isEnd || parser.waitsForRoom() || parser.isAbandoned();
+    const bool isEnough = isEnd || parser.waitsForRoom() || parser.isUnwanted();
     return isEnough ? CAFailure::None : connection.failure();
 }
 
@@ -187,9 +187,10 @@ std::int32_t variantOf(const CAURL &url)
     return ac.variants.empty() ? 0 : static_cast<std::int32_t>(url.variant()) + 1;
 }
 
-bool isLastVariant(const CAURL &url)
+// How many variants of the URL follow the current one.
+std::size_t variantsLeft(const CAURL &url)
 {
-    return url.variant() + 1 >= ac.variants.size();
+    return ac.variants.empty() ? 0 : ac.variants.size() - url.variant() - 1;
 }
 
 // Reports a URL that is not requested, or not retried, because the run is over.
@@ -206,7 +207,7 @@ void tellStopped(const CAURL &url)
 void tellAllStopped(CAURL *url)
 {
     tellStopped(*url);
-    while (!isLastVariant(*url)) {
+    while (variantsLeft(*url) > 0) {
         url->advanceVariant();
         tellStopped(*url);
     }
@@ -220,7 +221,9 @@ public:
     void note(const CAURL &url) const
     {
         if (results.observes()) {
-            results.setInFlight(client_, &url, variantOf(url));
+            const std::int32_t variant = variantOf(url);
+            results.setInFlight(client_, &url, variant,
+                                variant + static_cast<std::int32_t>(variantsLeft(url)));
         }
     }
     ~InFlight()
@@ -287,7 +290,7 @@ Next exchange(const Client &client, CAConnection *connection, CAURL *url, std::u
     if (next != Next::Done) {
         return next;
     }
-    if (isLastVariant(*url)) {
+    if (url->variant() == 0) {
         client.worker->incrementFinished();
     }
     if (results.observes()) {
@@ -305,7 +308,7 @@ Next exchange(const Client &client, CAConnection *connection, CAURL *url, std::u
 // for every limit. Done when there is none, or when the run ends first.
 Next advance(const Client &client, const InFlight &inFlight, CAURL *url, std::uint32_t run)
 {
-    if (isLastVariant(*url)) {
+    if (variantsLeft(*url) == 0) {
         return Next::Done;
     }
     url->advanceVariant();

@@ -25,8 +25,8 @@ constexpr int hexValue(char c)
 }  // namespace
 
 //     body    := { chunk } last trailer
-//     chunk   := size [ extension ] CRLF bytes CRLF
-//     last    := "0" { "0" } [ extension ] CRLF
+//     chunk   := size blanks [ ';' extension ] CRLF bytes CRLF
+//     last    := "0" { "0" } blanks [ ';' extension ] CRLF
 //     trailer := { line CRLF } CRLF
 //
 // A lone LF also ends a line.
@@ -36,12 +36,12 @@ CAChunkReader::Next CAChunkReader::next(const char **at, const char *end, std::s
     while (*at != end && piece->empty() && state_ != State::Ended && state_ != State::Wrong) {
         switch (state_) {
         case State::Data: state_ = onData(at, end, piece); break;
-        case State::Extension:
-            state_ = skipLine(at, end, left_ == 0 ? State::TrailerStart : State::Data);
-            break;
+        case State::Extension: state_ = skipLine(at, end, afterSize()); break;
         case State::TrailerLine: state_ = skipLine(at, end, State::TrailerStart); break;
         case State::FirstDigit:
         case State::Size:
+        case State::SizeEnd:
+        case State::SizeReturn:
         case State::DataEnd:
         case State::DataLineFeed:
         case State::TrailerStart:
@@ -64,6 +64,8 @@ CAChunkReader::State CAChunkReader::onByte(char c)
     switch (state_) {
     case State::FirstDigit: return hexValue(c) == kNoDigit ? State::Wrong : onSizeByte(c);
     case State::Size: return onSizeByte(c);
+    case State::SizeEnd: return onSizeEnd(c);
+    case State::SizeReturn: return c == '\n' ? afterSize() : State::Wrong;
     case State::DataEnd:
         return c == '\r' ? State::DataLineFeed : c == '\n' ? State::FirstDigit : State::Wrong;
     case State::DataLineFeed: return c == '\n' ? State::FirstDigit : State::Wrong;
@@ -85,11 +87,24 @@ CAChunkReader::State CAChunkReader::onSizeByte(char c)
         left_ = left_ * 16 + static_cast<std::uint64_t>(digit);
         return left_ > kMaxSize ? State::Wrong : State::Size;
     }
-    if (c == '\n') {
-        return left_ == 0 ? State::TrailerStart : State::Data;
+    return onSizeEnd(c);
+}
+
+CAChunkReader::State CAChunkReader::onSizeEnd(char c) const
+{
+    switch (c) {
+    case ' ':
+    case '\t': return State::SizeEnd;
+    case ';': return State::Extension;
+    case '\r': return State::SizeReturn;
+    case '\n': return afterSize();
+    default: return State::Wrong;
     }
-    const bool isEnd = c == '\r' || c == ';' || c == ' ' || c == '\t';
-    return isEnd ? State::Extension : State::Wrong;
+}
+
+CAChunkReader::State CAChunkReader::afterSize() const
+{
+    return left_ == 0 ? State::TrailerStart : State::Data;
 }
 
 CAChunkReader::State CAChunkReader::onData(const char **at, const char *end,

@@ -22,6 +22,8 @@ private:
     enum class State : std::uint8_t {
         FirstDigit,     // waits for the first digit of a chunk's size
         Size,           // collects its further digits
+        SizeEnd,        // after blanks: waits for ";" or the end of the line
+        SizeReturn,     // after CR: waits for LF
         Extension,      // skips the rest of the line
         Data,           // the chunk's bytes
         DataEnd,        // waits for CR or LF behind them
@@ -35,6 +37,8 @@ private:
 
     State onByte(char c);
     State onSizeByte(char c);
+    [[nodiscard]] State onSizeEnd(char c) const;
+    [[nodiscard]] State afterSize() const;
     State onData(const char **at, const char *end, std::string_view *piece);
     State skipLine(const char **at, const char *end, State next);
 

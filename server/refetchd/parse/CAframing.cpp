@@ -53,7 +53,7 @@ void CAFraming::addTransferCodings(std::string_view value)
 {
     isTransferCoded_ = true;
     forEachMember(value, [this](std::string_view member) {
-        endsInChunks_ = HTEqualsNoCase(member, "chunked");
+        endsInChunks_ = member.empty() ? endsInChunks_ : HTEqualsNoCase(member, "chunked");
     });
 }
 

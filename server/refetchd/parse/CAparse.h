@@ -81,6 +81,10 @@ public:
     virtual std::int32_t consume(char *data, std::int32_t length, std::int32_t *finished,
                                  std::int32_t *closeConnection);
 
+    // True once the rest of the response is read only to keep the connection: nobody should wait
+    // long for it.
+    [[nodiscard]] bool isUnwanted() const { return isUnwanted_; }
+
     // Deletes the sink and takes over `next`, which may be null, in its place. Returns `next`.
     CAParser *addSink(CAParser *next);
 
@@ -103,4 +107,5 @@ protected:
     const CAURL *base_ = url_;  // links are relative to this
     HTThreadContext *const threadContext_;
     CABuffer *const buffer_;  // owned; input that waits to be parsed
+    bool isUnwanted_ = false;
 };

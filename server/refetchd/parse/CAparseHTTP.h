@@ -37,9 +37,6 @@ public:
     // True when the body ended too early because it broke the rules.
     [[nodiscard]] bool isCutShort() const { return isCutShort_; }
 
-    // True once the rest of the response is read only to keep the connection.
-    [[nodiscard]] bool isAbandoned() const { return isAbandoned_; }
-
     // True once the headers show that only the end of the connection marks the end of the body.
     [[nodiscard]] bool isUnframed() const { return unframed_; }
 
@@ -73,7 +70,6 @@ protected:
     std::int32_t rc_ = 0;
     bool isHTTP_ = true;
     bool unframed_ = false;
-    bool isAbandoned_ = false;
     bool isCutShort_ = false;
 
     enum class State : std::uint8_t {

@@ -5,6 +5,7 @@
 
 #include "HTString.h"
 #include "base/CAtrace.h"
+#include "htthread.h"
 
 namespace {
 
@@ -15,8 +16,10 @@ constexpr std::string_view kBlanks = " \t";
 constexpr std::size_t kMaxHead = 262144;
 constexpr int kMaxInterim = 64;
 
-// Most bytes that are read away to keep the connection: a new one costs less than more of them.
+// Most bytes that are read away to keep the connection, and most seconds that they may take: a new
+// connection costs less than more.
 constexpr std::int64_t kMaxReadAway = 65536;
+constexpr std::time_t kPatience = 1;
 
 }  // namespace
 
@@ -92,10 +95,13 @@ CAParseHTTP11::State CAParseHTTP11::readStatusLine(std::string_view line)
         code.front() == '0' || !(rest.empty() || rest.front() == ' ')) {
         return broken("no status line of HTTP/1");
     }
-    rc_ = HTInteger(code);
+    const std::int32_t status = HTInteger(code);
+    if (status == kSwitchingProtocols) {
+        return broken("a change of protocol that nobody asked for");
+    }
+    rc_ = status < kOk ? 0 : status;  // an interim response is none yet
     keepsByDefault_ = line[kVersion.size()] != '0';
-    return rc_ == kSwitchingProtocols ? broken("a change of protocol that nobody asked for")
-                                      : State::Headers;
+    return State::Headers;
 }
 
 //     field := name ':' blanks value blanks
@@ -114,20 +120,21 @@ CAParseHTTP11::State CAParseHTTP11::readField(std::string_view line)
     const std::string_view value = HTTrimmed(line.substr(colon + 1));
     CATrace("Parser...... found header %.*s: %.*s.\n", CALength(name), name.data(), CALength(value),
             value.data());
-    if (rc_ < kOk) {
+    if (rc_ == 0) {
         return State::Headers;  // what an interim response says is not about the final one
     }
     framing_.add(name, value);
-    if (isUseful(line.substr(0, colon + 1))) {
-        keepHeader((std::string(name) + ":").c_str(), std::string(value).c_str());
+    const std::string key = std::string(name) + ":";
+    if (isUseful(key)) {
+        keepHeader(key.c_str(), std::string(value).c_str());
     }
     return State::Headers;
 }
 
 CAParseHTTP11::State CAParseHTTP11::endHead()
 {
-    if (rc_ < kOk) {
-        CATrace("Parser...... passing over interim response with RC=%d.\n", rc_);
+    if (rc_ == 0) {
+        CATrace("Parser...... passing over an interim response.\n");
         return ++interim_ > kMaxInterim ? broken("too many interim responses") : State::StatusLine;
     }
     if (!framing_.decide(rc_, keepsByDefault_)) {
@@ -152,18 +159,19 @@ CAParseHTTP11::State CAParseHTTP11::beginBody()
     } else {
         CATrace("Parser...... abandoning response with RC=%d%s.\n", rc_,
                 hasRoom ? "" : ", its location has no room");
-        isAbandoned_ = true;
+        isUnwanted_ = true;
     }
     if (framing_.body() == CAFraming::Body::None) {
         return State::Complete;
     }
-    return isAbandoned_ ? skipBody() : State::Body;
+    return isUnwanted_ ? skipBody() : State::Body;
 }
 
 // Decides whether the body is read away.
 CAParseHTTP11::State CAParseHTTP11::skipBody()
 {
     const bool isWorthIt = framing_.keepsConnection() && left_ <= kMaxReadAway;
+    patienceEnds_ = HTtime() + kPatience;
     return isWorthIt ? State::Body : State::GivenUp;
 }
 
@@ -201,9 +209,10 @@ CAParseHTTP11::State CAParseHTTP11::readChunks(char **at, char *end)
 // Passes a part of the body on. The sink may write a NUL behind it.
 CAParseHTTP11::State CAParseHTTP11::deliver(char *piece, std::int64_t length)
 {
-    if (isAbandoned_) {
+    if (isUnwanted_) {
         readAway_ += length;
-        return readAway_ > kMaxReadAway ? State::GivenUp : State::Body;
+        const bool isTooMuch = readAway_ > kMaxReadAway || HTtime() > patienceEnds_;
+        return isTooMuch ? State::GivenUp : State::Body;
     }
     std::int32_t finished = 0;
     std::int32_t closeConnection = 0;

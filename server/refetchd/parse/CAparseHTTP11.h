@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <ctime>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -47,12 +48,13 @@ private:
     CAFraming framing_;
     CAChunkReader chunks_;
     State state_ = State::StatusLine;
-    bool keepsByDefault_ = false;  // the status line names HTTP/1.1
-    int interim_ = 0;              // interim responses so far
-    std::size_t headBytes_ = 0;    // of the heads so far
-    std::int64_t left_ = 0;        // bytes of a body with a length that are still to come
-    std::int64_t readAway_ = 0;    // bytes of a body that is not wanted
-    std::string line_;             // the start of a line that has not ended yet
+    bool keepsByDefault_ = false;   // the status line names HTTP/1.1
+    int interim_ = 0;               // interim responses so far
+    std::size_t headBytes_ = 0;     // of the heads so far
+    std::int64_t left_ = 0;         // bytes of a body with a length that are still to come
+    std::int64_t readAway_ = 0;     // bytes of a body that is not wanted
+    std::time_t patienceEnds_ = 0;  // when the rest of such a body is given up
+    std::string line_;              // the start of a line that has not ended yet
 };
 
 // The head of the chain for the options' version of HTTP.

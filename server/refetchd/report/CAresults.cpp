@@ -108,7 +108,8 @@ void CAResults::setSentHeaders(std::vector<std::string> names)
     vary_.setSent(std::move(names));
 }
 
-void CAResults::setInFlight(std::int32_t client, const CAURL *url, std::int32_t variant)
+void CAResults::setInFlight(std::int32_t client, const CAURL *url, std::int32_t variant,
+                            std::int32_t lastVariant)
 {
     const std::int64_t now = url != nullptr ? CANowMilliseconds() : 0;
     const auto index = static_cast<std::size_t>(client);
@@ -116,7 +117,7 @@ void CAResults::setInFlight(std::int32_t client, const CAURL *url, std::int32_t 
     if (index >= flights_.size()) {
         flights_.resize(index + 1);
     }
-    flights_[index] = {url, variant, now};
+    flights_[index] = {url, variant, lastVariant, now};
 }
 
 // Each int function below returns 0, or an error number that the caller must report. Only the first
@@ -125,20 +126,29 @@ void CAResults::setInFlight(std::int32_t client, const CAURL *url, std::int32_t 
 int CAResults::tellFlightsLocked()
 {
     int error = 0;
-    for (const auto &[url, variant, started] : flights_) {
-        if (url != nullptr) {
-            const int failed = tellLocked({.url = url->stringitize(),
-                                           .source = url->source(),
-                                           .depth = url->depth(),
-                                           .verdict = CAVerdict::Failed,
-                                           .age = -1,
-                                           .why = CAFailureText(CAFailure::Stopped),
-                                           .exchange = {.started = started,
-                                                        .milliseconds = std::max<std::int64_t>(
-                                                            CANowMilliseconds() - started, 0),
-                                                        .variant = variant}});
-            error = error == 0 ? failed : error;
-        }
+    for (const Flight &flight : flights_) {
+        const int failed = flight.url != nullptr ? tellFlightLocked(flight) : 0;
+        error = error == 0 ? failed : error;
+    }
+    return error;
+}
+
+int CAResults::tellFlightLocked(const Flight &flight)
+{
+    Record record{.url = flight.url->stringitize(),
+                  .source = flight.url->source(),
+                  .depth = flight.url->depth(),
+                  .verdict = CAVerdict::Failed,
+                  .age = -1,
+                  .why = CAFailureText(CAFailure::Stopped),
+                  .exchange = {.started = flight.started}};
+    record.exchange.milliseconds = std::max<std::int64_t>(CANowMilliseconds() - flight.started, 0);
+    int error = 0;
+    for (std::int32_t variant = flight.variant; variant <= flight.lastVariant; ++variant) {
+        record.exchange.variant = variant;
+        const int failed = tellLocked(record);
+        error = error == 0 ? failed : error;
+        record.exchange.milliseconds = 0;  // of those that were not requested
     }
     return error;
 }

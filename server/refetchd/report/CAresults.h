@@ -53,10 +53,12 @@ public:
     void dropped(std::string_view url, _source source, std::int32_t depth, CADrop why);
     void finished(const CAURL &url, const CAExchange &exchange);
 
-    // Notes which URL, and which variant of it (from 1; 0: there are none), worker thread number
-    // `client` (from 0) works on; null: none. finished() clears the note, too. The URL stays the
-    // caller's, who clears the note before deleting it. Any thread.
-    void setInFlight(std::int32_t client, const CAURL *url, std::int32_t variant = 0);
+    // Notes which URL worker thread number `client` (from 0) works on, and the numbers of its first
+    // and last variant that were not reported (from 1; 0: there are none); null: no URL. finished()
+    // clears the note, too. The URL stays the caller's, who clears the note before deleting it. Any
+    // thread.
+    void setInFlight(std::int32_t client, const CAURL *url, std::int32_t variant = 0,
+                     std::int32_t lastVariant = 0);
 
     // Writes the buffered lines, so that a reader sees them and a kill does not lose them. Any
     // thread.
@@ -98,10 +100,12 @@ private:
     struct Flight {
         const CAURL *url = nullptr;
         std::int32_t variant = 0;
+        std::int32_t lastVariant = 0;
         std::int64_t started = 0;
     };
 
     [[nodiscard]] int tellFlightsLocked() HT_REQUIRES(mutex_);
+    [[nodiscard]] int tellFlightLocked(const Flight &flight) HT_REQUIRES(mutex_);
     [[nodiscard]] int tellLocked(const Record &record) HT_REQUIRES(mutex_);
     [[nodiscard]] int openLocked() HT_REQUIRES(mutex_);
     [[nodiscard]] int addLineLocked(const Record &record) HT_REQUIRES(mutex_);

@@ -28,12 +28,13 @@ void CAVaryCount::count(std::string_view vary)
     pages_ += isAnyMissing ? 1 : 0;
 }
 
-// Notes a name that is not sent. A page that varies by "*" has no copy that could be served.
+// Notes a name that is not sent. A page that varies by "*" has no copy that could be served; what
+// it says about the host is always sent.
 bool CAVaryCount::isMissing(std::string_view name)
 {
     const bool isName = !name.empty() && name.size() <= kLongestName &&
                         std::all_of(name.begin(), name.end(), isNameByte);
-    if (!isName || contains(sent_, name)) {
+    if (!isName || HTEqualsNoCase(name, "Host") || contains(sent_, name)) {
         return false;
     }
     if (missing_.size() < kMaxNames && !contains(missing_, name)) {

@@ -1,5 +1,5 @@
-// Counts the pages that say "Vary:" and name a header which the agent does not send: visitors who
-// send it get other copies than the one that was refreshed.
+// Counts the pages that say "Vary:" and name a header which the agent does not send as visitors do:
+// they get other copies than the one that was refreshed.
 #pragma once
 
 #include <cstdint>
@@ -10,8 +10,8 @@
 // It has no lock: callers that share one between threads must lock it.
 class CAVaryCount {
 public:
-    // The names of the headers with which the agent asks as visitors do. Others that it sends, such
-    // as its own User-Agent, do not count, because no visitor sends the same.
+    // The names of the headers with which the agent asks as visitors do. Its own Accept, and its
+    // own User-Agent if nothing is configured, do not count, because no visitor sends the same.
     void setSent(std::vector<std::string> names) { sent_ = std::move(names); }
 
     // Takes the "Vary:" of one page into account.
