@@ -5,7 +5,7 @@
 //
 // Each client is a thread with one persistent connection; it requests the next URL of the list
 // until none is left. Requests are HTTP/1.0; with --http11 they are HTTP/1.1, so that responses may
-// be chunked. Prints how many responses had status 200. The exit status is 1 if a response was
+// be chunked, and have the headers of refetchd's. Prints how many responses had status 200. The exit status is 1 if a response was
 // incomplete, neither chunked nor with a Content-Length, or followed by more than it announced, or
 // if the address is unknown; 2 for wrong arguments.
 #include <netdb.h>
@@ -31,6 +31,7 @@
 namespace {
 
 constexpr std::size_t kBlock = 16384;
+constexpr std::string_view kVersion11 = "HTTP/1.1";
 
 struct Work {
     addrinfo *proxy = nullptr;
@@ -126,6 +127,11 @@ void compose(std::string *request, std::string_view url, std::string_view versio
     const std::string_view rest = url.substr(url.find("://") + 3);
     request->assign("GET ").append(url).append(" ").append(version);
     request->append("\r\nHost: ").append(rest.substr(0, rest.find('/')));
+    if (version == kVersion11) {
+        // The proxy spends time on each header, so these requests are as long as refetchd's.
+        request->append("\r\nAccept: text/html, */*; q=0.10");
+        request->append("\r\nUser-Agent: Mozilla/4.0 (emulation; QRX BUG)");
+    }
     request->append("\r\nCache-Control: max-age=0\r\nConnection: Keep-alive\r\n\r\n");
 }
 
@@ -237,7 +243,7 @@ int main(int argc, char **argv)
         return 2;
     }
     Work work;
-    work.version = http11 ? "HTTP/1.1" : "HTTP/1.0";
+    work.version = http11 ? kVersion11 : "HTTP/1.0";
     addrinfo hints{};
     hints.ai_socktype = SOCK_STREAM;
     if (getaddrinfo(std::string(address.substr(0, colon)).c_str(), address.data() + colon + 1,

@@ -124,9 +124,11 @@ CAParseHTTP11::State CAParseHTTP11::readField(std::string_view line)
         return State::Headers;  // what an interim response says is not about the final one
     }
     framing_.add(name, value);
-    const std::string key = std::string(name) + ":";
+    // A copy only when blanks stand before the colon.
+    const std::string tight = name.size() == colon ? "" : std::string(name) + ":";
+    const std::string_view key = tight.empty() ? line.substr(0, colon + 1) : tight;
     if (isUseful(key)) {
-        keepHeader(key.c_str(), std::string(value).c_str());
+        keepHeader(std::string(key).c_str(), std::string(value).c_str());
     }
     return State::Headers;
 }
