@@ -5,9 +5,9 @@
 //
 // Each client is a thread with one persistent connection; it requests the next URL of the list
 // until none is left. Requests are HTTP/1.0; with --http11 they are HTTP/1.1, so that responses may
-// be chunked, and have the headers of refetchd's. Prints how many responses had status 200. The exit status is 1 if a response was
-// incomplete, neither chunked nor with a Content-Length, or followed by more than it announced, or
-// if the address is unknown; 2 for wrong arguments.
+// be chunked, and have the headers of refetchd's. Prints how many responses had status 200. The
+// exit status is 1 if a response was incomplete, neither chunked nor with a Content-Length, or
+// followed by more than it announced, or if the address is unknown; 2 for wrong arguments.
 #include <netdb.h>
 #include <strings.h>
 #include <sys/socket.h>
