@@ -216,10 +216,13 @@ CAParseHTTP11::State CAParseHTTP11::deliver(char *piece, std::int64_t length)
         const bool isTooMuch = readAway_ > kMaxReadAway || HTtime() > patienceEnds_;
         return isTooMuch ? State::GivenUp : State::Body;
     }
+    if (sink_ == nullptr) {
+        return State::Body;
+    }
     std::int32_t finished = 0;
     std::int32_t closeConnection = 0;
     const char next = piece[length];
-    CAParser::consume(piece, static_cast<std::int32_t>(length), &finished, &closeConnection);
+    sink_->consume(piece, static_cast<std::int32_t>(length), &finished, &closeConnection);
     piece[length] = next;
     return finished == 0 ? State::Body : State::GivenUp;
 }
