@@ -215,31 +215,12 @@ bool timeIsUp()
 // How many URLs were still queued when the most recent run ended. For the master thread only.
 std::int32_t urlsLeft = 0;
 
-// Writes the results of the run, if there is a results log or a metrics file. Warns if the proxy
-// seems to ignore max-age=0, except in stress mode.
-void tellResults(int seconds)
-{
-    if (!results.observes()) {
-        return;
-    }
-    results.endRun(g_ca_timestarted, seconds, urlsLeft, ac.repeatCount == 1);
-    if (results.cacheIgnoresUs() && ac.stressMode == 0) {
-        CATrace(
-            "Results..... %d of %d pages were served from the proxy's cache although fresh copies "
-            "were asked for: the proxy ignores max-age=0, see its recipe.\n",
-            results.agedHits(), results.answers200());
-        CAErrorLog(956,
-                   "Most pages were served from the proxy's cache although a fresh copy was asked "
-                   "for: the proxy ignores max-age=0, see its recipe.\n");
-    }
-}
-
 // Warns of pages that were refreshed in a copy which visitors do not get. The warning goes to
 // standard error, too, unless the trace is there.
 void warnOfVary()
 {
     const std::int32_t pages = results.varyingPages();
-    if (!results.observes() || pages == 0) {
+    if (pages == 0) {
         return;
     }
     const std::string names = results.varyingBy();
@@ -259,6 +240,26 @@ void warnOfVary()
                "are as old as before (behind nginx, the agent's copies took their place). Set "
                "\"variant\", see docs/proxies.md.\n",
                names.c_str());
+}
+
+// Writes the results of the run, if there is a results log or a metrics file. Warns if the proxy
+// seems to ignore max-age=0, except in stress mode, and of pages that vary.
+void tellResults(int seconds)
+{
+    if (!results.observes()) {
+        return;
+    }
+    results.endRun(g_ca_timestarted, seconds, urlsLeft, ac.repeatCount == 1);
+    if (results.cacheIgnoresUs() && ac.stressMode == 0) {
+        CATrace(
+            "Results..... %d of %d pages were served from the proxy's cache although fresh copies "
+            "were asked for: the proxy ignores max-age=0, see its recipe.\n",
+            results.agedHits(), results.answers200());
+        CAErrorLog(956,
+                   "Most pages were served from the proxy's cache although a fresh copy was asked "
+                   "for: the proxy ignores max-age=0, see its recipe.\n");
+    }
+    warnOfVary();
 }
 
 // The progress at the end of the run, for a SIGUSR1 that comes while its workers and its queue are
@@ -283,7 +284,6 @@ void endRun(const char *message)
     CASummary();
     CACleanup();
     tellResults(seconds);
-    warnOfVary();
     answerAtEnd();
     CATrace("%s", message);
 }

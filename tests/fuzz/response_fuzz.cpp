@@ -64,8 +64,9 @@ Outcome fetch(const std::string &link, std::string_view settings, std::string_vi
             "closed when abandoned");
     while (const std::unique_ptr<CAURL> found{static_cast<CAURL *>(urlQueue->dequeue())}) {
         require(*found->path() == '/' && found->depth() <= ac.delveDepth, "a URL that is wanted");
-        require(out.status == 200 || (out.status == 302 && out.redirect.empty()), "one redirect");
-        out.redirect = out.status == 302 ? found->stringitize() : "";  // links depend on the blocks
+        const bool isRedirect = out.status / 100 == 3;
+        require(out.status == 200 || (isRedirect && out.redirect.empty()), "one redirect");
+        out.redirect = isRedirect ? found->stringitize() : "";  // links depend on the blocks
     }
     out.file = directory.read("a/b/c/save/h//d/page");
     out.isSaved = std::filesystem::remove(saveRoot + "h//d/page");

@@ -53,8 +53,8 @@ struct CAArgumentVerdict {
 // True for a token of HTTP, such as "Accept-Encoding".
 [[nodiscard]] bool CAIsHeaderName(std::string_view name);
 
-// Why a header of this name cannot be set, as a static text; null when it can: no name, or one that
-// the agent must send itself.
+// Why a header of this name cannot be set, as a static text: it is no valid name, or the agent
+// sends that header itself. Null when it can be set.
 [[nodiscard]] const char *CAHeaderNameFault(std::string_view name);
 
 // Why a `useragent` or `requestheader` line is refused, as a static text; null when it is not.

@@ -38,8 +38,8 @@ public:
     void incrementSuccesses() { ++successes_; }
     [[nodiscard]] std::int32_t getSuccesses() const { return successes_; }
 
-    // URLs whose last exchange (of the first variant) has ended, with or without success; not those
-    // that were given up.
+    // URLs whose last exchange has ended (of the first variant, if there are several), with or
+    // without success; not those that were given up.
     void incrementFinished() { ++finished_; }
     [[nodiscard]] std::int32_t getFinished() const { return finished_; }
 

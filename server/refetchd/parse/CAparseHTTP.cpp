@@ -257,9 +257,10 @@ void CAParseHTTP::addWithoutBlank(const char *line)
         return;
     }
     const std::string name(line, colon + 1);
-    if ((needsOthers &&
-         (isAmong(kMoreHeaders, name) || strcasecmp(name.c_str(), "Transfer-Encoding:") == 0)) ||
-        (options_.modernLinks && isAmong(kPageHeaders, name))) {
+    const bool isOther =
+        isAmong(kMoreHeaders, name) || strcasecmp(name.c_str(), "Transfer-Encoding:") == 0;
+    const bool isOfPage = isAmong(kPageHeaders, name);
+    if ((needsOthers && isOther) || (options_.modernLinks && isOfPage)) {
         keepHeader(name.c_str(), colon + 1);
     }
 }

@@ -29,11 +29,7 @@ std::int32_t CAParseHTTP11::consume(char *data, std::int32_t length, std::int32_
     char *at = data;
     char *const end = data + std::max(length, 0);
     while (at != end && state_ < State::Complete) {
-        if (state_ == State::Body) {
-            state_ = readBody(&at, end);
-        } else {
-            at += readHead(at, end) - at;
-        }
+        state_ = state_ == State::Body ? readBody(&at, end) : readHead(&at, end);
     }
     if (state_ >= State::Complete) {
         if (at != end && state_ == State::Complete) {
@@ -47,28 +43,27 @@ std::int32_t CAParseHTTP11::consume(char *data, std::int32_t length, std::int32_
     return std::max(length, 0);
 }
 
-// Reads the next line of the head, which may have begun in an earlier block. Returns where it ends.
-const char *CAParseHTTP11::readHead(const char *at, const char *end)
+// Reads the next line of the head, which may have begun in an earlier block.
+CAParseHTTP11::State CAParseHTTP11::readHead(char **at, char *end)
 {
-    const void *const found = std::memchr(at, '\n', static_cast<std::size_t>(end - at));
-    const char *const stop = found == nullptr ? end : static_cast<const char *>(found);
-    headBytes_ += static_cast<std::size_t>(stop - at);
+    void *const found = std::memchr(*at, '\n', static_cast<std::size_t>(end - *at));
+    char *const stop = found == nullptr ? end : static_cast<char *>(found);
+    const std::string_view part(*at, static_cast<std::size_t>(stop - *at));
+    *at = found == nullptr ? end : stop + 1;
+    headBytes_ += part.size();
     if (headBytes_ > kMaxHead) {
-        state_ = broken("the head is too long");
-        return end;
+        return broken("the head is too long");
     }
+    if (found != nullptr && line_.empty()) {
+        return readLine(part);
+    }
+    line_.append(part);
     if (found == nullptr) {
-        line_.append(at, stop);
-        return end;
+        return state_;
     }
-    if (line_.empty()) {
-        state_ = readLine({at, static_cast<std::size_t>(stop - at)});
-    } else {
-        line_.append(at, stop);
-        state_ = readLine(line_);
-        line_.clear();
-    }
-    return stop + 1;
+    const State next = readLine(line_);
+    line_.clear();
+    return next;
 }
 
 CAParseHTTP11::State CAParseHTTP11::readLine(std::string_view line)
@@ -156,8 +151,7 @@ CAParseHTTP11::State CAParseHTTP11::beginBody()
     const bool hasRoom = followIfRedirected();
     if (rc_ == kOk) {
         // Without a type it is read all the same: the proxy stores it when it has all of it.
-        const bool isUseful = chooseSink();
-        CATrace("%s", isUseful ? "" : "Parser...... reading the body to its end.\n");
+        static_cast<void>(chooseSink());
     } else {
         CATrace("Parser...... abandoning response with RC=%d%s.\n", rc_,
                 hasRoom ? "" : ", its location has no room");

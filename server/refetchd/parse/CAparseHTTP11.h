@@ -14,7 +14,8 @@
 // Reads one response, in blocks that may end at any byte, as CAParseHTTP does, but strictly.
 // Interim responses (1xx) are passed over. The body of a response that is not wanted, such as a
 // 404, is read away if it is short, so that the connection can be kept. A response that breaks the
-// rules ends the exchange and the connection; isHTTP() is false then. So do bytes behind its end.
+// rules ends the exchange and the connection: isHTTP() is false then, or, when only its chunks are
+// wrong, isCutShort() is true. Bytes behind its end cost the connection alone.
 class CAParseHTTP11 : public CAParseHTTP {
 public:
     using CAParseHTTP::CAParseHTTP;
@@ -33,7 +34,7 @@ private:
         GivenUp,  // the rest is not worth reading
     };
 
-    const char *readHead(const char *at, const char *end);
+    State readHead(char **at, char *end);
     State readLine(std::string_view line);
     State readStatusLine(std::string_view line);
     State readField(std::string_view line);
