@@ -54,6 +54,10 @@ constexpr char HTLower(char c)
 {
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c;
 }
+constexpr bool HTIsLetter(char c)
+{
+    return HTLower(c) >= 'a' && HTLower(c) <= 'z';
+}
 
 // True when the texts differ at most in the case of ASCII letters.
 constexpr bool HTEqualsNoCase(std::string_view a, std::string_view b)

@@ -153,9 +153,24 @@ CAParser *CAParser::addSink(CAParser *next)
     return next;
 }
 
+void CAParser::useWebLinks()
+{
+    if (webLinks_) {
+        return;
+    }
+    webLinks_ = true;
+    webPage_ = url_->inWebForm();
+    page_ = webPage_ != nullptr ? webPage_.get() : url_;
+    base_ = page_;
+}
+
 CAURL *CAParser::resolveFound(const char *link, std::int32_t deeper) const
 {
-    CAURL *const found = new CAURL(link, base_);
+    CAURL *const found =
+        webLinks_ ? CAURL::fromLink(link, *base_).release() : new CAURL(link, base_);
+    if (found == nullptr) {
+        return nullptr;
+    }
     found->setDepth(found->depth() + deeper);
     if (ac.debugFlags[kDebugParseUrl] != 0) {
         std::fprintf(CATraceOrStderr(), "Parsed...... \"%s\" + \"%s\" --> \"%s\".\n", link,
@@ -168,7 +183,9 @@ void CAParser::reportDropped(const char *link, std::int32_t deeper, CADrop why) 
 {
     if (results.observes()) {
         const std::unique_ptr<CAURL> found(resolveFound(link, deeper));
-        results.dropped(found->stringitize(), found->source(), found->depth(), why);
+        if (found != nullptr) {
+            results.dropped(found->stringitize(), found->source(), found->depth(), why);
+        }
     }
 }
 
@@ -178,7 +195,7 @@ bool CAParser::sinkIfKnown(const char *link, std::int32_t deeper) const
         return false;
     }
     const std::unique_ptr<CAURL> found(resolveFound(link, deeper));
-    const bool isKnown = CAObjection(*found, *url_) == CADrop::Processed;
+    const bool isKnown = found != nullptr && CAObjection(*found, *page_) == CADrop::Processed;
     if (isKnown) {
         urlQueue->sink(found->stringitize(), found->depth());
     }
@@ -187,7 +204,10 @@ bool CAParser::sinkIfKnown(const char *link, std::int32_t deeper) const
 
 void CAParser::takeIfInteresting(CAURL *found) const
 {
-    if (const CADrop why = CAObjection(*found, *url_); why != CADrop::None) {
+    if (found == nullptr) {
+        return;
+    }
+    if (const CADrop why = CAObjection(*found, *page_); why != CADrop::None) {
         CATrace("Not......... interested in URL \"%s\".\n", found->stringitize());
         if (why == CADrop::Processed) {
             urlQueue->sink(found->stringitize(), found->depth());

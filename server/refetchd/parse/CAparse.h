@@ -8,6 +8,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 
 #include "HTWorkThread.h"
 #include "base/CAoutcome.h"
@@ -89,8 +90,11 @@ public:
     CAParser *addSink(CAParser *next);
 
 protected:
+    // Resolves links as browsers do from now on.
+    void useWebLinks();
     // Makes the URL of a link or redirection of this response; its depth is `deeper` levels more
-    // than that of the response's URL. The caller owns it.
+    // than that of the response's URL. The caller owns it. Null (traced) when browsers make no URL
+    // of it.
     [[nodiscard]] CAURL *resolveFound(const char *link, std::int32_t deeper) const;
     // Reports to `results`, if outcomes are collected, that a limit keeps this link out.
     void reportDropped(const char *link, std::int32_t deeper, CADrop why) const;
@@ -98,13 +102,17 @@ protected:
     // depth. True when the link's URL is recorded; if it still waits, it takes the smaller depth,
     // which needs no room in the queue.
     [[nodiscard]] bool sinkIfKnown(const char *link, std::int32_t deeper) const;
-    // Takes `found` over. If it is interesting, it is counted for its host, recorded as processed
-    // and enqueued. Otherwise it is deleted, and reported as dropped unless it was recorded before.
+    // Takes `found` over, which may be null. If it is interesting, it is counted for its host,
+    // recorded as processed and enqueued. Otherwise it is deleted, and reported as dropped unless
+    // it was recorded before.
     void takeIfInteresting(CAURL *found) const;
 
     CAParser *sink_ = nullptr;  // owned
     CAURL *const url_;
-    const CAURL *base_ = url_;  // links are relative to this
+    bool webLinks_ = false;
+    std::unique_ptr<const CAURL> webPage_;  // url_ in the form of browsers; null if it has none
+    const CAURL *page_ = url_;              // what links are compared with
+    const CAURL *base_ = url_;              // links are relative to this
     HTThreadContext *const threadContext_;
     CABuffer *const buffer_;  // owned; input that waits to be parsed
     bool isUnwanted_ = false;

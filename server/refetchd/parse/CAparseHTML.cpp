@@ -1,10 +1,5 @@
 #include "parse/CAparseHTML.h"
 
-#include <strings.h>
-
-#include <string>
-#include <string_view>
-
 #include "base/CAtrace.h"
 #include "config/CAcfg.h"
 #include "config/CAwanted.h"
@@ -22,6 +17,7 @@ CAParseHTML::CAParseHTML(CAURL *url, HTThreadContext *threadContext, const CAPar
         commonInit();
     }
     if (options.modernLinks) {
+        useWebLinks();
         modernLinks_ = std::make_unique<CAScanModern>(static_cast<CALinkSink *>(this),
                                                       ac.loadInlineImages != 0);
     }
@@ -92,33 +88,12 @@ bool CAParseHTML::takesLinks()
 
 void CAParseHTML::processFoundBase(const char *href)
 {
-    foundBase_ = std::make_unique<const CAURL>(href, url_);
-    base_ = foundBase_.get();
+    foundBase_ = CAURL::fromLink(href, *page_);
+    base_ = foundBase_ != nullptr ? foundBase_.get() : page_;
 }
-
-namespace {
-
-// True when the link has a scheme other than http, https and ftp, such as "javascript:" or
-// "mailto:". The proxy cannot fetch it.
-bool isOfAnotherScheme(std::string_view link)
-{
-    const std::size_t colon = link.find_first_of(":/?#");
-    if (colon == std::string_view::npos || link[colon] != ':') {
-        return false;
-    }
-    const std::string scheme(link.substr(0, colon));
-    return strcasecmp(scheme.c_str(), "http") != 0 && strcasecmp(scheme.c_str(), "https") != 0 &&
-           strcasecmp(scheme.c_str(), "ftp") != 0;
-}
-
-}  // namespace
 
 void CAParseHTML::processFoundUrl(const char *link, bool raisesDepth)
 {
-    if (modernLinks_ != nullptr && isOfAnotherScheme(link)) {
-        CATrace("Ignoring.... URL \"%s\" (not of the web).\n", link);
-        return;
-    }
     const std::int32_t deeper = raisesDepth ? 1 : 0;
     if (const CADrop limit = CALinkLimit(); limit != CADrop::None) {
         CATrace("Ignoring.... relative URL \"%s\" (%s).\n", link, CALimitText(limit));

@@ -337,6 +337,9 @@ bool CAParseHTTP::followRedirect()
         return true;
     }
     CATrace("Found....... location \"%s\".\n", location);
+    if (options_.modernLinks) {
+        useWebLinks();
+    }
     waitsFor_ = CALinkLimit();
     if (waitsFor_ != CADrop::None) {
         CATrace("Ignoring.... location URL \"%s\" (%s).\n", location, CALimitText(waitsFor_));

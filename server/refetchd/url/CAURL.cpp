@@ -130,25 +130,31 @@ const char *newText(std::string_view protocol, std::string_view host, std::strin
 }
 
 // Splits a text made by newText() into its parts. Neither scheme nor host contains a "/".
-struct Parts {
-    std::string_view protocol;
-    std::string_view host;
-    const char *path;
-
-    explicit Parts(const char *text) : path(text)
-    {
-        if (*text == '/') {
-            protocol = text + std::strlen(text) + 1;
-            host = protocol.data() + protocol.size() + 1;
-            return;
-        }
-        const char *const mark = std::strstr(text, kHostMark.data());
-        const char *const begin = mark + kHostMark.size();
-        path = std::strchr(begin, '/');
-        protocol = {text, static_cast<std::size_t>(mark - text)};
-        host = {begin, static_cast<std::size_t>(path - begin)};
+CAURLParts split(const char *text)
+{
+    if (*text == '/') {
+        const std::string_view path(text);
+        const std::string_view protocol(path.data() + path.size() + 1);
+        return {.protocol = protocol, .host = protocol.data() + protocol.size() + 1, .path = path};
     }
-};
+    const char *const mark = std::strstr(text, kHostMark.data());
+    const char *const host = mark + kHostMark.size();
+    const char *const path = std::strchr(host, '/');
+    return {.protocol = {text, static_cast<std::size_t>(mark - text)},
+            .host = {host, static_cast<std::size_t>(path - host)},
+            .path = path};
+}
+
+const char *faultText(CAWebFault fault)
+{
+    switch (fault) {
+    case CAWebFault::OtherScheme: return "not of the web";
+    case CAWebFault::Invalid: return "not valid";
+    case CAWebFault::NoMemory: return "out of memory";
+    case CAWebFault::None: break;
+    }
+    return "";
+}
 
 }  // namespace
 
@@ -169,6 +175,36 @@ CAURL::CAURL(const char *name, const CAURL *parent)
     parseMe(name, parent->stringitize());
     CATrace("URL......... [n+u] \"%s\" + \"%s\" --> \"%s\".\n", name, parent->stringitize(),
             stringitize());
+}
+
+CAURL::CAURL(const CAURLParts &parts, const CAURL &base)
+    : text_(newText(parts.protocol, parts.host, parts.path)),
+      depth_(base.depth_),
+      source_(base.source_)
+{
+}
+
+std::unique_ptr<CAURL> CAURL::fromLink(std::string_view link, const CAURL &base)
+{
+    HTPool *const pool = &HTThread_context()->pool;
+    const HTPoolScope scope(pool);
+    const auto [fault, parts] = CAResolveWeb(link, base.parts(), pool);
+    if (fault != CAWebFault::None) {
+        CATrace("Ignoring.... URL \"%.*s\" (%s).\n", CALength(link), link.data(), faultText(fault));
+        return nullptr;
+    }
+    std::unique_ptr<CAURL> found(new CAURL(parts, base));
+    CATrace("URL......... [n+u] \"%.*s\" + \"%s\" --> \"%s\".\n", CALength(link), link.data(),
+            base.stringitize(), found->stringitize());
+    return found;
+}
+
+std::unique_ptr<CAURL> CAURL::inWebForm() const
+{
+    HTPool *const pool = &HTThread_context()->pool;
+    const HTPoolScope scope(pool);
+    const auto [fault, parts] = CAResolveWeb(stringitize(), {}, pool);
+    return std::unique_ptr<CAURL>(fault == CAWebFault::None ? new CAURL(parts, *this) : nullptr);
 }
 
 CAURL::~CAURL()
@@ -213,19 +249,24 @@ void CAURL::parseMe(const char *name, const char *base)
     text_ = newText(orEmpty(protocol), orEmpty(host), path);
 }
 
+CAURLParts CAURL::parts() const
+{
+    return text_ == nullptr ? CAURLParts{.path = "/"} : split(text_);
+}
+
 std::string_view CAURL::protocol() const
 {
-    return text_ == nullptr ? "" : Parts(text_).protocol;
+    return parts().protocol;
 }
 
 std::string_view CAURL::host() const
 {
-    return text_ == nullptr ? "" : Parts(text_).host;
+    return parts().host;
 }
 
 const char *CAURL::path() const
 {
-    return text_ == nullptr ? "/" : Parts(text_).path;
+    return parts().path.data();
 }
 
 const char *CAURL::holdText() const

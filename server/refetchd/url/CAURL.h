@@ -3,9 +3,11 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string_view>
 
 #include "base/CAwhen.h"
+#include "url/CAweb.h"
 
 // The record of one URL: made from a seed, a link or a redirection target, queued, fetched,
 // deleted.
@@ -22,6 +24,11 @@ public:
     explicit CAURL(const char *name);
     CAURL(const char *name, const char *base);
     CAURL(const char *name, const CAURL *parent);
+    // Resolve as browsers do (CAweb.h), which gives null when they make no URL of it, or when
+    // memory is out: `link`, found on the page `base`, whose source and depth it takes over
+    // (traced); or this URL's own text. `base` must be a result of these.
+    [[nodiscard]] static std::unique_ptr<CAURL> fromLink(std::string_view link, const CAURL &base);
+    [[nodiscard]] std::unique_ptr<CAURL> inWebForm() const;
     ~CAURL();
     CAURL(const CAURL &) = delete;
     CAURL &operator=(const CAURL &) = delete;
@@ -71,7 +78,9 @@ public:
     [[nodiscard]] const char *holdText() const;
 
 private:
+    CAURL(const CAURLParts &parts, const CAURL &base);
     void parseMe(const char *name, const char *base);
+    [[nodiscard]] CAURLParts parts() const;
 
     // A shared text (HTShared.h); null when memory ran out. Either the absolute form, or, when
     // scheme or host is missing, path, scheme and host with a NUL behind each.
