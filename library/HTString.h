@@ -3,6 +3,7 @@
 #pragma once
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -58,6 +59,41 @@ constexpr bool HTIsLetter(char c)
 {
     return HTLower(c) >= 'a' && HTLower(c) <= 'z';
 }
+
+// A set of characters, looked up in a table. find() and friends of std::string_view search a text
+// for each of its bytes, which is much slower.
+class HTCharacterSet {
+public:
+    explicit consteval HTCharacterSet(std::string_view members)
+    {
+        for (const char c : members) {
+            has_[static_cast<unsigned char>(c)] = true;
+        }
+    }
+    // `members`, control characters, and all beyond ASCII.
+    static consteval HTCharacterSet andUnprintable(std::string_view members)
+    {
+        HTCharacterSet set(members);
+        for (std::size_t i = 0; i < set.has_.size(); ++i) {
+            set.has_[i] = set.has_[i] || i < 0x20 || i > 0x7E;
+        }
+        return set;
+    }
+    [[nodiscard]] constexpr bool has(char c) const { return has_[static_cast<unsigned char>(c)]; }
+
+    // Where the first member in `text` is; its length when there is none.
+    [[nodiscard]] constexpr std::size_t in(std::string_view text) const
+    {
+        std::size_t at = 0;
+        while (at < text.size() && !has(text[at])) {
+            ++at;
+        }
+        return at;
+    }
+
+private:
+    std::array<bool, 256> has_{};
+};
 
 // True when the texts differ at most in the case of ASCII letters.
 constexpr bool HTEqualsNoCase(std::string_view a, std::string_view b)

@@ -18,7 +18,9 @@ struct Scheme {
 
 constexpr std::array<Scheme, 3> kSchemes = {{{"http", 80}, {"https", 443}, {"ftp", 21}}};
 
-constexpr std::string_view kSlashes = "/\\";
+constexpr HTCharacterSet kSlashes("/\\");
+constexpr HTCharacterSet kEndsAuthority("/\\?");
+constexpr HTCharacterSet kDropped("\t\n\r");
 constexpr std::size_t kEncoded = 3;  // bytes of "%20"
 
 bool isSlash(char c)
@@ -28,29 +30,13 @@ bool isSlash(char c)
 
 std::size_t countSlashes(std::string_view text)
 {
-    return std::min(text.find_first_not_of(kSlashes), text.size());
+    return static_cast<std::size_t>(std::find_if_not(text.begin(), text.end(), isSlash) -
+                                    text.begin());
 }
 
-// The bytes that are percent-encoded: control characters, those beyond ASCII, and `others`.
-class EncodeSet {
-public:
-    explicit consteval EncodeSet(std::string_view others)
-    {
-        for (std::size_t i = 0; i < has_.size(); ++i) {
-            has_[i] = i < 0x20 || i > 0x7E;
-        }
-        for (const char c : others) {
-            has_[static_cast<unsigned char>(c)] = true;
-        }
-    }
-    [[nodiscard]] bool has(char c) const { return has_[static_cast<unsigned char>(c)]; }
-
-private:
-    std::array<bool, 256> has_{};
-};
-
-constexpr EncodeSet kInPath(" \"#<>?^`{}");
-constexpr EncodeSet kInQuery(" \"#<>'");
+// What is percent-encoded.
+constexpr HTCharacterSet kInPath = HTCharacterSet::andUnprintable(" \"#<>?^`{}");
+constexpr HTCharacterSet kInQuery = HTCharacterSet::andUnprintable(" \"#<>'");
 
 // Drops what browsers drop anywhere in a link: blanks and control characters around it, tabs and
 // line ends in it, and the fragment. Null when memory is out.
@@ -64,15 +50,15 @@ std::optional<std::string_view> clean(std::string_view link, HTPool *pool)
         link.remove_suffix(1);
     }
     link = link.substr(0, link.find('#'));
-    if (link.find_first_of("\t\n\r") == std::string_view::npos) {
+    if (kDropped.in(link) == link.size()) {
         return link;
     }
     char *const copy = pool->copy(link.data(), link.size());
     if (copy == nullptr) {
         return std::nullopt;
     }
-    char *const end = std::remove_if(copy, copy + link.size(),
-                                     [](char c) { return c == '\t' || c == '\n' || c == '\r'; });
+    char *const end =
+        std::remove_if(copy, copy + link.size(), [](char c) { return kDropped.has(c); });
     return std::string_view(copy, static_cast<std::size_t>(end - copy));
 }
 
@@ -132,14 +118,14 @@ public:
     {
         text.remove_prefix(!text.empty() && isSlash(text.front()) ? 1 : 0);
         for (bool isLast = false; !isLast;) {
-            const std::size_t length = std::min(text.find_first_of(kSlashes), text.size());
+            const std::size_t length = kSlashes.in(text);
             isLast = length == text.size();
             addSegment(text.substr(0, length), isLast);
             text.remove_prefix(isLast ? length : length + 1);
         }
     }
 
-    void encode(std::string_view text, const EncodeSet &set)
+    void encode(std::string_view text, const HTCharacterSet &set)
     {
         constexpr std::string_view kDigits = "0123456789ABCDEF";
         for (const char c : text) {
@@ -254,7 +240,7 @@ std::string_view join(std::string_view host, std::uint32_t port, HTPool *pool)
 // `text` is what follows "scheme://".
 CAWebResult resolveAuthority(std::string_view text, const Scheme &scheme, HTPool *pool)
 {
-    const std::size_t length = std::min(text.find_first_of("/\\?"), text.size());
+    const std::size_t length = kEndsAuthority.in(text);
     std::string_view authority = text.substr(0, length);
     // npos, for a host without user name, counts as the end of an empty one.
     authority.remove_prefix(authority.rfind('@') + 1);

@@ -19,11 +19,8 @@ using Text = std::optional<std::string_view>;
 
 constexpr std::size_t kLongestHost = 1023;  // in any form; names in the DNS have 253 bytes at most
 
-bool isForbidden(char c)
-{
-    constexpr std::string_view kForbidden = " #%/:<>?@[\\]^|";
-    return HTIsControl(c) || kForbidden.find(c) != std::string_view::npos;
-}
+// Beyond ASCII there is nothing left when they are looked for.
+constexpr HTCharacterSet kForbidden = HTCharacterSet::andUnprintable(" #%/:<>?@[\\]^|");
 
 Text copyTo(HTPool *pool, const char *text, std::size_t length)
 {
@@ -127,8 +124,7 @@ Text domainOf(std::string_view text, HTPool *pool)
     } else if (name) {
         name = lowerCase(*name, pool);
     }
-    const bool isGood = name && std::none_of(name->begin(), name->end(), isForbidden);
-    return isGood ? name : std::nullopt;
+    return name && kForbidden.in(*name) == name->size() ? name : std::nullopt;
 }
 
 // number := decimal | "0" octal | "0x" [ hexadecimal ]
