@@ -40,7 +40,8 @@ std::string text(std::size_t length)
 }
 
 const std::string kNoReferences =
-    "&&am;&ampx;&amp=&LT0;&Amp;&TAB;&apos&Tab&NewLine&nbsp;&#;&#x;&#xg&#-1;&# 65;";
+    "&&am;&ampx;&amp=&LT0;&Amp;&TAB;&apos&Tab&NewLine&#;&#x;&#xg&#-1;&# 65;"
+    "&eacutex&eacute=&hellip&nGt;&zz;&;&A";
 
 const PageRow kPages[] = {
     {"TagsOfThePlainScan",
@@ -94,6 +95,10 @@ const PageRow kPages[] = {
     {"ReferencesToOtherCharacters",
      "<a href='&#128;&#x9F;&#x81;&#0;&#xDFFF&#x110000;&#4294967361'>",
      "+\u20AC\u0178\xC2\x81\uFFFD\uFFFD\uFFFD\uFFFD\n"},
+    {"ReferencesByName",
+     "<a href='&AElig;&zwnj;&eacute;&Eacute&yen?&frac12;&zscr;&NotEqualTilde;&fjlig;"
+     "&CounterClockwiseContourIntegral;&notin;&not'>",
+     "+\u00C6\u200C\u00E9\u00C9\u00A5?\u00BD\U0001D4CF\u2242\u0338fj\u2233\u2209\u00AC\n"},
     {"DecodedOnce", "<a href='&amp;amp;&#38;lt;'>", "+&amp;&lt;\n"},
     {"SpaceAround", "<a href='\n 1\t2\r\n 3\x01 '><a href='&#32;4&#32;'>", "+12 3\n+4\n"},
     {"Nul", "<a href='1\0002'><a href='\0003\0'><a\0 href=4><a \0href=5><\0a href=6>"s, "+3\n"},
