@@ -39,9 +39,22 @@ std::string text(std::size_t length)
     return std::string(length, 'x');
 }
 
+std::string repeated(std::string_view piece, int times)
+{
+    std::string all;
+    for (; times > 0; --times) {
+        all += piece;
+    }
+    return all;
+}
+
 const std::string kNoReferences =
     "&&am;&ampx;&amp=&LT0;&Amp;&TAB;&apos&Tab&NewLine&#;&#x;&#xg&#-1;&# 65;"
     "&eacutex&eacute=&hellip&nGt;&zz;&;&A";
+
+// Fills the room of a set several times; a reference that the room cuts is none at its end.
+const std::string kManyImages = repeated("a&#44;&amp;b (,&#41; ,&Tab;c,d&comma; ", 700);
+const std::string kTheirLinks = repeated("-a,&b\n-c,d\n", 700);
 
 const PageRow kPages[] = {
     {"TagsOfThePlainScan",
@@ -124,7 +137,12 @@ const PageRow kPages[] = {
     {"LongestSet",
      "<img srcset='" + text(4096) + " ," + text(4091) + "1x' src='" + text(4095) + "'>",
      "-" + text(4091) + "1x\n-" + text(4095) + "\n"},
-    {"SetTooLong", "<img src=1 srcset='" + text(4000) + " 1x, " + text(4187) + "'>", "-1\n"},
+    {"SetLongerThanItsRoom", "<img src=1 srcset='" + text(4000) + " 1x, " + text(4187) + "'>",
+     "-" + text(4000) + "\n-1\n"},
+    {"SetOfAnyLength",
+     "<img srcset='" + kManyImages + text(20000) + " 2x, 1 " + text(9000) + ", 2, " + text(9000) +
+         ", 3 (" + text(9000) + ", x 1x), " + kManyImages + "' src=4>",
+     kTheirLinks + "-1\n-2\n-3\n" + kTheirLinks + "-4\n"},
     {"LongNames", "<" + text(5000) + " href=1><a " + text(5000) + "=2 href=3>", "+3\n"},
 };
 INSTANTIATE_TEST_SUITE_P(CAScanModern, Page, testing::ValuesIn(kPages), rowName);

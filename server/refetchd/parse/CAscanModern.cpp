@@ -32,6 +32,8 @@ constexpr CharacterSet kEndsTagName(" \t\n\f\r/>");
 constexpr CharacterSet kEndsName(" \t\n\f\r/>=");
 constexpr CharacterSet kEndsValue(" \t\n\f\r>");
 constexpr CharacterSet kBeforeUrl(" \t\n\f\r,");
+constexpr CharacterSet kEndsDescriptors(",(");
+constexpr CharacterSet kEndsParentheses(")");
 constexpr CharacterSet kTime("0123456789.");
 constexpr CharacterSet kEndsTime(" \t\n\f\r;,");
 
@@ -210,6 +212,7 @@ CAScanModern::State CAScanModern::onName(Input *input)
     }
     tag_ = state_ == State::TagName ? CAFindModernTag({name_.data(), nameLength_}) : nullptr;
     seen_ = 0;
+    setState_ = SetState::BeforeUrl;
     valueCount_ = 0;
     used_ = 0;
     return *at == '>' ? onTagEnd(false, input) : State::BeforeName;
@@ -333,31 +336,67 @@ void CAScanModern::addToValue(const char *from, const char *to)
     if (attribute_ == nullptr) {
         return;
     }
-    const std::size_t limit = attribute_->use == Use::ImageSet ? kLongestSet : kLongestLink;
-    const auto length = static_cast<std::size_t>(to - from);
-    if (length > limit - valueLength_) {
-        CATrace("HTML........ parser dropping a value of more than %u bytes.\n",
-                static_cast<unsigned>(limit));
-        attribute_ = nullptr;
-        return;
+    const bool isSet = attribute_->use == Use::ImageSet;
+    const std::size_t limit = isSet ? kLongestCandidate : kLongestLink;
+    for (;;) {
+        const std::size_t length =
+            std::min(static_cast<std::size_t>(to - from), limit - valueLength_);
+        std::memcpy(values_.data() + used_ + valueLength_, from, length);
+        valueLength_ += length;
+        from += length;
+        if (from == to) {
+            return;
+        }
+        if (!isSet) {
+            CATrace("HTML........ parser dropping a value of more than %u bytes.\n",
+                    static_cast<unsigned>(limit));
+            attribute_ = nullptr;
+            return;
+        }
+        emptySet();
     }
-    std::memcpy(values_.data() + used_ + valueLength_, from, length);
-    valueLength_ += length;
 }
 
-namespace {
-
-// The comma that ends the descriptors of an image, such as "2x", or `end`. A comma in parentheses
-// belongs to the descriptors.
-char *skipDescriptors(char *at, const char *end)
+// Makes room for more of a set that has filled its room: tells the images up to the last white
+// space, which ends no image in the middle, nor a reference or a character of several bytes.
+void CAScanModern::emptySet()
 {
-    for (bool isInside = false; at != end && (*at != ',' || isInside); ++at) {
-        isInside = *at == '(' || (isInside && *at != ')');
+    char *const begin = values_.data() + used_;
+    char *const end = begin + kLongestCandidate;
+    char *stop = end;
+    while (stop != begin && !kSpace.has(stop[-1])) {
+        --stop;
     }
-    return at;
+    if (stop == begin) {
+        stop = passWord(begin, end);
+    } else if (inlineImages_) {
+        tellSet(begin, CADecodeReferences(begin, stop));
+    }
+    valueLength_ = static_cast<std::size_t>(end - stop);
+    std::memmove(begin, stop, valueLength_);
 }
 
-}  // namespace
+// Passes what cannot be kept of a set that has filled its room without any white space: either
+// descriptors, or a URL up to its last byte, which may be a comma that ends it.
+char *CAScanModern::passWord(char *begin, char *end)
+{
+    char *at = begin;
+    while (at != end && isInDescriptors()) {
+        at = skipDescriptors(at, end);
+    }
+    if (at != begin) {
+        return at;
+    }
+    CATrace("HTML........ parser dropping an image of more than %u bytes.\n",
+            static_cast<unsigned>(kLongestCandidate));
+    setState_ = SetState::TooLong;
+    return end - 1;
+}
+
+bool CAScanModern::isInDescriptors() const
+{
+    return setState_ == SetState::Descriptors || setState_ == SetState::Parentheses;
+}
 
 void CAScanModern::tellValues()
 {
@@ -413,19 +452,42 @@ void CAScanModern::tellBase(char *at, char *end)
 
 // set := { white space | "," } URL [ white space descriptors "," ] ...
 // A URL may contain commas. Commas at its end do not belong to it; after them no descriptors
-// follow.
+// follow. A comma in parentheses belongs to the descriptors.
 void CAScanModern::tellSet(char *at, char *end)
 {
-    while ((at = skip(at, end, kBeforeUrl)) != end) {
-        char *const stop = find(at, end, kSpace);
-        char *last = stop;
-        while (last[-1] == ',') {
-            --last;
-        }
-        char *const next = last == stop ? skipDescriptors(stop, end) : stop;
-        tell(at, last, false);
-        at = next;
+    while (at != end) {
+        at = isInDescriptors() ? skipDescriptors(at, end) : tellImage(at, end);
     }
+}
+
+char *CAScanModern::tellImage(char *at, char *end)
+{
+    if (setState_ == SetState::BeforeUrl && (at = skip(at, end, kBeforeUrl)) == end) {
+        return end;
+    }
+    char *const stop = find(at, end, kSpace);
+    char *last = stop;
+    while (last != at && last[-1] == ',') {
+        --last;
+    }
+    if (setState_ == SetState::BeforeUrl) {
+        tell(at, last, false);
+    }
+    setState_ = last == stop ? SetState::Descriptors : SetState::BeforeUrl;
+    return stop;
+}
+
+char *CAScanModern::skipDescriptors(char *at, const char *end)
+{
+    const bool isInside = setState_ == SetState::Parentheses;
+    at = find(at, end, isInside ? kEndsParentheses : kEndsDescriptors);
+    if (at == end) {
+        return at;
+    }
+    setState_ = isInside     ? SetState::Descriptors
+                : *at == ',' ? SetState::BeforeUrl
+                             : SetState::Parentheses;
+    return at + 1;
 }
 
 // refresh := time ( white space | ";" | "," ) [ "url" "=" ] ( URL | quote URL [ quote ] )
