@@ -66,6 +66,13 @@ const PageRow kPages[] = {
      "<link imagesrcset=8 href=9><img srcset='10 1x' src=11>",
      "-1\n-2\n-3\n-4\n-5\n-6\n-7\n-8\n+9\n-10\n-11\n"},
     {"InputByItsType", "<input src=1><input type=text src=2><INPUT SRC=3 TYPE=Image>", "-3\n"},
+    {"LinksThatAreHints",
+     "<link rel=preconnect href=1><link href=2 REL='\nDNS-Prefetch\tprofile '><link imagesrcset=3 "
+     "rel=&#112;ingback href=4 rel=icon><link rel='preconnect stylesheet' href=5><link href=6>"
+     "<link href=7 rel=' '><link rel rel=preconnect href=8><a rel=profile href=9>"
+     "<link rel=preconnects href=10><link rel=icon href=11 rel=preconnect><link imagesrcset=" +
+         text(8191) + " href=" + text(4095) + " rel=" + text(4095) + ">",
+     "+5\n+6\n+7\n+8\n+9\n+10\n+11\n+" + text(4095) + "\n"},
     {"NamesEndAtAnySpace",
      "<A\tHREF=1><a\nhref=2><a\fhref=3><a\rhref=4><a/href=5><a x/href=6><a href=7\fx>",
      "+1\n+2\n+3\n+4\n+5\n+6\n+7\n"},

@@ -19,7 +19,7 @@ constexpr std::array<CAModernTag, 22> kTags = {{
     {"img", {{{"src", Use::Image}, {"srcset", Use::ImageSet}}}},
     {"input", {{{"src", Use::Image}, {"type", Use::Word}}}, "image"},
     {"layer", {{{"src", Use::Link}}}},
-    {"link", {{{"href", Use::DeeperLink}, {"imagesrcset", Use::ImageSet}}}},
+    {"link", {{{"href", Use::DeeperLink}, {"imagesrcset", Use::ImageSet}, {"rel", Use::Relation}}}},
     {"meta", {{{"content", Use::Refresh}, {"http-equiv", Use::Word}}}, "refresh"},
     {"object", {{{"data", Use::Link}}}},
     {"script", {{{"src", Use::Link}}}, "", true},

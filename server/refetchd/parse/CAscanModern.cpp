@@ -67,6 +67,25 @@ bool isLetter(char c)
     return HTLower(c) >= 'a' && HTLower(c) <= 'z';
 }
 
+// What a <link> may be without that browsers ask for its URL.
+constexpr std::string_view kHints[] = {"dns-prefetch", "preconnect", "pingback", "profile"};
+
+// True when the value of "rel" has words, and all of them are hints.
+bool areHints(std::string_view words)
+{
+    const char *const end = words.data() + words.size();
+    const char *at = skip(words.data(), end, kSpace);
+    bool areAll = at != end;
+    while (areAll && at != end) {
+        const char *const stop = find(at, end, kSpace);
+        const std::string_view word(at, static_cast<std::size_t>(stop - at));
+        areAll = std::any_of(std::begin(kHints), std::end(kHints),
+                             [word](std::string_view hint) { return CAIsWord(word, hint); });
+        at = skip(stop, end, kSpace);
+    }
+    return areAll;
+}
+
 }  // namespace
 
 void CAScanModern::scan(const char *data, const char *end)
@@ -211,6 +230,7 @@ CAScanModern::State CAScanModern::onName(Input *input)
         return onNameEnd(input);
     }
     tag_ = state_ == State::TagName ? CAFindModernTag({name_.data(), nameLength_}) : nullptr;
+    isWanted_ = tag_ != nullptr && tag_->word.empty();
     seen_ = 0;
     setState_ = SetState::BeforeUrl;
     valueCount_ = 0;
@@ -307,11 +327,23 @@ CAScanModern::State CAScanModern::onValue(const char *stop, Input *input)
         return state_;
     }
     if (attribute_ != nullptr) {
-        found_[valueCount_++] = {attribute_, used_, used_ + valueLength_};
-        used_ += valueLength_ + 1;
+        onValueEnd();
         attribute_ = nullptr;
     }
     return State::BeforeName;
+}
+
+void CAScanModern::onValueEnd()
+{
+    if (attribute_->use != Use::Word && attribute_->use != Use::Relation) {
+        found_[valueCount_++] = {attribute_, used_, used_ + valueLength_};
+        used_ += valueLength_ + 1;
+        return;
+    }
+    char *const at = values_.data() + used_;
+    const char *const end = CADecodeReferences(at, at + valueLength_);
+    const std::string_view words(at, static_cast<std::size_t>(end - at));
+    isWanted_ = attribute_->use == Use::Word ? CAIsWord(words, tag_->word) : !areHints(words);
 }
 
 // The attribute whose name was read; null when it is not in the tag's row, or is a repetition.
@@ -400,13 +432,7 @@ bool CAScanModern::isInDescriptors() const
 
 void CAScanModern::tellValues()
 {
-    bool isWanted = tag_->word.empty();
-    for (std::size_t i = 0; i < valueCount_; ++i) {
-        const auto &[attribute, begin, end] = found_[i];
-        isWanted = isWanted || (attribute->use == Use::Word &&
-                                CAIsWord({values_.data() + begin, end - begin}, tag_->word));
-    }
-    for (std::size_t i = 0; isWanted && i < valueCount_; ++i) {
+    for (std::size_t i = 0; isWanted_ && i < valueCount_; ++i) {
         tellValue(found_[i]);
     }
 }
@@ -427,7 +453,8 @@ void CAScanModern::tellValue(const Value &value)
     case Use::ImageSet: return tellSet(at, end);
     case Use::Base: return tellBase(at, end);
     case Use::Refresh: return tellRefresh(at, end);
-    case Use::Word: break;
+    case Use::Word:
+    case Use::Relation: break;
     }
 }
 

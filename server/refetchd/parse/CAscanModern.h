@@ -71,7 +71,8 @@ private:
         const char *const end;
     };
 
-    // A collected value: its place [begin, end) in values_, where one byte after it is free.
+    // A collected link or set of images: its place [begin, end) in values_, where one byte after it
+    // is free.
     struct Value {
         const CAModernAttribute *attribute;
         std::size_t begin;
@@ -89,6 +90,8 @@ private:
     State onTagEnd(bool isClosed, Input *input);
     State onQuoted(char quote, Input *input);
     State onValue(const char *stop, Input *input);
+
+    void onValueEnd();
 
     const CAModernAttribute *newAttribute();
     void addToValue(const char *from, const char *to);
@@ -112,6 +115,7 @@ private:
     bool baseIsKnown_ = false;
     const CAModernTag *tag_ = nullptr;              // null: not in the table, or an end tag
     const CAModernAttribute *attribute_ = nullptr;  // collects its value; null: skips the value
+    bool isWanted_ = false;                         // the links of the current tag count
     unsigned seen_ = 0;             // a bit for each attribute in the tag's row that was found
     std::size_t nameLength_ = 0;    // of name_; in RawEndName the number of bytes that match so far
     std::size_t valueCount_ = 0;    // of found_
@@ -119,5 +123,5 @@ private:
     std::size_t valueLength_ = 0;   // bytes collected so far of the next value, after those
     std::array<char, 12> name_{};   // one byte longer than the longest name in the table
     std::array<Value, 2> found_{};  // complete values of the current tag, in the tag's order
-    std::array<char, kLongestLink + 1 + kLongestCandidate + 1> values_{};
+    std::array<char, 2 * (kLongestLink + 1) + kLongestCandidate + 1> values_{};
 };
