@@ -154,6 +154,68 @@ const PageRow kPages[] = {
 };
 INSTANTIATE_TEST_SUITE_P(CAScanModern, Page, testing::ValuesIn(kPages), rowName);
 
+struct CharsetRow : Row {
+    const char *contentType;
+    std::string page;
+    std::string links;  // each in UTF-8 and as a query
+};
+
+struct QueryList : CALinkSink {
+    void processFoundUrl(const char *link, bool /*raisesDepth*/) override
+    {
+        const CACharset *const charset = scanner.charsetOfQuery();
+        all += link + " "s + (charset != nullptr ? charset->encodeQuery(link) : "") + "\n";
+    }
+
+    std::string all;
+    CAScanModern scanner{this, true};
+};
+
+class Charset : public testing::TestWithParam<CharsetRow> {};
+
+TEST_P(Charset, IsReadWhereverThePageIsCut)
+{
+    const std::string &page = GetParam().page;
+    for (const Cuts &cuts : {Cuts{}, everyByte(page.size())}) {
+        QueryList found;
+        found.scanner.declareCharset(CACharsetLabel(GetParam().contentType));
+        inPieces(page, cuts, [&found](const char *block, std::int32_t length) {
+            found.scanner.scan(block, block + length);
+            return true;
+        });
+        EXPECT_EQ(found.all, GetParam().links);
+    }
+}
+
+const std::string kE = "<a href=\xE9>";
+
+const CharsetRow kCharsets[] = {
+    {"None", "text/html", kE + "<a href=\u00E9><a href=&eacute;>",
+     "\u00E9 %E9\n\u00E9 \n\u00E9 \n"},
+    {"OfHeader", "text/html; Charset = \" Latin1 \"; x",
+     kE + "<a href='&eacute;\x80%a&Zcaron;&#x416;&#x1F600;\x81'>",
+     "\u00E9 %E9\n\u00E9\u20AC%a\u017D\u0416\U0001F600\u0081 "
+     "%E9%80%a%8E%26%231046%3B%26%23128512%3B%81\n"},
+    {"Utf8", "text/html;charset='utf-8'", kE + "<a href=\u00E9><meta charset=koi8-r>" + kE,
+     "\uFFFD \n\u00E9 \n\uFFFD \n"},
+    {"OfSeveralBytes", "charset=GB2312",
+     "<a href=\xD6\xD0&eacute;\x81><img srcset='\xD6\xD0 1x, b&comma; \xD6\xD0'>",
+     "\u4E2D\u00E9\uFFFD %D6%D0%A8%A6%26%2365533%3B\n\u4E2D %D6%D0\nb b\n\u4E2D %D6%D0\n"},
+    {"LettersInTheSecondByte", "charset=sjis", "<a href='\x83\x5C\x83\x41&yen;\xFD'>",
+     "\u30BD\u30A2\u00A5\uFFFD %83\\%83A%26%23165%3B%26%2365533%3B\n"},
+    {"OfMeta", "text/html",
+     kE + "<meta charset=nonsense><meta charset=ISO-8859-5>" + kE + "<meta charset=koi8-r>" + kE,
+     "\u00E9 %E9\n\u0449 %E9\n\u0449 %E9\n"},
+    {"OfMetaAsHeader", "text/html; charset=nonsense; xcharset",
+     "<meta content='text/html; charset=gbk'><meta content='x; charset charset&#61;koi8-r;' "
+     "http-equiv=content-TYPE>" +
+         kE,
+     "\u0418 %E9\n"},
+    {"OfMark", "charset=koi8-r", "\xEF\xBB\xBF<meta charset=gbk><a href=\u00E9>", "\u00E9 \n"},
+    {"NoMark", "charset=koi8-r", "\xEF\xBB<a href=\xC1>", "\u0430 %C1\n"},
+};
+INSTANTIATE_TEST_SUITE_P(CAScanModern, Charset, testing::ValuesIn(kCharsets), rowName);
+
 TEST_F(AgentTest, PlainScanFindsOtherLinks)
 {
     const struct {

@@ -17,6 +17,7 @@ enum class CAModernUse : std::uint8_t {
     Base,      // the URL that the links of the page are relative to
     Refresh,   // "5; url=next.html"
     Word,      // compared with CAModernTag::word
+    Charset,   // of the page
     Relation,  // words; the links of the tag do not count if all of them are mere hints
 };
 

@@ -90,6 +90,9 @@ bool areHints(std::string_view words)
 
 void CAScanModern::scan(const char *data, const char *end)
 {
+    if (!charset_.hasSeenBegin()) {
+        charset_.seeBegin(data, end);
+    }
     Input input{.at = data, .end = end};
     while (input.at != input.end) {
         state_ = step(&input);
@@ -231,6 +234,7 @@ CAScanModern::State CAScanModern::onName(Input *input)
     }
     tag_ = state_ == State::TagName ? CAFindModernTag({name_.data(), nameLength_}) : nullptr;
     isWanted_ = tag_ != nullptr && tag_->word.empty();
+    isContentType_ = false;
     seen_ = 0;
     setState_ = SetState::BeforeUrl;
     valueCount_ = 0;
@@ -335,7 +339,8 @@ CAScanModern::State CAScanModern::onValue(const char *stop, Input *input)
 
 void CAScanModern::onValueEnd()
 {
-    if (attribute_->use != Use::Word && attribute_->use != Use::Relation) {
+    const Use use = attribute_->use;
+    if (use != Use::Word && use != Use::Relation && use != Use::Charset) {
         found_[valueCount_++] = {attribute_, used_, used_ + valueLength_};
         used_ += valueLength_ + 1;
         return;
@@ -343,7 +348,12 @@ void CAScanModern::onValueEnd()
     char *const at = values_.data() + used_;
     const char *const end = CADecodeReferences(at, at + valueLength_);
     const std::string_view words(at, static_cast<std::size_t>(end - at));
-    isWanted_ = attribute_->use == Use::Word ? CAIsWord(words, tag_->word) : !areHints(words);
+    if (use == Use::Charset) {
+        charset_.declare(CAPageCharset::Source::Meta, words);
+        return;
+    }
+    isWanted_ = use == Use::Word ? CAIsWord(words, tag_->word) : !areHints(words);
+    isContentType_ = CAIsWord(words, "content-type");
 }
 
 // The attribute whose name was read; null when it is not in the tag's row, or is a repetition.
@@ -402,7 +412,10 @@ void CAScanModern::emptySet()
     if (stop == begin) {
         stop = passWord(begin, end);
     } else if (inlineImages_) {
-        tellSet(begin, CADecodeReferences(begin, stop));
+        char *at = begin;
+        char *last = stop;
+        decode(&at, &last);
+        tellSet(at, last);
     }
     valueLength_ = static_cast<std::size_t>(end - stop);
     std::memmove(begin, stop, valueLength_);
@@ -432,20 +445,35 @@ bool CAScanModern::isInDescriptors() const
 
 void CAScanModern::tellValues()
 {
-    for (std::size_t i = 0; isWanted_ && i < valueCount_; ++i) {
-        tellValue(found_[i]);
+    for (std::size_t i = 0; i < valueCount_; ++i) {
+        if (isWanted_) {
+            tellValue(found_[i]);
+        } else if (isContentType_ && found_[i].attribute->use == Use::Refresh) {
+            char *const at = values_.data() + found_[i].begin;
+            const char *const end = CADecodeReferences(at, values_.data() + found_[i].end);
+            const std::string_view type(at, static_cast<std::size_t>(end - at));
+            charset_.declare(CAPageCharset::Source::Meta, CACharsetLabel(type));
+        }
     }
+}
+
+// Replaces the bytes of the page in [at, end) by their text.
+void CAScanModern::decode(char **at, char **end)
+{
+    charset_.toUtf8(at, end);
+    *end = CADecodeReferences(*at, *end);
 }
 
 void CAScanModern::tellValue(const Value &value)
 {
-    char *const at = values_.data() + value.begin;
-    char *const end = CADecodeReferences(at, values_.data() + value.end);
     const Use use = value.attribute->use;
     if (!inlineImages_ && (use == Use::Image || use == Use::ImageSet)) {
         CATrace("HTMLconsume. Forgetting about image since LoadInlineImages is set to NO.\n");
         return;
     }
+    char *at = values_.data() + value.begin;
+    char *end = values_.data() + value.end;
+    decode(&at, &end);
     switch (use) {
     case Use::Link:
     case Use::Image: return tell(at, end, false);
@@ -454,6 +482,7 @@ void CAScanModern::tellValue(const Value &value)
     case Use::Base: return tellBase(at, end);
     case Use::Refresh: return tellRefresh(at, end);
     case Use::Word:
+    case Use::Charset:
     case Use::Relation: break;
     }
 }

@@ -5,7 +5,9 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <string_view>
 
+#include "parse/CApageCharset.h"
 #include "parse/CAscanHTML.h"
 
 struct CAModernTag;
@@ -25,6 +27,18 @@ public:
     // of a long set already while it is read. Links to images are left out unless `inlineImages` is
     // set.
     CAScanModern(CALinkSink *sink, bool inlineImages) : sink_(sink), inlineImages_(inlineImages) {}
+
+    // Declares the charset that the headers of the response name; "" if they name none. A byte
+    // order mark in the page counts more than this, a <meta> counts less, and only for the links
+    // after it. All links are told in UTF-8.
+    void declareCharset(std::string_view label)
+    {
+        charset_.declare(CAPageCharset::Source::Header, label);
+    }
+
+    // During a call to the sink: the charset in which browsers encode the query of the link; null
+    // for UTF-8.
+    [[nodiscard]] const CACharset *charsetOfQuery() const { return charset_.ofQuery(); }
 
     // Scans the block [data, end). It is only read, and needs no NUL after it.
     void scan(const char *data, const char *end);
@@ -100,6 +114,7 @@ private:
     [[nodiscard]] bool isInDescriptors() const;
 
     void tellValues();
+    void decode(char **at, char **end);
     void tellValue(const Value &value);
     void tell(char *at, char *end, bool raisesDepth);
     void tellBase(char *at, char *end);
@@ -110,12 +125,14 @@ private:
 
     CALinkSink *const sink_;
     const bool inlineImages_;
+    CAPageCharset charset_;
     State state_ = State::Text;
     SetState setState_ = SetState::BeforeUrl;
     bool baseIsKnown_ = false;
     const CAModernTag *tag_ = nullptr;              // null: not in the table, or an end tag
     const CAModernAttribute *attribute_ = nullptr;  // collects its value; null: skips the value
     bool isWanted_ = false;                         // the links of the current tag count
+    bool isContentType_ = false;    // the current tag is a <meta> that stands for that header
     unsigned seen_ = 0;             // a bit for each attribute in the tag's row that was found
     std::size_t nameLength_ = 0;    // of name_; in RawEndName the number of bytes that match so far
     std::size_t valueCount_ = 0;    // of found_
