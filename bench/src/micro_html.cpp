@@ -85,18 +85,20 @@ public:
     std::size_t links = 0;
 };
 
+template <typename Scanner>
 void findLinks(benchmark::State &state)
 {
     measure(&state, [] {
         LinkCounter counter;
-        CAScanHTML scanner(&counter, true);
+        Scanner scanner(&counter, true);
         inBlocks(page, [&scanner](char *block, std::size_t length) {
             scanner.scan(block, block + length);
         });
         return counter.links;
     });
 }
-BENCHMARK(findLinks);
+BENCHMARK_TEMPLATE(findLinks, CAScanHTML);
+BENCHMARK_TEMPLATE(findLinks, CAScanModern);
 
 void feedPage(CAParseHTML *parser)
 {

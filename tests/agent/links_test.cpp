@@ -39,8 +39,22 @@ std::string text(std::size_t length)
     return std::string(length, 'x');
 }
 
+std::string repeated(std::string_view piece, int times)
+{
+    std::string all;
+    for (; times > 0; --times) {
+        all += piece;
+    }
+    return all;
+}
+
 const std::string kNoReferences =
-    "&&am;&ampx;&amp=&LT0;&Amp;&TAB;&apos&Tab&NewLine&nbsp;&#;&#x;&#xg&#-1;&# 65;";
+    "&&am;&ampx;&amp=&LT0;&Amp;&TAB;&apos&Tab&NewLine&#;&#x;&#xg&#-1;&# 65;"
+    "&eacutex&eacute=&hellip&nGt;&zz;&;&A";
+
+// Fills the room of a set several times; a reference that the room cuts is none at its end.
+const std::string kManyImages = repeated("a&#44;&amp;b (,&#41; ,&Tab;c,d&comma; ", 700);
+const std::string kTheirLinks = repeated("-a,&b\n-c,d\n", 700);
 
 const PageRow kPages[] = {
     {"TagsOfThePlainScan",
@@ -52,6 +66,13 @@ const PageRow kPages[] = {
      "<link imagesrcset=8 href=9><img srcset='10 1x' src=11>",
      "-1\n-2\n-3\n-4\n-5\n-6\n-7\n-8\n+9\n-10\n-11\n"},
     {"InputByItsType", "<input src=1><input type=text src=2><INPUT SRC=3 TYPE=Image>", "-3\n"},
+    {"LinksThatAreHints",
+     "<link rel=preconnect href=1><link href=2 REL='\nDNS-Prefetch\tprofile '><link imagesrcset=3 "
+     "rel=&#112;ingback href=4 rel=icon><link rel='preconnect stylesheet' href=5><link href=6>"
+     "<link href=7 rel=' '><link rel rel=preconnect href=8><a rel=profile href=9>"
+     "<link rel=preconnects href=10><link rel=icon href=11 rel=preconnect><link imagesrcset=" +
+         text(8191) + " href=" + text(4095) + " rel=" + text(4095) + ">",
+     "+5\n+6\n+7\n+8\n+9\n+10\n+11\n+" + text(4095) + "\n"},
     {"NamesEndAtAnySpace",
      "<A\tHREF=1><a\nhref=2><a\fhref=3><a\rhref=4><a/href=5><a x/href=6><a href=7\fx>",
      "+1\n+2\n+3\n+4\n+5\n+6\n+7\n"},
@@ -94,6 +115,10 @@ const PageRow kPages[] = {
     {"ReferencesToOtherCharacters",
      "<a href='&#128;&#x9F;&#x81;&#0;&#xDFFF&#x110000;&#4294967361'>",
      "+\u20AC\u0178\xC2\x81\uFFFD\uFFFD\uFFFD\uFFFD\n"},
+    {"ReferencesByName",
+     "<a href='&AElig;&zwnj;&eacute;&Eacute&yen?&frac12;&zscr;&NotEqualTilde;&fjlig;"
+     "&CounterClockwiseContourIntegral;&notin;&not'>",
+     "+\u00C6\u200C\u00E9\u00C9\u00A5?\u00BD\U0001D4CF\u2242\u0338fj\u2233\u2209\u00AC\n"},
     {"DecodedOnce", "<a href='&amp;amp;&#38;lt;'>", "+&amp;&lt;\n"},
     {"SpaceAround", "<a href='\n 1\t2\r\n 3\x01 '><a href='&#32;4&#32;'>", "+12 3\n+4\n"},
     {"Nul", "<a href='1\0002'><a href='\0003\0'><a\0 href=4><a \0href=5><\0a href=6>"s, "+3\n"},
@@ -119,10 +144,77 @@ const PageRow kPages[] = {
     {"LongestSet",
      "<img srcset='" + text(4096) + " ," + text(4091) + "1x' src='" + text(4095) + "'>",
      "-" + text(4091) + "1x\n-" + text(4095) + "\n"},
-    {"SetTooLong", "<img src=1 srcset='" + text(4000) + " 1x, " + text(4187) + "'>", "-1\n"},
+    {"SetLongerThanItsRoom", "<img src=1 srcset='" + text(4000) + " 1x, " + text(4187) + "'>",
+     "-" + text(4000) + "\n-1\n"},
+    {"SetOfAnyLength",
+     "<img srcset='" + kManyImages + text(20000) + " 2x, 1 " + text(9000) + ", 2, " + text(9000) +
+         ", 3 (" + text(9000) + ", x 1x), " + kManyImages + "' src=4>",
+     kTheirLinks + "-1\n-2\n-3\n" + kTheirLinks + "-4\n"},
     {"LongNames", "<" + text(5000) + " href=1><a " + text(5000) + "=2 href=3>", "+3\n"},
 };
 INSTANTIATE_TEST_SUITE_P(CAScanModern, Page, testing::ValuesIn(kPages), rowName);
+
+struct CharsetRow : Row {
+    const char *contentType;
+    std::string page;
+    std::string links;  // each in UTF-8 and as a query
+};
+
+struct QueryList : CALinkSink {
+    void processFoundUrl(const char *link, bool /*raisesDepth*/) override
+    {
+        const CACharset *const charset = scanner.charsetOfQuery();
+        all += link + " "s + (charset != nullptr ? charset->encodeQuery(link) : "") + "\n";
+    }
+
+    std::string all;
+    CAScanModern scanner{this, true};
+};
+
+class Charset : public testing::TestWithParam<CharsetRow> {};
+
+TEST_P(Charset, IsReadWhereverThePageIsCut)
+{
+    const std::string &page = GetParam().page;
+    for (const Cuts &cuts : {Cuts{}, everyByte(page.size())}) {
+        QueryList found;
+        found.scanner.declareCharset(CACharsetLabel(GetParam().contentType));
+        inPieces(page, cuts, [&found](const char *block, std::int32_t length) {
+            found.scanner.scan(block, block + length);
+            return true;
+        });
+        EXPECT_EQ(found.all, GetParam().links);
+    }
+}
+
+const std::string kE = "<a href=\xE9>";
+
+const CharsetRow kCharsets[] = {
+    {"None", "text/html", kE + "<a href=\u00E9><a href=&eacute;>",
+     "\u00E9 %E9\n\u00E9 \n\u00E9 \n"},
+    {"OfHeader", "text/html; Charset = \" Latin1 \"; x",
+     kE + "<a href='&eacute;\x80%a&Zcaron;&#x416;&#x1F600;\x81'>",
+     "\u00E9 %E9\n\u00E9\u20AC%a\u017D\u0416\U0001F600\u0081 "
+     "%E9%80%a%8E%26%231046%3B%26%23128512%3B%81\n"},
+    {"Utf8", "text/html;charset='utf-8'", kE + "<a href=\u00E9><meta charset=koi8-r>" + kE,
+     "\uFFFD \n\u00E9 \n\uFFFD \n"},
+    {"OfSeveralBytes", "charset=GB2312",
+     "<a href=\xD6\xD0&eacute;\x81><img srcset='\xD6\xD0 1x, b&comma; \xD6\xD0'>",
+     "\u4E2D\u00E9\uFFFD %D6%D0%A8%A6%26%2365533%3B\n\u4E2D %D6%D0\nb b\n\u4E2D %D6%D0\n"},
+    {"LettersInTheSecondByte", "charset=sjis", "<a href='\x83\x5C\x83\x41&yen;\xFD'>",
+     "\u30BD\u30A2\u00A5\uFFFD %83\\%83A%26%23165%3B%26%2365533%3B\n"},
+    {"OfMeta", "text/html",
+     kE + "<meta charset=nonsense><meta charset=ISO-8859-5>" + kE + "<meta charset=koi8-r>" + kE,
+     "\u00E9 %E9\n\u0449 %E9\n\u0449 %E9\n"},
+    {"OfMetaAsHeader", "text/html; charset=nonsense; xcharset",
+     "<meta content='text/html; charset=gbk'><meta content='x; charset charset&#61;koi8-r;' "
+     "http-equiv=content-TYPE>" +
+         kE,
+     "\u0418 %E9\n"},
+    {"OfMark", "charset=koi8-r", "\xEF\xBB\xBF<meta charset=gbk><a href=\u00E9>", "\u00E9 \n"},
+    {"NoMark", "charset=koi8-r", "\xEF\xBB<a href=\xC1>", "\u0430 %C1\n"},
+};
+INSTANTIATE_TEST_SUITE_P(CAScanModern, Charset, testing::ValuesIn(kCharsets), rowName);
 
 TEST_F(AgentTest, PlainScanFindsOtherLinks)
 {

@@ -5,44 +5,37 @@
 #include <charconv>
 #include <cstdint>
 
+#include "HTString.h"
 #include "base/CAtrace.h"
+#include "parse/CAreferences.h"
 
 namespace {
 
 struct Reference {
-    std::size_t length = 0;  // in the page; 0: not a reference, stays as it is
-    std::uint32_t code = 0;  // the code point of its character
+    std::size_t length = 0;                // in the page; 0: not a reference, stays as it is
+    std::array<std::uint32_t, 2> codes{};  // its characters; the second is 0 if there is only one
 };
 
-struct NamedReference {
-    std::string_view name;
-    char character;
-    bool mayEndOpen;  // its ";" may be missing
-};
+bool isInName(char c)
+{
+    return HTIsDigit(c) || (HTLower(c) >= 'a' && HTLower(c) <= 'z');
+}
 
-constexpr NamedReference kNamed[] = {
-    {"&amp", '&', true},    {"&AMP", '&', true},   {"&lt", '<', true},        {"&LT", '<', true},
-    {"&gt", '>', true},     {"&GT", '>', true},    {"&quot", '"', true},      {"&QUOT", '"', true},
-    {"&apos", '\'', false}, {"&Tab", '\t', false}, {"&NewLine", '\n', false},
-};
-
-// A name without ";" is no reference if one of these follows: "?a=1&lt=2" is a query.
-constexpr std::string_view kGoesOn =
-    "=0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
-
+// HTML looks for the longest name that fits, but a name without ";" is no reference if "=", a
+// letter or a digit follows: "?a=1&lt=2" is a query. So all letters and digits are the name.
 Reference namedReferenceAt(std::string_view text)
 {
-    for (const auto &[name, character, mayEndOpen] : kNamed) {
-        if (!text.starts_with(name)) {
-            continue;
-        }
-        const std::string_view behind = text.substr(name.size());
-        const bool isClosed = behind.starts_with(';');
-        if (isClosed || (mayEndOpen && behind.find_first_of(kGoesOn) != 0)) {
-            return {name.size() + (isClosed ? 1 : 0), static_cast<unsigned char>(character)};
-        }
+    const auto *const stop = std::find_if_not(text.begin() + 1, text.end(), isInName);
+    const bool isClosed = stop != text.end() && *stop == ';';
+    if (!isClosed && stop != text.end() && *stop == '=') {
+        return {};
     }
-    return {};
+    const auto length = static_cast<std::size_t>(stop - text.begin());
+    const CANamedCharacters found = CAFindReference(text.substr(1, length - 1));
+    if (found.codes[0] == 0 || (!isClosed && !found.mayEndOpen)) {
+        return {};
+    }
+    return {length + (isClosed ? 1 : 0), found.codes};
 }
 
 // HTML reads the numbers 0x80 to 0x9F as windows-1252, because pages with them mean that.
@@ -74,7 +67,7 @@ Reference numberAt(std::string_view text)
         return {};
     }
     const std::size_t length = static_cast<std::size_t>(stop - text.data());
-    return {length + (stop != end && *stop == ';' ? 1 : 0), characterOf(number)};
+    return {length + (stop != end && *stop == ';' ? 1 : 0), {characterOf(number)}};
 }
 
 // `text` begins with "&".
@@ -83,11 +76,11 @@ Reference referenceAt(std::string_view text)
     return text.starts_with("&#") ? numberAt(text) : namedReferenceAt(text);
 }
 
-// Writes the code as UTF-8, which is never longer than the reference. Returns the end of it.
+// Writes the code as UTF-8. Returns the end of it.
 char *writeUtf8(std::uint32_t code, char *out)
 {
     constexpr std::array<std::uint32_t, 4> kFirstByte = {0, 0xC0, 0xE0, 0xF0};
-    std::uint32_t more = code < 0x80 ? 0 : code < 0x800 ? 1 : code < 0x10000 ? 2 : 3;
+    std::size_t more = CAUtf8Length(code) - 1;
     *out++ = static_cast<char>(kFirstByte[more] | code >> 6 * more);
     while (more-- > 0) {
         *out++ = static_cast<char>(0x80U | (code >> 6 * more & 0x3FU));
@@ -107,7 +100,9 @@ char *CADecodeReferences(char *at, char *end)
             *out++ = *at++;
             continue;
         }
-        out = writeUtf8(reference.code, out);
+        // The text is never longer than the reference.
+        out = writeUtf8(reference.codes[0], out);
+        out = reference.codes[1] == 0 ? out : writeUtf8(reference.codes[1], out);
         at += reference.length;
     }
     return out;

@@ -5,7 +5,7 @@
 #include <string_view>
 
 // Decodes the character references in [at, end) by the rules of HTML for values of attributes:
-// numbers, and the names of "&", "<", ">", both quotes, tab and line feed. Returns the new end.
+// numbers and names (see parse/CAreferences.h). Returns the new end.
 [[nodiscard]] char *CADecodeReferences(char *at, char *end);
 
 // Removes from [at, end) what does not belong to a URL: spaces and control characters around it,

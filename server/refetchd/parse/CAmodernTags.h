@@ -17,6 +17,8 @@ enum class CAModernUse : std::uint8_t {
     Base,      // the URL that the links of the page are relative to
     Refresh,   // "5; url=next.html"
     Word,      // compared with CAModernTag::word
+    Charset,   // of the page
+    Relation,  // words; the links of the tag do not count if all of them are mere hints
 };
 
 struct CAModernAttribute {
@@ -26,8 +28,8 @@ struct CAModernAttribute {
 
 struct CAModernTag {
     std::string_view name;
-    // At most one of them may be an ImageSet: CAScanModern has no room for two.
-    std::array<CAModernAttribute, 2> attributes;
+    // CAScanModern has room for two links, of which one may be an ImageSet.
+    std::array<CAModernAttribute, 3> attributes;
     std::string_view word = {};  // if not empty, links count only in a tag with this Word attribute
     bool hasRawText = false;     // everything up to its end tag is text, without tags
 };

@@ -8,6 +8,7 @@
 #include "base/CAtrace.h"
 #include "parse/CAparseBinary.h"
 #include "parse/CAparseHTML.h"
+#include "url/CAcharset.h"
 
 CAParseCoded::CAParseCoded(CAURL *url, HTThreadContext *threadContext,
                            std::unique_ptr<CADecoder> decoder, CAParser *next, CAParser *copy)
@@ -78,20 +79,25 @@ bool makeDecoders(std::string_view codings, Decoders *decoders)
 }  // namespace
 
 CAParser *CANewPageParser(CAURL *url, HTThreadContext *threadContext, const CAParseOptions &options,
-                          std::string_view codings)
+                          const CAPageHeaders &headers)
 {
+    const std::string_view codings = headers.contentEncoding;
     Decoders decoders;
     if (!codings.empty() && CAParseHTML::delves(url) && !makeDecoders(codings, &decoders)) {
         CATrace("Coding...... can't decode \"%.*s\", no links are looked for.\n",
                 static_cast<int>(codings.size()), codings.data());
         return CANewCopy(url);
     }
+    CAParseHTML *const page =
+        new CAParseHTML(url, threadContext, options,
+                        decoders.empty() ? CAParseHTML::Copy::IfWanted : CAParseHTML::Copy::None);
+    page->declareCharset(CACharsetLabel(headers.contentType));
     if (decoders.empty()) {
-        return new CAParseHTML(url, threadContext, options);
+        return page;
     }
     CATrace("Coding...... will decode \"%.*s\".\n", static_cast<int>(codings.size()),
             codings.data());
-    CAParser *parser = new CAParseHTML(url, threadContext, options, CAParseHTML::Copy::None);
+    CAParser *parser = page;
     for (std::unique_ptr<CADecoder> &decoder : decoders) {
         CAParser *const copy = &decoder == &decoders.back() ? CANewCopy(url) : nullptr;
         parser = new CAParseCoded(url, threadContext, std::move(decoder), parser, copy);

@@ -39,9 +39,15 @@ private:
     std::array<char, kBlock + 1> block_{};  // the sink may write one byte behind those that it gets
 };
 
-// The parser of a page whose "Content-Encoding:" has this value ("": it has none). If the links of
-// the page are wanted and all its codings are known, at most three, it undoes them, the last one
-// first; with others it only saves what comes. Null when there is nothing to do. The caller owns
-// it.
+// The values of the headers of a page; "" for one that is missing.
+struct CAPageHeaders {
+    std::string_view contentType = {};
+    std::string_view contentEncoding = {};
+};
+
+// The parser of a page with these headers. If the links of the page are wanted and all its codings
+// are known, at most three, it undoes them, the last one first; with others it only saves what
+// comes. Null when there is nothing to do. The caller owns it.
 [[nodiscard]] CAParser *CANewPageParser(CAURL *url, HTThreadContext *threadContext,
-                                        const CAParseOptions &options, std::string_view codings);
+                                        const CAParseOptions &options,
+                                        const CAPageHeaders &headers);

@@ -36,6 +36,13 @@ CAParseHTML::~CAParseHTML()
     }
 }
 
+void CAParseHTML::declareCharset(std::string_view label)
+{
+    if (modernLinks_ != nullptr) {
+        modernLinks_->declareCharset(label);
+    }
+}
+
 std::int32_t CAParseHTML::consume(char *data, std::int32_t length, std::int32_t *finished,
                                   std::int32_t *closeConnection)
 {

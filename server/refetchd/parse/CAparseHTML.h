@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <string_view>
 
 #include "parse/CAparse.h"
 #include "parse/CAscanHTML.h"
@@ -23,6 +24,10 @@ public:
     ~CAParseHTML() override;
     CAParseHTML(const CAParseHTML &) = delete;
     CAParseHTML &operator=(const CAParseHTML &) = delete;
+
+    // Declares the charset that the response names; "" if it names none. Has no effect unless links
+    // are looked for as browsers do.
+    void declareCharset(std::string_view label);
 
     // True when links of the page with this URL are wanted.
     [[nodiscard]] static bool delves(const CAURL *url);

@@ -366,8 +366,9 @@ bool CAParseHTTP::chooseSink()
     const std::string_view type(header, std::strcspn(header, ";"));
     if (type == "text/html") {
         CATrace("Parser...... will parse HTML body.\n");
-        addSink(CANewPageParser(url_, threadContext_, options_,
-                                CAParseHTTP::header("Content-Encoding:")));
+        addSink(CANewPageParser(
+            url_, threadContext_, options_,
+            {.contentType = header, .contentEncoding = CAParseHTTP::header("Content-Encoding:")}));
         return true;
     }
     CATrace("Parser...... doesn't understand Content-type: %.*s\n", static_cast<int>(type.size()),

@@ -32,6 +32,8 @@ constexpr CharacterSet kEndsTagName(" \t\n\f\r/>");
 constexpr CharacterSet kEndsName(" \t\n\f\r/>=");
 constexpr CharacterSet kEndsValue(" \t\n\f\r>");
 constexpr CharacterSet kBeforeUrl(" \t\n\f\r,");
+constexpr CharacterSet kEndsDescriptors(",(");
+constexpr CharacterSet kEndsParentheses(")");
 constexpr CharacterSet kTime("0123456789.");
 constexpr CharacterSet kEndsTime(" \t\n\f\r;,");
 
@@ -65,10 +67,32 @@ bool isLetter(char c)
     return HTLower(c) >= 'a' && HTLower(c) <= 'z';
 }
 
+// What a <link> may be without that browsers ask for its URL.
+constexpr std::string_view kHints[] = {"dns-prefetch", "preconnect", "pingback", "profile"};
+
+// True when the value of "rel" has words, and all of them are hints.
+bool areHints(std::string_view words)
+{
+    const char *const end = words.data() + words.size();
+    const char *at = skip(words.data(), end, kSpace);
+    bool areAll = at != end;
+    while (areAll && at != end) {
+        const char *const stop = find(at, end, kSpace);
+        const std::string_view word(at, static_cast<std::size_t>(stop - at));
+        areAll = std::any_of(std::begin(kHints), std::end(kHints),
+                             [word](std::string_view hint) { return CAIsWord(word, hint); });
+        at = skip(stop, end, kSpace);
+    }
+    return areAll;
+}
+
 }  // namespace
 
 void CAScanModern::scan(const char *data, const char *end)
 {
+    if (!charset_.hasSeenBegin()) {
+        charset_.seeBegin(data, end);
+    }
     Input input{.at = data, .end = end};
     while (input.at != input.end) {
         state_ = step(&input);
@@ -209,7 +233,10 @@ CAScanModern::State CAScanModern::onName(Input *input)
         return onNameEnd(input);
     }
     tag_ = state_ == State::TagName ? CAFindModernTag({name_.data(), nameLength_}) : nullptr;
+    isWanted_ = tag_ != nullptr && tag_->word.empty();
+    isContentType_ = false;
     seen_ = 0;
+    setState_ = SetState::BeforeUrl;
     valueCount_ = 0;
     used_ = 0;
     return *at == '>' ? onTagEnd(false, input) : State::BeforeName;
@@ -304,11 +331,29 @@ CAScanModern::State CAScanModern::onValue(const char *stop, Input *input)
         return state_;
     }
     if (attribute_ != nullptr) {
-        found_[valueCount_++] = {attribute_, used_, used_ + valueLength_};
-        used_ += valueLength_ + 1;
+        onValueEnd();
         attribute_ = nullptr;
     }
     return State::BeforeName;
+}
+
+void CAScanModern::onValueEnd()
+{
+    const Use use = attribute_->use;
+    if (use != Use::Word && use != Use::Relation && use != Use::Charset) {
+        found_[valueCount_++] = {attribute_, used_, used_ + valueLength_};
+        used_ += valueLength_ + 1;
+        return;
+    }
+    char *const at = values_.data() + used_;
+    const char *const end = CADecodeReferences(at, at + valueLength_);
+    const std::string_view words(at, static_cast<std::size_t>(end - at));
+    if (use == Use::Charset) {
+        charset_.declare(CAPageCharset::Source::Meta, words);
+        return;
+    }
+    isWanted_ = use == Use::Word ? CAIsWord(words, tag_->word) : !areHints(words);
+    isContentType_ = CAIsWord(words, "content-type");
 }
 
 // The attribute whose name was read; null when it is not in the tag's row, or is a repetition.
@@ -333,54 +378,102 @@ void CAScanModern::addToValue(const char *from, const char *to)
     if (attribute_ == nullptr) {
         return;
     }
-    const std::size_t limit = attribute_->use == Use::ImageSet ? kLongestSet : kLongestLink;
-    const auto length = static_cast<std::size_t>(to - from);
-    if (length > limit - valueLength_) {
-        CATrace("HTML........ parser dropping a value of more than %u bytes.\n",
-                static_cast<unsigned>(limit));
-        attribute_ = nullptr;
-        return;
+    const bool isSet = attribute_->use == Use::ImageSet;
+    const std::size_t limit = isSet ? kLongestCandidate : kLongestLink;
+    for (;;) {
+        const std::size_t length =
+            std::min(static_cast<std::size_t>(to - from), limit - valueLength_);
+        std::memcpy(values_.data() + used_ + valueLength_, from, length);
+        valueLength_ += length;
+        from += length;
+        if (from == to) {
+            return;
+        }
+        if (!isSet) {
+            CATrace("HTML........ parser dropping a value of more than %u bytes.\n",
+                    static_cast<unsigned>(limit));
+            attribute_ = nullptr;
+            return;
+        }
+        emptySet();
     }
-    std::memcpy(values_.data() + used_ + valueLength_, from, length);
-    valueLength_ += length;
 }
 
-namespace {
-
-// The comma that ends the descriptors of an image, such as "2x", or `end`. A comma in parentheses
-// belongs to the descriptors.
-char *skipDescriptors(char *at, const char *end)
+// Makes room for more of a set that has filled its room: tells the images up to the last white
+// space, which ends no image in the middle, nor a reference or a character of several bytes.
+void CAScanModern::emptySet()
 {
-    for (bool isInside = false; at != end && (*at != ',' || isInside); ++at) {
-        isInside = *at == '(' || (isInside && *at != ')');
+    char *const begin = values_.data() + used_;
+    char *const end = begin + kLongestCandidate;
+    char *stop = end;
+    while (stop != begin && !kSpace.has(stop[-1])) {
+        --stop;
     }
-    return at;
+    if (stop == begin) {
+        stop = passWord(begin, end);
+    } else if (inlineImages_) {
+        char *at = begin;
+        char *last = stop;
+        decode(&at, &last);
+        tellSet(at, last);
+    }
+    valueLength_ = static_cast<std::size_t>(end - stop);
+    std::memmove(begin, stop, valueLength_);
 }
 
-}  // namespace
+// Passes what cannot be kept of a set that has filled its room without any white space: either
+// descriptors, or a URL up to its last byte, which may be a comma that ends it.
+char *CAScanModern::passWord(char *begin, char *end)
+{
+    char *at = begin;
+    while (at != end && isInDescriptors()) {
+        at = skipDescriptors(at, end);
+    }
+    if (at != begin) {
+        return at;
+    }
+    CATrace("HTML........ parser dropping an image of more than %u bytes.\n",
+            static_cast<unsigned>(kLongestCandidate));
+    setState_ = SetState::TooLong;
+    return end - 1;
+}
+
+bool CAScanModern::isInDescriptors() const
+{
+    return setState_ == SetState::Descriptors || setState_ == SetState::Parentheses;
+}
 
 void CAScanModern::tellValues()
 {
-    bool isWanted = tag_->word.empty();
     for (std::size_t i = 0; i < valueCount_; ++i) {
-        const auto &[attribute, begin, end] = found_[i];
-        isWanted = isWanted || (attribute->use == Use::Word &&
-                                CAIsWord({values_.data() + begin, end - begin}, tag_->word));
+        if (isWanted_) {
+            tellValue(found_[i]);
+        } else if (isContentType_ && found_[i].attribute->use == Use::Refresh) {
+            char *const at = values_.data() + found_[i].begin;
+            const char *const end = CADecodeReferences(at, values_.data() + found_[i].end);
+            const std::string_view type(at, static_cast<std::size_t>(end - at));
+            charset_.declare(CAPageCharset::Source::Meta, CACharsetLabel(type));
+        }
     }
-    for (std::size_t i = 0; isWanted && i < valueCount_; ++i) {
-        tellValue(found_[i]);
-    }
+}
+
+// Replaces the bytes of the page in [at, end) by their text.
+void CAScanModern::decode(char **at, char **end)
+{
+    charset_.toUtf8(at, end);
+    *end = CADecodeReferences(*at, *end);
 }
 
 void CAScanModern::tellValue(const Value &value)
 {
-    char *const at = values_.data() + value.begin;
-    char *const end = CADecodeReferences(at, values_.data() + value.end);
     const Use use = value.attribute->use;
     if (!inlineImages_ && (use == Use::Image || use == Use::ImageSet)) {
         CATrace("HTMLconsume. Forgetting about image since LoadInlineImages is set to NO.\n");
         return;
     }
+    char *at = values_.data() + value.begin;
+    char *end = values_.data() + value.end;
+    decode(&at, &end);
     switch (use) {
     case Use::Link:
     case Use::Image: return tell(at, end, false);
@@ -388,7 +481,9 @@ void CAScanModern::tellValue(const Value &value)
     case Use::ImageSet: return tellSet(at, end);
     case Use::Base: return tellBase(at, end);
     case Use::Refresh: return tellRefresh(at, end);
-    case Use::Word: break;
+    case Use::Word:
+    case Use::Charset:
+    case Use::Relation: break;
     }
 }
 
@@ -413,19 +508,42 @@ void CAScanModern::tellBase(char *at, char *end)
 
 // set := { white space | "," } URL [ white space descriptors "," ] ...
 // A URL may contain commas. Commas at its end do not belong to it; after them no descriptors
-// follow.
+// follow. A comma in parentheses belongs to the descriptors.
 void CAScanModern::tellSet(char *at, char *end)
 {
-    while ((at = skip(at, end, kBeforeUrl)) != end) {
-        char *const stop = find(at, end, kSpace);
-        char *last = stop;
-        while (last[-1] == ',') {
-            --last;
-        }
-        char *const next = last == stop ? skipDescriptors(stop, end) : stop;
-        tell(at, last, false);
-        at = next;
+    while (at != end) {
+        at = isInDescriptors() ? skipDescriptors(at, end) : tellImage(at, end);
     }
+}
+
+char *CAScanModern::tellImage(char *at, char *end)
+{
+    if (setState_ == SetState::BeforeUrl && (at = skip(at, end, kBeforeUrl)) == end) {
+        return end;
+    }
+    char *const stop = find(at, end, kSpace);
+    char *last = stop;
+    while (last != at && last[-1] == ',') {
+        --last;
+    }
+    if (setState_ == SetState::BeforeUrl) {
+        tell(at, last, false);
+    }
+    setState_ = last == stop ? SetState::Descriptors : SetState::BeforeUrl;
+    return stop;
+}
+
+char *CAScanModern::skipDescriptors(char *at, const char *end)
+{
+    const bool isInside = setState_ == SetState::Parentheses;
+    at = find(at, end, isInside ? kEndsParentheses : kEndsDescriptors);
+    if (at == end) {
+        return at;
+    }
+    setState_ = isInside     ? SetState::Descriptors
+                : *at == ',' ? SetState::BeforeUrl
+                             : SetState::Parentheses;
+    return at + 1;
 }
 
 // refresh := time ( white space | ";" | "," ) [ "url" "=" ] ( URL | quote URL [ quote ] )

@@ -5,7 +5,9 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <string_view>
 
+#include "parse/CApageCharset.h"
 #include "parse/CAscanHTML.h"
 
 struct CAModernTag;
@@ -16,14 +18,27 @@ struct CAModernAttribute;
 // Finds the same links wherever the blocks end. One scanner reads one page, on one thread.
 class CAScanModern {
 public:
-    // In bytes: the longest link that is passed on, and the longest value of an attribute that may
-    // hold several links. Longer ones are dropped (traced).
+    // In bytes: the longest link that is passed on, and the longest one in a set of images before
+    // its character references are decoded. Longer ones are dropped (traced). A set may be longer.
     static constexpr std::size_t kLongestLink = 4095;
-    static constexpr std::size_t kLongestSet = 8191;
+    static constexpr std::size_t kLongestCandidate = 8191;
 
-    // The sink, which stays the caller's, gets the links of a tag when the tag ends. Links to
-    // images are left out unless `inlineImages` is set.
+    // The sink, which stays the caller's, gets the links of a tag when the tag ends, but the images
+    // of a long set already while it is read. Links to images are left out unless `inlineImages` is
+    // set.
     CAScanModern(CALinkSink *sink, bool inlineImages) : sink_(sink), inlineImages_(inlineImages) {}
+
+    // Declares the charset that the headers of the response name; "" if they name none. A byte
+    // order mark in the page counts more than this, a <meta> counts less, and only for the links
+    // after it. All links are told in UTF-8.
+    void declareCharset(std::string_view label)
+    {
+        charset_.declare(CAPageCharset::Source::Header, label);
+    }
+
+    // During a call to the sink: the charset in which browsers encode the query of the link; null
+    // for UTF-8.
+    [[nodiscard]] const CACharset *charsetOfQuery() const { return charset_.ofQuery(); }
 
     // Scans the block [data, end). It is only read, and needs no NUL after it.
     void scan(const char *data, const char *end);
@@ -57,12 +72,21 @@ private:
         RawEndName,        // after "</" in it: compares the name with that of the start tag
     };
 
+    // What the next byte of a set of images belongs to.
+    enum class SetState : std::uint8_t {
+        BeforeUrl,    // white space and commas before a URL, or the URL, which is there as a whole
+        TooLong,      // the rest of a URL that is dropped
+        Descriptors,  // after the URL, such as "2x": "," ends them
+        Parentheses,  // the same, after "(": waits for ")"
+    };
+
     struct Input {
         const char *at;
         const char *const end;
     };
 
-    // A collected value: its place [begin, end) in values_, where one byte after it is free.
+    // A collected link or set of images: its place [begin, end) in values_, where one byte after it
+    // is free.
     struct Value {
         const CAModernAttribute *attribute;
         std::size_t begin;
@@ -81,22 +105,34 @@ private:
     State onQuoted(char quote, Input *input);
     State onValue(const char *stop, Input *input);
 
+    void onValueEnd();
+
     const CAModernAttribute *newAttribute();
     void addToValue(const char *from, const char *to);
+    void emptySet();
+    char *passWord(char *begin, char *end);
+    [[nodiscard]] bool isInDescriptors() const;
 
     void tellValues();
+    void decode(char **at, char **end);
     void tellValue(const Value &value);
     void tell(char *at, char *end, bool raisesDepth);
     void tellBase(char *at, char *end);
     void tellSet(char *at, char *end);
+    char *tellImage(char *at, char *end);
+    char *skipDescriptors(char *at, const char *end);
     void tellRefresh(char *at, char *end);
 
     CALinkSink *const sink_;
     const bool inlineImages_;
+    CAPageCharset charset_;
     State state_ = State::Text;
+    SetState setState_ = SetState::BeforeUrl;
     bool baseIsKnown_ = false;
     const CAModernTag *tag_ = nullptr;              // null: not in the table, or an end tag
     const CAModernAttribute *attribute_ = nullptr;  // collects its value; null: skips the value
+    bool isWanted_ = false;                         // the links of the current tag count
+    bool isContentType_ = false;    // the current tag is a <meta> that stands for that header
     unsigned seen_ = 0;             // a bit for each attribute in the tag's row that was found
     std::size_t nameLength_ = 0;    // of name_; in RawEndName the number of bytes that match so far
     std::size_t valueCount_ = 0;    // of found_
@@ -104,5 +140,5 @@ private:
     std::size_t valueLength_ = 0;   // bytes collected so far of the next value, after those
     std::array<char, 12> name_{};   // one byte longer than the longest name in the table
     std::array<Value, 2> found_{};  // complete values of the current tag, in the tag's order
-    std::array<char, kLongestLink + 1 + kLongestSet + 1> values_{};
+    std::array<char, 2 * (kLongestLink + 1) + kLongestCandidate + 1> values_{};
 };
