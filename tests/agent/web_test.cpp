@@ -128,6 +128,11 @@ const ResponseRow kResponses[] = {
      moved("//H.TEST/b c//?\xC3\xA9\xE9"),
      {"0 http://h.test/b%20c//?%C3%A9%E9"},
      {"0 http://H.test/H.TEST/b c/?\xC3\xA9\xE9"}},
+    {"QueryInTheCharsetOfThePage",
+     "http://h/",
+     page("<meta charset=latin1><frame src='/\xE9?\xE9&#x10FF;&eacute;'>"),
+     {"0 http://h/%C3%A9?%E9%26%234351%3B%E9"},
+     {"0 http://h/\xE9?\xE9&"}},
     {"MovedNowhere", "http://h/a", moved("http://"), {}, {}},
 };
 INSTANTIATE_TEST_SUITE_P(CAweb, WebResponse, testing::ValuesIn(kResponses), rowName);

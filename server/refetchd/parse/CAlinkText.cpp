@@ -18,7 +18,7 @@ struct Reference {
 
 bool isInName(char c)
 {
-    return HTIsDigit(c) || (HTLower(c) >= 'a' && HTLower(c) <= 'z');
+    return HTIsDigit(c) || HTIsLetter(c);
 }
 
 // HTML looks for the longest name that fits, but a name without ";" is no reference if "=", a

@@ -167,7 +167,7 @@ void CAParser::useWebLinks()
 CAURL *CAParser::resolveFound(const char *link, std::int32_t deeper) const
 {
     CAURL *const found =
-        webLinks_ ? CAURL::fromLink(link, *base_).release() : new CAURL(link, base_);
+        webLinks_ ? CAURL::fromLink(link, *base_, queryCharset_).release() : new CAURL(link, base_);
     if (found == nullptr) {
         return nullptr;
     }

@@ -14,6 +14,7 @@
 #include "base/CAoutcome.h"
 #include "config/CAoptions.h"
 
+class CACharset;
 class CAURL;
 
 // A byte buffer with a read and a write position. A NUL always follows the unread bytes.
@@ -110,9 +111,10 @@ protected:
     CAParser *sink_ = nullptr;  // owned
     CAURL *const url_;
     bool webLinks_ = false;
-    std::unique_ptr<const CAURL> webPage_;  // url_ in the form of browsers; null if it has none
-    const CAURL *page_ = url_;              // what links are compared with
-    const CAURL *base_ = url_;              // links are relative to this
+    std::unique_ptr<const CAURL> webPage_;     // url_ in the form of browsers; null if it has none
+    const CAURL *page_ = url_;                 // what links are compared with
+    const CAURL *base_ = url_;                 // links are relative to this
+    const CACharset *queryCharset_ = nullptr;  // of the next link, as browsers see it; null: UTF-8
     HTThreadContext *const threadContext_;
     CABuffer *const buffer_;  // owned; input that waits to be parsed
     bool isUnwanted_ = false;

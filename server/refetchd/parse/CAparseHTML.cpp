@@ -95,13 +95,14 @@ bool CAParseHTML::takesLinks()
 
 void CAParseHTML::processFoundBase(const char *href)
 {
-    foundBase_ = CAURL::fromLink(href, *page_);
+    foundBase_ = CAURL::fromLink(href, *page_, modernLinks_->charsetOfQuery());
     base_ = foundBase_ != nullptr ? foundBase_.get() : page_;
 }
 
 void CAParseHTML::processFoundUrl(const char *link, bool raisesDepth)
 {
     const std::int32_t deeper = raisesDepth ? 1 : 0;
+    queryCharset_ = modernLinks_ != nullptr ? modernLinks_->charsetOfQuery() : nullptr;
     if (const CADrop limit = CALinkLimit(); limit != CADrop::None) {
         CATrace("Ignoring.... relative URL \"%s\" (%s).\n", link, CALimitText(limit));
         if (!sinkIfKnown(link, deeper)) {

@@ -13,33 +13,19 @@ namespace {
 
 using Use = CAModernUse;
 
-class CharacterSet {
-public:
-    explicit consteval CharacterSet(std::string_view members)
-    {
-        for (const char c : members) {
-            has_[static_cast<unsigned char>(c)] = true;
-        }
-    }
-    constexpr bool has(char c) const { return has_[static_cast<unsigned char>(c)]; }
-
-private:
-    std::array<bool, 256> has_{};
-};
-
-constexpr CharacterSet kSpace(" \t\n\f\r");
-constexpr CharacterSet kEndsTagName(" \t\n\f\r/>");
-constexpr CharacterSet kEndsName(" \t\n\f\r/>=");
-constexpr CharacterSet kEndsValue(" \t\n\f\r>");
-constexpr CharacterSet kBeforeUrl(" \t\n\f\r,");
-constexpr CharacterSet kEndsDescriptors(",(");
-constexpr CharacterSet kEndsParentheses(")");
-constexpr CharacterSet kTime("0123456789.");
-constexpr CharacterSet kEndsTime(" \t\n\f\r;,");
+constexpr HTCharacterSet kSpace(" \t\n\f\r");
+constexpr HTCharacterSet kEndsTagName(" \t\n\f\r/>");
+constexpr HTCharacterSet kEndsName(" \t\n\f\r/>=");
+constexpr HTCharacterSet kEndsValue(" \t\n\f\r>");
+constexpr HTCharacterSet kBeforeUrl(" \t\n\f\r,");
+constexpr HTCharacterSet kEndsDescriptors(",(");
+constexpr HTCharacterSet kEndsParentheses(")");
+constexpr HTCharacterSet kTime("0123456789.");
+constexpr HTCharacterSet kEndsTime(" \t\n\f\r;,");
 
 // Templates, because a block is const and a value is changed in place.
 template <typename Char>
-Char *find(Char *at, const char *end, const CharacterSet &set)
+Char *find(Char *at, const char *end, const HTCharacterSet &set)
 {
     while (at != end && !set.has(*at)) {
         ++at;
@@ -48,7 +34,7 @@ Char *find(Char *at, const char *end, const CharacterSet &set)
 }
 
 template <typename Char>
-Char *skip(Char *at, const char *end, const CharacterSet &set)
+Char *skip(Char *at, const char *end, const HTCharacterSet &set)
 {
     while (at != end && set.has(*at)) {
         ++at;
@@ -60,11 +46,6 @@ const char *find(const char *at, const char *end, char wanted)
 {
     const void *const found = std::memchr(at, wanted, static_cast<std::size_t>(end - at));
     return found == nullptr ? end : static_cast<const char *>(found);
-}
-
-bool isLetter(char c)
-{
-    return HTLower(c) >= 'a' && HTLower(c) <= 'z';
 }
 
 // What a <link> may be without that browsers ask for its URL.
@@ -204,7 +185,7 @@ CAScanModern::State CAScanModern::onTagOpen(State name, Input *input)
         state_ = State::EndTagOpen;
         name = State::EndTagName;
     }
-    if (!isLetter(*input->at)) {
+    if (!HTIsLetter(*input->at)) {
         return onMark(input);
     }
     state_ = name;
@@ -216,7 +197,7 @@ CAScanModern::State CAScanModern::onTagOpen(State name, Input *input)
 // any name in the table.
 CAScanModern::State CAScanModern::onName(Input *input)
 {
-    const CharacterSet &ends = state_ == State::Name ? kEndsName : kEndsTagName;
+    const HTCharacterSet &ends = state_ == State::Name ? kEndsName : kEndsTagName;
     const char *at = input->at;
     std::size_t length = nameLength_;
     for (; at != input->end && !ends.has(*at); ++at) {

@@ -184,11 +184,12 @@ CAURL::CAURL(const CAURLParts &parts, const CAURL &base)
 {
 }
 
-std::unique_ptr<CAURL> CAURL::fromLink(std::string_view link, const CAURL &base)
+std::unique_ptr<CAURL> CAURL::fromLink(std::string_view link, const CAURL &base,
+                                       const CACharset *charset)
 {
     HTPool *const pool = &HTThread_context()->pool;
     const HTPoolScope scope(pool);
-    const auto [fault, parts] = CAResolveWeb(link, base.parts(), pool);
+    const auto [fault, parts] = CAResolveWeb(link, base.parts(), pool, charset);
     if (fault != CAWebFault::None) {
         CATrace("Ignoring.... URL \"%.*s\" (%s).\n", CALength(link), link.data(), faultText(fault));
         return nullptr;

@@ -26,8 +26,10 @@ public:
     CAURL(const char *name, const CAURL *parent);
     // Resolve as browsers do (CAweb.h), which gives null when they make no URL of it, or when
     // memory is out: `link`, found on the page `base`, whose source and depth it takes over
-    // (traced); or this URL's own text. `base` must be a result of these.
-    [[nodiscard]] static std::unique_ptr<CAURL> fromLink(std::string_view link, const CAURL &base);
+    // (traced), with its query in `charset` (null: UTF-8); or this URL's own text. `base` must be a
+    // result of these.
+    [[nodiscard]] static std::unique_ptr<CAURL> fromLink(std::string_view link, const CAURL &base,
+                                                         const CACharset *charset = nullptr);
     [[nodiscard]] std::unique_ptr<CAURL> inWebForm() const;
     ~CAURL();
     CAURL(const CAURL &) = delete;

@@ -5,8 +5,10 @@
 #include <charconv>
 #include <cstddef>
 #include <optional>
+#include <string>
 
 #include "HTString.h"
+#include "url/CAcharset.h"
 #include "url/CAwebHost.h"
 
 namespace {
@@ -164,18 +166,29 @@ private:
     char *end_;
 };
 
+// Where results lie, and the charset of queries.
+struct Room {
+    HTPool *pool;
+    const CACharset *charset;
+};
+
 // The path of `text`, what follows the host in a link or a link without one, with `base` as the
 // path before it. Null when memory is out.
 std::optional<std::string_view> resolvePath(std::string_view text, std::string_view base,
-                                            HTPool *pool)
+                                            const Room &room)
 {
-    char *const block = static_cast<char *>(pool->alloc(base.size() + kEncoded * text.size() + 1));
+    const std::size_t mark = std::min(text.find('?'), text.size());
+    const std::string_view path = text.substr(0, mark);
+    std::string_view query = text.substr(mark);
+    std::string encoded;
+    if (room.charset != nullptr && !CAIsAscii(query)) {
+        query = encoded = room.charset->encodeQuery(query);
+    }
+    char *const block = static_cast<char *>(
+        room.pool->alloc(base.size() + kEncoded * (path.size() + query.size()) + 1));
     if (block == nullptr) {
         return std::nullopt;
     }
-    const std::size_t mark = std::min(text.find('?'), text.size());
-    const std::string_view path = text.substr(0, mark);
-    const std::string_view query = text.substr(mark);
     PathWriter writer(block);
     if (path.empty() && !base.empty()) {
         writer.copy(query.empty() ? base : base.substr(0, base.find('?')));
@@ -238,7 +251,7 @@ std::string_view join(std::string_view host, std::uint32_t port, HTPool *pool)
 }
 
 // `text` is what follows "scheme://".
-CAWebResult resolveAuthority(std::string_view text, const Scheme &scheme, HTPool *pool)
+CAWebResult resolveAuthority(std::string_view text, const Scheme &scheme, const Room &room)
 {
     const std::size_t length = kEndsAuthority.in(text);
     std::string_view authority = text.substr(0, length);
@@ -247,12 +260,12 @@ CAWebResult resolveAuthority(std::string_view text, const Scheme &scheme, HTPool
     const std::size_t colon = portAt(authority);
     const std::optional<std::uint32_t> port = readPort(authority.substr(colon), scheme);
     const std::optional<std::string_view> name =
-        port ? CAWebHost(authority.substr(0, colon), pool) : std::nullopt;
+        port ? CAWebHost(authority.substr(0, colon), room.pool) : std::nullopt;
     if (!name) {
         return {.fault = CAWebFault::Invalid};
     }
-    const std::string_view host = *port == kNoPort ? *name : join(*name, *port, pool);
-    const std::optional<std::string_view> path = resolvePath(text.substr(length), "", pool);
+    const std::string_view host = *port == kNoPort ? *name : join(*name, *port, room.pool);
+    const std::optional<std::string_view> path = resolvePath(text.substr(length), "", room);
     if (host.empty() || !path) {
         return {.fault = CAWebFault::NoMemory};
     }
@@ -261,7 +274,8 @@ CAWebResult resolveAuthority(std::string_view text, const Scheme &scheme, HTPool
 
 }  // namespace
 
-CAWebResult CAResolveWeb(std::string_view link, const CAURLParts &base, HTPool *pool)
+CAWebResult CAResolveWeb(std::string_view link, const CAURLParts &base, HTPool *pool,
+                         const CACharset *charset)
 {
     const std::optional<std::string_view> cleaned = clean(link, pool);
     if (!cleaned) {
@@ -282,9 +296,9 @@ CAWebResult CAResolveWeb(std::string_view link, const CAURLParts &base, HTPool *
     }
     const std::size_t slashes = countSlashes(rest);
     if (isAbsolute || slashes >= 2) {
-        return resolveAuthority(rest.substr(slashes), *scheme, pool);
+        return resolveAuthority(rest.substr(slashes), *scheme, {pool, charset});
     }
-    const std::optional<std::string_view> path = resolvePath(rest, base.path, pool);
+    const std::optional<std::string_view> path = resolvePath(rest, base.path, {pool, charset});
     if (!path) {
         return {.fault = CAWebFault::NoMemory};
     }

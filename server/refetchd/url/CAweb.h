@@ -7,6 +7,8 @@
 
 #include "HTMemory.h"
 
+class CACharset;
+
 // A URL in three parts. Each is empty when it is missing.
 struct CAURLParts {
     std::string_view protocol = {};  // without ":"
@@ -33,4 +35,6 @@ struct CAWebResult {
 // The path of the result begins with "/" and is printable ASCII, as is the host; user name,
 // password and fragment are left out, because they are no part of a request. In the path, bytes
 // that are not UTF-8 are percent-encoded like others beyond ASCII; in the host they are a fault.
-[[nodiscard]] CAWebResult CAResolveWeb(std::string_view link, const CAURLParts &base, HTPool *pool);
+// Browsers write the query in the charset of the page: `charset`, or UTF-8 for null.
+[[nodiscard]] CAWebResult CAResolveWeb(std::string_view link, const CAURLParts &base, HTPool *pool,
+                                       const CACharset *charset = nullptr);
