@@ -1,8 +1,8 @@
 // Prints the URLs that the agent makes of links, for bench/urls.mjs, which compares them with those
 // that browsers ask for. Standard input holds records of two texts, each ending with a NUL:
 //
-//   page_urls pages   a file and the URL that it counts as; prints the URLs of its links, each on a
-//                     line, and an empty line behind those of a page
+//   page_urls pages   a page's file and its URL; prints the URLs of its links, one per line, and an
+//                     empty line after the last
 //   page_urls links   a base URL and a link; prints the link's URL, or "-" when it has none
 #include <array>
 #include <fstream>
@@ -22,19 +22,22 @@ void print(const CAURLParts &parts)
     std::cout << parts.protocol << "://" << parts.host << parts.path << '\n';
 }
 
-// Resolves the links of one page and prints their URLs.
-class Printer : public CALinkSink {
+// Finds the links of one page, resolves them and prints their URLs.
+class PageReader : public CALinkSink {
 public:
-    // A page whose URL is none has no URLs, either.
-    Printer(std::string_view page, HTPool *pool)
-        : pool_(pool), page_(CAResolveWeb(page, {}, pool).parts), base_(page_)
+    // `url` is resolved into `pool` and must stay there as long as this lives.
+    PageReader(std::string_view url, HTPool *pool)
+        : pool_(pool), page_(CAResolveWeb(url, {}, pool).parts), base_(page_)
     {
+        scanner_.declareCharset("");
     }
+
+    void read(std::string_view block) { scanner_.scan(block.data(), block.data() + block.size()); }
 
     void processFoundUrl(const char *link, bool /*raisesDepth*/) override
     {
         const HTPoolScope scope(pool_);
-        const CAWebResult found = CAResolveWeb(link, base_, pool_);
+        const CAWebResult found = CAResolveWeb(link, base_, pool_, scanner_.charsetOfQuery());
         if (found.fault == CAWebFault::None) {
             print(found.parts);
         }
@@ -42,25 +45,25 @@ public:
 
     void processFoundBase(const char *href) override
     {
-        const CAWebResult found = CAResolveWeb(href, page_, pool_);
+        const CAWebResult found = CAResolveWeb(href, page_, pool_, scanner_.charsetOfQuery());
         base_ = found.fault == CAWebFault::None ? found.parts : page_;
     }
 
 private:
     HTPool *const pool_;
+    CAScanModern scanner_{this, true};
     const CAURLParts page_;
-    CAURLParts base_;  // its text, too, lasts as long as the caller's scope
+    CAURLParts base_;
 };
 
 bool printPage(const std::string &file, std::string_view url, HTPool *pool)
 {
     std::ifstream input(file, std::ios::binary);
-    Printer printer(url, pool);
-    const auto scanner = std::make_unique<CAScanModern>(&printer, true);
+    const auto page = std::make_unique<PageReader>(url, pool);
     std::array<char, 8192> block{};
     do {
         input.read(block.data(), block.size());
-        scanner->scan(block.data(), block.data() + input.gcount());
+        page->read({block.data(), static_cast<std::size_t>(input.gcount())});
     } while (input);
     std::cout << '\n';
     if (!input.eof()) {
