@@ -271,7 +271,7 @@ int HTSocket_setsockopt(HTSocket *socket, int level, int name, const void *value
     return result;
 }
 
-int HTSocket_connect(HTSocket **socketHolder, const sockaddr_in *address, socklen_t length,
+int HTSocket_connect(HTSocket **socketHolder, const sockaddr *address, socklen_t length,
                      HTThreadContext *context)
 {
     HTSocket *const socket = socketHolder == nullptr ? nullptr : *socketHolder;
@@ -284,7 +284,7 @@ int HTSocket_connect(HTSocket **socketHolder, const sockaddr_in *address, sockle
     if (context != nullptr) {
         context->lastConnect = HTtime();
     }
-    const int result = ::connect(socket->fd, reinterpret_cast<const sockaddr *>(address), length);
+    const int result = ::connect(socket->fd, address, length);
     return result == -1 ? static_cast<int>(failed(socket)) : result;
 }
 

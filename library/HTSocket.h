@@ -57,7 +57,7 @@ int HTSocket_setsockopt(HTSocket *socket, int level, int name, const void *value
 
 // Connects the socket in `*socketHolder`, blocking for as long as the system does. connect()'s
 // result.
-int HTSocket_connect(HTSocket **socketHolder, const sockaddr_in *address, socklen_t length,
+int HTSocket_connect(HTSocket **socketHolder, const sockaddr *address, socklen_t length,
                      HTThreadContext *context);
 
 // Waits up to `timeoutMs` milliseconds (for ever when negative) for input; signals do not end the

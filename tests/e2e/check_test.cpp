@@ -58,6 +58,8 @@ const CheckRow kMistakes[] = {
          "; 6: serverroot: x/pub/de_DE/reports/refetchd.html.tmp" + kAbsent},
     {"NoProxy", "updateproxy :80",
      "1: updateproxy: no proxy is known; loadurl: no seeds: nothing will be requested"},
+    {"NoBrackets", "loadurl h/a; updateproxy ::1",
+     "2: updateproxy: an IPv6 address must be in brackets, such as [::1]:3128"},
     {"NoPause", kFine + "refetchdrepeat 0; maxruntime soon",
      "4: maxruntime: \"soon\" is not a time; "
      "3: refetchdrepeat: needs maxruntime, or runs follow each other without a pause"},

@@ -1,5 +1,7 @@
 #include "config/CAcfg.h"
 
+#include <arpa/inet.h>
+
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -196,13 +198,16 @@ int CAConfig::determineProxy()
         CAErrorLog(0x3a3, "Cannot run cache agent because proxy server is not specified.\n");
         return 0;
     }
+    // An IPv6 address needs brackets, which `hostname` may lack.
+    in6_addr ignored{};
+    const bool bare = inet_pton(AF_INET6, hostname, &ignored) == 1;
     const std::size_t size = std::strlen(hostname) + 16;
     updateProxy = static_cast<char *>(std::malloc(size));
     if (updateProxy == nullptr) {
         std::fprintf(stderr, "CAConfig::load: proxyName malloc() failed...\n");
         std::exit(1);  // NOLINT(concurrency-mt-unsafe): no other thread exists yet
     }
-    std::snprintf(updateProxy, size, "%s:%d", hostname, port);
+    std::snprintf(updateProxy, size, bare ? "[%s]:%d" : "%s:%d", hostname, port);
     CATrace("Proxy....... %s determined from daemon config file.\n", updateProxy);
     return 1;
 }
@@ -220,9 +225,15 @@ struct HostComparison {
     std::size_t length;  // characters compared in a short mismatch
 };
 
+std::string_view withoutBrackets(std::string_view host)
+{
+    const bool wrapped = host.size() > 2 && host.front() == '[' && host.back() == ']';
+    return wrapped ? host.substr(1, host.size() - 2) : host;
+}
+
 HostComparison compareHosts(std::string_view local, std::string_view proxy)
 {
-    if (proxy == local) {
+    if (proxy == local || withoutBrackets(proxy) == local) {
         return {HostMatch::Match, 0};
     }
     for (const std::string_view name : {proxy, local}) {
@@ -242,8 +253,9 @@ void CAConfig::checkProxyHost()
 {
     const char *const local = HTHostName();
     const char *const proxy = updateProxy;
-    const auto length = static_cast<int>(std::strcspn(proxy, ":"));  // the port is not compared
-    const HostComparison result = compareHosts(local, {proxy, static_cast<std::size_t>(length)});
+    const std::string_view host = HTHostPart(proxy);  // the port is not compared
+    const int length = CALength(host);
+    const HostComparison result = compareHosts(local, host);
     switch (result.match) {
     case HostMatch::Match:
         CATrace("Hosts....... match (%s, %.*s) --> use top N.\n", local, length, proxy);

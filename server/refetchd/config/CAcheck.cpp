@@ -1,5 +1,6 @@
 #include "config/CAcheck.h"
 
+#include <arpa/inet.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -267,9 +268,21 @@ struct Rule {
     const char *fault;
 };
 
+// True when `updateproxy` is an IPv6 address without brackets, or its bracket is not closed.
+bool hasBareAddress()
+{
+    const std::string_view proxy = ac.updateProxy != nullptr ? ac.updateProxy : "";
+    in6_addr ignored{};
+    return inet_pton(AF_INET6, proxy.data(), &ignored) == 1 ||
+           (proxy.starts_with('[') && proxy.find(']') == proxy.npos);
+}
+
 constexpr Rule kRules[] = {
-    {"updateproxy", [] { return ac.updateProxy == nullptr || *ac.updateProxy == ':'; },
+    {"updateproxy",
+     [] { return ac.updateProxy == nullptr || (*ac.updateProxy == ':' && !hasBareAddress()); },
      "no proxy is known"},
+    {"updateproxy", [] { return hasBareAddress(); },
+     "an IPv6 address must be in brackets, such as [::1]:3128"},
     {"numclients", [] { return ac.numClients < 1; },
      "below 1 there are no worker threads: nothing will be requested"},
     {"readtimeout", [] { return ac.readTimeout < 1; },

@@ -22,8 +22,10 @@ class CAURL;
 // thread that made it.
 class CAConnection {
 public:
-    // `peer` is "host" or "host:port"; without a port the `port` setting applies. The name is
-    // resolved here, once, which may block; if that fails, every request fails.
+    // `peer` is "host" or "host:port"; without a port the `port` setting applies. An IPv6 address
+    // is in brackets. The name is resolved here, once, which may block; if that fails, every
+    // request fails. The IPv6 address of a name that also has an IPv4 address is looked up when it
+    // is needed first, because connecting over IPv4 fails.
     explicit CAConnection(const char *peer);
     ~CAConnection();
     CAConnection(const CAConnection &) = delete;
@@ -66,7 +68,15 @@ public:
 private:
     static constexpr std::int32_t kBlockSize = 4096;
     static constexpr std::int32_t kReadSize = 2 * kBlockSize;
+    // Indexes of `addresses_`.
+    static constexpr std::size_t kV4 = 0;
+    static constexpr std::size_t kV6 = 1;
 
+    void resolve(std::size_t family);
+    [[nodiscard]] bool hasOther();
+    [[nodiscard]] bool openSocket(std::size_t address);
+    [[nodiscard]] bool connectTo(std::size_t address);
+    [[nodiscard]] bool connectToOther();
     int exchange(std::int32_t length, CAParser *parser);
     void closeSocket(int line);
     [[nodiscard]] bool readFailed(std::int32_t count);
@@ -76,8 +86,10 @@ private:
     [[nodiscard]] std::int32_t write(std::int32_t length);
 
     HTSocket *socket_ = nullptr;  // null: closed
-    sockaddr_in address_{};
-    bool addressValid_ = false;
+    // The peer's IPv4 and IPv6 address; the family is AF_UNSPEC while there is none.
+    std::array<sockaddr_storage, 2> addresses_{};
+    std::size_t first_ = 0;    // the one that is tried first: it worked the last time
+    bool asksForV6_ = false;   // the IPv6 address has still to be looked up
     bool reused_ = false;      // the open connection has carried a request already
     bool surplus_ = false;     // bytes followed the end of the last response
     bool keptInVain_ = false;  // the peer closed a kept connection instead of answering
