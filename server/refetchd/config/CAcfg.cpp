@@ -9,6 +9,7 @@
 
 #include "HTInet.h"
 #include "HTString.h"
+#include "HTTLS.h"
 #include "base/CAtrace.h"
 #include "config/CAcfgLines.h"
 #include "config/CAdirectives.h"
@@ -24,6 +25,7 @@ char refetchd_LocaleString[kLocaleNameSize] = "";
 
 namespace {
 
+constexpr std::int32_t kTlsPort = 443;
 constexpr const char *kConfigDirectory = "/etc";
 constexpr const char *kConfigName = "tarnproxy.conf";
 
@@ -106,6 +108,7 @@ CAConfig::~CAConfig()
     std::free(saveRoot);
     std::free(userAgent);
     std::free(requestHeaders);
+    std::free(proxyTlsCa);
     delete &variants;
     std::free(errorLogPath);
     freePatterns(ignorePatterns);
@@ -158,13 +161,46 @@ int CAConfig::load(CAQueue *queue, const char *name)
     results.setSentHeaders(std::move(sent));
     loadURLsInHitsFile(queue, nullptr);
     seedCount = queue->getTotalEnqueued();
-    if (determineProxy() == 0) {
+    if (proxyTls != 0 && !namesPort) {
+        port = kTlsPort;
+    }
+    if (determineProxy() == 0 || !prepareTls()) {
         return 0;
     }
     // Kept after the hits file was read, on purpose: with a proxy on another host the first run
     // still uses the hits file, and only later runs do not.
     checkProxyHost();
     return 1;
+}
+
+std::string CAConfig::setUpTls() const
+{
+    return HTTLS_init(proxyTlsCa, proxyTlsVerify != 0);
+}
+
+// Warns of TLS settings that leave connections open to attack or have no effect. False (reported)
+// when TLS is wanted and cannot be used.
+bool CAConfig::prepareTls()
+{
+    if (proxyTls == 0) {
+        if (proxyTlsCa != nullptr || proxyTlsVerify == 0) {
+            CATrace("TLS......... is off: proxytlsca and proxytlsverify have no effect.\n");
+        }
+        return true;
+    }
+    if (proxyTlsVerify == 0) {
+        CATrace("TLS......... certificates are NOT verified: anybody may pose as the proxy.\n");
+    }
+    const std::string fault = setUpTls();
+    if (fault.empty()) {
+        return true;
+    }
+    CATrace("TLS......... cannot be used: %s.\n", fault.c_str());
+    CAErrorLog(961, "Cannot run cache agent because TLS cannot be used: %s.\n", fault.c_str());
+    if (observer == nullptr && traceStream != stderr) {
+        std::fprintf(stderr, "refetchd: TLS cannot be used: %s.\n", fault.c_str());
+    }
+    return false;
 }
 
 int CAConfig::loadAgentConfig(CAQueue *queue, const char *file)

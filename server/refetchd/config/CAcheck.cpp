@@ -289,6 +289,12 @@ constexpr Rule kRules[] = {
      "below 1 second the agent does not wait for any answer"},
     {"refetchdrepeat", [] { return ac.repeatCount != 1 && ac.maxRuntime == 0; },
      "needs maxruntime, or runs follow each other without a pause"},
+    {"proxytlsca", [] { return ac.proxyTlsCa != nullptr && ac.proxyTls == 0; },
+     "needs proxytls on"},
+    {"proxytlsverify", [] { return ac.proxyTlsVerify == 0 && ac.proxyTls == 0; },
+     "needs proxytls on"},
+    {"proxytlsverify", [] { return ac.proxyTlsVerify == 0 && ac.proxyTls != 0; },
+     "certificates are not verified: anybody may pose as the proxy"},
     {"slf", [] { return ac.saveFiles != 0 && ac.saveRoot == nullptr; }, "needs slr"},
     {"connecttohost", [] { return ac.connectToHost != 0 && ac.transparentProxy == 0; },
      "needs transparentproxy on"},
@@ -309,6 +315,9 @@ void finish(Check *check)
         const CAArgument takes = line.row->takes;
         const bool isHeader = takes == CAArgument::Header || takes == CAArgument::Variant;
         warn(line.row->name.data(), line, isHeader ? headerFault(line) : "");
+    }
+    if (ac.proxyTls != 0) {
+        warn("proxytlsca", check->found["proxytlsca"], ac.setUpTls());
     }
     const Found &top = check->found["loadtopcached"];
     warn("loadtopcached", top, HTInteger(top.text) > 0 ? hitsFault() : "");

@@ -213,6 +213,7 @@ void CAConnection::renew()
 int CAConnection::requestURL(const CAURL *url, CAParser *parser)
 {
     failure_ = CAFailure::None;
+    reason_ = {};
     received_ = 0;
     const std::time_t now = HTtime();
     if (lastUsed_ == 0) {
@@ -222,6 +223,9 @@ int CAConnection::requestURL(const CAURL *url, CAParser *parser)
         closeSocket(__LINE__);
     }
     lastUsed_ = now;
+    if (ac.proxyTls != 0) {
+        nameFor(url);
+    }
     if (checkConnection() != 0) {
         return -1;
     }
@@ -284,8 +288,64 @@ int CAConnection::checkConnection()
         errno = error;
         return -1;
     }
+    if (ac.proxyTls != 0) {
+        return secure();
+    }
     failure_ = CAFailure::None;
     return 0;
+}
+
+// Notes the name that the certificate must carry for `url`. A connection that was opened for
+// another name is closed: the server may refuse to answer for this one on it.
+void CAConnection::nameFor(const CAURL *url)
+{
+    const bool isHosts = ac.transparentProxy != 0 && !url->host().empty();
+    const std::string_view name = HTHostPart(isHosts ? url->host() : peerName_);
+    if (HTEqualsNoCase(name, tlsName_)) {
+        return;
+    }
+    if (socket_ != nullptr) {
+        CATrace("Net......... closing the connection for \"%s\".\n", tlsName_.c_str());
+        closeSocket(__LINE__);
+    }
+    tlsName_ = name;
+}
+
+namespace {
+
+CAFailure failureOf(HTTLSFault fault)
+{
+    switch (fault) {
+    case HTTLSFault::TimedOut: return CAFailure::TimedOut;
+    case HTTLSFault::Closed: return CAFailure::Closed;
+    case HTTLSFault::Reset: return CAFailure::Reset;
+    case HTTLSFault::Certificate: return CAFailure::Certificate;
+    case HTTLSFault::Protocol: break;
+    }
+    return CAFailure::Handshake;
+}
+
+}  // namespace
+
+// Begins TLS on the new connection. 0; or -1 (traced), and the connection is closed.
+int CAConnection::secure()
+{
+    HTTLSFailure failure;
+    if (HTSocket_secure(socket_, tlsName_.c_str(), timeoutMilliseconds(ac.readTimeout), &failure) ==
+        0) {
+        CATrace("TLS......... %s with \"%s\".\n", HTTLS_version(socket_->tls), tlsName_.c_str());
+        failure_ = CAFailure::None;
+        return 0;
+    }
+    const int error = errno;
+    closeSocket(__LINE__);
+    failure_ = failureOf(failure.fault);
+    const bool isOwn = failure_ == CAFailure::Certificate || failure_ == CAFailure::Handshake;
+    reason_ = isOwn ? failure.reason : "";
+    CATrace("TLS......... failed with \"%s\", %s: %s.\n", tlsName_.c_str(),
+            CAFailureText(failure_).data(), failure.reason);
+    errno = error;
+    return -1;
 }
 
 // Makes a socket for this address. False (traced), with errno set, on failure.

@@ -283,6 +283,7 @@ Next exchange(const Client &client, CAConnection *connection, CAURL *url, std::u
     }
     result.status = parser->isHTTP() ? parser->getHTTPRequestRC() : 0;
     result.failure = failureOf(*parser, *connection);
+    result.reason = connection->reason();
     if (connection->failure() == CAFailure::TimedOut && looksAtAnswers()) {
         connection->renew();  // a late response must not be taken for that of the next URL
     }

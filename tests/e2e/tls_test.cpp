@@ -1,0 +1,181 @@
+// `proxytls`: nginx with certificates of each kind, and peers that break TLS in the middle.
+#include <sys/stat.h>
+
+#include <fstream>
+#include <map>
+#include <regex>
+
+#include "Agent.h"
+
+namespace {
+
+// Makes a CA and certificates. That of good.test is also valid for also.test and 127.0.0.1.
+const char *const kCertificates = R"sh(set -e
+openssl ecparam -name prime256v1 -genkey -noout -out key
+for ca in ca otherca; do openssl req -x509 -new -key key -days 9 -subj /CN=$ca -out $ca.pem; done
+make() {
+    openssl req -new -key key -subj /CN=$1 -addext subjectAltName=DNS:$1.test$2 |
+        openssl x509 -req -copy_extensions copy -days $3 $4 $5 $6 $7 -out $1.pem
+}
+by() { echo -CA $1.pem -CAkey key -CAcreateserial; }
+make good ,DNS:also.test,IP:127.0.0.1 9 "$(by ca)"
+make expired '' -1 "$(by ca)"
+make unknown '' 9 "$(by otherca)"
+make self '' 9 '-signkey key'
+echo page > p
+head -c 70000 /dev/zero > big
+)sh";
+
+// The log names the server that the client's TLS asked for, the path, and the number of the request
+// on its connection.
+const char *const kServer = R"(daemon off; master_process off; pid pid; events {}
+http {
+log_format tls '$ssl_server_name$uri:$connection_requests'; access_log asked tls;
+client_body_temp_path b; fastcgi_temp_path f; scgi_temp_path s; uwsgi_temp_path u;
+proxy_temp_path p; keepalive_timeout 2s;
+root @dir@; ssl_certificate_key @dir@/key; ssl_certificate @dir@/good.pem;
+server { listen 127.0.0.1:@port@ ssl; listen 127.0.0.1:@plain@; }
+server { listen 127.0.0.1:@old@ ssl; ssl_protocols TLSv1.1; ssl_ciphers ALL:@SECLEVEL=0; }
+server { listen 127.0.0.1:@older@ ssl; ssl_protocols TLSv1.2; }
+server { listen 127.0.0.1:@port@ ssl; server_name expired.test; ssl_certificate @dir@/expired.pem; }
+server { listen 127.0.0.1:@port@ ssl; server_name unknown.test; ssl_certificate @dir@/unknown.pem; }
+server { listen 127.0.0.1:@port@ ssl; server_name self.test; ssl_certificate @dir@/self.pem; }
+})";
+
+struct TlsRow : Row {
+    std::string directives;
+    std::string logged;      // path, status and reason of each URL
+    std::string asked = "";  // as nginx logs it, with a blank behind each
+    int retries = 0;
+};
+
+class TlsTest : public testing::Test {
+protected:
+    TlsTest()
+    {
+        Process maker({"--chdir=" + dir_.path(), "sh", "-c", kCertificates});
+        EXPECT_EQ(maker.wait(kRunDeadline), 0) << maker.err();
+    }
+    // Replaces "@dir@" and the names of ports.
+    [[nodiscard]] std::string expand(std::string text) const
+    {
+        for (const auto &[name, port] : ports_) {
+            replaceAll(&text, name, std::to_string(port));
+        }
+        replaceAll(&text, "@dir@", dir_.path());
+        return text;
+    }
+    // Path, status and reason of each URL.
+    static std::string resultsOf(const Agent &agent)
+    {
+        const std::regex line(
+            ".*\"url\":\"(?:https?://[^/]*)?([^\"]*)\".*\"status\":(\\d+),[^}]*?"
+            "(?:\"why\":\"([^\"]*)\")?\\}\n");
+        return std::regex_replace(agent.dir.read("log"), line, "$1=$2 $3; ");
+    }
+
+    const TempDir dir_;
+    const std::map<std::string, std::uint16_t> ports_ = {{"@port@", ScriptedPeer().port()},
+                                                         {"@plain@", ScriptedPeer().port()},
+                                                         {"@old@", ScriptedPeer().port()},
+                                                         {"@older@", ScriptedPeer().port()}};
+};
+
+class Tls : public TlsTest, public testing::WithParamInterface<TlsRow> {};
+
+TEST_P(Tls, IsAcceptedOrRefusedWronglyOrWastesConnections)
+{
+    const TlsRow &row = GetParam();
+    dir_.write("main", expand(kServer));
+    Process nginx(split("/usr/sbin/nginx -p " + dir_.path() + " -e errors -c main"));
+    Process client(
+        split(expand("curl -qs --noproxy * --retry-connrefused --retry 30 --retry-delay "
+                     "1 http://127.0.0.1:@plain@/p")));
+    client.wait(kRunDeadline);
+    std::ofstream(dir_.path("asked"), std::ios::trunc).close();
+    const ScriptedPeer silent;  // never sees the end of a request
+    Agent agent(silent.port(),
+                "proxytls on; numclients 1; readtimeout 2; retries 1; resultslog "
+                "log; " +
+                    expand(row.directives));
+    agent.run();
+    EXPECT_EQ(resultsOf(agent), row.logged) << agent.process->err();
+    EXPECT_EQ(agent.traced("will try URL"), row.retries);
+    nginx.signal(SIGTERM);
+    nginx.wait(kRunDeadline);
+    std::string asked = dir_.read("asked");
+    replaceAll(&asked, "\n", " ");
+    EXPECT_EQ(asked, row.asked) << dir_.read("errors");
+}
+
+const std::string kTransparent = "transparentproxy on; updateproxy 127.0.0.1:@port@; ";
+const std::string kTrusted = "proxytlsca @dir@/ca.pem; ";
+const std::string kSites =
+    kTransparent +
+    "loadurl https://good.test/p; loadurl https://wrong.test/p; loadurl https://expired.test/p; "
+    "loadurl https://self.test/p; loadurl https://unknown.test/p; ";
+const std::string kTwoHosts =
+    kTrusted + kTransparent +
+    "loadurl https://good.test/p; loadurl https://good.test/big; loadurl https://Also.test/p; "
+    "loadurl https://also.test/p; loadurl https://good.test./p; ";
+
+const std::string kFive = "/p=200 ; /big=200 ; /p=200 ; /p=200 ; /p=200 ; ";
+const std::string kFiveAsked =
+    "good.test/p:1 good.test/big:2 Also.test/p:1 Also.test/p:2 good.test/p:1 ";
+
+const TlsRow kRows[] = {
+    {"OwnCA", kSites + kTrusted,
+     "/p=200 ; /p=0 certificate: hostname mismatch; /p=0 certificate: certificate has expired; "
+     "/p=0 certificate: self-signed certificate; "
+     "/p=0 certificate: unable to get local issuer certificate; ",
+     "good.test/p:1 "},
+    {"SystemCAs", kTransparent + "loadurl https://good.test/p",
+     "/p=0 certificate: unable to get local issuer certificate; "},
+    {"NotVerified", kSites + "proxytlsverify off", "/p=200 ; /p=200 ; /p=200 ; /p=200 ; /p=200 ; ",
+     "good.test/p:1 wrong.test/p:1 expired.test/p:1 self.test/p:1 unknown.test/p:1 "},
+    {"ProxysName", kTrusted + "updateproxy 127.0.0.1:@port@; loadurl g.test/p; loadurl h.test/p",
+     "/p=200 ; /p=200 ; ", "-/p:1 -/p:2 "},
+    {"ProxysWrongName", kTrusted + "updateproxy localhost:@port@; loadurl good.test/p",
+     "/p=0 certificate: hostname mismatch; "},
+    {"TwoHosts", kTwoHosts, kFive, kFiveAsked},
+    {"TwoHosts11", kTwoHosts + "http11 on", kFive, kFiveAsked},
+    {"TwoHostsOlder", kTwoHosts + "updateproxy 127.0.0.1:@older@", kFive, kFiveAsked},
+    {"IdleIsClosed",
+     kTrusted + "updateproxy 127.0.0.1:@port@; loadurl h/p; loadurl h/p; delay 3000",
+     "/p=200 ; /p=200 ; ", "-/p:1 -/p:1 "},
+    {"StraightToTheHost",
+     kTrusted + "transparentproxy on; connecttohost on; loadurl https://127.0.0.1:@port@/p",
+     "/p=200 ; ", "-/p:1 "},
+    {"OldVersion", kTrusted + "updateproxy 127.0.0.1:@old@; loadurl h/p",
+     "/p=0 TLS handshake failed: tlsv1 alert protocol version; "},
+    {"PlainServer", kTrusted + "updateproxy 127.0.0.1:@plain@; loadurl h/p",
+     "/p=0 TLS handshake failed: wrong version number; ", "--:1 "},
+    {"StallsInTheHandshake", kTrusted + "loadurl h/p", "/p=0 timed out; ", "", 1},
+};
+INSTANTIATE_TEST_SUITE_P(Nginx, Tls, testing::ValuesIn(kRows), rowName);
+
+// The server is killed, so that nobody announces the end of the stream.
+TEST_F(TlsTest, EndThatIsNotAnnouncedIsTakenForAFault)
+{
+    const std::string fifo = dir_.path("fifo");
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    for (const std::string length : {"", "Content-Length: 99\r\n"}) {
+        Process server({"sh", "-c",
+                        expand("cd @dir@; exec openssl s_server -accept 127.0.0.1:@port@ -key key "
+                               "-cert good.pem <>fifo >&2")});
+        ASSERT_TRUE(server.waitForError("ACCEPT", kRunDeadline)) << server.err();
+        std::fstream(fifo) << "HTTP/1.0 200 OK\r\nContent-Type: text/html\r\n" + length +
+                                  "\r\npage";
+        Agent agent(ports_.at("@port@"),
+                    expand("proxytls on; proxytlsca @dir@/ca.pem; closedelimitedbodies on; "
+                           "readtimeout 30; loadurl h/p; resultslog log"));
+        agent.start();
+        EXPECT_TRUE(agent.process->waitForError("Cache Agent read", kRunDeadline));
+        server.signal(SIGKILL);
+        agent.finish();
+        EXPECT_EQ(resultsOf(agent),
+                  length.empty() ? "/p=200 ; " : "/p=200 connection broke within the answer; ");
+    }
+}
+
+}  // namespace
