@@ -9,7 +9,7 @@
 
 namespace {
 
-// Makes a CA and certificates. That of good.test is also valid for also.test and 127.0.0.1.
+// Makes a CA and certificates. That of good.test is also valid for two other names and 127.0.0.1.
 const char *const kCertificates = R"sh(set -e
 openssl ecparam -name prime256v1 -genkey -noout -out key
 for ca in ca otherca; do openssl req -x509 -new -key key -days 9 -subj /CN=$ca -out $ca.pem; done
@@ -18,7 +18,7 @@ make() {
         openssl x509 -req -copy_extensions copy -days $3 $4 $5 $6 $7 -out $1.pem
 }
 by() { echo -CA $1.pem -CAkey key -CAcreateserial; }
-make good ,DNS:also.test,IP:127.0.0.1 9 "$(by ca)"
+make good ,DNS:also.test,DNS:moved.test,IP:127.0.0.1 9 "$(by ca)"
 make expired '' -1 "$(by ca)"
 make unknown '' 9 "$(by otherca)"
 make self '' 9 '-signkey key'
@@ -40,6 +40,9 @@ server { listen 127.0.0.1:@older@ ssl; ssl_protocols TLSv1.2; }
 server { listen 127.0.0.1:@port@ ssl; server_name expired.test; ssl_certificate @dir@/expired.pem; }
 server { listen 127.0.0.1:@port@ ssl; server_name unknown.test; ssl_certificate @dir@/unknown.pem; }
 server { listen 127.0.0.1:@port@ ssl; server_name self.test; ssl_certificate @dir@/self.pem; }
+server { listen 127.0.0.1:@port@ ssl; server_name moved.test;
+    if ($connection_requests = 2) { return 421; }
+    location /no { return 421; } }
 })";
 
 struct TlsRow : Row {
@@ -143,6 +146,14 @@ const TlsRow kRows[] = {
     {"IdleIsClosed",
      kTrusted + "updateproxy 127.0.0.1:@port@; loadurl h/p; loadurl h/p; delay 3000",
      "/p=200 ; /p=200 ; ", "-/p:1 -/p:1 "},
+    {"Misdirected",
+     kTrusted + kTransparent +
+         "loadurl https://moved.test/p; loadurl https://moved.test/p; loadurl "
+         "https://moved.test/no; "
+         "variant A: b; variant A: c",
+     "/p=200 ; /p=200 ; /p=200 ; /p=200 ; /no=421 status 421; /no=421 status 421; ",
+     "moved.test/p:1 moved.test/p:2 moved.test/p:1 moved.test/p:2 moved.test/p:1 moved.test/p:2 "
+     "moved.test/p:1 moved.test/no:2 moved.test/no:1 moved.test/no:1 moved.test/no:1 "},
     {"StraightToTheHost",
      kTrusted + "transparentproxy on; connecttohost on; loadurl https://127.0.0.1:@port@/p",
      "/p=200 ; ", "-/p:1 "},
