@@ -186,15 +186,15 @@ bool setPeer(SSL *ssl, const std::string &host)
            SSL_set1_host(ssl, host.c_str()) == 1;
 }
 
-// Why the handshake failed, given how it ended.
-HTTLSFailure failureOf(const SSL *ssl, Outcome outcome)
+// Why the handshake failed with this error.
+HTTLSFailure failureOf(const SSL *ssl, Outcome outcome, int error)
 {
     const char *const reason = reasonOfFailure();
     if (outcome == Outcome::Ended) {
         return {HTTLSFault::Closed, reason};
     }
-    if (errno != EPROTO) {
-        return {errno == ETIMEDOUT ? HTTLSFault::TimedOut : HTTLSFault::Reset, reason};
+    if (error != EPROTO) {
+        return {error == ETIMEDOUT ? HTTLSFault::TimedOut : HTTLSFault::Reset, reason};
     }
     if (ERR_GET_REASON(ERR_peek_last_error()) == SSL_R_CERTIFICATE_VERIFY_FAILED) {
         return {HTTLSFault::Certificate, X509_verify_cert_error_string(SSL_get_verify_result(ssl))};
@@ -255,7 +255,7 @@ HTTLSSession *HTTLS_connect(int fd, const char *host, int timeoutMs, HTTLSFailur
         return session;
     }
     const int error = outcome == Outcome::Ended ? ECONNRESET : errno;
-    *failure = failureOf(ssl, outcome);
+    *failure = failureOf(ssl, outcome, error);
     session->failed = true;
     HTTLS_delete(session);
     errno = error;
