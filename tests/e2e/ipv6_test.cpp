@@ -1,7 +1,4 @@
 // Peers with an IPv6 address: a real Squid, which listens on ::1 only.
-#include <netinet/in.h>
-#include <sys/socket.h>
-
 #include "Servers.h"
 
 namespace {
@@ -12,51 +9,31 @@ struct IPv6Row : Row {
     const char *traced;      // once
 };
 
-bool hasIPv6()
-{
-    const int fd = ::socket(AF_INET6, SOCK_STREAM, 0);
-    const sockaddr_in6 address{AF_INET6, 0, 0, IN6ADDR_LOOPBACK_INIT, 0};
-    const bool has = bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0;
-    close(fd);
-    return has;
-}
-
 class IPv6 : public ServerTest, public testing::WithParamInterface<IPv6Row> {
 protected:
     IPv6() : ServerTest(kServers[0]) {}
-    void TearDown() override
-    {
-        if (process_ != nullptr) {
-            ServerTest::TearDown();
-        }
-    }
-
-    const std::string hosts_ =
-        dir_.write("hosts", "::1 six.test\n127.0.0.1 both.test\n::1 both.test\n");
-    // Starts a program with this file as its /etc/hosts.
-    const std::string withHosts_ =
-        "unshare -rm sh " +
-        dir_.write("named", "mount --bind " + hosts_ + " /etc/hosts && exec \"$@\"");
 };
 
 TEST_P(IPv6, PeerIsNotReached)
 {
     const std::string six = std::to_string(ScriptedPeer().port());
-    std::string directives = GetParam().directives;
+    Agent agent(1, "");
+    std::string directives = "numclients 1; " + std::string(GetParam().directives) + "\n";
     replaceAll(&directives, "@six@", six);
     replaceAll(&directives, "@site@", site_);
-    Process unshare(split(withHosts_ + " true"));
-    const bool isNamed = directives.find(".test") != std::string::npos;
-    if (!hasIPv6() || (isNamed && unshare.wait(kRunDeadline) != 0)) {
-        GTEST_SKIP() << "no ::1, or no /etc/hosts of one's own: " << unshare.err();
+    agent.dir.write("proxy.conf", agent.expand(directives));
+    agent.dir.write("hosts", "::1 six.test\n127.0.0.1 both.test\n::1 both.test\n");
+    agent.dir.write("named", "mount --bind hosts /etc/hosts && exec \"$@\"");
+    if (directives.find(".test") != std::string::npos) {
+        agent.wrapper = "unshare -rm sh named";
+    }
+    agent.startProgram(agent.wrapper + " true");
+    if (agent.process->wait(kRunDeadline) != 0 || !std::filesystem::exists("/proc/net/if_inet6")) {
+        GTEST_SKIP() << "no IPv6, or no /etc/hosts of one's own: " << agent.process->err();
     }
     ASSERT_NO_FATAL_FAILURE(
-        start(dir_.write("six", "http_port [::1]:" + six +
-                                    "\nhttp_access allow localhost\ninclude " SOURCE_DIRECTORY
-                                    "/recipes/squid.conf\n")));
+        start(dir_.write("six", "http_port [::1]:" + six + "\nhttp_access allow localhost\n")));
     const std::size_t before = origin_.requests().size();
-    Agent agent(1, "numclients 1; " + directives);
-    agent.wrapper = isNamed ? withHosts_ : "";
     agent.run();
     EXPECT_EQ(origin_.requests().size() - before, GetParam().asked) << agent.process->err();
     EXPECT_EQ(agent.traced(GetParam().traced), 1) << agent.process->err();

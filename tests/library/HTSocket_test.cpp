@@ -89,21 +89,14 @@ TEST(HTSocket, HandshakeFailsOtherwiseOrNeverEnds)
 {
     const struct {
         void (*act)(int peer);
-        const char *host;
         HTTLSFault fault;
         int error;
     } rows[] = {
-        {[](int /*peer*/) {}, "h", HTTLSFault::TimedOut, ETIMEDOUT},
-        {[](int peer) { ::send(peer, "\x16\x03", 2, 0); }, "h", HTTLSFault::TimedOut, ETIMEDOUT},
-        {[](int peer) { ::shutdown(peer, SHUT_WR); }, "h", HTTLSFault::Closed, ECONNRESET},
-        {[](int peer) { ::close(peer); }, "h", HTTLSFault::Reset, EPIPE},
-        {[](int peer) { ::send(peer, "HTTP/1.0 ", 9, 0); }, "h", HTTLSFault::Protocol, EPROTO},
-        {[](int /*peer*/) {}, "", HTTLSFault::Protocol, EPROTO},
-        {[](int /*peer*/) {}, "[]", HTTLSFault::Protocol, EPROTO},
+        {[](int peer) { ::send(peer, "\x16\x03", 2, 0); }, HTTLSFault::TimedOut, ETIMEDOUT},
+        {[](int peer) { ::shutdown(peer, SHUT_WR); }, HTTLSFault::Closed, ECONNRESET},
+        {[](int peer) { ::send(peer, "HTTP/1.0 ", 9, 0); }, HTTLSFault::Protocol, EPROTO},
     };
     ASSERT_EQ(HTTLS_init(nullptr, true), "");
-    EXPECT_EQ(HTTLS_init("/", true), "/: no certificate or crl found");
-    std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGALRM, [](int /*number*/) {});
     ::ualarm(20'000, 20'000);
     for (const auto &row : rows) {
@@ -114,13 +107,11 @@ TEST(HTSocket, HandshakeFailsOtherwiseOrNeverEnds)
         row.act(ends[1]);
         HTTLSFailure failure;
         const std::uint32_t start = getmillicount();
-        EXPECT_EQ(HTSocket_secure(socket, row.host, 50, &failure), -1);
+        EXPECT_EQ(HTSocket_secure(socket, "h", 50, &failure), -1);
         EXPECT_EQ(errno, row.error);
         EXPECT_EQ(failure.fault, row.fault) << failure.reason;
-        EXPECT_GE(getmillicount() - start, row.fault == HTTLSFault::TimedOut ? 49U : 0U);
-        EXPECT_EQ(endSocket(socket), 0);
-        ::close(ends[0]);
-        ::close(ends[1]);
+        EXPECT_GE(getmillicount() - start, row.error == ETIMEDOUT ? 49U : 0U);
+        EXPECT_EQ(endSocket(socket) + ::close(ends[0]) + ::close(ends[1]), 0);
     }
     ::ualarm(0, 0);
 }
