@@ -68,6 +68,12 @@ bool lookUp(in_addr *address, const char *host, HTThreadContext *context)
     return true;
 }
 
+// False for an address: digits and dots, or something with a ":".
+bool isName(const char *host)
+{
+    return host[std::strspn(host, "0123456789.")] != '\0' && std::strchr(host, ':') == nullptr;
+}
+
 bool resolve(in_addr *address, const char *host, HTThreadContext *context)
 {
     if (*host == '\0') {
@@ -77,6 +83,67 @@ bool resolve(in_addr *address, const char *host, HTThreadContext *context)
         return inet_aton(host, address) != 0;
     }
     return lookUp(address, host, context);
+}
+
+// A name, cut in two. The host is null when there is none, the port when none is named.
+struct HostAndPort {
+    const char *host;
+    const char *port;
+};
+
+// Cuts "[address]" or "[address]:port"; no host when the text is anything else.
+HostAndPort unwrap(char *name)
+{
+    char *const end = std::strchr(name, ']');
+    if (end == nullptr || (end[1] != '\0' && (end[1] != ':' || !HTIsDigit(end[2])))) {
+        return {nullptr, nullptr};
+    }
+    *end = '\0';
+    return {name + 1, end[1] == ':' ? end + 2 : nullptr};
+}
+
+// Cuts a name for IPv6; no host when it is an address that is not in brackets.
+HostAndPort split6(char *name)
+{
+    if (*name == '[') {
+        return unwrap(name);
+    }
+    char *const colon = findPort(name);
+    if (colon != nullptr) {
+        *colon = '\0';
+    }
+    return {isName(name) ? name : nullptr, colon != nullptr ? colon + 1 : nullptr};
+}
+
+// Looks up the first IPv6 address of `host`, which is an address itself if `isNumeric`.
+bool lookUp6(sockaddr_in6 *address, const char *host, bool isNumeric, HTThreadContext *context)
+{
+    addrinfo wanted{};
+    wanted.ai_flags = isNumeric ? AI_NUMERICHOST : 0;
+    wanted.ai_family = AF_INET6;
+    wanted.ai_socktype = SOCK_STREAM;
+    addrinfo *found = nullptr;
+    if (const int error = getaddrinfo(host, nullptr, &wanted, &found); error != 0) {
+        if (HTTrace_on(kTraceSocket)) {
+            tfprintf(nullptr, "lookup...... for '%s' failed: %s.\n", host, gai_strerror(error));
+        }
+        return false;
+    }
+    if (!isNumeric) {
+        context->lastLookup = HTtime();
+    }
+    const in_port_t port = address->sin6_port;
+    std::memcpy(address, found->ai_addr, sizeof(sockaddr_in6));
+    address->sin6_port = port;
+    freeaddrinfo(found);
+    return true;
+}
+
+void traceResolved(const sockaddr_in6 &address)
+{
+    std::array<char, INET6_ADDRSTRLEN> text{};
+    inet_ntop(AF_INET6, &address.sin6_addr, text.data(), text.size());
+    tfprintf(nullptr, "resolved.... address [%s]:%d\n", text.data(), ntohs(address.sin6_port));
 }
 
 void traceResolved(const sockaddr_in &address)
@@ -134,6 +201,37 @@ int HTParseInet(sockaddr_in *address, const char *name, HTThreadContext *context
     *address = result;
     errno = before;
     return 0;
+}
+
+int HTParseInet6(sockaddr_in6 *address, const char *name, HTThreadContext *context)
+{
+    const int before = errno;  // a successful look-up may change it
+    HTThreadContext *const own = context == nullptr ? HTThread_context() : context;
+    const HTPoolScope scope(&own->pool);
+    char *const copy = own->pool.copy(name);
+    const HostAndPort parts = copy == nullptr ? HostAndPort{} : split6(copy);
+    if (parts.host == nullptr) {
+        return -1;
+    }
+    const std::optional<in_port_t> port =
+        parts.port == nullptr ? address->sin6_port : readPort(parts.port);
+    sockaddr_in6 result{};
+    result.sin6_port = port.value_or(0);
+    if (!port || !lookUp6(&result, parts.host, *name == '[', own)) {
+        return -1;
+    }
+    if (HTTrace_on(kTraceSocket)) {
+        traceResolved(result);
+    }
+    *address = result;
+    errno = before;
+    return 0;
+}
+
+std::string_view HTHostPart(std::string_view name)
+{
+    const std::size_t bracket = name.starts_with('[') ? name.find(']') : name.npos;
+    return name.substr(0, bracket != name.npos ? bracket + 1 : name.find(':'));
 }
 
 const char *HTHostName()

@@ -1,5 +1,6 @@
 #include "HTSocket.h"
 
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/time.h>
 #include <sys/uio.h>
@@ -12,6 +13,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <new>
+#include <utility>
 
 #include "HTHash.h"
 #include "HTMemory.h"
@@ -271,7 +273,7 @@ int HTSocket_setsockopt(HTSocket *socket, int level, int name, const void *value
     return result;
 }
 
-int HTSocket_connect(HTSocket **socketHolder, const sockaddr_in *address, socklen_t length,
+int HTSocket_connect(HTSocket **socketHolder, const sockaddr *address, socklen_t length,
                      HTThreadContext *context)
 {
     HTSocket *const socket = socketHolder == nullptr ? nullptr : *socketHolder;
@@ -284,14 +286,37 @@ int HTSocket_connect(HTSocket **socketHolder, const sockaddr_in *address, sockle
     if (context != nullptr) {
         context->lastConnect = HTtime();
     }
-    const int result = ::connect(socket->fd, reinterpret_cast<const sockaddr *>(address), length);
+    const int result = ::connect(socket->fd, address, length);
     return result == -1 ? static_cast<int>(failed(socket)) : result;
+}
+
+int HTSocket_secure(HTSocket *socket, const char *host, int timeoutMs, HTTLSFailure *failure)
+{
+    if (socket == nullptr) {
+        return -1;
+    }
+    const int before = errno;
+    const int flags = ::fcntl(socket->fd, F_GETFL);
+    if (flags == -1 || ::fcntl(socket->fd, F_SETFL, flags | O_NONBLOCK) == -1) {
+        *failure = {HTTLSFault::Reset, ""};
+        return static_cast<int>(failed(socket));
+    }
+    socket->tls = HTTLS_connect(socket->fd, host, timeoutMs, failure);
+    if (socket->tls == nullptr) {
+        return static_cast<int>(failed(socket));
+    }
+    socket->secure = true;
+    errno = before;
+    return 0;
 }
 
 int HTSocket_isready(HTSocket *socket, int timeoutMs, HTThreadContext * /*context*/)
 {
     if (socket == nullptr) {
         return -1;
+    }
+    if (socket->secure && HTTLS_isReady(socket->tls)) {
+        return 1;
     }
     if (socket->fd < 0) {
         errno = EBADF;  // poll() would ignore it and wait
@@ -315,6 +340,9 @@ bool HTSocket_isStale(const HTSocket *socket, HTThreadContext * /*context*/)
 {
     if (socket == nullptr) {
         return false;
+    }
+    if (socket->secure) {
+        return !HTTLS_isIdle(socket->tls);
     }
     pollfd entry = {.fd = socket->fd, .events = POLLIN, .revents = 0};
     const ErrnoKeeper kept;
@@ -385,7 +413,8 @@ ssize_t HTSocket_read(HTSocket *socket, void *buffer, std::size_t length, HTThre
     if (socket == nullptr) {
         return -1;
     }
-    ssize_t count = ::recv(socket->fd, buffer, length, 0);
+    ssize_t count = socket->secure ? HTTLS_read(socket->tls, buffer, length, 0)
+                                   : ::recv(socket->fd, buffer, length, 0);
     const ErrnoKeeper kept;
     if (count == -1) {
         count = failed(socket);
@@ -411,7 +440,8 @@ ssize_t HTSocket_receive(HTSocket *socket, void *buffer, std::size_t length, int
         return -1;
     }
     const int before = errno;
-    const ssize_t count = receiveInTime(socket, buffer, length, timeoutMs);
+    const ssize_t count = socket->secure ? HTTLS_read(socket->tls, buffer, length, timeoutMs)
+                                         : receiveInTime(socket, buffer, length, timeoutMs);
     if (count == -1 && errno == EAGAIN) {
         errno = before;
         return kHTTimedOut;
@@ -427,6 +457,19 @@ ssize_t HTSocket_receive(HTSocket *socket, void *buffer, std::size_t length, int
     return count;
 }
 
+namespace {
+
+ssize_t sendMessage(int fd, const void *buffer, std::size_t length)
+{
+    iovec segment = {.iov_base = const_cast<void *>(buffer), .iov_len = length};
+    msghdr message{};
+    message.msg_iov = &segment;
+    message.msg_iovlen = 1;
+    return ::sendmsg(fd, &message, 0);
+}
+
+}  // namespace
+
 ssize_t HTSocket_writemsg(HTSocket *socket, const void *buffer, std::size_t length,
                           HTThreadContext * /*context*/)
 {
@@ -436,11 +479,8 @@ ssize_t HTSocket_writemsg(HTSocket *socket, const void *buffer, std::size_t leng
     if (!checkOpen(socket)) {
         return failed(socket);
     }
-    iovec segment = {.iov_base = const_cast<void *>(buffer), .iov_len = length};
-    msghdr message{};
-    message.msg_iov = &segment;
-    message.msg_iovlen = 1;
-    const ssize_t count = ::sendmsg(socket->fd, &message, 0);
+    const ssize_t count = socket->secure ? HTTLS_write(socket->tls, buffer, length)
+                                         : sendMessage(socket->fd, buffer, length);
     if (count == -1) {
         return failed(socket);
     }
@@ -479,6 +519,7 @@ int HTSocket_close(HTSocket *socket, const char *sourceFile, int line,
         errno = EBADF;
         return -1;
     }
+    HTTLS_delete(std::exchange(socket->tls, nullptr));
     // The table comes first: once it is closed, another thread may get the same descriptor number.
     const int result = takeFromOpen(socket) ? ::close(socket->fd) : -1;
     const ErrnoKeeper kept;

@@ -17,6 +17,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "HTTLS.h"
 #include "HTWorkThread.h"
 
 // An option set on a socket; the copy of its value lies behind the record.
@@ -35,8 +36,9 @@ struct HTSocket {
     bool fromQueue = false;  // goes back to the queue when closed
     bool isFree = false;     // waits in the queue
     HTSocketOption *options =
-        nullptr;          // newest first; only with HTLibraryConfig::keepSocketOptions
-    bool secure = false;  // carries TLS; nothing sets it yet
+        nullptr;                  // newest first; only with HTLibraryConfig::keepSocketOptions
+    bool secure = false;          // carries TLS
+    HTTLSSession *tls = nullptr;  // owned; null unless secure
     std::uint32_t bytesRead = 0;
     std::uint32_t bytesWritten = 0;
     int receiveTimeoutMs = 0;  // as the system knows it; 0: waits for ever
@@ -57,8 +59,13 @@ int HTSocket_setsockopt(HTSocket *socket, int level, int name, const void *value
 
 // Connects the socket in `*socketHolder`, blocking for as long as the system does. connect()'s
 // result.
-int HTSocket_connect(HTSocket **socketHolder, const sockaddr_in *address, socklen_t length,
+int HTSocket_connect(HTSocket **socketHolder, const sockaddr *address, socklen_t length,
                      HTThreadContext *context);
+
+// Begins TLS on a connected socket, as HTTLS_connect() does; the socket does not block any more.
+// From then on the calls below work on the data inside TLS. 0, or -1 with `*failure` filled in and
+// errno set: then the socket can only be closed.
+int HTSocket_secure(HTSocket *socket, const char *host, int timeoutMs, HTTLSFailure *failure);
 
 // Waits up to `timeoutMs` milliseconds (for ever when negative) for input; signals do not end the
 // wait. 1: readable, which the end of the stream is too. 0: nothing came. -1: failed, or the socket
@@ -71,7 +78,7 @@ int HTSocket_isready(HTSocket *socket, int timeoutMs, HTThreadContext *context);
 [[nodiscard]] bool HTSocket_isStale(const HTSocket *socket, HTThreadContext *context);
 
 // Reads up to `length` bytes. The count; 0 at the end of the stream, and when a non-blocking socket
-// has nothing; -1 on failure.
+// (such as one with TLS) has nothing; -1 on failure.
 ssize_t HTSocket_read(HTSocket *socket, void *buffer, std::size_t length, HTThreadContext *context);
 
 // The result of HTSocket_receive() when nothing came in time.
@@ -80,18 +87,21 @@ inline constexpr ssize_t kHTTimedOut = -2;
 // Reads as HTSocket_read() does, but waits for at most `timeoutMs` milliseconds (not at all when 0
 // or less), which signals do not end: kHTTimedOut, with errno as it was, when nothing came. It is
 // HTSocket_isready() and HTSocket_read() in one, mostly at the cost of one system call. Not for
-// sockets that do not block, nor beside those two on one socket.
+// sockets that do not block, nor beside those two on one socket. With TLS, bytes that come but are
+// not a whole record yet begin the wait again.
 ssize_t HTSocket_receive(HTSocket *socket, void *buffer, std::size_t length, int timeoutMs,
                          HTThreadContext *context);
 
 // Sends the bytes as one message. The count sent, which may be less than `length`; -1 on failure.
-// SIGPIPE must be blocked or ignored.
+// SIGPIPE must be blocked or ignored. With TLS it sends all, or fails, for example with ETIMEDOUT
+// after the time given for the handshake.
 ssize_t HTSocket_writemsg(HTSocket *socket, const void *buffer, std::size_t length,
                           HTThreadContext *context);
 
 // Reads until `length` bytes have come or the stream ends; recv() with `flags`. The count, or -1.
+// Not with TLS.
 ssize_t receive_all(HTSocket *socket, void *buffer, std::size_t length, int flags);
 
-// Closes the descriptor and releases the record, whatever the result: close()'s, or -1 with EBADF
-// for a record that is closed already.
+// Ends TLS, if there is any, closes the descriptor and releases the record, whatever the result:
+// close()'s, or -1 with EBADF for a record that is closed already.
 int HTSocket_close(HTSocket *socket, const char *sourceFile, int line, HTThreadContext *context);

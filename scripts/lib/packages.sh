@@ -2,7 +2,7 @@
 # shellcheck shell=bash
 
 # What the build needs.
-build_packages=(g++ cmake ninja-build pkgconf libicu-dev zlib1g-dev libbrotli-dev libzstd-dev)
+build_packages=(g++ cmake ninja-build pkgconf libicu-dev libssl-dev zlib1g-dev libbrotli-dev libzstd-dev)
 
 say() { printf '\n==> %s\n' "$*"; }
 

@@ -163,6 +163,12 @@ TEST_P(ProxyHost, IsComparedOtherwise)
 
 const HostRow kHosts[] = {
     {"FromDaemonConfig", "hostname p.x\n", "Hosts....... match (p.x, p.x) --> use", 9},
+    {"BareAddress", "hostname ::1\nproxytls on\n",
+     "Proxy....... [::1]:443 determined from daemon config file.\n"
+     "Hosts....... match (::1, [::1]) --> use",
+     9},
+    {"PortOfTls", "port 80\nproxytls on\nhostname p\n",
+     "Proxy....... p:80 determined from daemon config file.\nHosts....... match (p, p) --> use", 9},
     {"ShortProxy", "hostname p.x\nupdateproxy p:80\n", "match (p.x, p) --> use", 9},
     {"ShortLocal", "hostname p\nupdateproxy p.x\n", "match (p, p.x) --> use", 9},
     {"OtherShortProxy", "hostname p.x\nupdateproxy q:1\n",

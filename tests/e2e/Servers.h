@@ -78,7 +78,7 @@ class ServerTest : public testing::Test {
 protected:
     explicit ServerTest(const Server &server) : server_(server) {}
 
-    void TearDown() override { end(SIGTERM); }
+    void TearDown() override { process_ != nullptr ? end(SIGTERM) : void(); }
 
     void end(int signal)
     {

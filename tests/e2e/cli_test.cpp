@@ -108,6 +108,8 @@ const TakenRow kTaken[] = {
     {"NoDefaultFile", "", "", "file \"/etc/tarnproxy.conf\" could not be opened.\n", "-vv", 1},
     {"NoFile", "", "", "Config...... file \"@dir@/x\" could not be opened.\n", "-vv -r x", 1},
     {"NoIncluded", "configfile y", "", "\"y\" could not be opened.\n", "-vv -r proxy.conf", 1},
+    {"NoTls", "proxytls on; proxytlsca x", "", "refetchd: TLS cannot be used: x: No such file",
+     "-r proxy.conf", 1},
     {"FilteredLinesCount", "loadtopcached 2; ignoreurl *.gif", "", "Ignoring bad line. . .\n"},
     {"CopiesLongLine", "loadtopcached 9; ignoreurl *.gif", "/a /" + std::string(1009, 'x'), "bad"},
     {"Queries", "loadtopcached 1; cachequeries public *h/q*", "/q?", "Number of Hits 9 for "},

@@ -85,4 +85,35 @@ TEST(HTSocket, SignalEndsTheWaitOrRestartsItOrLeavesItsError)
     ::close(ends[0]);
 }
 
+TEST(HTSocket, HandshakeFailsOtherwiseOrNeverEnds)
+{
+    const struct {
+        void (*act)(int peer);
+        HTTLSFault fault;
+        int error;
+    } rows[] = {
+        {[](int peer) { ::send(peer, "\x16\x03", 2, 0); }, HTTLSFault::TimedOut, ETIMEDOUT},
+        {[](int peer) { ::shutdown(peer, SHUT_WR); }, HTTLSFault::Closed, ECONNRESET},
+        {[](int peer) { ::send(peer, "HTTP/1.0 ", 9, 0); }, HTTLSFault::Protocol, EPROTO},
+    };
+    ASSERT_EQ(HTTLS_init(nullptr, true), "");
+    std::signal(SIGALRM, [](int /*number*/) {});
+    ::ualarm(20'000, 20'000);
+    for (const auto &row : rows) {
+        int ends[2];
+        ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
+        HTSocket *const socket = newSocket();
+        ::dup2(ends[0], socket->fd);
+        row.act(ends[1]);
+        HTTLSFailure failure;
+        const std::uint32_t start = getmillicount();
+        EXPECT_EQ(HTSocket_secure(socket, "h", 50, &failure), -1);
+        EXPECT_EQ(errno, row.error);
+        EXPECT_EQ(failure.fault, row.fault) << failure.reason;
+        EXPECT_GE(getmillicount() - start, row.error == ETIMEDOUT ? 49U : 0U);
+        EXPECT_EQ(endSocket(socket) + ::close(ends[0]) + ::close(ends[1]), 0);
+    }
+    ::ualarm(0, 0);
+}
+
 }  // namespace

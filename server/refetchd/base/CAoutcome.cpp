@@ -9,10 +9,12 @@ constexpr std::array<std::string_view, kDrops> kDropNames = {
 };
 static_assert(kDropNames[static_cast<std::size_t>(CADrop::MaxUrls)] == "maxurls");
 
-constexpr std::array<std::string_view, 10> kFailureTexts = {
+constexpr std::array<std::string_view, 12> kFailureTexts = {
     "none",
     "unknown host name",
     "no connection",
+    "certificate",
+    "TLS handshake failed",
     "no valid request",
     "connection broke while sending",
     "connection closed before an answer",

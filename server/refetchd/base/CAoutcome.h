@@ -26,6 +26,8 @@ enum class CAFailure : std::uint8_t {
     None,
     Address,      // the peer's name does not resolve, or the port is invalid
     Connect,      // refused, unreachable, no descriptor
+    Certificate,  // TLS: the peer's certificate was not accepted
+    Handshake,    // TLS: the handshake failed in another way
     Request,      // no request can be made of the URL: too long, or a control character in it
     Send,         // the connection broke while the request was sent
     Closed,       // the peer closed the connection before the end of the response

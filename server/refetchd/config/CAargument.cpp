@@ -71,6 +71,9 @@ CAArgumentVerdict judgeWord(CAArgument argument, const std::string &word)
     if (argument == A::Flag) {
         return judged(isOn || isOff, " counts as off");
     }
+    if (argument == A::Off) {
+        return judged(isOn || isOff, " counts as on");
+    }
     if (argument == A::All) {
         return judged(text == "all" || isOff, " counts as off");
     }
@@ -112,6 +115,7 @@ CAArgumentVerdict CAJudgeArgument(CAArgument argument, CAConfigLines *line)
     case A::Pause:
     case A::Flag:
     case A::On:
+    case A::Off:
     case A::SaveOn:
     case A::All:
     case A::When:
@@ -134,6 +138,7 @@ CAArgumentVerdict CAJudgeArgument(CAArgument argument, CAConfigLines *line)
     case A::Pattern: return {word.empty() ? CAQuoted(word) + " matches nothing" : ""};
     case A::ConfigFile:
     case A::Text:
+    case A::Readable:  // judged when it is read
     case A::Seed: break;
     }
     return {};

@@ -15,6 +15,7 @@ enum class CAArgument : std::uint8_t {
     Pause,     // milliseconds, or an on/off word
     Flag,      // an on/off word
     On,        // exactly "on"; any other word changes nothing
+    Off,       // an on/off word; any other word counts as on
     SaveOn,    // the same, in upper or lower case, "-" and "_" ignored
     All,       // "all", or an off word
     When,      // a "when" word (CAwhen.h)
@@ -22,6 +23,7 @@ enum class CAArgument : std::uint8_t {
     TraceLog,  // a file to write; one that cannot be written sets nothing
     ErrorLog,  // the same; only the directory in the name is used
     File,      // a file to write
+    Readable,  // a file to read
     Replaced,  // a file to replace: a new one is written beside it and renamed
     UserAgent,
     Service,

@@ -1,5 +1,7 @@
 #include "config/CAcfg.h"
 
+#include <arpa/inet.h>
+
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -7,6 +9,7 @@
 
 #include "HTInet.h"
 #include "HTString.h"
+#include "HTTLS.h"
 #include "base/CAtrace.h"
 #include "config/CAcfgLines.h"
 #include "config/CAdirectives.h"
@@ -22,6 +25,7 @@ char refetchd_LocaleString[kLocaleNameSize] = "";
 
 namespace {
 
+constexpr std::int32_t kTlsPort = 443;
 constexpr const char *kConfigDirectory = "/etc";
 constexpr const char *kConfigName = "tarnproxy.conf";
 
@@ -104,6 +108,7 @@ CAConfig::~CAConfig()
     std::free(saveRoot);
     std::free(userAgent);
     std::free(requestHeaders);
+    std::free(proxyTlsCa);
     delete &variants;
     std::free(errorLogPath);
     freePatterns(ignorePatterns);
@@ -156,13 +161,46 @@ int CAConfig::load(CAQueue *queue, const char *name)
     results.setSentHeaders(std::move(sent));
     loadURLsInHitsFile(queue, nullptr);
     seedCount = queue->getTotalEnqueued();
-    if (determineProxy() == 0) {
+    if (proxyTls != 0 && !namesPort) {
+        port = kTlsPort;
+    }
+    if (determineProxy() == 0 || !prepareTls()) {
         return 0;
     }
     // Kept after the hits file was read, on purpose: with a proxy on another host the first run
     // still uses the hits file, and only later runs do not.
     checkProxyHost();
     return 1;
+}
+
+std::string CAConfig::setUpTls() const
+{
+    return HTTLS_init(proxyTlsCa, proxyTlsVerify != 0);
+}
+
+// Warns of TLS settings that leave connections open to attack or have no effect. False (reported)
+// when TLS is wanted and cannot be used.
+bool CAConfig::prepareTls()
+{
+    if (proxyTls == 0) {
+        if (proxyTlsCa != nullptr || proxyTlsVerify == 0) {
+            CATrace("TLS......... is off: proxytlsca and proxytlsverify have no effect.\n");
+        }
+        return true;
+    }
+    if (proxyTlsVerify == 0) {
+        CATrace("TLS......... certificates are NOT verified: anybody may pose as the proxy.\n");
+    }
+    const std::string fault = setUpTls();
+    if (fault.empty()) {
+        return true;
+    }
+    CATrace("TLS......... cannot be used: %s.\n", fault.c_str());
+    CAErrorLog(961, "Cannot run cache agent because TLS cannot be used: %s.\n", fault.c_str());
+    if (observer == nullptr && traceStream != stderr) {
+        std::fprintf(stderr, "refetchd: TLS cannot be used: %s.\n", fault.c_str());
+    }
+    return false;
 }
 
 int CAConfig::loadAgentConfig(CAQueue *queue, const char *file)
@@ -196,13 +234,16 @@ int CAConfig::determineProxy()
         CAErrorLog(0x3a3, "Cannot run cache agent because proxy server is not specified.\n");
         return 0;
     }
+    // An IPv6 address needs brackets, which `hostname` may lack.
+    in6_addr ignored{};
+    const bool bare = inet_pton(AF_INET6, hostname, &ignored) == 1;
     const std::size_t size = std::strlen(hostname) + 16;
     updateProxy = static_cast<char *>(std::malloc(size));
     if (updateProxy == nullptr) {
         std::fprintf(stderr, "CAConfig::load: proxyName malloc() failed...\n");
         std::exit(1);  // NOLINT(concurrency-mt-unsafe): no other thread exists yet
     }
-    std::snprintf(updateProxy, size, "%s:%d", hostname, port);
+    std::snprintf(updateProxy, size, bare ? "[%s]:%d" : "%s:%d", hostname, port);
     CATrace("Proxy....... %s determined from daemon config file.\n", updateProxy);
     return 1;
 }
@@ -220,9 +261,15 @@ struct HostComparison {
     std::size_t length;  // characters compared in a short mismatch
 };
 
+std::string_view withoutBrackets(std::string_view host)
+{
+    const bool wrapped = host.size() > 2 && host.front() == '[' && host.back() == ']';
+    return wrapped ? host.substr(1, host.size() - 2) : host;
+}
+
 HostComparison compareHosts(std::string_view local, std::string_view proxy)
 {
-    if (proxy == local) {
+    if (proxy == local || withoutBrackets(proxy) == local) {
         return {HostMatch::Match, 0};
     }
     for (const std::string_view name : {proxy, local}) {
@@ -242,8 +289,9 @@ void CAConfig::checkProxyHost()
 {
     const char *const local = HTHostName();
     const char *const proxy = updateProxy;
-    const auto length = static_cast<int>(std::strcspn(proxy, ":"));  // the port is not compared
-    const HostComparison result = compareHosts(local, {proxy, static_cast<std::size_t>(length)});
+    const std::string_view host = HTHostPart(proxy);  // the port is not compared
+    const int length = CALength(host);
+    const HostComparison result = compareHosts(local, host);
     switch (result.match) {
     case HostMatch::Match:
         CATrace("Hosts....... match (%s, %.*s) --> use top N.\n", local, length, proxy);

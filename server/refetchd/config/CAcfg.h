@@ -19,6 +19,7 @@
 #include <array>
 #include <cstdint>
 #include <cstdio>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -101,9 +102,9 @@ public:
     // Switches on the debug module of this name; an unknown name is ignored.
     void debugModule(const char *module);
 
-    // Reads all configuration files (`name` as for DetermineFilename), seeds `queue`, and
-    // determines the proxy. 1, or 0 when the agent cannot run: a file could not be opened, or no
-    // proxy is known (both reported). Main thread.
+    // Reads all configuration files (`name` as for DetermineFilename), seeds `queue`, determines
+    // the proxy, and prepares TLS. 1, or 0 when the agent cannot run: a file could not be opened,
+    // no proxy is known, or TLS cannot be used (all reported). Main thread.
     [[nodiscard]] int load(CAQueue *queue, const char *name);
 
     // Applies the directives of one file. 1, or 0 when it could not be opened (reported).
@@ -135,6 +136,10 @@ public:
     [[nodiscard]] int cacheThisQuery(const CAURL *url) const;
     // The first `maxhosturls` limit that applies to `host`, for comparison with `ht`; 0: no limit.
     [[nodiscard]] std::int32_t getMaxHits(std::string_view host, HTPool *pool) const;
+
+    // Prepares TLS for all connections. Returns why that is not possible; empty on success. Main
+    // thread.
+    [[nodiscard]] std::string setUpTls() const;
 
     // Sets the paths of hits file and report from the server root. Without an observer it also
     // writes the placeholder page and opens the report in progress (traced, also if that fails).
@@ -179,7 +184,7 @@ public:
     char *errorLogPath = nullptr;  // owned
     _when caching = NEVER;
     char *hostname = nullptr;  // owned
-    std::int32_t port = 80;
+    std::int32_t port = 80;    // after load() it is 443 with `proxytls`, unless a line names one
     std::int32_t persistTimeout = 240;  // seconds
     std::int32_t readTimeout = 4;       // seconds
     std::int32_t retries = 0;           // most retries of a URL
@@ -188,6 +193,10 @@ public:
     std::int32_t breadthFirst = 0;      // flag: URLs are requested level by level
     char *userAgent = nullptr;          // owned; null: the built-in text
     char *requestHeaders = nullptr;     // owned; whole lines with CR LF; null: none
+    std::int32_t proxyTls = 0;          // flag: connections are TLS
+    std::int32_t proxyTlsVerify = 1;    // flag: certificates are verified
+    char *proxyTlsCa = nullptr;         // owned; file of trusted certificates; null: the system's
+    bool namesPort = false;             // there is a `port` line
     // Each URL is requested once for each; empty: once. Owned.
     std::vector<CAVariant> &variants = *new std::vector<CAVariant>;
 
@@ -203,6 +212,7 @@ public:
 
 private:
     [[nodiscard]] int determineProxy();
+    [[nodiscard]] bool prepareTls();
     void checkProxyHost();
     void finishReport();
 };

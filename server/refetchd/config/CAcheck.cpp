@@ -1,5 +1,6 @@
 #include "config/CAcheck.h"
 
+#include <arpa/inet.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -267,15 +268,33 @@ struct Rule {
     const char *fault;
 };
 
+// True when `updateproxy` is an IPv6 address without brackets, or its bracket is not closed.
+bool hasBareAddress()
+{
+    const std::string_view proxy = ac.updateProxy != nullptr ? ac.updateProxy : "";
+    in6_addr ignored{};
+    return inet_pton(AF_INET6, proxy.data(), &ignored) == 1 ||
+           (proxy.starts_with('[') && proxy.find(']') == proxy.npos);
+}
+
 constexpr Rule kRules[] = {
-    {"updateproxy", [] { return ac.updateProxy == nullptr || *ac.updateProxy == ':'; },
+    {"updateproxy",
+     [] { return ac.updateProxy == nullptr || (*ac.updateProxy == ':' && !hasBareAddress()); },
      "no proxy is known"},
+    {"updateproxy", [] { return hasBareAddress(); },
+     "an IPv6 address must be in brackets, such as [::1]:3128"},
     {"numclients", [] { return ac.numClients < 1; },
      "below 1 there are no worker threads: nothing will be requested"},
     {"readtimeout", [] { return ac.readTimeout < 1; },
      "below 1 second the agent does not wait for any answer"},
     {"refetchdrepeat", [] { return ac.repeatCount != 1 && ac.maxRuntime == 0; },
      "needs maxruntime, or runs follow each other without a pause"},
+    {"proxytlsca", [] { return ac.proxyTlsCa != nullptr && ac.proxyTls == 0; },
+     "needs proxytls on"},
+    {"proxytlsverify", [] { return ac.proxyTlsVerify == 0 && ac.proxyTls == 0; },
+     "needs proxytls on"},
+    {"proxytlsverify", [] { return ac.proxyTlsVerify == 0 && ac.proxyTls != 0; },
+     "certificates are not verified: anybody may pose as the proxy"},
     {"slf", [] { return ac.saveFiles != 0 && ac.saveRoot == nullptr; }, "needs slr"},
     {"connecttohost", [] { return ac.connectToHost != 0 && ac.transparentProxy == 0; },
      "needs transparentproxy on"},
@@ -296,6 +315,9 @@ void finish(Check *check)
         const CAArgument takes = line.row->takes;
         const bool isHeader = takes == CAArgument::Header || takes == CAArgument::Variant;
         warn(line.row->name.data(), line, isHeader ? headerFault(line) : "");
+    }
+    if (ac.proxyTls != 0) {
+        warn("proxytlsca", check->found["proxytlsca"], ac.setUpTls());
     }
     const Found &top = check->found["loadtopcached"];
     warn("loadtopcached", top, HTInteger(top.text) > 0 ? hitsFault() : "");

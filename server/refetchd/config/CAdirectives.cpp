@@ -114,7 +114,10 @@ constexpr std::array kDirectives = {
                 .after = " s.\n"},
     CADirective{"updateproxy", A::Text, CASetUpdateProxy, shown<&C::updateProxy>},
     CADirective{"hostname", A::Text, CASetHostname, shown<&C::hostname>},
-    number<&C::port>("port", "Host port... ", ".\n"),
+    number<&C::port>("port", "Host port... ", ".\n", CASetPort),
+    flag<&C::proxyTls>("proxytls", "TLS......... will ", "be used.\n"),
+    CADirective{"proxytlsca", A::Readable, CASetTlsCa, shown<&C::proxyTlsCa>},
+    CADirective{"proxytlsverify", A::Off, CASetTlsVerify, shownFlag<&C::proxyTlsVerify>},
     CADirective{"serverroot", A::Text, CASetServerRoot},
     CADirective{"caching", A::When, CASetCaching, shown<&C::caching>},
     // Shows the line, not the field, which is set to 0 when the proxy is on another host.

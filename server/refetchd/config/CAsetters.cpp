@@ -211,6 +211,26 @@ void CASetUpdateProxy(const CADirectiveCall &call)
     CATrace("Proxy....... being updated is \"%s\".\n", call.argument());
 }
 
+void CASetPort(const CADirectiveCall &call)
+{
+    CASetNumber(call);
+    call.config.namesPort = true;
+}
+
+void CASetTlsCa(const CADirectiveCall &call)
+{
+    HTSACopy(&call.config.proxyTlsCa, call.argument());
+    CATrace("TLS......... trusted certificates are in \"%s\".\n", call.argument());
+}
+
+// Only an off word switches verification off, not any word that is misspelt.
+void CASetTlsVerify(const CADirectiveCall &call)
+{
+    call.config.proxyTlsVerify = negative(call.argument()) ? 0 : 1;
+    CATrace("TLS......... certificates will %sbe verified.\n",
+            call.config.proxyTlsVerify != 0 ? "" : "NOT ");
+}
+
 void CASetMaxRuntime(const CADirectiveCall &call)
 {
     char *const text = call.line.rest();

@@ -19,6 +19,9 @@ void CASetResultsLog(const CADirectiveCall &call);
 void CASetMetricsFile(const CADirectiveCall &call);
 
 void CASetUpdateProxy(const CADirectiveCall &call);
+void CASetPort(const CADirectiveCall &call);
+void CASetTlsCa(const CADirectiveCall &call);
+void CASetTlsVerify(const CADirectiveCall &call);
 void CASetHostname(const CADirectiveCall &call);
 void CASetServerRoot(const CADirectiveCall &call);
 void CASetConfigFile(const CADirectiveCall &call);

@@ -140,13 +140,47 @@ int timeoutMilliseconds(std::int32_t seconds)
 CAConnection::CAConnection(const char *peer)
     : peerName_(strdup(peer)), threadContext_(HTThread_context())
 {
-    address_.sin_family = AF_INET;
+    if (peerName_ == nullptr) {
+        return;
+    }
+    if (*peerName_ != '[') {
+        resolve(kV4);
+    }
+    asksForV6_ = true;
+    if (addresses_[kV4].ss_family == AF_UNSPEC) {
+        first_ = hasOther() ? kV6 : kV4;
+    }
+}
+
+// Looks up the peer's address of this family; it stays unknown when there is none.
+void CAConnection::resolve(std::size_t family)
+{
     // With an invalid `port` setting the peer's name must contain a port of its own.
     const bool isPort = ac.port >= 0 && ac.port <= UINT16_MAX;
-    address_.sin_port = isPort ? htons(static_cast<std::uint16_t>(ac.port)) : in_port_t{0};
-    addressValid_ = peerName_ != nullptr &&
-                    HTParseInet(&address_, peerName_, threadContext_) == 0 &&
-                    (isPort || address_.sin_port != 0);
+    const in_port_t port = isPort ? htons(static_cast<std::uint16_t>(ac.port)) : in_port_t{0};
+    sockaddr_in v4 = {.sin_family = AF_INET, .sin_port = port, .sin_addr = {}, .sin_zero = {}};
+    sockaddr_in6 v6{};
+    v6.sin6_port = port;
+    if (family == kV4 && HTParseInet(&v4, peerName_, threadContext_) == 0 &&
+        (isPort || v4.sin_port != 0)) {
+        std::memcpy(&addresses_[kV4], &v4, sizeof v4);
+    } else if (family == kV6 && HTParseInet6(&v6, peerName_, threadContext_) == 0 &&
+               (isPort || v6.sin6_port != 0)) {
+        std::memcpy(&addresses_[kV6], &v6, sizeof v6);
+    }
+}
+
+// True when the peer has another address than the one that is tried first. The IPv6 address is
+// looked up by the first call. Leaves errno as it was.
+bool CAConnection::hasOther()
+{
+    const int error = errno;
+    if (asksForV6_) {
+        asksForV6_ = false;
+        resolve(kV6);
+    }
+    errno = error;
+    return addresses_[1 - first_].ss_family != AF_UNSPEC;
 }
 
 CAConnection::~CAConnection()
@@ -179,6 +213,7 @@ void CAConnection::renew()
 int CAConnection::requestURL(const CAURL *url, CAParser *parser)
 {
     failure_ = CAFailure::None;
+    reason_ = {};
     received_ = 0;
     const std::time_t now = HTtime();
     if (lastUsed_ == 0) {
@@ -188,6 +223,9 @@ int CAConnection::requestURL(const CAURL *url, CAParser *parser)
         closeSocket(__LINE__);
     }
     lastUsed_ = now;
+    if (ac.proxyTls != 0) {
+        nameFor(url);
+    }
     if (checkConnection() != 0) {
         return -1;
     }
@@ -232,7 +270,7 @@ int CAConnection::exchange(std::int32_t length, CAParser *parser)
 
 int CAConnection::checkConnection()
 {
-    if (!addressValid_) {
+    if (addresses_[first_].ss_family == AF_UNSPEC) {
         CATrace("Net......... address is not valid:  %s\n", peerName_);
         failure_ = CAFailure::Address;
         return -1;
@@ -241,12 +279,85 @@ int CAConnection::checkConnection()
         return 0;
     }
     failure_ = CAFailure::Connect;
-    socket_ = HTSocket_new(AF_INET, SOCK_STREAM, IPPROTO_TCP, kSource, __LINE__, threadContext_);
+    if (!openSocket(first_)) {
+        return -1;
+    }
+    if (!connectTo(first_) && !connectToOther()) {
+        const int error = errno;
+        CATrace("Net......... could not connect to partner; errno=%d.\n", error);
+        errno = error;
+        return -1;
+    }
+    if (ac.proxyTls != 0) {
+        return secure();
+    }
+    failure_ = CAFailure::None;
+    return 0;
+}
+
+// Notes the name that the certificate must carry for `url`. A connection that was opened for
+// another name is closed: the server may refuse to answer for this one on it.
+void CAConnection::nameFor(const CAURL *url)
+{
+    const bool isHosts = ac.transparentProxy != 0 && !url->host().empty();
+    const std::string_view name = HTHostPart(isHosts ? url->host() : peerName_);
+    if (HTEqualsNoCase(name, tlsName_)) {
+        return;
+    }
+    if (socket_ != nullptr) {
+        CATrace("Net......... closing the connection for \"%s\".\n", tlsName_.c_str());
+        closeSocket(__LINE__);
+    }
+    tlsName_ = name;
+}
+
+namespace {
+
+CAFailure failureOf(HTTLSFault fault)
+{
+    switch (fault) {
+    case HTTLSFault::TimedOut: return CAFailure::TimedOut;
+    case HTTLSFault::Closed: return CAFailure::Closed;
+    case HTTLSFault::Reset: return CAFailure::Reset;
+    case HTTLSFault::Certificate: return CAFailure::Certificate;
+    case HTTLSFault::Protocol: break;
+    }
+    return CAFailure::Handshake;
+}
+
+}  // namespace
+
+// Begins TLS on the new connection. 0; or -1 (traced), and the connection is closed.
+int CAConnection::secure()
+{
+    HTTLSFailure failure;
+    if (HTSocket_secure(socket_, tlsName_.c_str(), timeoutMilliseconds(ac.readTimeout), &failure) ==
+        0) {
+        CATrace("TLS......... %s with \"%s\".\n", HTTLS_version(socket_->tls), tlsName_.c_str());
+        failure_ = CAFailure::None;
+        return 0;
+    }
+    const int error = errno;
+    closeSocket(__LINE__);
+    failure_ = failureOf(failure.fault);
+    const bool isOwn = failure_ == CAFailure::Certificate || failure_ == CAFailure::Handshake;
+    reason_ = isOwn ? failure.reason : "";
+    CATrace("TLS......... failed with \"%s\", %s: %s.\n", tlsName_.c_str(),
+            CAFailureText(failure_).data(), failure.reason);
+    errno = error;
+    return -1;
+}
+
+// Makes a socket for this address. False (traced), with errno set, on failure.
+bool CAConnection::openSocket(std::size_t address)
+{
+    socket_ = HTSocket_new(addresses_[address].ss_family, SOCK_STREAM, IPPROTO_TCP, kSource,
+                           __LINE__, threadContext_);
     if (socket_ == nullptr) {
         const int error = errno;
         CATrace("Net......... could not create a new socket.\n");
         errno = error;
-        return -1;
+        return false;
     }
     reused_ = false;
     surplus_ = false;
@@ -255,15 +366,39 @@ int CAConnection::checkConnection()
     // Urgent data is read inline, as ordinary bytes: out of band it would be missing from the
     // response.
     HTSocket_setsockopt(socket_, SOL_SOCKET, SO_OOBINLINE, &on, sizeof(on), threadContext_);
-    if (HTSocket_connect(&socket_, &address_, sizeof(address_), threadContext_) != 0) {
-        const int error = errno;
-        closeSocket(__LINE__);
-        CATrace("Net......... could not connect to partner; errno=%d.\n", error);
-        errno = error;
-        return -1;
+    return true;
+}
+
+// Connects the socket to this address. On failure closes the socket and returns false with errno
+// set.
+bool CAConnection::connectTo(std::size_t address)
+{
+    const auto *const target = reinterpret_cast<const sockaddr *>(&addresses_[address]);
+    const socklen_t length = address == kV4 ? sizeof(sockaddr_in) : sizeof(sockaddr_in6);
+    if (HTSocket_connect(&socket_, target, length, threadContext_) == 0) {
+        return true;
     }
-    failure_ = CAFailure::None;
-    return 0;
+    const int error = errno;
+    closeSocket(__LINE__);
+    errno = error;
+    return false;
+}
+
+// After connecting to the first address has failed, connects to the other one, which then becomes
+// the first. False with errno set when there is none or when that fails, too.
+bool CAConnection::connectToOther()
+{
+    if (!hasOther()) {
+        return false;
+    }
+    const std::size_t other = 1 - first_;
+    CATrace("Net......... could not connect; errno=%d, trying %s.\n", errno,
+            other == kV4 ? "IPv4" : "IPv6");
+    if (!openSocket(other) || !connectTo(other)) {
+        return false;
+    }
+    first_ = other;
+    return true;
 }
 
 // Traces why no request is made for `url`, in one line: its control characters are percent-encoded.

@@ -7,6 +7,8 @@
 #include <atomic>
 #include <cstdint>
 #include <ctime>
+#include <string>
+#include <string_view>
 
 #include "HTSocket.h"
 #include "HTWorkThread.h"
@@ -17,13 +19,16 @@ class CAURL;
 
 // A persistent connection, opened for the first request and kept for the next ones. It is closed
 // when the parser of a response asks for that, when writing or reading fails, and before a request
-// that follows the last one by more than `persisttimeout` seconds. After a time-out it stays open;
-// one that the peer has closed may stay, too, until the next request replaces it. It belongs to the
-// thread that made it.
+// that follows the last one by more than `persisttimeout` seconds. With `proxytls` it is also
+// closed before a request that needs a certificate for another name. After a time-out it stays
+// open; one that the peer has closed may stay, too, until the next request replaces it. It belongs
+// to the thread that made it.
 class CAConnection {
 public:
-    // `peer` is "host" or "host:port"; without a port the `port` setting applies. The name is
-    // resolved here, once, which may block; if that fails, every request fails.
+    // `peer` is "host" or "host:port"; without a port the `port` setting applies. An IPv6 address
+    // is in brackets. The name is resolved here, once, which may block; if that fails, every
+    // request fails. The IPv6 address of a name that also has an IPv4 address is looked up when it
+    // is needed first, because connecting over IPv4 fails.
     explicit CAConnection(const char *peer);
     ~CAConnection();
     CAConnection(const CAConnection &) = delete;
@@ -39,13 +44,16 @@ public:
     // Why the last request brought no complete response; None when the parser finished. The end of
     // the stream is reported as Closed even if it ends the body: only the parser knows that.
     [[nodiscard]] CAFailure failure() const { return failure_; }
+    // What the TLS library says about failure(), a static text; empty: nothing.
+    [[nodiscard]] std::string_view reason() const { return reason_; }
     // The bytes received for the last request.
     [[nodiscard]] std::int64_t received() const { return received_; }
     // Closes the connection, if it is open, so that the next request opens a new one.
     void renew();
 
     // The steps of requestURL().
-    // Opens the connection unless it is open. 0, or -1 (traced).
+    // Opens the connection unless it is open. With `proxytls` the TLS handshake belongs to this,
+    // for the name that requestURL() has noted. 0, or -1 (traced).
     int checkConnection();
     // Writes the request for `url` into the buffer. Returns its length, or -1 (traced) when it does
     // not fit, or when target or host contains a control character, which could inject a header.
@@ -66,7 +74,17 @@ public:
 private:
     static constexpr std::int32_t kBlockSize = 4096;
     static constexpr std::int32_t kReadSize = 2 * kBlockSize;
+    // Indexes of `addresses_`.
+    static constexpr std::size_t kV4 = 0;
+    static constexpr std::size_t kV6 = 1;
 
+    void resolve(std::size_t family);
+    [[nodiscard]] bool hasOther();
+    [[nodiscard]] bool openSocket(std::size_t address);
+    [[nodiscard]] bool connectTo(std::size_t address);
+    [[nodiscard]] bool connectToOther();
+    void nameFor(const CAURL *url);
+    [[nodiscard]] int secure();
     int exchange(std::int32_t length, CAParser *parser);
     void closeSocket(int line);
     [[nodiscard]] bool readFailed(std::int32_t count);
@@ -76,13 +94,17 @@ private:
     [[nodiscard]] std::int32_t write(std::int32_t length);
 
     HTSocket *socket_ = nullptr;  // null: closed
-    sockaddr_in address_{};
-    bool addressValid_ = false;
+    // The peer's IPv4 and IPv6 address; the family is AF_UNSPEC while there is none.
+    std::array<sockaddr_storage, 2> addresses_{};
+    std::size_t first_ = 0;    // the one that is tried first: it worked the last time
+    bool asksForV6_ = false;   // the IPv6 address has still to be looked up
     bool reused_ = false;      // the open connection has carried a request already
     bool surplus_ = false;     // bytes followed the end of the last response
     bool keptInVain_ = false;  // the peer closed a kept connection instead of answering
     CAFailure failure_ = CAFailure::None;
+    std::string_view reason_;
     std::int64_t received_ = 0;
+    std::string tlsName_;                       // the name that the peer's certificate must carry
     char *const peerName_;                      // owned
     std::time_t lastUsed_ = 0;                  // when the last request began; 0: never
     std::array<char, kReadSize + 1> buffer_{};  // the request, then each read of the response

@@ -263,11 +263,30 @@ CAParseOptions optionsFor(const CAURL &url)
     return options;
 }
 
+// With TLS, status 421 means that the server does not answer for this host on this connection. The
+// URL is then requested once more, with a new parser, on a new connection.
+void requestElsewhere(const Client &client, CAConnection *connection, CAURL *url, std::uint32_t run,
+                      std::unique_ptr<CAParseHTTP> *parser)
+{
+    constexpr int kMisdirected = 421;
+    const bool isRefused =
+        ac.proxyTls != 0 && (*parser)->isHTTP() && (*parser)->getHTTPRequestRC() == kMisdirected;
+    if (!isRefused || url->isMisdirected() || !waitForBudget(client, run)) {
+        return;
+    }
+    CATrace("Worker...... the connection is refused for URL \"%s\", trying a new one.\n",
+            url->stringitize());
+    url->setMisdirected();
+    connection->renew();
+    *parser = CANewResponseParser(url, client.context, optionsFor(*url));
+    connection->requestURL(url, parser->get());
+}
+
 // Requests the URL's current variant once. The result is reported unless it is to be requested once
 // more.
 Next exchange(const Client &client, CAConnection *connection, CAURL *url, std::uint32_t run)
 {
-    const auto parser = CANewResponseParser(url, client.context, optionsFor(*url));
+    auto parser = CANewResponseParser(url, client.context, optionsFor(*url));
     CATrace("Worker...... #%d working on URL \"%s\".\n", client.index + 1, url->stringitize());
     CAExchange result;
     if (results.observes()) {
@@ -278,11 +297,13 @@ Next exchange(const Client &client, CAConnection *connection, CAURL *url, std::u
         return Next::Done;
     }
     connection->requestURL(url, parser.get());
+    requestElsewhere(client, connection, url, run, &parser);
     if (parser->getHTTPRequestRC() == 200 && url->variant() == 0) {
         client.worker->incrementSuccesses();
     }
     result.status = parser->isHTTP() ? parser->getHTTPRequestRC() : 0;
     result.failure = failureOf(*parser, *connection);
+    result.reason = connection->reason();
     if (connection->failure() == CAFailure::TimedOut && looksAtAnswers()) {
         connection->renew();  // a late response must not be taken for that of the next URL
     }

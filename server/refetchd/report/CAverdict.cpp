@@ -298,10 +298,12 @@ CAJudgement judgeAnswer(const CAExchange &exchange)
     return {.verdict = verdict, .age = verdict == CAVerdict::FromCache ? age : -1, .why = ""};
 }
 
-std::string_view reasonOf(const CAExchange &exchange)
+std::string reasonOf(const CAExchange &exchange)
 {
     if (exchange.status == 0) {
-        return CAFailureText(exchange.failure);
+        std::string text(CAFailureText(exchange.failure));
+        text += exchange.reason.empty() ? "" : ": ";
+        return text += exchange.reason;
     }
     return exchange.failure == CAFailure::TimedOut ? "timed out within the answer"
                                                    : "connection broke within the answer";
@@ -315,7 +317,7 @@ CAJudgement CAJudge(const CAExchange &exchange)
 {
     const std::int32_t status = exchange.status;
     if (status == 0 || exchange.failure != CAFailure::None) {
-        return {.why = std::string(reasonOf(exchange))};
+        return {.why = reasonOf(exchange)};
     }
     if (status < 200 || status >= 400) {
         return {.why = "status " + std::to_string(status)};
@@ -333,6 +335,8 @@ bool CAIsWorthRetrying(const CAExchange &exchange)
     case CAFailure::TimedOut: return exchange.status == 0;
     case CAFailure::None:
     case CAFailure::Address:
+    case CAFailure::Certificate:
+    case CAFailure::Handshake:
     case CAFailure::Request:
     case CAFailure::BadResponse:
     case CAFailure::Stopped: return false;

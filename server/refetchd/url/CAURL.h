@@ -43,12 +43,15 @@ public:
     void countRetry() { ++retries_; }
     // Marks a URL that is requested once more because its host asked for a pause.
     void setRepeated() { repeated_ = true; }
+    // Marks a URL whose server has refused the connection (status 421).
+    void setMisdirected() { misdirected_ = true; }
     // Goes on to the next variant, which has had no retries yet.
     void advanceVariant()
     {
         ++variant_;
         retries_ = 0;
         repeated_ = false;
+        misdirected_ = false;
     }
 
     // The scheme without ":"; the host, with its port unless that is the default of http or gopher
@@ -63,6 +66,7 @@ public:
     [[nodiscard]] std::int32_t hits() const { return hits_; }
     [[nodiscard]] std::int32_t retries() const { return retries_; }
     [[nodiscard]] bool isRepeated() const { return repeated_; }
+    [[nodiscard]] bool isMisdirected() const { return misdirected_; }
     // The variant that is requested next, as an index of CAConfig::variants.
     [[nodiscard]] std::size_t variant() const { return variant_; }
 
@@ -91,6 +95,7 @@ private:
     std::int32_t hits_ = 1;
     _source source_ = SOURCE_CONFIG;
     bool repeated_ = false;
+    bool misdirected_ = false;
     std::uint8_t retries_ = 0;  // at most 100, as `retries`
     std::uint8_t variant_ = 0;
 };
