@@ -17,8 +17,8 @@
 #include <string_view>
 
 struct HTTLSSession {
-    SSL *const ssl;
-    const int timeoutMs;  // of the handshake and of each write
+    SSL *ssl = nullptr;
+    int timeoutMs = 0;    // of the handshake and of each write
     bool failed = false;  // nothing may be written any more
 };
 

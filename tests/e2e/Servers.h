@@ -13,9 +13,11 @@ struct Server : Row {
     bool agentOnly;          // with the recipe
     const char *recipe;
     const char *instead;  // the least that makes it a proxy without the recipe
-    const char *command;
-    const char *files;   // each is "%name", a line end and its text
-    const char *copies;  // the result of PagesThatStayOldAreKnown
+    std::string command;
+    std::string files;            // each is "%name", a line end and its text
+    const char *copies;           // the result of PagesThatStayOldAreKnown
+    bool tls = false;             // clients come over TLS
+    std::string terminator = "";  // a program that decrypts that; empty: the server itself does
 };
 
 inline const Server kServers[] = {
@@ -73,12 +75,39 @@ inline const Server kServers[] = {
            "22--22"),
 };
 
+// The server with TLS: `before` in its command or files becomes `after`.
+inline Server overTls(const char *name, Server server, const char *before, const char *after,
+                      const char *terminator = "")
+{
+    server.name = name;
+    server.tls = true;
+    server.terminator = terminator;
+    replaceAll(&server.command, before, after);
+    replaceAll(&server.files, before, after);
+    return server;
+}
+
+inline const Server kTlsServers[] = {
+    overTls("NginxTls", kServers[3], "@port@;",
+            "@port@ ssl; ssl_certificate_key @dir@/key; ssl_certificate @dir@/certificate;"),
+    overTls("VarnishTls", kServers[4], "@port@", "@inner@,PROXY",
+            "/usr/sbin/hitch --write-proxy-v2 --backend=[127.0.0.1]:@inner@ "
+            "--frontend=[127.0.0.1]:@port@ --user=nobody @dir@/both"),
+};
+
 // An origin whose pages name their edition and stay fresh for an hour, and the server in front.
 class ServerTest : public testing::Test {
 protected:
     explicit ServerTest(const Server &server) : server_(server) {}
 
-    void TearDown() override { process_ != nullptr ? end(SIGTERM) : void(); }
+    void TearDown() override
+    {
+        process_ != nullptr ? end(SIGTERM) : void();
+        if (terminator_ != nullptr) {
+            terminator_->signal(SIGTERM);
+            terminator_->wait(kRunDeadline);
+        }
+    }
 
     void end(int signal)
     {
@@ -95,13 +124,17 @@ protected:
             {"@recipe@", recipe},
             {"@location@", location},
             {"@port@", std::to_string(port_)},
+            {"@inner@", std::to_string(inner_)},
             {"@origin@", std::to_string(origin_.port())}};
         std::string command = server_.command;
+        std::string terminator = server_.terminator;
         std::string text = server_.files;
         for (const auto &[name, value] : values) {
             replaceAll(&command, name, value);
+            replaceAll(&terminator, name, value);
             replaceAll(&text, name, value);
         }
+        ASSERT_NO_FATAL_FAILURE(server_.tls ? makeCertificate() : void());
         // Some change to a user of their own when root starts them, who must be able to write here.
         std::filesystem::permissions(dir_.path(), std::filesystem::perms::all);
         std::istringstream files(text);
@@ -110,8 +143,18 @@ protected:
             dir_.write(name, text);
         }
         process_ = std::make_unique<Process>(split(command));
+        terminator_ = terminator.empty() ? nullptr : std::make_unique<Process>(split(terminator));
         ASSERT_THAT(get("/first"), testing::HasSubstr("edition 1"))
             << process_->err() << dir_.read("log");
+    }
+
+    void makeCertificate()
+    {
+        Process maker({"--chdir=" + dir_.path(), "sh", "-c",
+                       "openssl req -x509 -newkey rsa:2048 -nodes -subj /CN=x -addext "
+                       "subjectAltName=DNS:www.site.test -keyout key -out certificate && "
+                       "cat key certificate >both"});
+        ASSERT_EQ(maker.wait(kRunDeadline), 0) << maker.err();
     }
 
     // Requests the page as an ordinary client does, waiting for the server to start. Returns the
@@ -119,9 +162,10 @@ protected:
     std::string get(const std::string &path, const Words &options = {}) const
     {
         Words words =
-            split("no_proxy= NO_PROXY= curl -qsi --retry-connrefused --retry 30 --retry-delay 1 " +
+            split("no_proxy= NO_PROXY= curl -qsi --retry-all-errors --retry 30 --retry-delay 1 " +
                   std::string(server_.reverse ? "--noproxy * --connect-to ::" : "-x ") +
-                  "127.0.0.1:" + std::to_string(port_));
+                  "127.0.0.1:" + std::to_string(port_) +
+                  (server_.tls ? " --cacert " + dir_.path("certificate") : ""));
         words.insert(words.end(), options.begin(), options.end());
         words.push_back(site_ + path);
         Process client(words);
@@ -163,7 +207,9 @@ protected:
             directives += "; loadurl " + site_ + path;
         }
         agent_ = std::make_unique<Agent>(
-            port_, directives + (server_.reverse ? "; transparentproxy on" : ""));
+            port_,
+            directives + (server_.reverse ? "; transparentproxy on" : "") +
+                (server_.tls ? "; proxytls on; proxytlsca " + dir_.path("certificate") : ""));
         agent_->run();
         return origin_.requests().size() - before;
     }
@@ -224,8 +270,11 @@ protected:
     const ScriptedPeer origin_{[this](const ScriptedPeer &, const ScriptedPeer::Request &request) {
         return page(request);
     }};
-    const std::uint16_t port_ = ScriptedPeer().port();  // free a moment ago
-    const std::string site_ = "http://" + (server_.reverse ? "www.site.test" : origin_.address());
+    const std::uint16_t port_ = ScriptedPeer().port();   // free a moment ago
+    const std::uint16_t inner_ = ScriptedPeer().port();  // the same
+    const std::string site_ = (server_.tls ? "https://" : "http://") +
+                              (server_.reverse ? "www.site.test" : origin_.address());
     std::unique_ptr<Process> process_;
+    std::unique_ptr<Process> terminator_;
     std::unique_ptr<Agent> agent_;  // that ran last
 };

@@ -15,6 +15,8 @@ INSTANTIATE_TEST_SUITE_P(Squid, Servers, testing::Values(kServers[0]), rowName);
 INSTANTIATE_TEST_SUITE_P(Recipe, Servers, testing::ValuesIn(kServers + 1, std::end(kServers)),
                          rowName);
 
+INSTANTIATE_TEST_SUITE_P(RecipeTls, Servers, testing::ValuesIn(kTlsServers), rowName);
+
 TEST_P(Servers, EveryPageIsRefreshedAndForTheAgentOnly)
 {
     const Words pages = {"/", "/relative", "/absolute"};

@@ -116,6 +116,9 @@ const std::string kTwoLogged = "/p=200 ; /big=200 ; /p=200 ; /p=200 ; /p=200 ; "
 const std::string kTwoAsked =
     "good.test/p:1 good.test/big:2 Also.test/p:1 Also.test/p:2 good.test/p:1 ";
 const std::string kStraight = kTrusted + "transparentproxy on; connecttohost on; ";
+const std::string kFour =
+    "ask 127.0.0.1:@port@/p; ask 127.0.0.1:@port@/p; "
+    "ask 127.0.0.1:@port@/p; ask 127.0.0.1:@port@/p; ";
 const std::string kMoved = kTrusted + kTransparent + "variant A: b; variant A: c; ";
 
 const TlsRow kRows[] = {
@@ -140,7 +143,8 @@ const TlsRow kRows[] = {
      "/p=200 ; /p=200 ; /no=421 status 421; /no=421 status 421; ",
      "moved.test/p:1 moved.test/p:2 moved.test/p:1 moved.test/no:2 moved.test/no:1 "
      "moved.test/no:1 moved.test/no:1 "},
-    {"StraightToTheHost", kStraight + "ask 127.0.0.1:@port@/p", "/p=200 ; ", "-/p:1 "},
+    {"StraightToTheHost", kStraight + "numclients 3; " + kFour,
+     "/p=200 ; /p=200 ; /p=200 ; /p=200 ; ", "-/p:1 -/p:1 -/p:1 -/p:1 "},
     {"OldVersion", kStraight + "ask 127.0.0.3:@port@/p",
      "/p=0 TLS handshake failed: tlsv1 alert protocol version; "},
     {"PlainServer", kStraight + "ask 127.0.0.2:@port@/p",

@@ -191,12 +191,11 @@ public:
     std::int32_t retryAfter = 0;        // flag: pauses that a host asks for are respected
     std::int32_t progressSeconds = 0;   // between two lines of progress; below 1: none
     std::int32_t breadthFirst = 0;      // flag: URLs are requested level by level
-    char *userAgent = nullptr;          // owned; null: the built-in text
-    char *requestHeaders = nullptr;     // owned; whole lines with CR LF; null: none
     std::int32_t proxyTls = 0;          // flag: connections are TLS
     std::int32_t proxyTlsVerify = 1;    // flag: certificates are verified
     char *proxyTlsCa = nullptr;         // owned; file of trusted certificates; null: the system's
-    bool namesPort = false;             // there is a `port` line
+    char *userAgent = nullptr;          // owned; null: the built-in text
+    char *requestHeaders = nullptr;     // owned; whole lines with CR LF; null: none
     // Each URL is requested once for each; empty: once. Owned.
     std::vector<CAVariant> &variants = *new std::vector<CAVariant>;
 
@@ -205,6 +204,8 @@ public:
     CAConfigObserver *observer = nullptr;
 
     CAParseOptions parseOptions;
+
+    bool namesPort = false;  // there is a `port` line
 
     // True when worker threads are still running that may use this object. Set by the master thread
     // after the last run, read by the destructor.
