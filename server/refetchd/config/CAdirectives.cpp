@@ -116,7 +116,7 @@ constexpr std::array kDirectives = {
     CADirective{"hostname", A::Text, CASetHostname, shown<&C::hostname>},
     number<&C::port>("port", "Host port... ", ".\n", CASetPort),
     flag<&C::proxyTls>("proxytls", "TLS......... will ", "be used.\n"),
-    CADirective{"proxytlsca", A::Readable, CASetTlsCa, shown<&C::proxyTlsCa>},
+    CADirective{"proxytlsca", A::Readable, CASetTlsCa, nullptr, "the system's"},
     CADirective{"proxytlsverify", A::Off, CASetTlsVerify, shownFlag<&C::proxyTlsVerify>},
     CADirective{"serverroot", A::Text, CASetServerRoot},
     CADirective{"caching", A::When, CASetCaching, shown<&C::caching>},
