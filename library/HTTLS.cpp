@@ -5,6 +5,7 @@
 #include <openssl/ssl.h>
 #include <openssl/x509v3.h>
 #include <poll.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <array>
@@ -142,6 +143,10 @@ std::string loadTrusted(SSL_CTX *context, const char *caFile)
     if (caFile == nullptr) {
         return SSL_CTX_set_default_verify_paths(context) == 1 ? ""
                                                               : faultOf("system certificates", 0);
+    }
+    struct stat status {};
+    if (stat(caFile, &status) == 0 && !S_ISREG(status.st_mode)) {
+        return faultOf(caFile, 0);  // a pipe would be waited for
     }
     const std::unique_ptr<BIO, decltype(&BIO_free)> file(BIO_new_file(caFile, "r"), BIO_free);
     if (file == nullptr) {
