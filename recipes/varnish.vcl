@@ -17,17 +17,17 @@
 #                                                    separate copy for each name)
 #          http11 on
 #
-# For a site with https, behind a TLS terminator such as hitch, there are two ways. The lines above
-# work, too, because what Varnish stores is not encrypted; but if the terminator adds a header such
-# as X-Forwarded-Proto, add it to the agent's configuration as well, or the site may answer with a
-# redirection to https:
+# For a site with https behind a TLS terminator such as hitch, choose one of two ways. First way: keep
+# the lines above; the agent then bypasses the terminator. If the terminator adds a header such as
+# X-Forwarded-Proto, let the agent send it as well, or the site may answer with a redirection to
+# https:
 #          requestheader X-Forwarded-Proto: https
-# Or let the agent connect to the terminator, as browsers do. In place of the lines for updateproxy
-# and loadurl above, it then needs these lines:
+# Second way: let the agent connect to the terminator, as browsers do. In place of the lines for
+# updateproxy and loadurl above, it then needs these lines:
 #          proxytls on
 #          updateproxy 127.0.0.1:443
 #          loadurl https://www.example.com/
-# If the certificate is not from a public authority, name the file of its issuer in proxytlsca.
+# If the certificate is not from a public CA, set proxytlsca to the file with the certificate of its CA.
 #
 # Pages with "Vary: Accept-Encoding": Varnish asks the site for gzip and keeps one copy for everybody,
 # which it unpacks for clients without compression, so that no variant line is needed. The agent,

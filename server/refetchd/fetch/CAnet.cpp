@@ -342,8 +342,8 @@ int CAConnection::secure()
     failure_ = failureOf(failure.fault);
     const bool isOwn = failure_ == CAFailure::Certificate || failure_ == CAFailure::Handshake;
     reason_ = isOwn ? failure.reason : "";
-    CATrace("TLS......... failed with \"%s\", %s: %s.\n", tlsName_.c_str(),
-            CAFailureText(failure_).data(), failure.reason);
+    CATrace("TLS......... failed with \"%s\", %s%s%s.\n", tlsName_.c_str(),
+            CAFailureText(failure_).data(), *failure.reason == '\0' ? "" : ": ", failure.reason);
     errno = error;
     return -1;
 }

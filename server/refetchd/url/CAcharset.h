@@ -13,19 +13,22 @@ struct UConverter;
 class CACharset {
 public:
     // The charset that browsers take for `label`, in any case and with blanks around it:
-    // windows-1252 for "iso-8859-1", for example. Null if the label is not known.
+    // windows-1252 for "iso-8859-1", for example. Null if the label is not known, or when ICU
+    // cannot provide the charset.
     [[nodiscard]] static std::unique_ptr<CACharset> find(std::string_view label);
     ~CACharset();
     CACharset(const CACharset &) = delete;
     CACharset &operator=(const CACharset &) = delete;
 
+    // True when texts in this charset need no conversion.
     [[nodiscard]] bool isUtf8() const;
 
     // The text in UTF-8. What is not of this charset becomes U+FFFD.
     [[nodiscard]] std::string toUtf8(std::string_view text) const;
 
     // The query of a URL, given in UTF-8, in ASCII: a character beyond that is percent-encoded in
-    // this charset, and as "&#NUMBER;" if the charset lacks it. ASCII characters stay as they are,
+    // this charset. If the charset lacks it, it becomes its character reference, percent-encoded:
+    // "%26%23NUMBER%3B". ASCII characters stay as they are,
     // even those that a query may not hold.
     [[nodiscard]] std::string encodeQuery(std::string_view query) const;
 
