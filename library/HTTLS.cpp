@@ -111,7 +111,8 @@ Outcome untilDone(HTTLSSession *session, int timeoutMs, bool restarts, const Cal
         if (outcome != Outcome::WantRead && outcome != Outcome::WantWrite) {
             return outcome;
         }
-        if (restarts && BIO_number_read(input) != before) {
+        // Messages of TLS itself, which leave nothing behind, do not count.
+        if (restarts && BIO_number_read(input) != before && SSL_has_pending(session->ssl) != 0) {
             deadline.restart();
         }
         if (!deadline.wait(fd, outcome == Outcome::WantRead ? POLLIN : POLLOUT)) {
@@ -153,6 +154,19 @@ std::string loadTrusted(SSL_CTX *context, const char *caFile)
         return faultOf(caFile, errno);
     }
     return SSL_CTX_load_verify_file(context, caFile) == 1 ? "" : faultOf(caFile, 0);
+}
+
+// Computes now what the library computes when a certificate is first used: ThreadSanitizer does not
+// see that it makes this known to other threads.
+void prepareTrusted(SSL_CTX *context)
+{
+    const STACK_OF(X509_OBJECT) *const all =
+        X509_STORE_get0_objects(SSL_CTX_get_cert_store(context));
+    for (int i = 0; i < sk_X509_OBJECT_num(all); ++i) {
+        if (X509 *const certificate = X509_OBJECT_get0_X509(sk_X509_OBJECT_value(all, i))) {
+            X509_check_purpose(certificate, -1, 0);
+        }
+    }
 }
 
 // The host without brackets, the zone of an address or the dot at the end of a name.
@@ -230,6 +244,7 @@ std::string HTTLS_init(const char *caFile, bool verifies)
     X509_VERIFY_PARAM_set_flags(SSL_CTX_get0_param(context.get()), X509_V_FLAG_PARTIAL_CHAIN);
     std::string fault = verifies || caFile != nullptr ? loadTrusted(context.get(), caFile) : "";
     if (fault.empty()) {
+        prepareTrusted(context.get());
         SSL_CTX_free(settings);
         settings = context.release();
     }
