@@ -60,6 +60,17 @@ constexpr bool HTIsLetter(char c)
     return HTLower(c) >= 'a' && HTLower(c) <= 'z';
 }
 
+// Writes "%" and two hexadecimal digits for the byte `c`, without a NUL. Returns the end of them.
+constexpr char *HTPercentEncode(char c, char *out)
+{
+    constexpr std::string_view kDigits = "0123456789ABCDEF";
+    const auto byte = static_cast<unsigned char>(c);
+    *out++ = '%';
+    *out++ = kDigits[byte >> 4U];
+    *out++ = kDigits[byte & 0xFU];
+    return out;
+}
+
 // A set of characters, looked up in a table. find() and friends of std::string_view search a text
 // for each of its bytes, which is much slower.
 class HTCharacterSet {

@@ -156,8 +156,8 @@ std::string loadTrusted(SSL_CTX *context, const char *caFile)
     return SSL_CTX_load_verify_file(context, caFile) == 1 ? "" : faultOf(caFile, 0);
 }
 
-// Computes now what the library computes when a certificate is first used: ThreadSanitizer does not
-// see that it makes this known to other threads.
+// Lets the library fill in now what it keeps with each certificate. It would do so in the thread
+// that first uses the certificate, in a way that ThreadSanitizer cannot follow.
 void prepareTrusted(SSL_CTX *context)
 {
     const STACK_OF(X509_OBJECT) *const all =

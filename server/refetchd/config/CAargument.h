@@ -15,8 +15,8 @@ enum class CAArgument : std::uint8_t {
     Pause,     // milliseconds, or an on/off word
     Flag,      // an on/off word
     On,        // exactly "on"; any other word changes nothing
-    Off,       // an on/off word; any other word counts as on
     SaveOn,    // the same, in upper or lower case, "-" and "_" ignored
+    Off,       // an on/off word; any other word counts as on
     All,       // "all", or an off word
     When,      // a "when" word (CAwhen.h)
     Time,      // a duration, all words of the line

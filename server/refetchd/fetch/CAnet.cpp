@@ -392,9 +392,14 @@ bool CAConnection::connectToOther()
         return false;
     }
     const std::size_t other = 1 - first_;
-    CATrace("Net......... could not connect; errno=%d, trying %s.\n", errno,
+    const int error = errno;
+    CATrace("Net......... could not connect; errno=%d, trying %s.\n", error,
             other == kV4 ? "IPv4" : "IPv6");
-    if (!openSocket(other) || !connectTo(other)) {
+    if (!openSocket(other)) {
+        errno = error;  // this host may lack IPv6; that is not why the peer is not reached
+        return false;
+    }
+    if (!connectTo(other)) {
         return false;
     }
     first_ = other;
@@ -416,7 +421,7 @@ void CAConnection::traceRefusal(const CAURL *url, const char *reason)
     char *out = shown;
     for (const char *in = text; *in != '\0'; ++in) {
         if (HTIsControl(*in)) {
-            out += std::snprintf(out, 4, "%%%02X", static_cast<unsigned>(*in));
+            out = HTPercentEncode(*in, out);
         } else {
             *out++ = *in;
         }

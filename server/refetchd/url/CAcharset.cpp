@@ -6,6 +6,7 @@
 #include <unicode/ustring.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
 #include <cstring>
 
@@ -138,16 +139,13 @@ std::string fromUtf8(UConverter *converter, std::string_view text)
 // three marks in a character of several bytes; letters and digits in those stay as they are.
 void addEncoded(std::string_view bytes, std::string *query)
 {
-    constexpr std::string_view kDigits = "0123456789ABCDEF";
     for (const char c : bytes) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (byte < 0x7F && c != '&' && c != '#' && c != ';') {
+        if (static_cast<unsigned char>(c) < 0x7F && c != '&' && c != '#' && c != ';') {
             *query += c;
             continue;
         }
-        *query += '%';
-        *query += kDigits[byte >> 4U];
-        *query += kDigits[byte & 0xFU];
+        std::array<char, 3> code{};
+        query->append(code.data(), HTPercentEncode(c, code.data()));
     }
 }
 

@@ -129,16 +129,12 @@ public:
 
     void encode(std::string_view text, const HTCharacterSet &set)
     {
-        constexpr std::string_view kDigits = "0123456789ABCDEF";
         for (const char c : text) {
-            if (!set.has(c)) {
+            if (set.has(c)) {
+                end_ = HTPercentEncode(c, end_);
+            } else {
                 *end_++ = c;
-                continue;
             }
-            const auto byte = static_cast<unsigned char>(c);
-            *end_++ = '%';
-            *end_++ = kDigits[byte >> 4U];
-            *end_++ = kDigits[byte & 0xFU];
         }
     }
 

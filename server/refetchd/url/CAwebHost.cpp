@@ -12,6 +12,7 @@
 #include <cstring>
 
 #include "HTString.h"
+#include "url/CAcharset.h"
 
 namespace {
 
@@ -19,7 +20,7 @@ using Text = std::optional<std::string_view>;
 
 constexpr std::size_t kLongestHost = 1023;  // in any form; names in the DNS have 253 bytes at most
 
-// Beyond ASCII there is nothing left when they are looked for.
+// The names that are searched for these are ASCII by then.
 constexpr HTCharacterSet kForbidden = HTCharacterSet::andUnprintable(" #%/:<>?@[\\]^|");
 
 Text copyTo(HTPool *pool, const char *text, std::size_t length)
@@ -113,13 +114,8 @@ Text lowerCase(std::string_view name, HTPool *pool)
 
 Text domainOf(std::string_view text, HTPool *pool)
 {
-    const auto isPlain = [](char c) { return static_cast<unsigned char>(c) < 0x80 && c != '%'; };
-    Text name = text;
-    if (!std::all_of(text.begin(), text.end(), isPlain)) {
-        name = decodePercent(text, pool);
-    }
-    const auto isAscii = [](char c) { return static_cast<unsigned char>(c) < 0x80; };
-    if (name && (!std::all_of(name->begin(), name->end(), isAscii) || hasPunycode(*name))) {
+    Text name = text.find('%') == std::string_view::npos ? text : decodePercent(text, pool);
+    if (name && (!CAIsAscii(*name) || hasPunycode(*name))) {
         name = domainToAscii(*name, pool);
     } else if (name) {
         name = lowerCase(*name, pool);
