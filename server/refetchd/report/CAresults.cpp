@@ -141,7 +141,7 @@ int CAResults::tellFlightLocked(const Flight &flight)
                   .verdict = CAVerdict::Failed,
                   .age = -1,
                   .why = CAFailureText(CAFailure::Stopped),
-                  .exchange = {.started = flight.started}};
+                  .exchange = {.failure = CAFailure::Stopped, .started = flight.started}};
     record.exchange.milliseconds = std::max<std::int64_t>(CANowMilliseconds() - flight.started, 0);
     int error = 0;
     for (std::int32_t variant = flight.variant; variant <= flight.lastVariant; ++variant) {
@@ -158,7 +158,7 @@ int CAResults::tellLocked(const Record &record)
     if (isOver_) {
         return 0;
     }
-    tally_.count(record.source, record.verdict, record.exchange.status, record.exchange.bytes);
+    tally_.count(record.source, record.verdict, record.exchange);
     return addLineLocked(record);
 }
 

@@ -71,6 +71,9 @@ public:
     void endRun(std::time_t started, std::int32_t seconds, std::int32_t queueLeft,
                 bool isLast = false);
 
+    // The counts of the run that ended last; until then all are 0. Master thread.
+    [[nodiscard]] const CATally &lastRun() const { return last_; }
+
     // About the run that ended last: the responses with status 200; how many of them the cache
     // served from its copies; and whether those were more than half, which means that the proxy
     // ignores the agent's requests for fresh copies. Master thread.
