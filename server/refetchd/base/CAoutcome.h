@@ -37,6 +37,13 @@ enum class CAFailure : std::uint8_t {
     Stopped,      // the run ended first
 };
 
+// Why links were not looked for in a page.
+enum class CAUnsearched : std::uint8_t {
+    None,
+    Unframed,  // its body has no length and no chunks, and was thrown away
+    Coded,     // its body is compressed
+};
+
 // What happened to the cache's copy, judged by the headers of the response.
 enum class CAVerdict : std::uint8_t {
     Refreshed,     // fetched from the origin; or revalidated there, if the headers do not show it

@@ -38,6 +38,8 @@ void CATally::count(_source source, CAVerdict verdict, const CAExchange &exchang
         ++answers200;
         agedHits += verdict == CAVerdict::FromCache ? 1 : 0;
     }
+    unframed += exchange.unsearched == CAUnsearched::Unframed ? 1 : 0;
+    coded += exchange.unsearched == CAUnsearched::Coded ? 1 : 0;
 }
 
 namespace {

@@ -29,6 +29,8 @@ struct CATally {
     std::int64_t bytes = 0;
     std::int32_t answers200 = 0;
     std::int32_t agedHits = 0;  // those of answers200 that were served from the cache
+    std::int32_t unframed = 0;  // pages not searched for links: no length and no chunks
+    std::int32_t coded = 0;     // and compressed ones
 
     // Counts one URL that was requested, or that was to be requested when the run ended.
     void count(_source source, CAVerdict verdict, const CAExchange &exchange);
