@@ -94,15 +94,16 @@ const ClosingRow kClosings[] = {
          kDenies + "refetchd: run 2 of 2 in N s: 1 requested: 1 stored; 0 left in the queue\n",
      0, "-rp 2"},
     {"NotSearched", kUnsearched + "ask unframed; ask coded; ask unknown; ask new; ask new; ask new",
-     "refetchd: 1 page was not searched for links: their answers have no length: set \"http11 "
-     "on\" or, if the proxy does not speak HTTP/1.1, \"closedelimitedbodies on\".\n"
-     "refetchd: 2 pages were not searched for links: they are compressed: set \"modernlinks "
-     "on\".\nrefetchd: run 1 of 1 in N s: 6 requested: 3 stored, 3 unknown; 0 left in the queue\n"},
+     "refetchd: 1 page was not searched for links: set \"http11 on\" (or, without HTTP/1.1, "
+     "\"closedelimitedbodies on\"), because bodies without a length are thrown away.\n"
+     "refetchd: 2 pages were not searched for links: set \"modernlinks on\", because compressed "
+     "bodies are thrown away.\nrefetchd: run 1 of 1 in N s: 6 requested: 3 stored, 3 unknown; 0 "
+     "left in the queue\n"},
     {"NotKnown",
      kUnsearched + "modernlinks on; closedelimitedbodies on; ask unframed; ask unknown; "
                    "ask new; ask new",
-     "refetchd: 1 page was not searched for links: they are compressed in a way that the agent "
-     "does not know.\n"
+     "refetchd: 1 page was not searched for links: the agent does not know their "
+     "Content-Encoding.\n"
      "refetchd: run 1 of 1 in N s: 4 requested: 2 stored, 2 unknown; 0 left in the queue\n"},
     {"NoLinksWanted", "resultslog @dir@/l; ask unframed; ask coded; ask new; ask new",
      "refetchd: run 1 of 1 in N s: 4 requested: 2 stored, 2 unknown; 0 left in the queue\n"},
