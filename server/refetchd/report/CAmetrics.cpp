@@ -21,7 +21,7 @@ bool isStatus(std::int32_t status)
 
 }  // namespace
 
-void CATally::count(_source source, CAVerdict verdict, const CAExchange &exchange)
+void CATally::count(_source source, CAVerdict verdict, bool isOldCopy, const CAExchange &exchange)
 {
     const std::int32_t status = exchange.status;
     ++urls[source == SOURCE_HITS ? 1 : 0][static_cast<std::size_t>(verdict)];
@@ -36,7 +36,8 @@ void CATally::count(_source source, CAVerdict verdict, const CAExchange &exchang
     }
     if (status == 200) {
         ++answers200;
-        agedHits += verdict == CAVerdict::FromCache ? 1 : 0;
+        agedHits += verdict == CAVerdict::FromCache && !isOldCopy ? 1 : 0;
+        oldCopies += isOldCopy ? 1 : 0;
     }
 }
 

@@ -28,10 +28,14 @@ struct CATally {
     std::map<std::int32_t, std::int32_t> statuses;
     std::int64_t bytes = 0;
     std::int32_t answers200 = 0;
-    std::int32_t agedHits = 0;  // those of answers200 that were served from the cache
+    // Those of answers200 that were served from the cache: because it ignored the agent's request,
+    // and because the origin failed.
+    std::int32_t agedHits = 0;
+    std::int32_t oldCopies = 0;
 
     // Counts one URL that was requested, or that was to be requested when the run ended.
-    void count(_source source, CAVerdict verdict, const CAExchange &exchange);
+    // `isOldCopy` as in CAJudgement.
+    void count(_source source, CAVerdict verdict, bool isOldCopy, const CAExchange &exchange);
 };
 
 // What the metrics file shows besides the counts.

@@ -86,6 +86,7 @@ void CAResults::finished(const CAURL &url, const CAExchange &exchange)
                         .verdict = judged.verdict,
                         .age = judged.age,
                         .why = judged.why,
+                        .isOldCopy = judged.isOldCopy,
                         .exchange = exchange};
     int error = 0;
     {
@@ -158,7 +159,7 @@ int CAResults::tellLocked(const Record &record)
     if (isOver_) {
         return 0;
     }
-    tally_.count(record.source, record.verdict, record.exchange);
+    tally_.count(record.source, record.verdict, record.isOldCopy, record.exchange);
     return addLineLocked(record);
 }
 

@@ -97,6 +97,7 @@ private:
         CAVerdict verdict;
         std::int32_t age;      // below 0: none
         std::string_view why;  // empty: none
+        bool isOldCopy = false;
         CAExchange exchange;
     };
 
