@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <regex>
 #include <thread>
 #include <vector>
 
@@ -210,10 +211,59 @@ TEST_F(CAResultsTest, TextIsNoJson)
         {"\xc0\xaf\xe0\x80\xaf", R"(\u00c0\u00af\u00e0\u0080\u00af",)"},
         {"\xed\xa0\x80\xf4\x90\x80\x80", R"(\u00ed\u00a0\u0080\u00f4\u0090\u0080\u0080",)"},
         {std::string(99999, '\x1'), R"(\u0001","source":"topn")"},  // cut, but a whole line
+        {std::string(2048, 'a'),
+         R"(a","source":"topn","depth":2,"status":0,"bytes":0,"ms":0,"verdict":"dropped","why":"maxurls"})"},
+        {std::string(2049, 'a'), R"("why":"maxurls","cut":2049})"},
+        {std::string(2046, 'a') + "\xe2\x82\xac", R"(aa","source")"},
+        {std::string(2046, 'a') + "%41b", R"(aa","source")"},
+        {std::string(2045, 'a') + "%41b", R"(a%41","source")"},
     };
     for (const auto &[text, quoted] : rows) {
         results_.dropped(text, SOURCE_HITS, 2, CADrop::MaxUrls);
         EXPECT_NE(endRun().find(quoted), std::string::npos) << quoted;
+    }
+}
+
+TEST_F(CAResultsTest, DropsAreNoiseOrMissing)
+{
+    const CAURL later("http://h/later");
+    const std::regex line(".*http://h/(.*)\",\"source.*verdict\":\"(.*)}\n");
+    for (int run = 0; run < 2; ++run) {
+        finish(200);
+        EXPECT_FALSE(results_.dropped("http://h/p", SOURCE_HITS, 1, CADrop::IgnoreUrl));
+        for (const char *const link :
+             {"http://h/1", "http://h/later", "http://h/1", "http://h/2"}) {
+            results_.dropped(link, SOURCE_CONFIG, 1, CADrop::MaxUrls);
+        }
+        results_.setInFlight(1, &later);  // its own line is one of the next run
+        results_.droppedMore(url_, 77);
+        EXPECT_EQ(std::regex_replace(endRun(), line, "$1 $2; "),
+                  "p unknown\"; p dropped\",\"why\":\"links of this page\",\"more\":77; "
+                  "1 dropped\",\"why\":\"maxurls\"; 2 dropped\",\"why\":\"maxurls\"; ");
+        std::filesystem::remove(dir_.path("log"));
+        for (const char *const gauge : {"dropped_urls{by=\"maxurls\"} 2\n",
+                                        "dropped_links_more 77\n", "verdict=\"dropped\"} 2\n"}) {
+            EXPECT_THAT(dir_.read("metrics"), testing::HasSubstr(gauge));
+        }
+    }
+    results_.setLog(dir_.path("log").c_str(), false);
+    results_.dropped("http://h/1", SOURCE_CONFIG, 1, CADrop::MaxUrls);
+    results_.droppedMore(url_, 77);
+    EXPECT_EQ(endRun(), "");
+    EXPECT_THAT(dir_.read("metrics"), testing::HasSubstr("\"maxurls\"} 1\n"));
+}
+
+TEST(CADropped, LimitIsExceededOrMissed)
+{
+    for (const auto &[length, most] : {std::pair<std::size_t, std::size_t>{1, CADropped::kMostUrls},
+                                       {2048, CADropped::kMostText / 2048}}) {
+        CADropped drops;
+        for (std::size_t i = 0; i < most + 2; ++i) {
+            EXPECT_TRUE(drops.add(i, {.text = std::string(length, 'x'), .why = CADrop::MaxUrls}));
+        }
+        EXPECT_FALSE(drops.add(0, {}));
+        EXPECT_EQ(drops.urls().size(), most);
+        EXPECT_EQ(drops.more(), 2);
     }
 }
 

@@ -103,7 +103,7 @@ consteval CADirective option(std::string_view name, const char *before, const ch
 constexpr std::array kDirectives = {
     CADirective{"catracelog", A::TraceLog, CASetTraceLog},
     CADirective{"errorlog", A::ErrorLog, CASetErrorLog, shown<&C::errorLogPath>},
-    CADirective{"resultslog", A::File, CASetResultsLog},
+    CADirective{"resultslog", A::ResultsLog, CASetResultsLog},
     CADirective{"metricsfile", A::Replaced, CASetMetricsFile},
     CADirective{.name = "progress",
                 .takes = A::Number,

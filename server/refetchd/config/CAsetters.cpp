@@ -393,9 +393,11 @@ void CASetRetryAfter(const CADirectiveCall &call)
 
 void CASetResultsLog(const CADirectiveCall &call)
 {
-    results.setLog(call.argument());
+    const bool logsDrops = !HTEqualsNoCase(call.line.word(2), kNoDropped);
+    results.setLog(call.argument(), logsDrops);
     call.config.parseOptions.keepMoreHeaders = true;
-    CATrace("Results..... will be logged to \"%s\".\n", call.argument());
+    CATrace("Results..... will be logged to \"%s\"%s.\n", call.argument(),
+            logsDrops ? "" : ", without dropped URLs");
 }
 
 void CASetMetricsFile(const CADirectiveCall &call)

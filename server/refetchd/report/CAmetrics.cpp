@@ -80,7 +80,8 @@ void put(FILE *file, const CATally &tally, const CARunEnd &end)
         std::fprintf(file, "refetchd_responses{class=\"%zuxx\"} %d\n", i + 1, tally.responses[i]);
     }
     putGauge(file, "response_bytes", "Bytes of all responses of the last run.", tally.bytes);
-    putHead(file, "dropped_urls", "URLs of the last run that were not asked for, by directive.");
+    putHead(file, "dropped_urls",
+            "Different URLs of the last run that were not asked for, by directive.");
     for (std::size_t drop = 0; drop < kDrops; ++drop) {
         const auto why = static_cast<CADrop>(drop);
         if (why != CADrop::None && why != CADrop::Processed) {
@@ -88,6 +89,10 @@ void put(FILE *file, const CATally &tally, const CARunEnd &end)
                          tally.drops[drop]);
         }
     }
+    putGauge(file, "dropped_links_more",
+             "Links of the last run that were dropped and not compared with others, because their "
+             "page had too many.",
+             tally.moreDrops);
     putGauge(file, "queue_left", "URLs that waited when the last run ended.", end.queueLeft);
 }
 

@@ -20,7 +20,7 @@ struct CATally {
     std::array<std::array<std::int32_t, kVerdicts>, kSources> urls{};
     std::array<std::int32_t, kClasses> responses{};  // by status class, 1xx first
     std::array<std::int32_t, kDrops> drops{};        // distinct URLs
-    std::int64_t moreDrops = 0;  // links beyond the limits of CADropped, whose URLs are not known
+    std::int64_t moreDrops = 0;                      // links beyond the limits of CADropped
     // The URLs whose verdict is "failed" are the sum of these two: exchanges without a complete
     // response, by reason; and complete ones with an error status (below 200, or from 400), by this
     // status. One that is not between 100 and 599 is counted as 0.
