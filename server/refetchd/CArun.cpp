@@ -367,10 +367,7 @@ void tellResults(int seconds)
                             .seconds = seconds,
                             .queueLeft = urlsLeft,
                             .stopped = runs.isEnding};
-    if (ac.summaryLine != 0) {
-        results.logRun(g_ca_timestarted, closing);
-    }
-    results.endRun(g_ca_timestarted, seconds, urlsLeft, ac.repeatCount == 1);
+    results.endRun(g_ca_timestarted, closing, ac.repeatCount == 1);
     warnOfOldCopies();
     warnOfVary();
     warnOfUnsearched();

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <regex>
 #include <thread>
 #include <vector>
 
@@ -21,6 +22,7 @@ struct VerdictRow : Row {
     const char *verdict;
     std::int32_t age = -1;
     std::int32_t status = 200;
+    const char *why = "";
 };
 class Verdict : public testing::TestWithParam<VerdictRow> {};
 
@@ -33,18 +35,26 @@ TEST_P(Verdict, IsMisjudged)
         return text.substr(from, text.find('|', from) - from);
     };
     const CACacheHeaders headers = {
-        header("Age"), header("Cache-Control"), header("Cache-Status"),   header("Date"),
-        header("Via"), header("X-Cache"),       header("X-Cache-Lookup"), header("X-Varnish")};
+        header("Age"),      header("Cache-Control"), header("Cache-Status"),
+        header("Date"),     header("Expires"),       header("Via"),
+        header("Warning"),  header("X-Cache"),       header("X-Cache-Lookup"),
+        header("X-Varnish")};
     const CAJudgement judged = CAJudge({.status = GetParam().status,
                                         .started = kNow * 1000,
                                         .milliseconds = 4000,
                                         .headers = headers});
     EXPECT_EQ(CAVerdictName(judged.verdict), GetParam().verdict);
     EXPECT_EQ(judged.age, GetParam().age);
+    EXPECT_EQ(judged.why, GetParam().why);
 }
 
 constexpr const char *kNew = "refreshed";
+constexpr const char *kSame = "unchanged";
 constexpr const char *kHit = "served from cache";
+constexpr const char *kNo = "not cacheable";
+constexpr const char *kOld = "origin failed, old copy served";
+constexpr const char *kBrief = "redirection without freshness";
+constexpr const char *kUnkept = "not stored by the cache";
 const std::string kSquid = "|Via: 1.1 p (squid/5.7)|X-Cache: ";
 const std::string kVarnish = "|Via: 1.1 varnish (Varnish/7.1)|X-Varnish: ";
 const std::string kTs = "|Via: http/1.1 p (ApacheTrafficServer/9.2.9 [";
@@ -55,25 +65,81 @@ const std::string kCdn = "|Age: 300|X-Cache: HIT from cdn|X-Varnish: 1 2|Cache-S
 const VerdictRow kVerdictRows[] = {
     {{"SquidFirst"}, kSquid + "MISS from p|X-Cache-Lookup: MISS from p:1", "stored"},
     {{"SquidReplaced"}, kCdn + kSquid + "MISS from p|X-Cache-Lookup: HIT from p:1", kNew},
-    {{"SquidConfirmed"}, kSquid + "HIT from p|X-Cache-Lookup: HIT from p:1|Age: 0", kNew},
+    {{"SquidConfirmed"}, kSquid + "HIT from p|X-Cache-Lookup: HIT from p:1|Age: 0", kSame},
     {{"SquidAged"}, kSquid + "HIT from p|X-Cache-Lookup: HIT from p:1|Age: 6", kHit, 6},
+    {{"SquidOriginFails"},
+     kSquid + "HIT from p|Age: 0|Warning: 111 p \"Revalidation failed\"",
+     kHit,
+     0,
+     200,
+     kOld},
+    {{"Squid302"}, kSquid + "MISS from p", kNo, -1, 302, kBrief},
+    {{"Squid307OfTheCache"}, kSquid + "HIT from p|Age: 6", kHit, 6, 307},
+    {{"Squid303"}, kSquid + "MISS from p|Cache-Control: max-age=9", kNo, -1, 303, kUnkept},
     {{"NginxRecipe"}, "|X-Cache: BYPASS", kNew},
     {{"NginxFirst"}, "|X-Cache: MISS", "stored"},
     {{"NginxHit"}, "|X-Cache: HIT", kHit},
-    {{"NginxConfirmed"}, "|X-Cache: REVALIDATED", kNew},
-    {{"NginxPrivate"}, "|Cache-Control: max-age=9, Private|X-Cache: MISS", "not cacheable"},
+    {{"NginxConfirmed"}, "|X-Cache: REVALIDATED", kSame},
+    {{"NginxPrivate"}, "|Cache-Control: max-age=9, Private|X-Cache: MISS", kNo, -1, 200, "private"},
+    {{"NginxOriginFails"}, "|X-Cache: STALE", kHit, -1, 200, kOld},
+    {{"NginxUpdates"}, "|X-Cache: UPDATING", kHit, -1, 200, "another request was fetching it"},
+    {{"Nginx302MaxAge"}, "|Cache-Control: no-store=x, max-age=9|X-Cache: BYPASS", kNew, -1, 302},
+    {{"Nginx302Shared"},
+     "|Cache-Control: s-maxage=\"0\", max-age=9|X-Cache: BYPASS",
+     kNo,
+     -1,
+     302,
+     kBrief},
+    {{"Nginx302Expires"},
+     "|Date: Sun, 22 Nov 2026 13:41:51 GMT|Expires: Sun, 22 Nov 2026 13:41:52 GMT|X-Cache: MISS",
+     "stored",
+     -1,
+     302},
+    {{"Nginx307Expired"},
+     "|Expires: Sat, 21 Nov 2026 19:45:00 GMT|X-Cache: MISS",
+     kNo,
+     -1,
+     307,
+     kBrief},
+    {{"Nginx301"}, "|X-Cache: MISS", "stored", -1, 301},
     {{"VarnishFetched"}, kCdn + kVarnish + "14", kNew},
+    {{"Varnish308"}, kVarnish + "14|Cache-Control: max-age=9", kNo, -1, 308, kUnkept},
     {{"VarnishAged"}, kVarnish + "65538 32771|Age: 6", kHit, 6},
     {{"TrafficServerCodesFirst"}, kTs + "uScMsSfWpSeN:t cCMp sS])", "stored"},
-    {{"TrafficServerCodesConfirmed"}, kCdn + kTs + "cSsNfU])", kNew},
+    {{"TrafficServerCodesConfirmed"}, kCdn + kTs + "cSsNfU])", kSame},
+    {{"TrafficServerCodesReplaced"},
+     kCdn + kTs + "cSsSfU])|Expires: Sat, 21 Nov 2026 19:50:00 GMT",
+     kNew},
+    {{"TrafficServerOriginSays503"},
+     kTs + "cSsSfU])|Age: 6|Expires: Sat, 21 Nov 2026 20:15:04 GMT",
+     kHit,
+     6,
+     200,
+     kOld},
+    {{"TrafficServerOriginFails"}, kTs + "cSsEf ])|Age: 6", kHit, 6, 200, kOld},
     {{"TrafficServerCodesHit"}, kTs + "uScHs f p eN:t cCHp s ])|Age: 6", kHit, 6},
-    {{"TrafficServerCodesUnkept"}, kTs + "cMsSf ])", "not cacheable"},
+    {{"TrafficServerCodesUnkept"}, kTs + "cMsSf ])", kNo, -1, 200, kUnkept},
     {{"TrafficServerCodesCut"}, kTs + "u", "unknown"},
     {{"HttpdFirstOrReplaced"}, "|X-Cache: MISS from p", kNew},
+    {{"HttpdConfirmed"}, "|X-Cache: REVALIDATE from p", kSame},
+    {{"HttpdOriginFails"},
+     "|X-Cache: HIT from p|Warning: 111 Revalidation failed",
+     kHit,
+     -1,
+     200,
+     kOld},
+    {{"StatusConfirmed"}, "|Cache-Status: p; fwd=stale; fwd-status=304", kSame},
+    {{"StatusOriginFails"},
+     "|Cache-Status: p; fwd-status=502; fwd=stale|Age: 9",
+     kHit,
+     9,
+     200,
+     kOld},
     {{"StatusHit"}, "|Cache-Status: o; fwd=miss, p; hit; ttl=5|Age: 9", kHit, 9},
     {{"StatusStale"}, R"(|Cache-Status: "p, q; hit ;"; hit=?0; fwd=stale; ttl=5)", kNew},
     {{"StatusFirst"}, R"(|Cache-Status: p;a="\";hit";fwd=uri-miss;stored)", "stored"},
-    {{"StatusUnkept"}, "|Cache-Status: p; fwd=miss; stored=?0", "not cacheable"},
+    {{"StatusUnkept"}, "|Cache-Status: p; fwd=miss; stored=?0", kNo, -1, 200, kUnkept},
+    {{"NoStore"}, "|Cache-Control: No-Store, private", kNo, -1, 200, "no-store"},
     {{"CopyMadeWhileWeWaited"}, "|Age: 5", kNew},
     {{"AgeByDate"}, "|Date: Sat, 21 Nov 2026 19:43:59 GMT", kHit, 61},
     {{"DateOfSlowClock"}, "|Date: Sat, 21 Nov 2026 19:44:00 GMT", "unknown"},
@@ -82,7 +148,7 @@ const VerdictRow kVerdictRows[] = {
     {{"HugeAge"}, "|Age: 99999999999999999999", kHit, INT32_MAX},
     {{"AgeIsNoNumber"}, "|Age: 1e9", "unknown"},
     {{"PrivateField"}, "|Cache-Control: private=\"no-store\"|Age: 0", kNew},
-    {{"NotFound"}, "|X-Cache: HIT", "failed", -1, 404},
+    {{"NotFound"}, "|X-Cache: HIT", "failed", -1, 404, "status 404"},
 };
 INSTANTIATE_TEST_SUITE_P(CAresults, Verdict, testing::ValuesIn(kVerdictRows), rowName);
 
@@ -106,7 +172,7 @@ protected:
     }
     std::string endRun()
     {
-        results_.endRun(kNow, 7, 3);
+        results_.endRun(kNow, {.seconds = 7, .queueLeft = 3});
         return dir_.read("log");
     }
 
@@ -145,10 +211,59 @@ TEST_F(CAResultsTest, TextIsNoJson)
         {"\xc0\xaf\xe0\x80\xaf", R"(\u00c0\u00af\u00e0\u0080\u00af",)"},
         {"\xed\xa0\x80\xf4\x90\x80\x80", R"(\u00ed\u00a0\u0080\u00f4\u0090\u0080\u0080",)"},
         {std::string(99999, '\x1'), R"(\u0001","source":"topn")"},  // cut, but a whole line
+        {std::string(2048, 'a'),
+         R"(a","source":"topn","depth":2,"status":0,"bytes":0,"ms":0,"verdict":"dropped","why":"maxurls"})"},
+        {std::string(2049, 'a'), R"("why":"maxurls","cut":2049})"},
+        {std::string(2046, 'a') + "\xe2\x82\xac", R"(aa","source")"},
+        {std::string(2046, 'a') + "%41b", R"(aa","source")"},
+        {std::string(2045, 'a') + "%41b", R"(a%41","source")"},
     };
     for (const auto &[text, quoted] : rows) {
         results_.dropped(text, SOURCE_HITS, 2, CADrop::MaxUrls);
         EXPECT_NE(endRun().find(quoted), std::string::npos) << quoted;
+    }
+}
+
+TEST_F(CAResultsTest, DropsAreNoiseOrMissing)
+{
+    const CAURL later("http://h/later");
+    const std::regex line(".*http://h/(.*)\",\"source.*verdict\":\"(.*)}\n");
+    for (int run = 0; run < 2; ++run) {
+        finish(200);
+        EXPECT_FALSE(results_.dropped("http://h/p", SOURCE_HITS, 1, CADrop::IgnoreUrl));
+        for (const char *const link :
+             {"http://h/1", "http://h/later", "http://h/1", "http://h/2"}) {
+            results_.dropped(link, SOURCE_CONFIG, 1, CADrop::MaxUrls);
+        }
+        results_.setInFlight(1, &later);  // its own line is one of the next run
+        results_.droppedMore(url_, 77);
+        EXPECT_EQ(std::regex_replace(endRun(), line, "$1 $2; "),
+                  "p unknown\"; p dropped\",\"why\":\"links of this page\",\"more\":77; "
+                  "1 dropped\",\"why\":\"maxurls\"; 2 dropped\",\"why\":\"maxurls\"; ");
+        std::filesystem::remove(dir_.path("log"));
+        for (const char *const gauge : {"dropped_urls{by=\"maxurls\"} 2\n",
+                                        "dropped_links_more 77\n", "verdict=\"dropped\"} 2\n"}) {
+            EXPECT_THAT(dir_.read("metrics"), testing::HasSubstr(gauge));
+        }
+    }
+    results_.setLog(dir_.path("log").c_str(), false);
+    results_.dropped("http://h/1", SOURCE_CONFIG, 1, CADrop::MaxUrls);
+    results_.droppedMore(url_, 77);
+    EXPECT_EQ(endRun(), "");
+    EXPECT_THAT(dir_.read("metrics"), testing::HasSubstr("\"maxurls\"} 1\n"));
+}
+
+TEST(CADropped, LimitIsExceededOrMissed)
+{
+    for (const auto &[length, most] : {std::pair<std::size_t, std::size_t>{1, CADropped::kMostUrls},
+                                       {2048, CADropped::kMostText / 2048}}) {
+        CADropped drops;
+        for (std::size_t i = 0; i < most + 2; ++i) {
+            EXPECT_TRUE(drops.add(i, {.text = std::string(length, 'x'), .why = CADrop::MaxUrls}));
+        }
+        EXPECT_FALSE(drops.add(0, {}));
+        EXPECT_EQ(drops.urls().size(), most);
+        EXPECT_EQ(drops.more(), 2);
     }
 }
 
@@ -159,7 +274,7 @@ TEST_F(CAResultsTest, UrlInFlightIsLostOrHeardOfAgain)
     results_.setInFlight(1, &other);
     results_.setInFlight(1, &url_);
     finish(200);
-    results_.endRun(kNow, 7, 3, true);
+    results_.endRun(kNow, {.seconds = 7, .queueLeft = 3}, true);
     finish(200);
     const std::string log = endRun();
     EXPECT_THAT(log, testing::StartsWith(line("200", R"("unknown")")));

@@ -16,6 +16,7 @@ struct Server : Row {
     std::string command;
     std::string files;            // each is "%name", a line end and its text
     const char *copies;           // the result of PagesThatStayOldAreKnown
+    std::string verdicts;         // the result of VerdictIsWrong
     bool tls = false;             // clients come over TLS
     std::string terminator = "";  // a program that decrypts that; empty: the server itself does
 };
@@ -28,7 +29,7 @@ inline const Server kServers[] = {
            "cache_mem 16 MB\nmemory_cache_shared off\nmax_filedescriptors 1024\npinger_enable off\n"
            "netdb_filename none\nshutdown_lifetime 0 seconds\npid_filename none\n"
            "cache_log @dir@/log\naccess_log none\ncoredump_dir @dir@\n",
-           "112221"),
+           "112221", "stored unchanged served from cache "),
     Server({"TrafficServer"}, false, false, true, "trafficserver.config", "",
            "/usr/bin/traffic_server --run-root=@dir@/main",
            "%main\n{prefix: @dir@, bindir: /usr/bin, libexecdir: /usr/lib/trafficserver/modules,\n"
@@ -40,8 +41,9 @@ inline const Server kServers[] = {
            "CONFIG proxy.config.url_remap.remap_required INT 0\n"
            "CONFIG proxy.config.reverse_proxy.enabled INT 0\n"
            "CONFIG proxy.config.crash_log_helper STRING NULL\n"
+           "CONFIG proxy.config.http.insert_response_via_str INT 2\n"
            "CONFIG proxy.config.admin.user_id STRING #-1\n",
-           "222221"),
+           "222221", "stored unchanged served from cache "),
     Server(
         {"Apache"}, false, true, true, "apache2-forward.conf",
         "ProxyRequests On\nCacheEnable disk http://*:\nCacheHeader on\n",
@@ -57,7 +59,7 @@ inline const Server kServers[] = {
         "Listen 127.0.0.1:@port@\nUser nobody\nGroup nogroup\nPidFile @dir@/pid\n"
         "ErrorLog @dir@/log\nDefaultRuntimeDir @dir@\nCacheRoot @dir@\nInclude @recipe@\n"
         "<VirtualHost *>\n</VirtualHost>\n",
-        "222221"),
+        "222221", "refreshed unchanged served from cache "),
     Server({"Nginx"}, true, false, true, "nginx.conf",
            "add_header X-Cache $upstream_cache_status always;\n",
            "/usr/sbin/nginx -p @dir@ -e @dir@/log -c main",
@@ -66,13 +68,13 @@ inline const Server kServers[] = {
            "proxy_temp_path p; proxy_cache_path cache keys_zone=site:1m;\ninclude @recipe@;\n"
            "server { listen 127.0.0.1:@port@; location / { proxy_pass http://127.0.0.1:@origin@;\n"
            "proxy_set_header Host $host; proxy_cache site;\n@location@} }\n}\n",
-           "22--21"),
+           "22--21", "refreshed refreshed failed "),
     Server({"Varnish"}, true, false, true, "varnish.vcl", "",
            "/usr/sbin/varnishd -F -j none -n @dir@/work -a 127.0.0.1:@port@ "
            "-f @dir@/main -s malloc,16M",
            "%main\nvcl 4.1;\nbackend site { .host = \"127.0.0.1\"; .port = \"@origin@\"; }\n"
            "include \"@recipe@\";\n",
-           "22--22"),
+           "22--22", "refreshed refreshed failed "),
 };
 
 // The server with TLS: `before` in its command or files becomes `after`.
@@ -235,8 +237,12 @@ protected:
     Reply page(const ScriptedPeer::Request &request)
     {
         const std::string &target = request.target;
-        if (edition_ == 0) {
-            return {Reply::head("503 No").pieces, Reply::Then::Close};
+        if (edition_ <= 0) {
+            return {edition_ == 0 ? Reply::head("503 No").pieces : std::vector<Reply::Piece>(),
+                    Reply::Then::Close};
+        }
+        if (target == "/moved") {
+            return Reply::head("302 Found");
         }
         if (target.starts_with("/chunked")) {
             return chunked(target);
@@ -245,6 +251,7 @@ protected:
                            : target.starts_with("/aged") ? "\r\nAge: 100"
                            : target == "/cookie"         ? "\r\nSet-Cookie: a=b"
                            : target == "/vary"           ? "\r\nVary: Accept-Encoding"
+                           : target == "/same"           ? "\r\nETag: \"1\""
                            : target == "/language" ? "\r\nVary: Accept-Encoding, Accept-Language"
                                                    : "";
         const bool german = request.bytes.find("Accept-Language: de") != std::string::npos;
@@ -255,7 +262,8 @@ protected:
             more += "\r\nContent-Encoding: gzip";
             body = compressed(target, body);
         }
-        Reply reply = Reply::html(body);
+        const bool isKnown = request.bytes.find("If-None-Match") != std::string::npos;
+        Reply reply = isKnown ? Reply{{{"HTTP/1.1 304 Not Modified\r\n\r\n"}}} : Reply::html(body);
         const std::time_t now = std::time(nullptr);
         std::tm utc{};
         std::ostringstream head;
@@ -268,7 +276,7 @@ protected:
 
     const Server server_;
     const TempDir dir_;
-    std::atomic<int> edition_ = 1;  // 0: the origin is in trouble
+    std::atomic<int> edition_ = 1;  // 0: the origin is in trouble; below: it does not answer
     const ScriptedPeer origin_{[this](const ScriptedPeer &, const ScriptedPeer::Request &request) {
         return page(request);
     }};

@@ -65,9 +65,12 @@ const CheckRow kMistakes[] = {
      "3: refetchdrepeat: needs maxruntime, or runs follow each other without a pause"},
     {"UpperCase", kFine + "slf ON; slr c; transparentproxy OFF; transparentproxy ON",
      "6: transparentproxy: \"ON\" changes nothing, only \"on\" does"},
-    {"Words", kFine + "retryafter true; delveinto all; followredirects on; followredirects all",
+    {"Words",
+     kFine + "retryafter true; delveinto all; followredirects on; followredirects all; "
+             "resultslog r all; resultslog r NoDropped",
      "3: retryafter: \"true\" counts as off; 4: delveinto: \"all\" counts as never; "
-     "5: followredirects: \"on\" counts as off"},
+     "5: followredirects: \"on\" counts as off; "
+     "7: resultslog: \"all\" is neither dropped nor nodropped"},
     {"Number", kFine + "maxurls 9k; delay 1s; port -8; port \"\x1b[31m\x9b\"",
      "3: maxurls: \"9k\" is not a number; 4: delay: \"1s\" is not a number; "
      "6: port: \"\\x1b[31m\\x9b\" is not a number"},

@@ -398,22 +398,41 @@ TEST(Results, LogMetricsOrWarningSayOtherwise)
         ".*\"http://(.*)\",\"source\":\"(.*)\",\"depth\":(.),\"status\":(.*),"
         "\"bytes\":(.*),\"ms\":.*,\"verdict\":\"(.*)}");
     const std::string run =
-        R"(h/?q admin 0 0 0 dropped","why":"cachequeries"
-h/x.gif topn 0 0 0 dropped","why":"ignoreurl"
-h/x.gif admin 1 0 0 dropped","why":"ignoreurl"
-o/ admin 1 0 0 dropped","why":"delveacrosshosts"
-h/ admin 0 200 199 unknown"
+        R"(h/ admin 0 200 199 unknown"
 h/older topn 0 200 49 served from cache","age":8000
 h/old admin 1 200 49 served from cache","age":7000
 h/no admin 1 404 38 failed","why":"status 404"
 h/gone admin 1 0 0 failed","why":"connection closed before an answer"
 h/open admin 1 200 70079 served from cache","age":6000
+h/?q admin 0 0 0 dropped","why":"cachequeries"
+h/x.gif topn 0 0 0 dropped","why":"ignoreurl"
+o/ admin 1 0 0 dropped","why":"delveacrosshosts"
 )";
     EXPECT_EQ(std::regex_replace(agent.dir.read("log"), line, "$1 $2 $3 $4 $5 $6"), run + run);
     EXPECT_THAT(agent.dir.read("prom"),
                 testing::HasSubstr("urls{source=\"topn\",verdict=\"served_from_cache\"} 1\n"));
     EXPECT_EQ(agent.traced("the proxy ignores max-age=0"), 2) << agent.process->err();
     EXPECT_THAT(agent.dir.read("cacheAgent-errors"), testing::HasSubstr("ignores max-age=0"));
+}
+
+TEST(Results, PageFillsTheDisk)
+{
+    std::string links;
+    for (int i = 0; i < 1200; ++i) {
+        links += "<a href=\"" + std::to_string(i) + " \">";
+    }
+    const ScriptedPeer peer({{"http://h/", Reply::html(links)}});
+    const std::pair<std::string, int> rows[] = {
+        {"; delvedepth 0", 1002},
+        {" Dropped; delvedepth 9; modernlinks on; maxurls 1", 1002},
+        {" nodropped; delvedepth 0", 1}};
+    for (const auto &[directives, lines] : rows) {
+        Agent agent(peer.port(), "loadurl h/; resultslog @dir@/log" + directives);
+        agent.run();
+        std::string log = agent.dir.read("log");
+        EXPECT_EQ(log.find("\"links of this page\",\"more\":200}") != log.npos, lines > 1);
+        EXPECT_EQ(replaceAll(&log, "\n", ";"), lines) << directives;
+    }
 }
 
 struct AccountRow : Row {
@@ -453,8 +472,11 @@ const AccountRow kAccounts[] = {
      4, "gone failed; "},
     {"WaitsForItsHost", "1; retryafter on; maxruntime 3; loadurl h/busy; loadurl h/1", 2, ""},
     {"WaitsForRoom",
-     "1; readtimeout 3; maxqueuedepth 1; delvedepth 1; loadurl h/moved; loadurl h/moved", 4,
-     "to dropped; "},
+     "1; readtimeout 3; maxqueuedepth 1; delvedepth 1; loadurl h/moved; loadurl h/1", 3,
+     "moved not cacheable; to dropped; "},
+    {"FindsRoomLater",
+     "1; readtimeout 3; maxqueuedepth 1; delvedepth 1; loadurl h/moved; loadurl h/moved", 3,
+     "moved not cacheable; moved not cacheable; "},
 };
 INSTANTIATE_TEST_SUITE_P(Results, Account, testing::ValuesIn(kAccounts), rowName);
 

@@ -50,6 +50,22 @@ TEST_P(Servers, OnlySomeRefreshWithoutTheRecipe)
     EXPECT_EQ(agent_->traced("the proxy ignores max-age=0") > 0, !GetParam().refreshesByItself);
 }
 
+TEST_P(Servers, VerdictIsWrong)
+{
+    static const std::regex line(".*\"verdict\":\"([^\"]*).*\n");
+    ASSERT_NO_FATAL_FAILURE(start());
+    std::string verdicts;
+    for (const int edition : {1, 1, -1}) {
+        edition_ = edition;
+        refresh({"/moved", "/same"}, "0", "numclients 1; delveinto off");
+        const std::string all = std::regex_replace(agent_->dir.read("log"), line, "$1 ");
+        const std::string moved = edition == 1 ? "not cacheable " : "failed ";
+        EXPECT_THAT(all, testing::StartsWith(moved));
+        verdicts += all.substr(moved.size());
+    }
+    EXPECT_EQ(verdicts, GetParam().verdicts);
+}
+
 // The edition of each page that clients get without and with compression; "-": it is not stored.
 TEST_P(Servers, PagesThatStayOldAreKnown)
 {

@@ -48,6 +48,13 @@ CAArgumentVerdict judgeReplaced(const std::string &word)
     return {CAUnwritable(target + ".tmp")};
 }
 
+CAArgumentVerdict judgeResultsLog(const std::string &path, std::string_view word)
+{
+    const bool isKnown =
+        word.empty() || HTEqualsNoCase(word, kDropped) || HTEqualsNoCase(word, kNoDropped);
+    return {isKnown ? CAUnwritable(path) : CAQuoted(word) + " is neither dropped nor nodropped"};
+}
+
 // The verdict on a line that is refused because of `fault`; null: it is not refused.
 CAArgumentVerdict refusal(const CAConfigLines &line, const char *fault)
 {
@@ -130,7 +137,7 @@ CAArgumentVerdict CAJudgeArgument(CAArgument argument, CAConfigLines *line)
         return {fault, fault.empty()};
     }
     case A::ErrorLog: return judgeErrorLog(word);
-    case A::File: return {CAUnwritable(word)};
+    case A::ResultsLog: return judgeResultsLog(word, line->word(2));
     case A::Replaced: return judgeReplaced(word);
     case A::UserAgent: return refusal(*line, CAUserAgentFault(line));
     case A::Header: return refusal(*line, CAHeaderFault(line));

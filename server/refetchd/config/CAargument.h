@@ -12,20 +12,20 @@ class CAConfigLines;
 enum class CAArgument : std::uint8_t {
     Text,
     Number,
-    Percent,   // 0 to 100, or an off word; anything else changes nothing
-    Pause,     // milliseconds, or an on/off word
-    Flag,      // an on/off word
-    On,        // exactly "on"; any other word changes nothing
-    SaveOn,    // the same, in upper or lower case, "-" and "_" ignored
-    Off,       // an on/off word; any other word counts as on
-    All,       // "all", or an off word
-    When,      // a "when" word (CAwhen.h)
-    Time,      // a duration, all words of the line
-    TraceLog,  // a file to write; one that cannot be written sets nothing
-    ErrorLog,  // the same; only the directory in the name is used
-    File,      // a file to write
-    Readable,  // a file to read
-    Replaced,  // a file to replace: a new one is written beside it and renamed
+    Percent,     // 0 to 100, or an off word; anything else changes nothing
+    Pause,       // milliseconds, or an on/off word
+    Flag,        // an on/off word
+    On,          // exactly "on"; any other word changes nothing
+    SaveOn,      // the same, in upper or lower case, "-" and "_" ignored
+    Off,         // an on/off word; any other word counts as on
+    All,         // "all", or an off word
+    When,        // a "when" word (CAwhen.h)
+    Time,        // a duration, all words of the line
+    TraceLog,    // a file to write; one that cannot be written sets nothing
+    ErrorLog,    // the same; only the directory in the name is used
+    ResultsLog,  // a file to write, and perhaps one of the two words below
+    Readable,    // a file to read
+    Replaced,    // a file to replace: a new one is written beside it and renamed
     UserAgent,
     Service,
     // In the kinds below each line adds to those before (CAAddsUp()).
@@ -37,6 +37,10 @@ enum class CAArgument : std::uint8_t {
     HostLimit,  // a number, then patterns
     Seed,
 };
+
+// The words of `resultslog`, in upper or lower case.
+inline constexpr std::string_view kDropped = "dropped";
+inline constexpr std::string_view kNoDropped = "nodropped";
 
 // True when every line of a directive counts, not only the last one.
 constexpr bool CAAddsUp(CAArgument argument)

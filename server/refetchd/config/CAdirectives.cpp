@@ -108,7 +108,7 @@ consteval CADirective option(std::string_view name, const char *before, const ch
 constexpr std::array kDirectives = {
     CADirective{"catracelog", A::TraceLog, CASetTraceLog},
     CADirective{"errorlog", A::ErrorLog, CASetErrorLog, shown<&C::errorLogPath>},
-    CADirective{"resultslog", A::File, CASetResultsLog},
+    CADirective{"resultslog", A::ResultsLog, CASetResultsLog},
     CADirective{"metricsfile", A::Replaced, CASetMetricsFile},
     flag<&C::summaryLine>("summaryline", "Summary..... of each run will ",
                           "be written to standard error.\n", A::Flag, CASetSummaryLine),

@@ -404,6 +404,7 @@ void collectResults(CAConfig *config)
 void CASetSummaryLine(const CADirectiveCall &call)
 {
     CASetFlag(call);
+    results.logRuns(call.config.summaryLine != 0);
     if (call.config.summaryLine != 0) {
         collectResults(&call.config);
     }
@@ -427,9 +428,11 @@ void CASetFailWhen(const CADirectiveCall &call)
 
 void CASetResultsLog(const CADirectiveCall &call)
 {
-    results.setLog(call.argument());
+    const bool logsDrops = !HTEqualsNoCase(call.line.word(2), kNoDropped);
+    results.setLog(call.argument(), logsDrops);
     call.config.parseOptions.keepMoreHeaders = true;
-    CATrace("Results..... will be logged to \"%s\".\n", call.argument());
+    CATrace("Results..... will be logged to \"%s\"%s.\n", call.argument(),
+            logsDrops ? "" : ", without dropped URLs");
 }
 
 void CASetMetricsFile(const CADirectiveCall &call)

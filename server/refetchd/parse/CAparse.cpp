@@ -136,6 +136,9 @@ CAParser::CAParser(CAURL *url, HTThreadContext *threadContext)
 
 CAParser::~CAParser()
 {
+    if (moreDrops_ > 0) {
+        results.droppedMore(*url_, moreDrops_);
+    }
     delete sink_;
     delete buffer_;
 }
@@ -179,13 +182,27 @@ CAURL *CAParser::resolveFound(const char *link, std::int32_t deeper) const
     return found;
 }
 
-void CAParser::reportDropped(const char *link, std::int32_t deeper, CADrop why) const
+void CAParser::reportDropped(const CAURL &found, CADrop why)
 {
-    if (results.observes()) {
-        const std::unique_ptr<CAURL> found(resolveFound(link, deeper));
-        if (found != nullptr) {
-            results.dropped(found->stringitize(), found->source(), found->depth(), why);
-        }
+    if (countsDropsOnly()) {
+        ++moreDrops_;
+    } else if (results.dropped(found.stringitize(), found.source(), found.depth(), why)) {
+        ++drops_;
+    }
+}
+
+void CAParser::reportDropped(const char *link, std::int32_t deeper, CADrop why)
+{
+    if (!results.observes()) {
+        return;
+    }
+    if (countsDropsOnly()) {
+        ++moreDrops_;  // without the work of resolving it
+        return;
+    }
+    const std::unique_ptr<CAURL> found(resolveFound(link, deeper));
+    if (found != nullptr) {
+        reportDropped(*found, why);
     }
 }
 
@@ -202,7 +219,7 @@ bool CAParser::sinkIfKnown(const char *link, std::int32_t deeper) const
     return isKnown;
 }
 
-void CAParser::takeIfInteresting(CAURL *found) const
+void CAParser::takeIfInteresting(CAURL *found)
 {
     if (found == nullptr) {
         return;
@@ -212,8 +229,8 @@ void CAParser::takeIfInteresting(CAURL *found) const
         if (why == CADrop::Processed) {
             urlQueue->sink(found->stringitize(), found->depth());
         }
-        if (results.observes()) {
-            results.dropped(found->stringitize(), found->source(), found->depth(), why);
+        if (why != CADrop::Processed && results.observes()) {
+            reportDropped(*found, why);
         }
         delete found;
         return;

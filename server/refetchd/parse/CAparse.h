@@ -13,6 +13,7 @@
 #include "HTWorkThread.h"
 #include "base/CAoutcome.h"
 #include "config/CAoptions.h"
+#include "report/CAdropped.h"
 
 class CACharset;
 class CAURL;
@@ -97,8 +98,9 @@ protected:
     // than that of the response's URL. The caller owns it. Null (traced) when browsers make no URL
     // of it.
     [[nodiscard]] CAURL *resolveFound(const char *link, std::int32_t deeper) const;
-    // Reports to `results`, if outcomes are collected, that a limit keeps this link out.
-    void reportDropped(const char *link, std::int32_t deeper, CADrop why) const;
+    // Reports to `results`, if outcomes are collected, that a limit keeps this link out. After many
+    // links that are dropped, the rest are only counted.
+    void reportDropped(const char *link, std::int32_t deeper, CADrop why);
     // For a link that a limit keeps out; does nothing, and is false, unless the queue is ordered by
     // depth. True when the link's URL is recorded; if it still waits, it takes the smaller depth,
     // which needs no room in the queue.
@@ -106,7 +108,7 @@ protected:
     // Takes `found` over, which may be null. If it is interesting, it is counted for its host,
     // recorded as processed and enqueued. Otherwise it is deleted, and reported as dropped unless
     // it was recorded before.
-    void takeIfInteresting(CAURL *found) const;
+    void takeIfInteresting(CAURL *found);
 
     CAParser *sink_ = nullptr;  // owned
     CAURL *const url_;
@@ -118,4 +120,11 @@ protected:
     HTThreadContext *const threadContext_;
     CABuffer *const buffer_;  // owned; input that waits to be parsed
     bool isUnwanted_ = false;
+
+private:
+    [[nodiscard]] bool countsDropsOnly() const { return drops_ >= CADropped::kMostOfPage; }
+    void reportDropped(const CAURL &found, CADrop why);
+
+    std::int32_t drops_ = 0;
+    std::int64_t moreDrops_ = 0;
 };

@@ -31,9 +31,9 @@ constexpr std::array<std::string_view, 5> kKeptHeaders = {
     "Connection:", "Content-Length:", "Content-type:", "Location:", "Transfer-Encoding:"};
 
 // Kept as well when the options say so.
-constexpr std::array<std::string_view, 10> kMoreHeaders = {
-    "Age:",  "Cache-Control:", "Cache-Status:", "Date:",           "Retry-After:",
-    "Vary:", "Via:",           "X-Cache:",      "X-Cache-Lookup:", "X-Varnish:"};
+constexpr std::array<std::string_view, 12> kMoreHeaders = {
+    "Age:",  "Cache-Control:", "Cache-Status:", "Date:",    "Expires:",        "Retry-After:",
+    "Vary:", "Via:",           "Warning:",      "X-Cache:", "X-Cache-Lookup:", "X-Varnish:"};
 
 // Kept as well when links are looked for as browsers do, or when the results say why they are not.
 constexpr std::array<std::string_view, 1> kPageHeaders = {"Content-Encoding:"};
@@ -93,7 +93,9 @@ CACacheHeaders CAParseHTTP::cacheHeaders() const
             .cacheControl = header("Cache-Control:"),
             .cacheStatus = header("Cache-Status:"),
             .date = header("Date:"),
+            .expires = header("Expires:"),
             .via = header("Via:"),
+            .warning = header("Warning:"),
             .xCache = header("X-Cache:"),
             .xCacheLookup = header("X-Cache-Lookup:"),
             .xVarnish = header("X-Varnish:"),

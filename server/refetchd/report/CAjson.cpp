@@ -68,6 +68,19 @@ std::size_t plainLength(std::string_view text)
 
 }  // namespace
 
+std::string_view CACut(std::string_view text, std::size_t most)
+{
+    constexpr std::size_t kLongest = 4;  // characters; an escape has three
+    std::size_t end = std::min(text.size(), most);
+    for (std::size_t back = 1; text.size() > most && back < std::min(kLongest, most + 1); ++back) {
+        const bool isEscape = text[most - back] == '%' && back < 3;
+        if (isEscape || utf8Length(text.substr(most - back)) > back) {
+            end = most - back;
+        }
+    }
+    return text.substr(0, end);
+}
+
 void CAJsonWriter::quote(std::string_view text)
 {
     *this << "\"";

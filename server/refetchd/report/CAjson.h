@@ -7,6 +7,10 @@
 #include <cstdint>
 #include <string_view>
 
+// The start of `text`, at most `most` bytes of it, cut neither within a character of UTF-8 nor
+// within an escape such as "%20".
+[[nodiscard]] std::string_view CACut(std::string_view text, std::size_t most);
+
 // Writes one JSON object from `at` on. Quoted texts are cut off at `end`; kTail more bytes behind
 // `end` leave room for everything else. One thread.
 class CAJsonWriter {

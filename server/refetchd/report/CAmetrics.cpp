@@ -21,7 +21,7 @@ bool isStatus(std::int32_t status)
 
 }  // namespace
 
-void CATally::count(_source source, CAVerdict verdict, const CAExchange &exchange)
+void CATally::count(_source source, CAVerdict verdict, bool isOldCopy, const CAExchange &exchange)
 {
     const std::int32_t status = exchange.status;
     ++urls[source == SOURCE_HITS ? 1 : 0][static_cast<std::size_t>(verdict)];
@@ -36,7 +36,8 @@ void CATally::count(_source source, CAVerdict verdict, const CAExchange &exchang
     }
     if (status == 200) {
         ++answers200;
-        agedHits += verdict == CAVerdict::FromCache ? 1 : 0;
+        agedHits += verdict == CAVerdict::FromCache && !isOldCopy ? 1 : 0;
+        oldCopies += isOldCopy ? 1 : 0;
     }
     unframed += exchange.unsearched == CAUnsearched::Unframed ? 1 : 0;
     coded += exchange.unsearched == CAUnsearched::Coded ? 1 : 0;
@@ -81,7 +82,8 @@ void put(FILE *file, const CATally &tally, const CARunEnd &end)
         std::fprintf(file, "refetchd_responses{class=\"%zuxx\"} %d\n", i + 1, tally.responses[i]);
     }
     putGauge(file, "response_bytes", "Bytes of all responses of the last run.", tally.bytes);
-    putHead(file, "dropped_urls", "URLs of the last run that were not asked for, by directive.");
+    putHead(file, "dropped_urls",
+            "Different URLs of the last run that were not asked for, by directive.");
     for (std::size_t drop = 0; drop < kDrops; ++drop) {
         const auto why = static_cast<CADrop>(drop);
         if (why != CADrop::None && why != CADrop::Processed) {
@@ -89,6 +91,10 @@ void put(FILE *file, const CATally &tally, const CARunEnd &end)
                          tally.drops[drop]);
         }
     }
+    putGauge(file, "dropped_links_more",
+             "Links of the last run that were dropped and not compared with others, because their "
+             "page had too many.",
+             tally.moreDrops);
     putGauge(file, "queue_left", "URLs that waited when the last run ended.", end.queueLeft);
 }
 

@@ -20,7 +20,7 @@ struct CATally {
     std::array<std::array<std::int32_t, kVerdicts>, kSources> urls{};
     std::array<std::int32_t, kClasses> responses{};  // by status class, 1xx first
     std::array<std::int32_t, kDrops> drops{};        // distinct URLs
-    std::int64_t moreDrops = 0;  // links beyond the limits of CADropped, whose URLs are not known
+    std::int64_t moreDrops = 0;                      // links beyond the limits of CADropped
     // The URLs whose verdict is "failed" are the sum of these two: exchanges without a complete
     // response, by reason; and complete ones with an error status (below 200, or from 400), by this
     // status. One that is not between 100 and 599 is counted as 0.
@@ -28,12 +28,17 @@ struct CATally {
     std::map<std::int32_t, std::int32_t> statuses;
     std::int64_t bytes = 0;
     std::int32_t answers200 = 0;
-    std::int32_t agedHits = 0;  // those of answers200 that were served from the cache
-    std::int32_t unframed = 0;  // pages not searched for links: no length and no chunks
-    std::int32_t coded = 0;     // and compressed ones
+    // Those of answers200 that were served from the cache: because it ignored the agent's request,
+    // and because the origin failed.
+    std::int32_t agedHits = 0;
+    std::int32_t oldCopies = 0;
+    // Pages that were not searched for links: without a length or chunks, and compressed ones.
+    std::int32_t unframed = 0;
+    std::int32_t coded = 0;
 
     // Counts one URL that was requested, or that was to be requested when the run ended.
-    void count(_source source, CAVerdict verdict, const CAExchange &exchange);
+    // `isOldCopy` as in CAJudgement.
+    void count(_source source, CAVerdict verdict, bool isOldCopy, const CAExchange &exchange);
 };
 
 // What the metrics file shows besides the counts.

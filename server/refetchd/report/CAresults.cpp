@@ -42,12 +42,13 @@ CAResults::~CAResults()
     }
 }
 
-void CAResults::setLog(const char *path)
+void CAResults::setLog(const char *path, bool logsDrops)
 {
     int error = 0;
     {
         const PMutexGuard guard(mutex_);
         error = closeLocked();
+        logsDrops_ = logsDrops;
         if (lines_ == nullptr) {
             lines_.reset(new Lines);
         }
@@ -56,23 +57,36 @@ void CAResults::setLog(const char *path)
     logPath_ = path;
 }
 
-void CAResults::dropped(std::string_view url, _source source, std::int32_t depth, CADrop why)
+bool CAResults::dropped(std::string_view url, _source source, std::int32_t depth, CADrop why)
 {
     if (why == CADrop::None || why == CADrop::Processed) {
-        return;
+        return false;
     }
-    const Record record{.url = url,
-                        .source = source,
-                        .depth = depth,
+    const std::uint64_t key = CADropped::keyOf(url);
+    const std::int64_t now = CANowMilliseconds();
+    const PMutexGuard guard(mutex_);
+    return !isOver_ && dropsLocked().add(key, {.text = logsDrops_ ? CACut(url, kMaxUrl) : "",
+                                               .length = url.size(),
+                                               .time = now,
+                                               .depth = depth,
+                                               .source = source,
+                                               .why = why});
+}
+
+void CAResults::droppedMore(const CAURL &page, std::int64_t links)
+{
+    const Record record{.url = page.stringitize(),
+                        .source = page.source(),
+                        .depth = page.depth(),
                         .verdict = CAVerdict::Dropped,
                         .age = -1,
-                        .why = CADropName(why),
-                        .exchange = {.started = CANowMilliseconds()}};
+                        .why = "links of this page",
+                        .exchange = {.started = CANowMilliseconds()},
+                        .more = links};
     int error = 0;
     {
         const PMutexGuard guard(mutex_);
-        tally_.drops[static_cast<std::size_t>(why)] += isOver_ ? 0 : 1;
-        error = tellLocked(record);
+        error = tellMoreLocked(record);
     }
     reportFailure(logPath_, error);
 }
@@ -86,10 +100,15 @@ void CAResults::finished(const CAURL &url, const CAExchange &exchange)
                         .verdict = judged.verdict,
                         .age = judged.age,
                         .why = judged.why,
+                        .isOldCopy = judged.isOldCopy,
                         .exchange = exchange};
+    const std::uint64_t key = CADropped::keyOf(record.url);
     int error = 0;
     {
         const PMutexGuard guard(mutex_);
+        if (!isOver_) {
+            dropsLocked().request(key);
+        }
         for (Flight &flight : flights_) {
             flight.url = flight.url == &url ? nullptr : flight.url;
         }
@@ -112,8 +131,12 @@ void CAResults::setInFlight(std::int32_t client, const CAURL *url, std::int32_t 
                             std::int32_t lastVariant)
 {
     const std::int64_t now = url != nullptr ? CANowMilliseconds() : 0;
+    const std::uint64_t key = url != nullptr ? CADropped::keyOf(url->stringitize()) : 0;
     const auto index = static_cast<std::size_t>(client);
     const PMutexGuard guard(mutex_);
+    if (url != nullptr && !isOver_) {
+        dropsLocked().request(key);
+    }
     if (index >= flights_.size()) {
         flights_.resize(index + 1);
     }
@@ -158,7 +181,56 @@ int CAResults::tellLocked(const Record &record)
     if (isOver_) {
         return 0;
     }
-    tally_.count(record.source, record.verdict, record.exchange);
+    tally_.count(record.source, record.verdict, record.isOldCopy, record.exchange);
+    return addLineLocked(record);
+}
+
+CADropped &CAResults::dropsLocked()
+{
+    if (drops_ == nullptr) {
+        drops_ = std::make_unique<CADropped>();
+    }
+    return *drops_;
+}
+
+int CAResults::tellDropsLocked()
+{
+    if (drops_ == nullptr) {
+        return 0;
+    }
+    int error = 0;
+    for (const CADropped::Url &url : drops_->urls()) {
+        if (url.why != CADrop::None) {
+            ++tally_.drops[static_cast<std::size_t>(url.why)];
+            const int failed = tellLocked({.url = url.text,
+                                           .source = url.source,
+                                           .depth = url.depth,
+                                           .verdict = CAVerdict::Dropped,
+                                           .age = -1,
+                                           .why = CADropName(url.why),
+                                           .exchange = {.started = url.time},
+                                           .length = url.length});
+            error = error == 0 ? failed : error;
+        }
+    }
+    const int failed = tellMoreLocked({.url = "",
+                                       .source = SOURCE_CONFIG,
+                                       .depth = 0,
+                                       .verdict = CAVerdict::Dropped,
+                                       .age = -1,
+                                       .why = "links of this run",
+                                       .exchange = {.started = CANowMilliseconds()},
+                                       .more = drops_->more()});
+    drops_.reset();
+    return error == 0 ? failed : error;
+}
+
+int CAResults::tellMoreLocked(const Record &record)
+{
+    if (isOver_ || record.more == 0) {
+        return 0;
+    }
+    tally_.moreDrops += record.more;
     return addLineLocked(record);
 }
 
@@ -179,7 +251,7 @@ int CAResults::openLocked()
 
 int CAResults::addLineLocked(const Record &record)
 {
-    if (lines_ == nullptr) {
+    if (lines_ == nullptr || (record.verdict == CAVerdict::Dropped && !logsDrops_)) {
         return 0;
     }
     if (const int error = file_ < 0 ? openLocked() : 0; file_ < 0) {
@@ -190,7 +262,7 @@ int CAResults::addLineLocked(const Record &record)
     line << "{\"time\":";
     line.time(record.exchange.started);
     line << ",\"url\":";
-    line.quote(record.url);
+    line.quote(CACut(record.url, kMaxUrl));
     line << ",\"source\":\"" << CASourceName(record.source) << "\",\"depth\":" << record.depth
          << ",\"status\":" << record.exchange.status << ",\"bytes\":" << record.exchange.bytes
          << ",\"ms\":" << record.exchange.milliseconds << ",\"verdict\":\""
@@ -203,6 +275,12 @@ int CAResults::addLineLocked(const Record &record)
     }
     if (!record.why.empty()) {
         line << ",\"why\":\"" << record.why << "\"";
+    }
+    if (const std::size_t length = std::max(record.length, record.url.size()); length > kMaxUrl) {
+        line << ",\"cut\":" << static_cast<std::int64_t>(length);
+    }
+    if (record.more > 0) {
+        line << ",\"more\":" << record.more;
     }
     line << "}\n";
     used_ = static_cast<std::size_t>(line.at() - lines_->data());
@@ -258,27 +336,18 @@ void CAResults::flush()
 }
 
 // Ends the log for good, and returns as the functions above.
-int CAResults::endLocked()
+int CAResults::stopLocked()
 {
-    const int failed = tellFlightsLocked();
+    const int flights = tellFlightsLocked();
+    const int drops = tellDropsLocked();
     isOver_ = true;
     const int error = closeLocked();
-    return failed != 0 ? failed : error;
-}
-
-void CAResults::logRun(std::time_t started, const CAClosing &closing)
-{
-    int error = 0;
-    {
-        const PMutexGuard guard(mutex_);
-        error = addRunLocked(started, closing);
-    }
-    reportFailure(logPath_, error);
+    return flights != 0 ? flights : drops != 0 ? drops : error;
 }
 
 int CAResults::addRunLocked(std::time_t started, const CAClosing &closing)
 {
-    if (lines_ == nullptr) {
+    if (lines_ == nullptr || !logsRuns_) {
         return 0;
     }
     if (const int error = file_ < 0 ? openLocked() : 0; file_ < 0) {
@@ -310,18 +379,22 @@ void CAResults::stop()
     int error = 0;
     {
         const PMutexGuard guard(mutex_);
-        error = endLocked();
+        error = stopLocked();
     }
     reportFailure(logPath_, error);
 }
 
-void CAResults::endRun(std::time_t started, std::int32_t seconds, std::int32_t queueLeft,
-                       bool isLast)
+void CAResults::endRun(std::time_t started, const CAClosing &closing, bool isLast)
 {
     int error = 0;
     {
         const PMutexGuard guard(mutex_);
-        error = isLast ? endLocked() : closeLocked();
+        const int flights = isLast ? tellFlightsLocked() : 0;
+        const int drops = tellDropsLocked();
+        const int run = addRunLocked(started, closing);
+        isOver_ = isLast;
+        error = closeLocked();
+        error = flights != 0 ? flights : drops != 0 ? drops : run != 0 ? run : error;
         last_ = tally_;
         tally_ = CATally();
         lastVary_ = vary_;
@@ -329,7 +402,8 @@ void CAResults::endRun(std::time_t started, std::int32_t seconds, std::int32_t q
     }
     reportFailure(logPath_, error);
     if (!metricsPath_.empty()) {
-        CAWriteMetrics(metricsPath_, last_,
-                       {.started = started, .seconds = seconds, .queueLeft = queueLeft});
+        CAWriteMetrics(
+            metricsPath_, last_,
+            {.started = started, .seconds = closing.seconds, .queueLeft = closing.queueLeft});
     }
 }

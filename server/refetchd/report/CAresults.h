@@ -1,7 +1,8 @@
 // Collects the outcome of each URL, for a results log and a metrics file. Each is written only when
 // its directive is set; without both nothing is collected.
 //
-// The log has one line of JSON for each URL. It is opened for appending with the first line of a
+// The log has one line of JSON for each URL. URLs that were dropped have theirs at the end of the
+// run, if they were not requested after all. It is opened for appending with the first line of a
 // run and closed when the run ends, so it can be moved away between two runs. It is written in
 // whole lines: a run that is killed leaves no half line. The metrics file holds the counts of the
 // last run that ended, in the text format of Prometheus; it is replaced in one step.
@@ -19,6 +20,7 @@
 #include "base/CAoutcome.h"
 #include "htthread.h"
 #include "report/CAclosing.h"
+#include "report/CAdropped.h"
 #include "report/CAmetrics.h"
 #include "report/CAvary.h"
 #include "report/CAverdict.h"
@@ -37,15 +39,17 @@ public:
     CAResults &operator=(const CAResults &) = delete;
 
     // Set the paths of the two files, which are opened later. Main thread, before any other thread
-    // exists. The log does not list URLs that were dropped before this call. A second path for the
-    // log closes the first one, after writing its lines.
-    void setLog(const char *path);
+    // exists. Without `logsDrops` the log does not list dropped URLs. A second path for the log
+    // closes the first one, after writing its lines.
+    void setLog(const char *path, bool logsDrops = true);
     void setMetricsFile(const char *path) { metricsPath_ = path; }
     // The headers with which the agent asks as visitors do, by name. Main thread, as above.
     void setSentHeaders(std::vector<std::string> names);
 
     // Has outcomes collected even without one of the files. Main thread, as above.
     void collect() { isCollecting_ = true; }
+    // Has each run end with a line of its own in the log, if there is one. Main thread, as above.
+    void logRuns(bool logs) { logsRuns_ = logs; }
 
     // True when outcomes are collected; only then call dropped(), finished(), setInFlight() and
     // endRun(). Any thread.
@@ -58,9 +62,14 @@ public:
 
     // Report a URL that is not requested, or one that is finished (requested, or given up because
     // the run is over). It counts for the current run, or for the one that is being seeded.
-    // dropped() ignores CADrop::None and CADrop::Processed. Any thread.
-    void dropped(std::string_view url, _source source, std::int32_t depth, CADrop why);
+    // dropped() ignores CADrop::None and CADrop::Processed, and URLs that were dropped or requested
+    // before in the run; it is false for these. Any thread.
+    bool dropped(std::string_view url, _source source, std::int32_t depth, CADrop why);
     void finished(const CAURL &url, const CAExchange &exchange);
+
+    // Reports links of a page that were dropped without regard to their URLs, because dropped() was
+    // true for CADropped::kMostOfPage others. Any thread.
+    void droppedMore(const CAURL &page, std::int64_t links);
 
     // Notes which URL worker thread number `client` (from 0) works on, and the numbers of its first
     // and last variant that were not reported (from 1; 0: there are none); null: no URL. finished()
@@ -73,15 +82,11 @@ public:
     // thread.
     void flush();
 
-    // Ends a run: closes the log, writes the metrics file, and starts new counts. `started`,
-    // `seconds` (its duration) and `queueLeft` (URLs left in the queue) go to the metrics file. If
-    // `isLast`, URLs still in flight are logged as failed, and all later reports are ignored.
-    // Failures are traced and written to the error log. Master thread.
-    void endRun(std::time_t started, std::int32_t seconds, std::int32_t queueLeft,
-                bool isLast = false);
-
-    // Adds the line about a run to the log, if there is one; before endRun(). Master thread.
-    void logRun(std::time_t started, const CAClosing &closing);
+    // Ends a run: logs the URLs that were dropped and, after logRuns(), a line about the run; then
+    // closes the log, writes the metrics file, and starts new counts. If `isLast`, URLs still in
+    // flight are logged as failed, and all later reports are ignored. Failures are traced and
+    // written to the error log. Master thread.
+    void endRun(std::time_t started, const CAClosing &closing, bool isLast = false);
 
     // Closes the log, after writing its lines; the next line opens it again. Master thread.
     void reopen();
@@ -94,8 +99,9 @@ public:
     [[nodiscard]] const CATally &lastRun() const { return last_; }
 
     // About the run that ended last: the responses with status 200; how many of them the cache
-    // served from its copies; and whether those were more than half, which means that the proxy
-    // ignores the agent's requests for fresh copies. Master thread.
+    // served from its copies although the origin did not fail; and whether those were more than
+    // half, which means that the proxy ignores the agent's requests for fresh copies. Master
+    // thread.
     [[nodiscard]] std::int32_t answers200() const { return last_.answers200; }
     [[nodiscard]] std::int32_t agedHits() const { return last_.agedHits; }
     [[nodiscard]] bool cacheIgnoresUs() const { return last_.agedHits > last_.answers200 / 2; }
@@ -104,6 +110,7 @@ public:
     [[nodiscard]] std::string varyingBy() const { return lastVary_.names(); }
 
 private:
+    static constexpr std::size_t kMaxUrl = 2048;  // bytes of a URL that are logged
     static constexpr std::size_t kMaxLine = 32768;
     static constexpr std::size_t kFlushAt = 65536;
     using Lines = std::array<char, kFlushAt + kMaxLine>;
@@ -116,7 +123,10 @@ private:
         CAVerdict verdict;
         std::int32_t age;      // below 0: none
         std::string_view why;  // empty: none
+        bool isOldCopy = false;
         CAExchange exchange;
+        std::size_t length = 0;  // of the whole URL, if `url` is cut already
+        std::int64_t more = 0;   // this many links, of which `url` is the page
     };
 
     struct Flight {
@@ -129,17 +139,21 @@ private:
     [[nodiscard]] int tellFlightsLocked() HT_REQUIRES(mutex_);
     [[nodiscard]] int tellFlightLocked(const Flight &flight) HT_REQUIRES(mutex_);
     [[nodiscard]] int tellLocked(const Record &record) HT_REQUIRES(mutex_);
+    [[nodiscard]] int tellDropsLocked() HT_REQUIRES(mutex_);
+    [[nodiscard]] int tellMoreLocked(const Record &record) HT_REQUIRES(mutex_);
+    CADropped &dropsLocked() HT_REQUIRES(mutex_);
     [[nodiscard]] int openLocked() HT_REQUIRES(mutex_);
     [[nodiscard]] int addLineLocked(const Record &record) HT_REQUIRES(mutex_);
     [[nodiscard]] int flushLocked() HT_REQUIRES(mutex_);
     [[nodiscard]] int closeLocked() HT_REQUIRES(mutex_);
-    [[nodiscard]] int endLocked() HT_REQUIRES(mutex_);
+    [[nodiscard]] int stopLocked() HT_REQUIRES(mutex_);
     [[nodiscard]] int addRunLocked(std::time_t started, const CAClosing &closing)
         HT_REQUIRES(mutex_);
 
     std::string logPath_;
     std::string metricsPath_;
     bool isCollecting_ = false;
+    bool logsRuns_ = false;
     CATally last_;          // the master thread's
     CAVaryCount lastVary_;  // the same
 
@@ -151,6 +165,8 @@ private:
     int file_ HT_GUARDED_BY(mutex_) = -1;
     bool failed_ HT_GUARDED_BY(mutex_) = false;  // an error of this run was reported already
     bool isOver_ HT_GUARDED_BY(mutex_) = false;  // the last run has ended
+    bool logsDrops_ HT_GUARDED_BY(mutex_) = false;
+    std::unique_ptr<CADropped> drops_ HT_GUARDED_BY(mutex_);  // of the current run; null: none yet
     CATally tally_ HT_GUARDED_BY(mutex_);
     CAVaryCount vary_ HT_GUARDED_BY(mutex_);
     std::vector<Flight> flights_ HT_GUARDED_BY(mutex_);  // by client

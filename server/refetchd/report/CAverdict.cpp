@@ -6,6 +6,7 @@
 #include <array>
 #include <charconv>
 #include <chrono>
+#include <cstdlib>
 
 #include "HTString.h"
 
@@ -15,14 +16,22 @@ namespace {
 enum class Word : std::uint8_t {
     None,
     Hit,
-    Fetched,
-    Missed,  // fetched, because there was no copy
-    Unkept,  // fetched, and not stored
+    OldCopy,    // served, because the origin failed
+    Updating,   // served, because another request was fetching a new one
+    Fetched,    // or revalidated, if the cache does not make a difference
+    Missed,     // fetched, because there was no copy
+    Confirmed,  // the origin said that the copy is still good
+    Unkept,     // fetched, and not stored
 };
+
+// How caches name themselves in "Via:".
+constexpr std::string_view kSquid = "(squid";
+constexpr std::string_view kVarnish = "(Varnish/";
+constexpr std::string_view kTrafficServer = "(ApacheTrafficServer/";
 
 // A copy of this age, in seconds, may still be newer than the request: clocks count whole seconds.
 constexpr std::int32_t kJustNow = 1;
-// The clock of an origin may be behind by this many seconds.
+// A clock may be behind by this many seconds.
 constexpr std::int32_t kClockError = 60;
 
 bool startsWith(std::string_view text, std::string_view prefix)
@@ -75,13 +84,33 @@ std::string_view lastMember(std::string_view list)
     return last;
 }
 
-//     cache := name { ';' ( "hit" | "fwd=" reason | "stored" | key '=' value ) }
+// The value of `text`, all of which must be a number; -1 if not.
+std::int32_t numberIn(std::string_view text)
+{
+    std::int32_t number = -1;
+    const char *const end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, number);
+    return error == std::errc() && stop == end ? number : -1;
+}
+
+// The word that follows from the status with which the origin answered the cache.
+Word byForwardStatus(std::int32_t status, Word word)
+{
+    constexpr std::int32_t kNotModified = 304;
+    constexpr std::int32_t kServerError = 500;
+    return status == kNotModified ? Word::Confirmed : status >= kServerError ? Word::OldCopy : word;
+}
+
+//     cache := name { ';' ( "hit" | "fwd=" reason | "fwd-status=" status | "stored" | key '=' value
+//     ) }
 //
-// A flag may have a value: "hit=?0" means no hit.
+// A flag may have a value: "hit=?0" means no hit. The response itself has no error status, so that
+// one from the origin means that it was not passed on.
 Word fromCacheStatus(std::string_view list)
 {
     std::string_view member = lastMember(list);
     Word word = Word::None;
+    std::int32_t forwarded = 0;
     takeUntil(&member, ';');
     while (!member.empty()) {
         std::string_view value = takeUntil(&member, ';');
@@ -96,8 +125,11 @@ Word fromCacheStatus(std::string_view list)
             const bool missed = value == "miss" || value == "uri-miss" || value == "vary-miss";
             word = missed ? Word::Missed : Word::Fetched;
         }
+        if (key == "fwd-status") {
+            forwarded = numberIn(value);
+        }
     }
-    return word;
+    return byForwardStatus(forwarded, word);
 }
 
 // The beginning of a member of "X-Cache:", in upper or lower case. In Squid and httpd " from HOST"
@@ -108,12 +140,12 @@ struct XCacheRow {
 };
 constexpr std::array<XCacheRow, 7> kXCache = {{
     {"HIT", Word::Hit},
-    {"STALE", Word::Hit},     // nginx: an old copy, because the origin fails
-    {"UPDATING", Word::Hit},  // nginx: an old copy, while another request fetches a new one
+    {"STALE", Word::OldCopy},      // nginx
+    {"UPDATING", Word::Updating},  // nginx
     {"MISS", Word::Fetched},
-    {"BYPASS", Word::Fetched},      // nginx, configured to fetch
-    {"EXPIRED", Word::Fetched},     // nginx
-    {"REVALIDATE", Word::Fetched},  // httpd, and nginx with a "D": the origin confirmed the copy
+    {"BYPASS", Word::Fetched},        // nginx, configured to fetch
+    {"EXPIRED", Word::Fetched},       // nginx
+    {"REVALIDATE", Word::Confirmed},  // httpd, and nginx with a "D"
 }};
 
 std::string_view hostIn(std::string_view member)
@@ -150,7 +182,8 @@ Word fromXVarnish(std::string_view value)
 
 // Traffic Server's codes in "Via:", such as "[uScMsSfWpSeN:t cCMp sS]" or "[cMsSfW]". The letter
 // after "c" shows what the cache had (M: nothing), the one after "s" what the origin answered
-// (blank: no request was sent to it), the one after "f" what was done to the copy (blank: nothing).
+// (blank: no request was sent to it, E: nothing of use, N: the copy is still good), the one after
+// "f" what was done to the copy (blank: nothing).
 Word fromTrafficServer(std::string_view member)
 {
     const std::size_t open = member.rfind('[');
@@ -164,8 +197,14 @@ Word fromTrafficServer(std::string_view member)
     if (codes[3] == ' ') {
         return Word::Hit;
     }
+    if (codes[3] == 'E' && codes[1] != 'M') {
+        return Word::OldCopy;
+    }
     if (codes[5] == ' ') {
         return Word::Unkept;
+    }
+    if (codes[3] == 'N') {
+        return Word::Confirmed;
     }
     return codes[1] == 'M' ? Word::Missed : Word::Fetched;
 }
@@ -178,9 +217,9 @@ Word ownWord(const CACacheHeaders &headers)
 {
     std::string_view member = lastMember(headers.via);
     Word word = Word::None;
-    if (contains(member, "(Varnish/")) {
+    if (contains(member, kVarnish)) {
         word = fromXVarnish(headers.xVarnish);
-    } else if (contains(member, "(ApacheTrafficServer/")) {
+    } else if (contains(member, kTrafficServer)) {
         word = fromTrafficServer(member);
     }
     if (word != Word::None) {
@@ -191,29 +230,6 @@ Word ownWord(const CACacheHeaders &headers)
     const bool ownXCache = !name.empty() && hostIn(lastMember(headers.xCache)) == name;
     word = ownXCache ? Word::None : fromCacheStatus(headers.cacheStatus);
     return word == Word::None ? fromXCache(headers) : word;
-}
-
-bool mayBeKept(std::string_view cacheControl)
-{
-    while (!cacheControl.empty()) {
-        const std::string_view directive = takeUntil(&cacheControl, ',');
-        if (directive.size() == 8 && startsWith(directive, "no-store")) {
-            return false;
-        }
-        if (directive.size() == 7 && startsWith(directive, "private")) {
-            return false;
-        }
-    }
-    return true;
-}
-
-// The value of `text`, all of which must be a number; -1 if not.
-std::int32_t numberIn(std::string_view text)
-{
-    std::int32_t number = -1;
-    const char *const end = text.data() + text.size();
-    const auto [stop, error] = std::from_chars(text.data(), end, number);
-    return error == std::errc() && stop == end ? number : -1;
 }
 
 // Seconds since the epoch of a text such as "Sun, 06 Nov 1994 08:49:37 GMT"; -1 for any other.
@@ -259,43 +275,159 @@ std::int32_t ageOf(const CACacheHeaders &headers, std::time_t requested)
     return static_cast<std::int32_t>(std::min<std::time_t>(requested - date, INT32_MAX));
 }
 
-// The word that follows from the age alone. Without an age nothing follows: nginx sends no "Age:",
-// and replaces "Date:".
-Word byAge(std::int32_t age, std::int32_t fresh)
+// True when the cache next to the agent names itself so in "Via:".
+bool isFrom(const CACacheHeaders &headers, std::string_view comment)
 {
-    if (age < 0) {
-        return Word::None;
-    }
-    return age > fresh ? Word::Hit : Word::Fetched;
+    return contains(lastMember(headers.via), comment);
 }
 
-CAVerdict verdictOf(Word word, bool kept)
+// Traffic Server does not tell a new copy from an old one that it serves because the origin
+// answered with an error. But it then lets the old one expire half an hour from now.
+bool isHeldOver(const CAExchange &exchange)
 {
-    if (word == Word::Hit) {
-        return CAVerdict::FromCache;
+    constexpr std::int64_t kHeldFor = 1800;
+    const std::int64_t now = (exchange.started + exchange.milliseconds) / 1000;
+    const std::time_t expires = timeOf(withoutBlanks(exchange.headers.expires));
+    return expires >= 0 && isFrom(exchange.headers, kTrafficServer) &&
+           std::abs(expires - now - kHeldFor) <= kClockError;
+}
+
+// The word that follows from the age of the copy. A hit may be a copy that was fetched a moment ago
+// for somebody else. Squid says HIT, too, when the origin has just confirmed the copy. Without an
+// age nothing follows: nginx sends no "Age:", and replaces "Date:".
+Word byAge(Word word, bool isFresh, const CAExchange &exchange)
+{
+    if (!isFresh) {
+        return word == Word::Fetched && isHeldOver(exchange) ? Word::OldCopy
+               : word == Word::None                          ? Word::Hit
+                                                             : word;
     }
-    if (!kept || word == Word::Unkept) {
-        return CAVerdict::NotCacheable;
+    if (word == Word::Hit && isFrom(exchange.headers, kSquid)) {
+        return Word::Confirmed;
     }
-    if (word == Word::None) {
-        return CAVerdict::Unknown;
+    return word == Word::None || word == Word::Hit ? Word::Fetched : word;
+}
+
+// Seconds in a directive such as "max-age=60"; -1 when the value is no number.
+std::int32_t secondsIn(std::string_view value)
+{
+    if (value.size() > 1 && value.front() == '"') {
+        value = value.substr(1, value.size() - 2);
     }
-    return word == Word::Missed ? CAVerdict::Stored : CAVerdict::Refreshed;
+    const bool isNumber = !value.empty() && std::all_of(value.begin(), value.end(), HTIsDigit);
+    return isNumber ? HTInteger(value) : -1;
+}
+
+// What "Cache-Control:" says to a shared cache; lifetimes in seconds, -1: none.
+struct Control {
+    bool noStore = false;
+    bool isPrivate = false;
+    std::int32_t maxAge = -1;
+    std::int32_t sharedMaxAge = -1;
+};
+
+Control readControl(std::string_view list)
+{
+    Control control;
+    while (!list.empty()) {
+        std::string_view value = takeUntil(&list, ',');
+        const bool isFlag = !contains(value, "=");
+        const std::string_view key = takeUntil(&value, '=');
+        if (HTEqualsNoCase(key, "no-store")) {
+            control.noStore = control.noStore || isFlag;
+        } else if (HTEqualsNoCase(key, "private")) {
+            control.isPrivate = control.isPrivate || isFlag;  // with a value: some headers only
+        } else if (HTEqualsNoCase(key, "max-age")) {
+            control.maxAge = secondsIn(withoutBlanks(value));
+        } else if (HTEqualsNoCase(key, "s-maxage")) {
+            control.sharedMaxAge = secondsIn(withoutBlanks(value));
+        }
+    }
+    return control;
+}
+
+// True when the response says how long it may be used, and that is not over at once.
+bool hasLifetime(const Control &control, const CAExchange &exchange)
+{
+    if (control.sharedMaxAge >= 0 || control.maxAge >= 0) {
+        return (control.sharedMaxAge >= 0 ? control.sharedMaxAge : control.maxAge) > 0;
+    }
+    const std::time_t date = timeOf(withoutBlanks(exchange.headers.date));
+    return timeOf(withoutBlanks(exchange.headers.expires)) >
+           (date >= 0 ? date : exchange.started / 1000);
+}
+
+// Redirections that a cache does not store, even with a lifetime.
+struct UnkeptRow {
+    std::int32_t status;
+    std::string_view cache;
+};
+constexpr std::array<UnkeptRow, 3> kUnkept = {{{303, kSquid}, {303, kVarnish}, {308, kVarnish}}};
+
+constexpr std::string_view kNotStored = "not stored by the cache";
+
+// Why the cache cannot have stored the response; empty when it may have. A temporary redirection
+// is stored only if its origin says for how long.
+std::string_view whyUnkept(const CAExchange &exchange)
+{
+    const std::int32_t status = exchange.status;
+    const Control control = readControl(exchange.headers.cacheControl);
+    if (control.noStore || control.isPrivate) {
+        return control.noStore ? "no-store" : "private";
+    }
+    const bool isTemporary = status == 302 || status == 303 || status == 307;
+    if (isTemporary && !hasLifetime(control, exchange)) {
+        return "redirection without freshness";
+    }
+    const bool isNever = std::any_of(kUnkept.begin(), kUnkept.end(), [&](const UnkeptRow &row) {
+        return row.status == status && isFrom(exchange.headers, row.cache);
+    });
+    return isNever ? kNotStored : "";
+}
+
+// The verdict on a response that the cache served, or that it may have stored.
+CAJudgement judgeWord(Word word, std::int32_t age)
+{
+    switch (word) {
+    case Word::Hit: return {CAVerdict::FromCache, age, ""};
+    case Word::OldCopy: return {CAVerdict::FromCache, age, "origin failed, old copy served", true};
+    case Word::Updating: return {CAVerdict::FromCache, age, "another request was fetching it"};
+    case Word::Fetched: return {CAVerdict::Refreshed, -1, ""};
+    case Word::Missed: return {CAVerdict::Stored, -1, ""};
+    case Word::Confirmed: return {CAVerdict::Unchanged, -1, ""};
+    case Word::Unkept: return {CAVerdict::NotCacheable, -1, std::string(kNotStored)};
+    case Word::None: break;
+    }
+    return {CAVerdict::Unknown, -1, ""};
+}
+
+// True for a word that shows that the cache has a copy.
+bool showsCopy(Word word)
+{
+    return word == Word::Hit || word == Word::OldCopy || word == Word::Updating ||
+           word == Word::Confirmed;
+}
+
+// What the cache did to make a complete response of this age.
+Word wordOn(const CAExchange &exchange, std::int32_t age)
+{
+    const auto took = static_cast<std::int32_t>(exchange.milliseconds / 1000);
+    const std::int32_t fresh = took > INT32_MAX - kJustNow ? INT32_MAX : took + kJustNow;
+    const Word word = ownWord(exchange.headers);
+    if (word == Word::Hit && startsWith(withoutBlanks(exchange.headers.warning), "111")) {
+        return Word::OldCopy;  // Squid and httpd: "Revalidation failed"
+    }
+    return age < 0 ? word : byAge(word, age <= fresh, exchange);
 }
 
 // Judges a complete response.
 CAJudgement judgeAnswer(const CAExchange &exchange)
 {
     const std::int32_t age = ageOf(exchange.headers, exchange.started / 1000);
-    const auto took = static_cast<std::int32_t>(exchange.milliseconds / 1000);
-    const std::int32_t fresh = took > INT32_MAX - kJustNow ? INT32_MAX : took + kJustNow;
-    Word word = ownWord(exchange.headers);
-    // Squid also says HIT, with an age of 0, when the origin has just revalidated the copy.
-    if (word == Word::None || (word == Word::Hit && age >= 0)) {
-        word = byAge(age, fresh);
-    }
-    const CAVerdict verdict = verdictOf(word, mayBeKept(exchange.headers.cacheControl));
-    return {.verdict = verdict, .age = verdict == CAVerdict::FromCache ? age : -1, .why = ""};
+    const Word word = wordOn(exchange, age);
+    const std::string_view why = showsCopy(word) ? "" : whyUnkept(exchange);
+    return why.empty() ? judgeWord(word, age)
+                       : CAJudgement{CAVerdict::NotCacheable, -1, std::string(why)};
 }
 
 std::string reasonOf(const CAExchange &exchange)

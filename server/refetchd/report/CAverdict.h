@@ -16,7 +16,9 @@ struct CACacheHeaders {
     std::string_view cacheControl = {};
     std::string_view cacheStatus = {};
     std::string_view date = {};
+    std::string_view expires = {};
     std::string_view via = {};
+    std::string_view warning = {};
     std::string_view xCache = {};
     std::string_view xCacheLookup = {};
     std::string_view xVarnish = {};
@@ -40,8 +42,9 @@ struct CAExchange {
 // The judgement on an exchange.
 struct CAJudgement {
     CAVerdict verdict = CAVerdict::Failed;  // never Dropped
-    std::int32_t age = -1;  // of the cache's copy, in seconds; -1: unknown, or no copy was served
-    std::string why;        // the reason of a failure; empty without one
+    std::int32_t age = -1;   // of the cache's copy, in seconds; -1: unknown, or no copy was served
+    std::string why;         // the reason, if the verdict is not the best one and it is known
+    bool isOldCopy = false;  // served from the cache only because the origin failed
 };
 
 // Judges an exchange. The header values may be malformed in any way.
