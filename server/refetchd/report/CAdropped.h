@@ -12,7 +12,8 @@
 #include "base/CAoutcome.h"
 #include "base/CAwhen.h"
 
-// The dropped URLs of one run. It has no lock: callers that share one between threads must lock it.
+// The dropped URLs of one run; it cannot be copied. It has no lock: callers that share one between
+// threads must lock it.
 class CADropped {
 public:
     // Limits that hostile pages cannot exceed: URLs and bytes of their texts in a run, and URLs of
@@ -29,10 +30,6 @@ public:
         _source source = SOURCE_CONFIG;
         CADrop why = CADrop::None;  // None: it was requested after all
     };
-
-    CADropped() = default;
-    CADropped(const CADropped &) = delete;
-    CADropped &operator=(const CADropped &) = delete;
 
     // What a URL is recognised by. Two URLs with the same key are taken for one: among a million
     // the odds of that are 1 to 37 million, and then a line of the log is missing, which is worth
