@@ -129,6 +129,9 @@ check_examples() {
     done
 }
 
+# Prints the lines that the configuration $1 switches on, and the one that the administrator completes.
+settings_of() { grep -E '^([a-z]|#loadurl )' "$1" | sort; }
+
 # check_docs BUILD: with the pages that were made there.
 check_docs() {
     local page faults
@@ -142,5 +145,9 @@ check_docs() {
         fail "docs/directives.md does not list the directives as docs/directives.txt does"
     fi
     printf '  docs/directives.md\n'
+    if ! diff <(settings_of docs/nightly.conf) <(settings_of "$1/docs/tarnproxy.conf"); then
+        fail "docs/nightly.conf does not set what the sample configuration sets"
+    fi
+    printf '  docs/nightly.conf\n'
     check_examples
 }
