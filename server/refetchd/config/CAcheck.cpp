@@ -119,8 +119,8 @@ bool load(CAConfig *config, CACheck *check, const std::vector<const char *> &nam
         check->refused |= !CAIsReadable(static_cast<const char *>(entry->object), "");
     }
     config->observer = check;
-    const bool runs =
-        !check->refused && config->load(urlQueue, static_cast<const char *>(files->object)) != 0;
+    const bool runs = !check->refused && files != nullptr &&
+                      config->load(urlQueue, static_cast<const char *>(files->object)) != 0;
     config->observer = nullptr;
     return runs;
 }

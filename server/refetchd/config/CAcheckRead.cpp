@@ -86,15 +86,6 @@ void CACheck::keep(const CADirective &row, const CAConfigLines &line)
     kept = setting;
 }
 
-void CACheck::judgeMark(const CAPlace &place, std::string_view word)
-{
-    if (place.line == 1 && word.starts_with(kMark)) {
-        warn(place, "",
-             "a byte order mark hides this line from the agent: save the file without it, as plain "
-             "UTF-8");
-    }
-}
-
 void CACheck::directive(const char *file, CAConfigLines *line, const CADirective *row)
 {
     at = {file, line->number()};
@@ -120,26 +111,31 @@ void CACheck::skipped(CASkip why, const char *file, int number, const char *word
     if (showsSeeds) {
         return;
     }
-    const CAPlace place{file, number};
+    at = {file, number};
     switch (why) {
-    case CASkip::Alone: {
-        std::string name = word;
-        standardize(name.data());
-        name.resize(std::strlen(name.data()));
-        const bool isKnown = CAFindDirective(name) != nullptr;
-        at = place;
-        warn(place, name, isKnown ? "no argument" : "");
-        judgeMark(place, name);
-        const bool isSaid = isKnown || name.starts_with(kMark);
-        if (!isSaid && (isStrict || name.find('=') != name.npos)) {
-            judgeName(name);
-        }
-        break;
-    }
+    case CASkip::Alone: judgeAlone(word); break;
     case CASkip::Unclosed:
-        warn(place, "", "this block has no closing \"}\": all lines below are ignored");
+        warn(at, "", "this block has no closing \"}\": all lines below are ignored");
         break;
     case CASkip::BadHits: ++badHits; break;
+    }
+}
+
+// True for the first word of a file that begins with the mark.
+bool CACheck::hasMark(std::string_view name) const
+{
+    return at.line == 1 && name.starts_with(kMark);
+}
+
+// Warns of a directive without an argument. Other words that stand alone may be the proxy's.
+void CACheck::judgeAlone(std::string name)
+{
+    standardize(name.data());
+    name.resize(std::strlen(name.data()));
+    if (CAFindDirective(name) != nullptr) {
+        warn(at, name, "no argument");
+    } else if (isStrict || hasMark(name) || name.find('=') != name.npos) {
+        judgeName(name);
     }
 }
 
@@ -147,8 +143,10 @@ void CACheck::skipped(CASkip why, const char *file, int number, const char *word
 // unless the file is the agent's alone.
 void CACheck::judgeName(std::string_view name)
 {
-    if (at.line == 1 && name.starts_with(kMark)) {
-        return judgeMark(at, name);
+    if (hasMark(name)) {
+        return warn(at, "",
+                    "a byte order mark hides this line from the agent: save the file without it, "
+                    "as plain UTF-8");
     }
     if (const std::string fault = CAMistakeInName(name); !fault.empty()) {
         return warn(at, "", fault);

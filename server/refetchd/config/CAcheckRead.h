@@ -59,5 +59,6 @@ private:
     [[nodiscard]] CAArgumentVerdict judge(CAArgument argument, CAConfigLines *line);
     void keep(const CADirective &row, const CAConfigLines &line);
     void judgeName(std::string_view name);
-    void judgeMark(const CAPlace &place, std::string_view word);
+    void judgeAlone(std::string name);
+    [[nodiscard]] bool hasMark(std::string_view name) const;
 };

@@ -31,14 +31,20 @@ std::string hitsFault()
     return status.st_size == 0 ? file + " is empty" : "";
 }
 
-// True when the service of refetchd-hits has not made its first hits file yet.
-bool isBeforeFirstHits()
+// When a service of the package has not made its first hits file yet: the file in which its logs
+// are to be named. Otherwise empty.
+std::string fileOfLogs()
 {
-    const bool isOfService =
-        g_ca_hits_filename != nullptr &&
-        std::strcmp(g_ca_hits_filename, "/var/lib/refetchd/logs/hitsfile.txt") == 0;
-    return isOfService && ac.caching == ALWAYS && access(g_ca_hits_filename, F_OK) != 0 &&
-           errno == ENOENT;
+    constexpr std::string_view kBegin = "/var/lib/refetchd";
+    constexpr std::string_view kEnd = "/logs/hitsfile.txt";
+    const std::string_view file = g_ca_hits_filename != nullptr ? g_ca_hits_filename : "";
+    const bool isOfService = file.starts_with(kBegin) && file.ends_with(kEnd);
+    if (!isOfService || ac.caching != ALWAYS || access(file.data(), F_OK) == 0 || errno != ENOENT) {
+        return "";
+    }
+    const std::string instance(
+        file.substr(kBegin.size(), file.size() - kBegin.size() - kEnd.size()));
+    return instance.empty() ? "/etc/default/refetchd-hits" : "/etc/refetchd" + instance + ".hits";
 }
 
 // What is wrong with a line that sets request headers.
@@ -101,11 +107,10 @@ void judgeHits(CACheck *check, bool forService)
     if (HTInteger(top.text) <= 0) {
         return;
     }
-    if (forService && isBeforeFirstHits()) {
+    const std::string logs = forService ? fileOfLogs() : "";
+    if (!logs.empty()) {
         check->notes.push_back(
-            {top.at,
-             "loadtopcached: there is no hits file yet: name the proxy's logs in "
-             "/etc/default/refetchd-hits"});
+            {top.at, "loadtopcached: there is no hits file yet: name the proxy's logs in " + logs});
     } else {
         check->warn(top.at, "loadtopcached", hitsFault());
     }

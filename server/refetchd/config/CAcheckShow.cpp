@@ -39,11 +39,11 @@ void showSeveral(const CACheck &check, CAArgument first, CAArgument last)
 // name and port: then it is the `hostname` line or, without that, the `port` line.
 CAFound lineOf(const CADirective &row, const CACheck &check)
 {
-    const CAFound line = check.lineOf(row.name);
+    CAFound line = check.lineOf(row.name);
     if (row.name != "updateproxy" || line.at.file != nullptr) {
         return line;
     }
-    const CAFound host = check.lineOf("hostname");
+    CAFound host = check.lineOf("hostname");
     return host.at.file != nullptr ? host : check.lineOf("port");
 }
 
