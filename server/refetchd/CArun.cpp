@@ -320,22 +320,27 @@ void warnOfUnsearched()
     const CATally &tally = results.lastRun();
     if (tally.unframed > 0) {
         tell(CAUnsearchedText(tally.unframed,
-                              "their answers have no length: set \"http11 on\" or, if the proxy "
-                              "does not speak HTTP/1.1, \"closedelimitedbodies on\""));
+                              "set \"http11 on\" (or, without HTTP/1.1, \"closedelimitedbodies "
+                              "on\"), because bodies without a length are thrown away"));
     }
     if (tally.coded > 0) {
         tell(CAUnsearchedText(tally.coded,
                               ac.parseOptions.modernLinks
-                                  ? "they are compressed in a way that the agent does not know"
-                                  : "they are compressed: set \"modernlinks on\""));
+                                  ? "the agent does not know their Content-Encoding"
+                                  : "set \"modernlinks on\", because compressed bodies are "
+                                    "thrown away"));
     }
 }
 
 // The exit status after the last run. For the master thread until `done` is 1.
 int runStatus = 0;
 
+// A run that a signal has cut short is not judged.
 void judgeRun()
 {
+    if (runs.isEnding) {
+        return;
+    }
     const CATally &tally = results.lastRun();
     if (const std::string advice = CAAdvice(tally, {.proxy = ac.updateProxy,
                                                     .readTimeout = ac.readTimeout,
@@ -343,8 +348,8 @@ void judgeRun()
         !advice.empty()) {
         tell(advice);
     }
-    runStatus = runs.isEnding ? 0 : CAExitStatus(tally, ac.failWhen);
-    if (ac.repeatCount == 1 && runStatus != 0) {
+    runStatus = ac.repeatCount == 1 ? CAExitStatus(tally, ac.failWhen) : 0;
+    if (runStatus != 0) {
         tell("failwhen " + std::to_string(ac.failWhen) + ": the exit status is " +
              std::to_string(runStatus) + ".");
     }
