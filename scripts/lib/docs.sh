@@ -7,7 +7,8 @@ documents=(README.md SECURITY.md CONTRIBUTING.md docs/*.md bench/README.md docs/
 # The rows: a pattern for examples, and the test that runs those that match. The first row that matches
 # counts.
 testers=(
-    '^(updateproxy|refetchd|refetchd-hits|varnishncsa) '       tests/e2e/docs_test.cpp
+    '^(updateproxy|refetchd-hits|varnishncsa) '                tests/e2e/docs_test.cpp
+    '^refetchd-check( |$)'                                     scripts/package-test
     '^(apt|systemctl|runuser|less|jq|curl) |^scripts/package$' scripts/package-test
     '^(squid|nginx|a2enmod|journalctl) '                       scripts/package-test
     '^(BENCH=1 )?(scripts|bench)/|ctest |^mandoc '             scripts/test
@@ -72,6 +73,7 @@ is_command() {
     [[ $1 == *[/\ ]* ]] || return 1
     while [[ $program =~ ^[A-Z_]+=[^\ ]*\ (.*) ]]; do program=${BASH_REMATCH[1]}; done
     program=${program%% *}
+    [[ $program =~ ^refetchd(-[a-z]+)?$ ]] && return
     [[ $'\n'$directives$'\n' != *$'\n'$program$'\n'* ]] && type -P -- "$program" >/dev/null
 }
 
@@ -103,22 +105,32 @@ faults_of_manual() {
     { LC_ALL=C.UTF-8 man --warnings --local-file "$1" >/dev/null; } 2>&1
 }
 
-# Fails if an example has no test. For scripts/test, this checks that it runs the same program, most often
-# with less to do. The examples that this file tests are run here.
+# Prints the commands of a command line, a line each: the program, and the option behind it.
+commands_in() {
+    printf '%s\n' "${1//' && '/$'\n'}" | sed -E 's/^[A-Z_]+=[^ ]* //; s/^([^ ]+( -+[A-Za-z]+)?)( .*)?$/\1/'
+}
+
+# Fails if an example has no test. For scripts/test, this checks that it, or this file, runs the same
+# programs with the same first option, most often with less to do. The examples that this file tests are
+# run here.
 check_examples() {
-    local code untested
+    local code untested command
     untested=$(examples_for)
     [ -z "$untested" ] || fail "scripts/lib/docs.sh names no test for: $untested"
     examples_for scripts/test | while IFS= read -r code; do
-        code=${code#BENCH=1 }
-        [ "$code" = scripts/test ] || grep -v '^ *#' scripts/test | grep -qF -- "${code%% *}" ||
-            fail "scripts/test does not run: $code"
+        commands_in "$code" | while IFS= read -r command; do
+            [ "$command" = scripts/test ] || grep -hv '^ *#' scripts/test scripts/lib/docs.sh | grep -qE -- "(^|[ (])$command( |\$)" ||
+                fail "scripts/test does not run: $command ($code)"
+        done
     done
     examples_for scripts/lib/docs.sh | while IFS= read -r code; do
         printf '  %s\n' "$code"
         DESTDIR=$PWD/build/install sh -ec "$code" >build/example.out || fail "it fails: $code"
     done
 }
+
+# Prints the lines that the configuration $1 switches on, and the one that the administrator completes.
+settings_of() { grep -E '^([a-z]|#loadurl )' "$1" | sort; }
 
 # check_docs BUILD: with the pages that were made there.
 check_docs() {
@@ -133,5 +145,9 @@ check_docs() {
         fail "docs/directives.md does not list the directives as docs/directives.txt does"
     fi
     printf '  docs/directives.md\n'
+    if ! diff <(settings_of docs/nightly.conf) <(settings_of "$1/docs/tarnproxy.conf"); then
+        fail "docs/nightly.conf does not set what the sample configuration sets"
+    fi
+    printf '  docs/nightly.conf\n'
     check_examples
 }

@@ -4,5 +4,5 @@
 int main(int argc, char **argv)
 {
     CAPrepareToRead();
-    return CACheckMain(argc, argv);
+    return CACheckMain(argc, argv, "refetchd-check " REFETCHD_VERSION "\n");
 }

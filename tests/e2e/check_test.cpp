@@ -36,6 +36,12 @@ TEST_P(Check, MistakeGoesUnseen)
 const std::string kFine = "updateproxy h:1; loadurl h/a; ";
 const std::string kTop = kFine + "serverroot @dir@; loadtopcached 5; caching ";
 const std::string kAbsent = ": No such file or directory";
+const std::string kEquals = "leave out the equals sign: a blank separates name and value";
+const std::string kPort = "behind the colon, write a port from 1 to 65535, such as 127.0.0.1:3128";
+const std::string kScheme = "begin the URL with http:// or https://";
+const std::string kExpression =
+    "patterns are not regular expressions: write * for any text, such as *.pdf";
+const std::string kNoUrl = "matches no URL: begin it with http:// or *, and end a host with /*";
 
 const CheckRow kMistakes[] = {
     {"None", kTop + "on; slf on; slr c; maxruntime 1:30; delay off; foo bar; SLF off", ""},
@@ -109,6 +115,81 @@ const CheckRow kMistakes[] = {
      "3: loadurl: no cachequeries line above allows \"http://h/?q\""},
     {"BehindLongLineAndBlock", kFine + "#" + std::string(3000, 'x') + "; b {; slf x; }; slf x",
      "7: slf: \"x\" changes nothing, only \"on\" does"},
+    {"AddressOfProxy",
+     "loadurl h/a; updateproxy http://h:1; updateproxy h:1/x; updateproxy h 1; updateproxy "
+     "h:65536; "
+     "updateproxy h:x; updateproxy [::1]:1; updateproxy h; port 65536; port 65535; updateproxy = h",
+     "2: updateproxy: \"http://h:1\": write host and port without a scheme, such as "
+     "127.0.0.1:3128 (for TLS, set proxytls on); "
+     "3: updateproxy: \"h:1/x\": write host and port without a path, such as 127.0.0.1:3128; "
+     "4: updateproxy: \"h 1\": write host and port as one word with a colon, such as "
+     "127.0.0.1:3128; "
+     "5: updateproxy: \"h:65536\": " +
+         kPort + "; 6: updateproxy: \"h:x\": " + kPort +
+         "; 9: port: \"65536\": write a port up to 65535; 11: updateproxy: \"= h\": " + kEquals},
+    {"EqualsInName", kFine + "load-url=http://h/b; url=x y; slr= c",
+     "3: loadurl: \"loadurl=http://h/b\": " + kEquals + "; 5: slr: \"slr=\": " + kEquals},
+    {"AddressOfSeed",
+     kFine + "loadurl =h; loadurl htp://h/; loadurl mailto:h; loadurl http:/h/; loadurl http:///x; "
+             "loadurl h/b h/c; loadurl h:80/; loadurl [::1]/; loadurl ftp://h/ # x",
+     "3: loadurl: \"=h\": " + kEquals + "; 4: loadurl: \"htp://h/\": " + kScheme +
+         "; 5: loadurl: \"mailto:h\": " + kScheme + "; 6: loadurl: \"http:/h/\": " + kScheme +
+         "; 7: loadurl: \"http:///x\": name the host, such as http://www.example.com/; "
+         "8: loadurl: \"h/b h/c\": only the first word is used: write another loadurl line for "
+         "each "
+         "further URL, and %20 for a blank"},
+    {"HttpsSeeds", kFine + "loadurl https://h/; loadurl https://h/b",
+     "3: loadurl: browsers do not get pages with https:// from the cache of a forward proxy, "
+     "unless "
+     "it decrypts them: leave these lines out, or for a reverse proxy set transparentproxy on"},
+    {"HttpsSeedsOfReverseProxy", kFine + "loadurl https://h/; transparentproxy on", ""},
+    {"Patterns",
+     kFine +
+         "ignoreurl h/*; onlyurl ^http; ignoreurl *\\.pdf; onlyurl http://h; ignoreurl *a *b; "
+         "ignoreurl http*/p; onlyurl ftp://*; cachequeries on http://h/* h; maxhosturls 5 *.h/*",
+     "3: ignoreurl: \"h/*\": " + kNoUrl + "; 4: onlyurl: \"^http\": " + kExpression +
+         "; 5: ignoreurl: \"*/.pdf\": " + kExpression + "; 6: onlyurl: \"http://h\": " + kNoUrl +
+         "; 7: ignoreurl: \"*a *b\": only the first pattern is used: write another ignoreurl line "
+         "for each further one; 10: cachequeries: \"on http://h/* h\": a pattern " +
+         kNoUrl +
+         "; 11: maxhosturls: \"5 *.h/*\": patterns are compared with host names: write only the "
+         "host, such as *.example.com"},
+    {"Values", kFine + "numclients 101; slr ON; useragent None; useragent none at all",
+     "3: numclients: \"101\": write 100 or less: no more than 100 worker threads are started; "
+     "4: slr: \"ON\": name the directory of the copies, such as "
+     "/var/lib/refetchd/copies, and switch them on with slf; "
+     "5: useragent: \"None\": this word would be sent: remove the line, and the built-in text is "
+     "sent"},
+    {"Times",
+     kFine + "maxruntime 1:90; maxruntime 1 hour 30; maxruntime 90 # s; maxruntime 90; maxruntime "
+             "1:30:59; maxruntime 1 week, 2 days",
+     "3: maxruntime: \"1:90\": write at most 59 behind a colon, or the units, such as 90 min; "
+     "4: maxruntime: \"1 hour 30\": the last number counts as hours: write its unit, such as "
+     "1 hour 30 min; 5: maxruntime: \"90\": write the comment on a line of its own"},
+    {"HostOfHits", kTop + "on; hostname g",
+     "6: hostname: differs from the host in updateproxy, so only the first run reads the hits "
+     "file: "
+     "write hostname h"},
+    {"ErrorsWithoutTrace", kFine + "errorlog @dir@/e",
+     "3: errorlog: nothing is written there without catracelog: add a catracelog line"},
+    {"Mark", "\xef\xbb\xbfupdateproxy h:1; loadurl h/a",
+     "1: a byte order mark hides this line from the agent: save the file without it, as plain "
+     "UTF-8"},
+    {"TwoFiles", kFine + "delvedepth 1; retries 2; configfile logs/hitsfile.txt",
+     "logs/hitsfile.txt:1: delvedepth: only this line counts, but 3 says \"1\": remove one of them",
+     "delvedepth 2\nretries 2\n"},
+    {"Strict", kFine + "retry 3; rps 5; depth 1; metrics x; foo bar; foo; b {; x y; }",
+     "3: \"retry\" is not a directive: is retries meant?; "
+     "4: \"rps\" is not a directive: is refetchdrequestpersecond meant?; "
+     "5: \"depth\" is not a directive: is delvedepth meant?; "
+     "6: \"metrics\" is not a directive: is metricsfile meant?; "
+     "7: \"foo\" is not a directive; 8: \"foo\" is not a directive",
+     "", "-q -s proxy.conf"},
+    {"OptionsOfTheAgent", "updateproxy h:1; loadurl h/a; errorlog @dir@/e",
+     "-rp: refetchdrepeat: needs maxruntime, or runs follow each other without a pause", "",
+     "-q -vv -debug geturl -rp 0 -mc 2 -r proxy.conf"},
+    {"NoValue", kFine, "", "", "-r",
+     "Usage: refetchd-check [ options ... ] [ <proxy config file> ... ]"},
     {"Usage", kFine, "", "", "-h",
      "Usage: refetchd-check [ options ... ] [ <proxy config file> ... ]"},
     {"Directory", kFine, "", "", "proxy.conf logs", "logs: Is a directory"},
@@ -116,6 +197,21 @@ const CheckRow kMistakes[] = {
     {"Default", kFine, "", "", "", "/etc/tarnproxy.conf" + kAbsent},
 };
 INSTANTIATE_TEST_SUITE_P(Settings, Check, testing::ValuesIn(kMistakes), rowName);
+
+class Companion : public testing::TestWithParam<std::string> {};
+
+TEST_P(Companion, LacksHelpOrVersion)
+{
+    const std::string &path = GetParam();
+    const std::string name = path.substr(path.rfind('/') + 1);
+    for (const auto &[option, begin] : {std::pair("--help", "Usage: " + name + " ["),
+                                        {"--version", name + " " REFETCHD_VERSION "\n"}}) {
+        Process process({path, option});
+        EXPECT_EQ(process.wait(kRunDeadline), 0) << process.err();
+        EXPECT_THAT(process.out(), testing::StartsWith(begin));
+    }
+}
+INSTANTIATE_TEST_SUITE_P(All, Companion, testing::Values(REFETCHD_CHECK, REFETCHD_HITS));
 
 TEST(CheckOutput, LacksADirectiveOrASeedOrAFileIsWritten)
 {
