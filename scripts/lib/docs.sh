@@ -9,7 +9,7 @@ documents=(README.md SECURITY.md CONTRIBUTING.md docs/*.md bench/README.md docs/
 testers=(
     '^(updateproxy|refetchd|refetchd-hits|varnishncsa) '       tests/e2e/docs_test.cpp
     '^(apt|systemctl|runuser|less|jq|curl) |^scripts/package$' scripts/package-test
-    '^(squid|nginx|a2enmod|journalctl) '                       scripts/package-test
+    '^(squid|nginx|a2enmod|journalctl|install|promtool|sed) '  scripts/package-test
     '^(BENCH=1 )?(scripts|bench)/|ctest |^mandoc '             scripts/test
     '^(cmake|awk) '                                            scripts/lib/docs.sh
 )
