@@ -1,10 +1,12 @@
 #include "CArun.h"
 
+#include <algorithm>
 #include <array>
-#include <csignal>
+#include <chrono>
 #include <cstdio>
 #include <ctime>
 
+#include "CAsignals.h"
 #include "HTInit.h"
 #include "HTWorkThread.h"
 #include "base/CAtrace.h"
@@ -12,6 +14,7 @@
 #include "fetch/CAwork.h"
 #include "htthread.h"
 #include "refetchd.h"
+#include "report/CAclosing.h"
 #include "report/CAprogress.h"
 #include "report/CAresults.h"
 #include "report/CAsummary.h"
@@ -91,29 +94,61 @@ void writeProgress(const CAProgress &progress)
     std::fputs(line.data(), stderr);
 }
 
-// SIGUSR1 asks for a line of progress. Every thread blocks the signal, so it stays pending until
-// the master thread takes it here.
-bool progressIsAskedFor()
+// How the runs are counted and ended. For the master thread only.
+struct Runs {
+    std::int32_t number = 0;  // of the current run, from 1
+    std::int32_t all = 0;     // 0: for ever
+    bool isOver = false;      // the current run is, and its workers may be gone
+    bool isEnding = false;    // a signal made the current run the last one
+    bool areWorkersStopped = false;
+    CAProgress atEnd;  // the progress when the run ended
+};
+Runs runs;
+
+// A signal came: nothing more is requested, and no other run follows this one.
+void endRuns()
 {
-    sigset_t signals;
-    sigemptyset(&signals);
-    sigaddset(&signals, SIGUSR1);
-    const std::timespec atOnce{};
-    return sigtimedwait(&signals, nullptr, &atOnce) == SIGUSR1;
+    CATrace("Master...... a signal ends the run.\n");
+    runs.isEnding = true;
+    ac.repeatCount = 1;
+    for (std::int32_t i = 0; i < workerCount() && !runs.areWorkersStopped; ++i) {
+        workerThreads[i]->stop();
+    }
+}
+
+void obey(CASignal signal)
+{
+    switch (signal) {
+    case CASignal::None: return;
+    case CASignal::Progress: return writeProgress(runs.isOver ? runs.atEnd : progressOfRun());
+    case CASignal::Reopen: return results.reopen();
+    case CASignal::End: return endRuns();
+    }
+}
+
+// Waits for the polling interval and obeys the signals that come meanwhile. Returns at once when
+// one ends the run.
+void waitForPoll()
+{
+    using std::chrono::milliseconds;
+    using std::chrono::steady_clock;
+    const auto end = steady_clock::now() + milliseconds(kPollMilliseconds);
+    const bool wasEnding = runs.isEnding;
+    for (;;) {
+        const auto left = std::chrono::ceil<milliseconds>(end - steady_clock::now());
+        if (left.count() <= 0 || runs.isEnding != wasEnding) {
+            return;
+        }
+        obey(CANextSignal(left.count()));
+    }
 }
 
 // Waits until `maxruntime` seconds have passed since the start of the run, before the next one may
-// start. A SIGUSR1 during the wait is answered with the progress of the run that is over.
+// start, or until a signal ends the process.
 void waitOutRunTime()
 {
-    for (;;) {
-        if (progressIsAskedFor()) {
-            writeProgress(progressOfRun());
-        }
-        if (secondsElapsed() >= ac.maxRuntime) {
-            return;
-        }
-        HTSleep(kPollMilliseconds);
+    while (!runs.isEnding && secondsElapsed() < ac.maxRuntime) {
+        waitForPoll();
     }
 }
 
@@ -126,16 +161,28 @@ void seedAgain()
     urlQueue->release();
 }
 
+// A run, and the wait that follows it unless it is the last one.
+void runOnce(HTThreadContext *context)
+{
+    HTWorkThread_svcThreadStartWork(1, context);
+    ++runs.number;
+    Run();
+    if (ac.repeatCount != 1) {
+        waitOutRunTime();
+    }
+    if (runs.isEnding && !runs.areWorkersStopped) {  // the signal came after the end of the run
+        CACleanup();
+        results.stop();
+    }
+    HTWorkThread_svcThreadEndWork(1, context);
+}
+
 void runRepeats(HTThreadContext *context)
 {
     CATrace("Starting.... Will run for %d times!!\n", ac.repeatCount);
+    runs.all = ac.repeatCount;
     while (ac.repeatCount > 0) {
-        HTWorkThread_svcThreadStartWork(1, context);
-        Run();
-        if (ac.repeatCount > 1) {
-            waitOutRunTime();
-        }
-        HTWorkThread_svcThreadEndWork(1, context);
+        runOnce(context);
         if (--ac.repeatCount != 0) {
             seedAgain();
         }
@@ -143,14 +190,14 @@ void runRepeats(HTThreadContext *context)
     }
 }
 
-[[noreturn]] void runForEver(HTThreadContext *context)
+void runForEver(HTThreadContext *context)
 {
     CATrace("Starting.... Will run for ever!!\n");
     for (;;) {
-        HTWorkThread_svcThreadStartWork(1, context);
-        Run();
-        waitOutRunTime();
-        HTWorkThread_svcThreadEndWork(1, context);
+        runOnce(context);
+        if (runs.isEnding) {
+            return;
+        }
         seedAgain();
         g_ca_timestarted = HTtime();
     }
@@ -165,8 +212,9 @@ void *run_loop(void * /*arg*/)
     CATrace("The locale is set to %s.\n", refetchd_LocaleString);
     if (ac.repeatCount <= 0) {
         runForEver(context);
+    } else {
+        runRepeats(context);
     }
-    runRepeats(context);
     HTWorkThread_threadExit(1, context);
     done = 1;
     return nullptr;
@@ -215,6 +263,15 @@ bool timeIsUp()
 // How many URLs were still queued when the most recent run ended. For the master thread only.
 std::int32_t urlsLeft = 0;
 
+// Writes a line to standard error and to the trace, but only once where they are the same.
+void tell(const std::string &text)
+{
+    if (ac.traceStream != stderr) {
+        CATrace("Results..... %s\n", text.c_str());
+    }
+    std::fprintf(stderr, "refetchd: %s\n", text.c_str());
+}
+
 // Warns of pages that were refreshed in a copy which visitors do not get. The warning goes to
 // standard error, too, unless the trace is there.
 void warnOfVary()
@@ -242,49 +299,94 @@ void warnOfVary()
                names.c_str());
 }
 
-// Writes the results of the run, if there is a results log or a metrics file. Warns if the proxy
-// seems to ignore max-age=0, except in stress mode, and of pages that vary.
+// Warns if the proxy seems to ignore max-age=0, except in stress mode.
+void warnOfOldCopies()
+{
+    if (!results.cacheIgnoresUs() || ac.stressMode != 0) {
+        return;
+    }
+    CATrace(
+        "Results..... %d of %d pages were served from the proxy's cache although fresh copies "
+        "were asked for: the proxy ignores max-age=0, see its recipe.\n",
+        results.agedHits(), results.answers200());
+    CAErrorLog(956,
+               "Most pages were served from the proxy's cache although a fresh copy was asked "
+               "for: the proxy ignores max-age=0, see its recipe.\n");
+}
+
+// Warns of pages whose links were not looked for because a directive is off.
+void warnOfUnsearched()
+{
+    const CATally &tally = results.lastRun();
+    if (tally.unframed > 0) {
+        tell(CAUnsearchedText(tally.unframed,
+                              "their answers have no length: set \"http11 on\" or, if the proxy "
+                              "does not speak HTTP/1.1, \"closedelimitedbodies on\""));
+    }
+    if (tally.coded > 0) {
+        tell(CAUnsearchedText(tally.coded,
+                              ac.parseOptions.modernLinks
+                                  ? "they are compressed in a way that the agent does not know"
+                                  : "they are compressed: set \"modernlinks on\""));
+    }
+}
+
+// The exit status after the last run. For the master thread until `done` is 1.
+int runStatus = 0;
+
+void judgeRun()
+{
+    const CATally &tally = results.lastRun();
+    if (const std::string advice = CAAdvice(tally, {.proxy = ac.updateProxy,
+                                                    .readTimeout = ac.readTimeout,
+                                                    .isStress = ac.stressMode != 0});
+        !advice.empty()) {
+        tell(advice);
+    }
+    runStatus = runs.isEnding ? 0 : CAExitStatus(tally, ac.failWhen);
+    if (ac.repeatCount == 1 && runStatus != 0) {
+        tell("failwhen " + std::to_string(ac.failWhen) + ": the exit status is " +
+             std::to_string(runStatus) + ".");
+    }
+}
+
+// Writes the results of the run, if a directive asks for them: results log, metrics, the closing
+// line, and warnings.
 void tellResults(int seconds)
 {
     if (!results.observes()) {
         return;
     }
+    const CAClosing closing{.run = runs.number,
+                            .runs = runs.all,
+                            .seconds = seconds,
+                            .queueLeft = urlsLeft,
+                            .stopped = runs.isEnding};
+    if (ac.summaryLine != 0) {
+        results.logRun(g_ca_timestarted, closing);
+    }
     results.endRun(g_ca_timestarted, seconds, urlsLeft, ac.repeatCount == 1);
-    if (results.cacheIgnoresUs() && ac.stressMode == 0) {
-        CATrace(
-            "Results..... %d of %d pages were served from the proxy's cache although fresh copies "
-            "were asked for: the proxy ignores max-age=0, see its recipe.\n",
-            results.agedHits(), results.answers200());
-        CAErrorLog(956,
-                   "Most pages were served from the proxy's cache although a fresh copy was asked "
-                   "for: the proxy ignores max-age=0, see its recipe.\n");
-    }
+    warnOfOldCopies();
     warnOfVary();
-}
-
-// The progress at the end of the run, for a SIGUSR1 that comes while its workers and its queue are
-// being deleted. For the master thread only.
-CAProgress progressAtEnd;
-
-void answerAtEnd()
-{
-    if (progressIsAskedFor()) {
-        writeProgress(progressAtEnd);
-    }
+    warnOfUnsearched();
+    tell(CAClosingLine(results.lastRun(), closing));
+    judgeRun();
 }
 
 // Ends the run. The results are written after the clean-up, because the requests that workers
 // finish meanwhile count for this run.
 void endRun(const char *message)
 {
-    progressAtEnd = progressOfRun();
+    runs.atEnd = progressOfRun();
+    runs.isOver = true;
     ++currentRun;
     const int seconds = secondsElapsed();
     results.flush();
     CASummary();
     CACleanup();
     tellResults(seconds);
-    answerAtEnd();
+    obey(CANextSignal(0));
+    runs.isOver = false;
     CATrace("%s", message);
 }
 
@@ -292,38 +394,34 @@ void endRun(const char *message)
 
 void Run()
 {
+    obey(CANextSignal(0));  // one may have come before the first run
     for (;;) {
         updatetimeRep(0);
         restingHosts.release(HTtime(), urlQueue);
-        if (timeIsUp()) {
+        if (runs.isEnding || timeIsUp()) {
             return endRun("Master...... all threads done - we outta here!\n");
         }
         if (hasRunDry()) {
             return endRun("Master...... all threads done - we're outta here!\n");
         }
         results.flush();
-        if (progressClock.isDue(secondsElapsed(), ac.progressSeconds) || progressIsAskedFor()) {
+        if (progressClock.isDue(secondsElapsed(), ac.progressSeconds)) {
             writeProgress(progressOfRun());
         }
-        HTSleep(kPollMilliseconds);
+        waitForPoll();
         CAWorkerThread::resetCountPerSecond(ac.requestsPerSecond);
     }
 }
 
 namespace {
 
-void waitForWorkers()
-{
-    HTSleep(kPollMilliseconds);
-    answerAtEnd();
-}
-
-// Deletes a worker that has left its loop; waits one second if it has not. False when it still runs
+// Deletes a worker that has left its loop; waits one second if it has not, but not when a signal
+// ended the run. False when it still runs
 // after that and its thread is left behind, or when it never had a thread.
 bool deleteWorker(CAWorkerThread *worker)
 {
-    if (worker->areYouRunning() != 0) {
-        waitForWorkers();
+    if (worker->areYouRunning() != 0 && !runs.isEnding) {
+        waitForPoll();
     }
     if (worker->areYouRunning() != 0) {
         worker->abandon();
@@ -338,11 +436,12 @@ bool deleteWorker(CAWorkerThread *worker)
 bool stopWorkers()
 {
     const std::int32_t count = workerCount();
+    runs.areWorkersStopped = true;
     for (std::int32_t i = 0; i < count; ++i) {
         CATrace("Stopping.... client thread #%d.\n", i + 1);
         workerThreads[i]->stop();
     }
-    waitForWorkers();
+    waitForPoll();
     std::int32_t deleted = 0;
     for (std::int32_t i = 0; i < count; ++i) {
         CATrace("Deleting.... client thread #%d.\n", i + 1);
@@ -378,6 +477,11 @@ void flushQueue()
 }
 
 }  // namespace
+
+int CARunStatus()
+{
+    return runStatus;
+}
 
 void CASummary()
 {

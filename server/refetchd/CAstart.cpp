@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "CArun.h"
+#include "CAsignals.h"
 #include "HTFile.h"
 #include "HTInit.h"
 #include "HTSocket.h"
@@ -23,6 +24,7 @@
 #include "fetch/CAwork.h"
 #include "htthread.h"
 #include "refetchd.h"
+#include "report/CAresults.h"
 #include "url/CAprocessed.h"
 #include "url/CAqueue.h"
 
@@ -175,16 +177,6 @@ void occupyStandardStreams()
     std::_Exit(1);
 }
 
-// SIGUSR1 asks for a line of progress. It is blocked here, before other threads exist, so that all
-// of them inherit this; the master thread polls for it (CArun.cpp).
-void blockProgressSignal()
-{
-    sigset_t signals;
-    sigemptyset(&signals);
-    sigaddset(&signals, SIGUSR1);
-    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-}
-
 // Creates what reading a configuration needs: the locale, the queue, the table of processed URLs.
 void prepareTables()
 {
@@ -205,7 +197,7 @@ HTThreadContext *initialize()
     HTInitAll(0, 0);
     HTThreadContext *const context = HTInitThd(3);
     HTBlockSignals();
-    blockProgressSignal();
+    CAEndOnSignals();
     std::signal(SIGXFSZ, SIG_IGN);  // a write beyond the file size limit then only fails
     prepareTables();
     updatetimeRep(0);
@@ -276,11 +268,12 @@ int CAMain(int argc, char **argv)
     }
     fitClientsToDescriptors();
     HTSocketQueue_init(ac.numClients);
+    CABlockSignals(results.isLogged());
     if (CAStartWorkers() == 0 && ac.numClients > 0) {
         std::fprintf(stderr, "refetchd: no client thread could be started.\n");
         return 1;  // nothing would be requested, and the run might never end
     }
     runToTheEnd();
     HTEndThd(3, context);
-    return 0;
+    return CARunStatus();
 }

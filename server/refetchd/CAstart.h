@@ -4,8 +4,8 @@
 
 // The whole program: initialises the library, reads the command line and the configuration, starts
 // the worker threads and the master thread, and waits until all runs are over. Returns the exit
-// status: 0, or 1 when the configuration cannot be loaded or no worker thread can be started. A
-// wrong command line ends the process in Usage().
+// status: that of the runs (CARunStatus), or 1 when the configuration cannot be loaded or no worker
+// thread can be started. A wrong command line ends the process in Usage().
 int CAMain(int argc, char **argv);
 
 // Sets up only what reading a configuration needs, for refetchd-check.

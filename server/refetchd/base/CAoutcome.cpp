@@ -9,7 +9,7 @@ constexpr std::array<std::string_view, kDrops> kDropNames = {
 };
 static_assert(kDropNames[static_cast<std::size_t>(CADrop::MaxUrls)] == "maxurls");
 
-constexpr std::array<std::string_view, 12> kFailureTexts = {
+constexpr std::array<std::string_view, kFailures> kFailureTexts = {
     "none",
     "unknown host name",
     "no connection",
@@ -26,7 +26,8 @@ constexpr std::array<std::string_view, 12> kFailureTexts = {
 static_assert(kFailureTexts[static_cast<std::size_t>(CAFailure::Stopped)] == "run was over");
 
 constexpr std::array<std::string_view, kVerdicts> kVerdictNames = {
-    "refreshed", "stored", "served from cache", "not cacheable", "unknown", "failed", "dropped",
+    "refreshed",     "stored",  "unchanged", "served from cache",
+    "not cacheable", "unknown", "failed",    "dropped",
 };
 static_assert(kVerdictNames[static_cast<std::size_t>(CAVerdict::Dropped)] == "dropped");
 

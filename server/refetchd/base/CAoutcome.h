@@ -37,10 +37,18 @@ enum class CAFailure : std::uint8_t {
     Stopped,      // the run ended first
 };
 
+// Why links were not looked for in a page.
+enum class CAUnsearched : std::uint8_t {
+    None,
+    Unframed,  // its body has no length and no chunks, and was thrown away
+    Coded,     // its body is compressed
+};
+
 // What happened to the cache's copy, judged by the headers of the response.
 enum class CAVerdict : std::uint8_t {
-    Refreshed,     // fetched from the origin, or revalidated there
+    Refreshed,     // fetched from the origin; or revalidated there, if the headers do not show it
     Stored,        // fetched, and the cache had no copy before
+    Unchanged,     // revalidated: the origin said that the cache's copy is still good
     FromCache,     // the cache served its copy
     NotCacheable,  // fetched, but may not be stored
     Unknown,       // the headers do not show it
@@ -48,7 +56,8 @@ enum class CAVerdict : std::uint8_t {
     Dropped,       // not requested
 };
 
-inline constexpr std::size_t kVerdicts = 7;
+inline constexpr std::size_t kVerdicts = 8;
+inline constexpr std::size_t kFailures = 12;
 inline constexpr std::size_t kDrops = 10;
 
 // Names such as "maxurls", "timed out" and "served from cache". Static texts; any thread.

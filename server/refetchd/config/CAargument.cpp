@@ -112,6 +112,10 @@ CAArgumentVerdict CAJudgeArgument(CAArgument argument, CAConfigLines *line)
     switch (argument) {
     case A::Number:
     case A::HostLimit: return {isNumber(word) ? "" : CAQuoted(word) + " is not a number"};
+    case A::Percent: {
+        const bool isGood = CAReadPercent(word.c_str()) >= -1;
+        return {isGood ? "" : CAQuoted(word) + " is not a percentage from 0 to 100", isGood};
+    }
     case A::Pause:
     case A::Flag:
     case A::On:
@@ -142,6 +146,16 @@ CAArgumentVerdict CAJudgeArgument(CAArgument argument, CAConfigLines *line)
     case A::Seed: break;
     }
     return {};
+}
+
+std::int32_t CAReadPercent(const char *word)
+{
+    std::string text = word;
+    if (negative(text.data())) {
+        return -1;
+    }
+    const std::int32_t percent = isNumber(word) ? HTInteger(word) : -2;
+    return percent >= 0 && percent <= 100 ? percent : -2;
 }
 
 std::string CAErrorLogPath(std::string_view name)

@@ -12,6 +12,7 @@ class CAConfigLines;
 enum class CAArgument : std::uint8_t {
     Text,
     Number,
+    Percent,   // 0 to 100, or an off word; anything else changes nothing
     Pause,     // milliseconds, or an on/off word
     Flag,      // an on/off word
     On,        // exactly "on"; any other word changes nothing
@@ -69,6 +70,9 @@ struct CAArgumentVerdict {
 
 // True when a `service` line names the agent's own service. Other services are the proxy's own.
 [[nodiscard]] bool CAIsOwnService(const CAConfigLines &line);
+
+// The value of a percentage from 0 to 100; -1 for an off word, -2 for any other text.
+[[nodiscard]] std::int32_t CAReadPercent(const char *word);
 
 // Why the agent could not write the file `name`, as "NAME: REASON"; empty when it could. A file
 // that does not exist needs a directory that can be written to.

@@ -86,9 +86,7 @@ CAConfig::CAConfig()
 
 CAConfig::~CAConfig()
 {
-    if (reportStream != nullptr) {
-        finishReport();
-    }
+    finishReport();
     if (workersLeft) {
         // The threads may be about to write a line or to match a pattern. The end of the process
         // frees everything.
@@ -173,6 +171,14 @@ int CAConfig::load(CAQueue *queue, const char *name)
     return 1;
 }
 
+// Writes why the agent cannot run to standard error, unless the trace says so there.
+void CAConfig::tell(const std::string &fault) const
+{
+    if (observer == nullptr && traceStream != stderr) {
+        std::fprintf(stderr, "refetchd: %s\n", fault.c_str());
+    }
+}
+
 std::string CAConfig::setUpTls() const
 {
     return HTTLS_init(proxyTlsCa, proxyTlsVerify != 0);
@@ -197,9 +203,7 @@ bool CAConfig::prepareTls()
     }
     CATrace("TLS......... cannot be used: %s.\n", fault.c_str());
     CAErrorLog(961, "Cannot run cache agent because TLS cannot be used: %s.\n", fault.c_str());
-    if (observer == nullptr && traceStream != stderr) {
-        std::fprintf(stderr, "refetchd: TLS cannot be used: %s.\n", fault.c_str());
-    }
+    tell("TLS cannot be used: " + fault + ".");
     return false;
 }
 
@@ -207,7 +211,10 @@ int CAConfig::loadAgentConfig(CAQueue *queue, const char *file)
 {
     CAConfigLines line(file, observer);
     if (!line.isOpen()) {
+        const int error = errno;
         CATrace("Config...... file \"%s\" could not be opened.\n", file);
+        // NOLINTNEXTLINE(concurrency-mt-unsafe): no other thread exists yet
+        tell(std::string(file) + ": " + std::strerror(error) + ".");
         CAErrorLog(0x3a5, "Could not open the cache agent configuration file \"%s\".\n", file);
         return 0;
     }
@@ -232,6 +239,7 @@ int CAConfig::determineProxy()
     if (hostname == nullptr) {
         CATrace("Proxy....... not specified and not determined from daemon config.\n");
         CAErrorLog(0x3a3, "Cannot run cache agent because proxy server is not specified.\n");
+        tell("no proxy is known: set updateproxy.");
         return 0;
     }
     // An IPv6 address needs brackets, which `hostname` may lack.

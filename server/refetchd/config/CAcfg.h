@@ -190,6 +190,8 @@ public:
     std::int32_t retries = 0;           // most retries of a URL
     std::int32_t retryAfter = 0;        // flag: pauses that a host asks for are respected
     std::int32_t progressSeconds = 0;   // between two lines of progress; below 1: none
+    std::int32_t summaryLine = 0;       // flag: each run is summed up on standard error
+    std::int32_t failWhen = -1;         // percentage for the exit status; below 0: none
     std::int32_t breadthFirst = 0;      // flag: URLs are requested level by level
     std::int32_t proxyTls = 0;          // flag: connections are TLS
     std::int32_t proxyTlsVerify = 1;    // flag: certificates are verified
@@ -215,10 +217,15 @@ private:
     [[nodiscard]] int determineProxy();
     [[nodiscard]] bool prepareTls();
     void checkProxyHost();
+    void tell(const std::string &fault) const;
     void finishReport();
 };
 
 extern CAConfig ac;
+
+// Puts the report of an earlier process back in place of the placeholder, if there was one and no
+// new one has taken its place. Safe in a signal handler.
+void CAPutBackReport();
 
 // Owned heap strings, null until the configuration sets them.
 extern char *g_catrace_filename;   // path of the report; ends in ".tmp" until it is finished

@@ -1,12 +1,21 @@
 // The report file. When the server root is known, a placeholder page is written at the report's
 // path, and the report in progress (".tmp") is opened beside it. CASummary() appends a page to it
 // after each run. When the process ends, the finished report replaces the placeholder.
+//
+// A copy of the report of the night before lies beside it meanwhile (".previous"). It is put back
+// when no new report takes its place. If the process is killed, the next one finds the placeholder
+// and leaves the copy alone, so that nothing but a new report ever replaces an old one.
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstring>
+#include <string>
+#include <string_view>
 
 #include "HTString.h"
 #include "base/CAtrace.h"
@@ -16,6 +25,7 @@
 namespace {
 
 constexpr const char *kInProgress = ".tmp";
+constexpr std::string_view kPrevious = ".previous";
 
 // Writes the page that the administrator sees until the process ends.
 void writePlaceholder(const char *path)
@@ -26,6 +36,77 @@ void writePlaceholder(const char *path)
     }
     CAWritePlaceholder(page);
     std::fclose(page);
+}
+
+// The paths of the report and of the copy of the one before. In static memory, because a signal
+// handler needs them; empty while there is no copy.
+struct PreviousReport {
+    std::array<char, PATH_MAX> report{};
+    std::array<char, PATH_MAX> copy{};
+};
+PreviousReport previous;
+
+// Copies all of one file to another. Returns false when that fails.
+bool copyAll(int from, int to)
+{
+    std::array<char, 65536> block{};
+    for (;;) {
+        const ssize_t count = read(from, block.data(), block.size());
+        if (count <= 0) {
+            return count == 0;
+        }
+        if (write(to, block.data(), static_cast<std::size_t>(count)) != count) {
+            return false;
+        }
+    }
+}
+
+// True when the file is a finished report: unlike the placeholder, it ends with this line.
+bool isReport(int file)
+{
+    constexpr std::string_view kEnd = "</body></html>\n";
+    struct stat status {};
+    std::array<char, kEnd.size()> end{};
+    return fstat(file, &status) == 0 && S_ISREG(status.st_mode) &&
+           pread(file, end.data(), end.size(), status.st_size - std::ssize(end)) ==
+               std::ssize(end) &&
+           std::string_view(end.data(), end.size()) == kEnd;
+}
+
+// Copies the report to `copy`, with its mode. Returns false when that fails.
+bool copyReport(int report, const std::string &copy)
+{
+    struct stat status {};
+    unlink(copy.c_str());
+    const int to = open(copy.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+    if (to < 0) {
+        return false;
+    }
+    const bool done = copyAll(report, to) && fstat(report, &status) == 0 &&
+                      fchmod(to, status.st_mode & 0777) == 0;
+    if (close(to) != 0 || !done) {
+        unlink(copy.c_str());
+        return false;
+    }
+    return true;
+}
+
+// Keeps the report at `path` while a placeholder takes its place. A copy that is there already is
+// better than a placeholder, and stays.
+void keepPrevious(const char *path)
+{
+    const std::string copy = std::string(path).append(kPrevious);
+    const int report = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    if (report >= 0 && isReport(report) && !copyReport(report, copy)) {
+        CATrace("Report...... could not keep \"%s\"; errno=%d.\n", path, errno);
+    }
+    if (report >= 0) {
+        close(report);
+    }
+    if (copy.size() < previous.copy.size() && access(copy.c_str(), F_OK) == 0) {
+        copy.copy(previous.copy.data(), copy.size());
+        copy.copy(previous.report.data(), copy.size() - kPrevious.size());
+    }
 }
 
 // The file behind the report stream. It records errno, because a stdio stream only remembers that
@@ -89,6 +170,8 @@ void CAConfig::setServerRoot(const char *root)
     HTSACat(&g_catrace_filename, refetchd_LocaleString);
     HTSACat(&g_catrace_filename, "/reports/refetchd.html");
     if (observer == nullptr) {
+        CAPutBackReport();  // of an earlier server root
+        keepPrevious(g_catrace_filename);
         writePlaceholder(g_catrace_filename);
     }
     HTSACat(&g_catrace_filename, kInProgress);
@@ -106,32 +189,55 @@ void CAConfig::setServerRoot(const char *root)
     }
 }
 
+void CAPutBackReport()
+{
+    if (previous.copy[0] != '\0') {
+        rename(previous.copy.data(), previous.report.data());
+        previous.copy[0] = '\0';
+    }
+}
+
+namespace {
+
+// Moves the report in progress to its place, `target`. False (traced) when there is no new report.
+bool moveReport(const char *inProgress, const char *target)
+{
+    int error = reportFile.error;
+    if (error == 0) {
+        unlink(target);
+        error = std::rename(inProgress, target) == 0 ? 0 : errno;
+    }
+    if (error == 0) {
+        CATrace("%s successfully renamed to %s.\n", inProgress, target);
+    } else {
+        // For example, the disk is full. The report before, or the placeholder, is better than half
+        // a page.
+        CATrace("Not able to rename %s to %s (rename errno=%d); no summary file.\n", inProgress,
+                target, error);
+    }
+    return error == 0;
+}
+
+}  // namespace
+
 void CAConfig::finishReport()
 {
+    if (reportStream == nullptr) {
+        return CAPutBackReport();
+    }
     std::fclose(reportStream);
     reportStream = nullptr;
-    if (!reportFile.written) {
-        unlink(g_catrace_filename);  // no run has ended: leave the placeholder, which says so
-        return;
-    }
     const HeapString inProgress(strdup(g_catrace_filename));
     char *const cut = std::strstr(g_catrace_filename, kInProgress);
-    if (inProgress == nullptr || cut == nullptr) {
-        return;
+    if (!reportFile.written) {
+        unlink(g_catrace_filename);  // no run has ended
+    } else if (inProgress != nullptr && cut != nullptr) {
+        *cut = '\0';
+        if (moveReport(inProgress.get(), g_catrace_filename) &&
+            std::strcmp(g_catrace_filename, previous.report.data()) == 0) {
+            unlink(previous.copy.data());
+            previous.copy[0] = '\0';
+        }
     }
-    *cut = '\0';
-    if (reportFile.error != 0) {
-        // For example, the disk is full. The placeholder is better than half a page.
-        CATrace("Not able to rename %s to %s (rename errno=%d); no summary file.\n",
-                inProgress.get(), g_catrace_filename, reportFile.error);
-        return;
-    }
-    unlink(g_catrace_filename);
-    if (std::rename(inProgress.get(), g_catrace_filename) == 0) {
-        CATrace("%s successfully renamed to %s.\n", inProgress.get(), g_catrace_filename);
-    } else {
-        const int error = errno;
-        CATrace("Not able to rename %s to %s (rename errno=%d); no summary file.\n",
-                inProgress.get(), g_catrace_filename, error);
-    }
+    CAPutBackReport();
 }

@@ -49,6 +49,11 @@ std::string shownProgress(const CAConfig &config)
     return config.progressSeconds < 1 ? "off" : std::to_string(config.progressSeconds);
 }
 
+std::string shownFailWhen(const CAConfig &config)
+{
+    return config.failWhen < 0 ? "off" : std::to_string(config.failWhen);
+}
+
 std::string shownHttpVersion(const CAConfig &config)
 {
     return config.httpVersion + std::strlen("HTTP/");
@@ -105,6 +110,9 @@ constexpr std::array kDirectives = {
     CADirective{"errorlog", A::ErrorLog, CASetErrorLog, shown<&C::errorLogPath>},
     CADirective{"resultslog", A::File, CASetResultsLog},
     CADirective{"metricsfile", A::Replaced, CASetMetricsFile},
+    flag<&C::summaryLine>("summaryline", "Summary..... of each run will ",
+                          "be written to standard error.\n", A::Flag, CASetSummaryLine),
+    CADirective{"failwhen", A::Percent, CASetFailWhen, shownFailWhen},
     CADirective{.name = "progress",
                 .takes = A::Number,
                 .set = CASetNumber,

@@ -391,6 +391,40 @@ void CASetRetryAfter(const CADirectiveCall &call)
     call.config.parseOptions.keepMoreHeaders |= call.config.retryAfter != 0;
 }
 
+namespace {
+
+void collectResults(CAConfig *config)
+{
+    results.collect();
+    config->parseOptions.keepMoreHeaders = true;
+}
+
+}  // namespace
+
+void CASetSummaryLine(const CADirectiveCall &call)
+{
+    CASetFlag(call);
+    if (call.config.summaryLine != 0) {
+        collectResults(&call.config);
+    }
+}
+
+void CASetFailWhen(const CADirectiveCall &call)
+{
+    const std::int32_t percent = CAReadPercent(call.argument());
+    if (percent < -1) {
+        CATrace("Failures.... refused: not a percentage from 0 to 100.\n");
+        return;
+    }
+    call.config.failWhen = percent;
+    if (percent < 0) {
+        CATrace("Failures.... do not change the exit status.\n");
+    } else {
+        collectResults(&call.config);
+        CATrace("Failures.... change the exit status above %d %%.\n", percent);
+    }
+}
+
 void CASetResultsLog(const CADirectiveCall &call)
 {
     results.setLog(call.argument());

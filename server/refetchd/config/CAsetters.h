@@ -49,5 +49,7 @@ void CASetSaveFiles(const CADirectiveCall &call);
 void CASetSaveRoot(const CADirectiveCall &call);
 
 void CASetFollowRedirects(const CADirectiveCall &call);
+void CASetSummaryLine(const CADirectiveCall &call);
+void CASetFailWhen(const CADirectiveCall &call);
 void CASetRetries(const CADirectiveCall &call);
 void CASetRetryAfter(const CADirectiveCall &call);

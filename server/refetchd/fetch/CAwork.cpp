@@ -320,6 +320,7 @@ Next exchange(const Client &client, CAConnection *connection, CAURL *url, std::u
         result.milliseconds = std::max<std::int64_t>(CANowMilliseconds() - result.started, 0);
         result.bytes = connection->received();
         result.headers = parser->cacheHeaders();
+        result.unsearched = parser->unsearched();
         results.finished(*url, result);
     }
     return Next::Done;

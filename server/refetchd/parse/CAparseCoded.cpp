@@ -79,13 +79,14 @@ bool makeDecoders(std::string_view codings, Decoders *decoders)
 }  // namespace
 
 CAParser *CANewPageParser(CAURL *url, HTThreadContext *threadContext, const CAParseOptions &options,
-                          const CAPageHeaders &headers)
+                          const CAPageHeaders &headers, bool *isUnknown)
 {
     const std::string_view codings = headers.contentEncoding;
     Decoders decoders;
     if (!codings.empty() && CAParseHTML::delves(url) && !makeDecoders(codings, &decoders)) {
         CATrace("Coding...... can't decode \"%.*s\", no links are looked for.\n",
                 static_cast<int>(codings.size()), codings.data());
+        *isUnknown = true;
         return CANewCopy(url);
     }
     CAParseHTML *const page =

@@ -47,7 +47,7 @@ struct CAPageHeaders {
 
 // The parser of a page with these headers. If the links of the page are wanted and all its codings
 // are known, at most three, it undoes them, the last one first; with others it only saves what
-// comes. Null when there is nothing to do. The caller owns it.
+// comes, and sets `*isUnknown`. Null when there is nothing to do. The caller owns it.
 [[nodiscard]] CAParser *CANewPageParser(CAURL *url, HTThreadContext *threadContext,
-                                        const CAParseOptions &options,
-                                        const CAPageHeaders &headers);
+                                        const CAParseOptions &options, const CAPageHeaders &headers,
+                                        bool *isUnknown);

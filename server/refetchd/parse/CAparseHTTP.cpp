@@ -16,6 +16,7 @@
 #include "parse/CAparseBinary.h"
 #include "parse/CAparseCoded.h"
 #include "parse/CAparseHTML.h"
+#include "url/CAURL.h"
 
 namespace {
 
@@ -34,7 +35,7 @@ constexpr std::array<std::string_view, 10> kMoreHeaders = {
     "Age:",  "Cache-Control:", "Cache-Status:", "Date:",           "Retry-After:",
     "Vary:", "Via:",           "X-Cache:",      "X-Cache-Lookup:", "X-Varnish:"};
 
-// Kept as well when links are looked for as browsers do.
+// Kept as well when links are looked for as browsers do, or when the results say why they are not.
 constexpr std::array<std::string_view, 1> kPageHeaders = {"Content-Encoding:"};
 
 template <std::size_t count>
@@ -208,7 +209,7 @@ bool CAParseHTTP::isUseful(std::string_view name) const
 {
     return isAmong(kKeptHeaders, name) ||
            (options_.keepMoreHeaders && isAmong(kMoreHeaders, name)) ||
-           (options_.modernLinks && isAmong(kPageHeaders, name));
+           ((options_.modernLinks || options_.keepMoreHeaders) && isAmong(kPageHeaders, name));
 }
 
 void CAParseHTTP::keepHeader(const char *name, const char *value)
@@ -249,7 +250,8 @@ void CAParseHTTP::addHeader(char *line)
 void CAParseHTTP::addWithoutBlank(const char *line)
 {
     const bool needsOthers = options_.closeDelimitedBodies || options_.keepMoreHeaders;
-    if (!needsOthers && !options_.modernLinks) {
+    const bool needsPage = options_.modernLinks || options_.keepMoreHeaders;
+    if (!needsOthers && !needsPage) {
         return;
     }
     const char *const colon = std::strchr(line, ':');
@@ -260,7 +262,7 @@ void CAParseHTTP::addWithoutBlank(const char *line)
     const bool isOther =
         isAmong(kMoreHeaders, name) || strcasecmp(name.c_str(), "Transfer-Encoding:") == 0;
     const bool isOfPage = isAmong(kPageHeaders, name);
-    if ((needsOthers && isOther) || (options_.modernLinks && isOfPage)) {
+    if ((needsOthers && isOther) || (needsPage && isOfPage)) {
         keepHeader(name.c_str(), colon + 1);
     }
 }
@@ -353,6 +355,40 @@ bool CAParseHTTP::followRedirect()
     return true;
 }
 
+namespace {
+
+// True when links of the page would be followed.
+bool leadsFurther(const CAURL &url)
+{
+    return url.depth() < ac.delveDepth && CAMatchWhen(ac.delveInto, url.source()) != 0;
+}
+
+bool isCoded(std::string_view codings)
+{
+    return std::any_of(codings.begin(), codings.end(), [](char c) { return !HTIsBlank(c); }) &&
+           !HTEqualsNoCase(codings, "identity");
+}
+
+}  // namespace
+
+void CAParseHTTP::addPageSink(std::string_view contentType)
+{
+    const std::string_view codings = header("Content-Encoding:");
+    bool isUnknown = false;
+    addSink(CANewPageParser(
+        url_, threadContext_, options_,
+        {.contentType = contentType, .contentEncoding = options_.modernLinks ? codings : ""},
+        &isUnknown));
+    if (!leadsFurther(*url_)) {
+        return;
+    }
+    if (isUnknown || (isCoded(codings) && !options_.modernLinks)) {
+        unsearched_ = CAUnsearched::Coded;
+    } else if (unframed_ && !untilClose_ && !options_.http11) {
+        unsearched_ = CAUnsearched::Unframed;
+    }
+}
+
 bool CAParseHTTP::chooseSink()
 {
     const char *const header = HTAssocList_lookupExact(headers_, "Content-type:");
@@ -366,9 +402,7 @@ bool CAParseHTTP::chooseSink()
     const std::string_view type(header, std::strcspn(header, ";"));
     if (type == "text/html") {
         CATrace("Parser...... will parse HTML body.\n");
-        addSink(CANewPageParser(
-            url_, threadContext_, options_,
-            {.contentType = header, .contentEncoding = CAParseHTTP::header("Content-Encoding:")}));
+        addPageSink(header);
         return true;
     }
     CATrace("Parser...... doesn't understand Content-type: %.*s\n", static_cast<int>(type.size()),

@@ -49,6 +49,10 @@ public:
     // parser.
     [[nodiscard]] std::string_view header(const char *name) const;
 
+    // Why links are not looked for in the body of a page although they would be followed.
+    // Compression shows only if the options keep its header.
+    [[nodiscard]] CAUnsearched unsearched() const { return unsearched_; }
+
     // The headers that say what the cache did; empty unless the options keep them. Valid as long as
     // the parser.
     [[nodiscard]] CACacheHeaders cacheHeaders() const;
@@ -90,6 +94,7 @@ protected:
     [[nodiscard]] bool leadsOn() const;
     void makeDecision();
     [[nodiscard]] bool followRedirect();
+    void addPageSink(std::string_view contentType);
     void consumeBody(char **readP, char *const *writeP, std::int32_t *finished,
                      std::int32_t *closeConnection);
     void consumeLength(char **readP, std::int32_t avail, std::int32_t *finished,
@@ -102,6 +107,7 @@ protected:
     std::int64_t bodyDelivered_ = 0;  // bytes of the body that were passed on
     bool chunked_ = false;            // the body is read as chunks, even if no header says so
     bool untilClose_ = false;         // unframed, and read up to the end of the connection
+    CAUnsearched unsearched_ = CAUnsearched::None;
     CADrop waitsFor_ = CADrop::None;  // the limit that keeps out the target of the redirect
     CAChunkDecoder chunks_;
 };

@@ -12,17 +12,34 @@
 
 #include "base/CAtrace.h"
 
-void CATally::count(_source source, CAVerdict verdict, std::int32_t status, std::int64_t size)
+namespace {
+
+bool isStatus(std::int32_t status)
 {
+    return status >= 100 && status < 600;
+}
+
+}  // namespace
+
+void CATally::count(_source source, CAVerdict verdict, const CAExchange &exchange)
+{
+    const std::int32_t status = exchange.status;
     ++urls[source == SOURCE_HITS ? 1 : 0][static_cast<std::size_t>(verdict)];
-    bytes += size;
-    if (status >= 100 && status < 600) {
+    bytes += exchange.bytes;
+    if (verdict == CAVerdict::Failed && (status == 0 || exchange.failure != CAFailure::None)) {
+        ++failures[static_cast<std::size_t>(exchange.failure)];
+    } else if (verdict == CAVerdict::Failed) {
+        ++statuses[isStatus(status) ? status : 0];
+    }
+    if (isStatus(status)) {
         ++responses[static_cast<std::size_t>(status / 100 - 1)];
     }
     if (status == 200) {
         ++answers200;
         agedHits += verdict == CAVerdict::FromCache ? 1 : 0;
     }
+    unframed += exchange.unsearched == CAUnsearched::Unframed ? 1 : 0;
+    coded += exchange.unsearched == CAUnsearched::Coded ? 1 : 0;
 }
 
 namespace {

@@ -5,10 +5,12 @@
 #include <cstddef>
 #include <cstdint>
 #include <ctime>
+#include <map>
 #include <string>
 
 #include "base/CAoutcome.h"
 #include "base/CAwhen.h"
+#include "report/CAverdict.h"
 
 // The counts of a run. It has no lock: callers that share one between threads must lock it.
 struct CATally {
@@ -17,13 +19,21 @@ struct CATally {
 
     std::array<std::array<std::int32_t, kVerdicts>, kSources> urls{};
     std::array<std::int32_t, kClasses> responses{};  // by status class, 1xx first
-    std::array<std::int32_t, kDrops> drops{};
+    std::array<std::int32_t, kDrops> drops{};        // distinct URLs
+    std::int64_t moreDrops = 0;  // links beyond the limits of CADropped, whose URLs are not known
+    // The URLs whose verdict is "failed" are the sum of these two: exchanges without a complete
+    // response, by reason; and complete ones with an error status (below 200, or from 400), by this
+    // status. One that is not between 100 and 599 is counted as 0.
+    std::array<std::int32_t, kFailures> failures{};
+    std::map<std::int32_t, std::int32_t> statuses;
     std::int64_t bytes = 0;
     std::int32_t answers200 = 0;
     std::int32_t agedHits = 0;  // those of answers200 that were served from the cache
+    std::int32_t unframed = 0;  // pages not searched for links: no length and no chunks
+    std::int32_t coded = 0;     // and compressed ones
 
-    // Counts one URL, whose response has this size in bytes; `status` is 0 without a response.
-    void count(_source source, CAVerdict verdict, std::int32_t status, std::int64_t size);
+    // Counts one URL that was requested, or that was to be requested when the run ended.
+    void count(_source source, CAVerdict verdict, const CAExchange &exchange);
 };
 
 // What the metrics file shows besides the counts.

@@ -141,7 +141,7 @@ int CAResults::tellFlightLocked(const Flight &flight)
                   .verdict = CAVerdict::Failed,
                   .age = -1,
                   .why = CAFailureText(CAFailure::Stopped),
-                  .exchange = {.started = flight.started}};
+                  .exchange = {.failure = CAFailure::Stopped, .started = flight.started}};
     record.exchange.milliseconds = std::max<std::int64_t>(CANowMilliseconds() - flight.started, 0);
     int error = 0;
     for (std::int32_t variant = flight.variant; variant <= flight.lastVariant; ++variant) {
@@ -158,7 +158,7 @@ int CAResults::tellLocked(const Record &record)
     if (isOver_) {
         return 0;
     }
-    tally_.count(record.source, record.verdict, record.exchange.status, record.exchange.bytes);
+    tally_.count(record.source, record.verdict, record.exchange);
     return addLineLocked(record);
 }
 
@@ -257,16 +257,71 @@ void CAResults::flush()
     reportFailure(logPath_, error);
 }
 
+// Ends the log for good, and returns as the functions above.
+int CAResults::endLocked()
+{
+    const int failed = tellFlightsLocked();
+    isOver_ = true;
+    const int error = closeLocked();
+    return failed != 0 ? failed : error;
+}
+
+void CAResults::logRun(std::time_t started, const CAClosing &closing)
+{
+    int error = 0;
+    {
+        const PMutexGuard guard(mutex_);
+        error = addRunLocked(started, closing);
+    }
+    reportFailure(logPath_, error);
+}
+
+int CAResults::addRunLocked(std::time_t started, const CAClosing &closing)
+{
+    if (lines_ == nullptr) {
+        return 0;
+    }
+    if (const int error = file_ < 0 ? openLocked() : 0; file_ < 0) {
+        return error;
+    }
+    char *const start = lines_->data() + used_;
+    CAJsonWriter line(start, start + (kMaxLine - CAJsonWriter::kTail));
+    line << "{\"time\":";
+    line.time(std::int64_t{started} * 1000);
+    line << ",\"run\":" << closing.run << ",\"runs\":" << closing.runs
+         << ",\"seconds\":" << closing.seconds << ",\"left\":" << closing.queueLeft
+         << (closing.stopped ? ",\"stopped\":true}\n" : "}\n");
+    used_ = static_cast<std::size_t>(line.at() - lines_->data());
+    return used_ < kFlushAt ? 0 : flushLocked();
+}
+
+void CAResults::reopen()
+{
+    int error = 0;
+    {
+        const PMutexGuard guard(mutex_);
+        error = closeLocked();
+    }
+    reportFailure(logPath_, error);
+}
+
+void CAResults::stop()
+{
+    int error = 0;
+    {
+        const PMutexGuard guard(mutex_);
+        error = endLocked();
+    }
+    reportFailure(logPath_, error);
+}
+
 void CAResults::endRun(std::time_t started, std::int32_t seconds, std::int32_t queueLeft,
                        bool isLast)
 {
     int error = 0;
     {
         const PMutexGuard guard(mutex_);
-        const int failed = isLast ? tellFlightsLocked() : 0;
-        isOver_ = isLast;
-        error = closeLocked();
-        error = failed != 0 ? failed : error;
+        error = isLast ? endLocked() : closeLocked();
         last_ = tally_;
         tally_ = CATally();
         lastVary_ = vary_;

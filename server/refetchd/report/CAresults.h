@@ -18,6 +18,7 @@
 
 #include "base/CAoutcome.h"
 #include "htthread.h"
+#include "report/CAclosing.h"
 #include "report/CAmetrics.h"
 #include "report/CAvary.h"
 #include "report/CAverdict.h"
@@ -43,9 +44,17 @@ public:
     // The headers with which the agent asks as visitors do, by name. Main thread, as above.
     void setSentHeaders(std::vector<std::string> names);
 
+    // Has outcomes collected even without one of the files. Main thread, as above.
+    void collect() { isCollecting_ = true; }
+
     // True when outcomes are collected; only then call dropped(), finished(), setInFlight() and
     // endRun(). Any thread.
-    [[nodiscard]] bool observes() const { return lines_ != nullptr || !metricsPath_.empty(); }
+    [[nodiscard]] bool observes() const
+    {
+        return isCollecting_ || lines_ != nullptr || !metricsPath_.empty();
+    }
+    // True when there is a log. Any thread.
+    [[nodiscard]] bool isLogged() const { return lines_ != nullptr; }
 
     // Report a URL that is not requested, or one that is finished (requested, or given up because
     // the run is over). It counts for the current run, or for the one that is being seeded.
@@ -70,6 +79,19 @@ public:
     // Failures are traced and written to the error log. Master thread.
     void endRun(std::time_t started, std::int32_t seconds, std::int32_t queueLeft,
                 bool isLast = false);
+
+    // Adds the line about a run to the log, if there is one; before endRun(). Master thread.
+    void logRun(std::time_t started, const CAClosing &closing);
+
+    // Closes the log, after writing its lines; the next line opens it again. Master thread.
+    void reopen();
+
+    // Between two runs, when none follows: logs the URLs still in flight as failed, closes the log,
+    // and ignores all later reports. Master thread.
+    void stop();
+
+    // The counts of the run that ended last; until then all are 0. Master thread.
+    [[nodiscard]] const CATally &lastRun() const { return last_; }
 
     // About the run that ended last: the responses with status 200; how many of them the cache
     // served from its copies; and whether those were more than half, which means that the proxy
@@ -111,9 +133,13 @@ private:
     [[nodiscard]] int addLineLocked(const Record &record) HT_REQUIRES(mutex_);
     [[nodiscard]] int flushLocked() HT_REQUIRES(mutex_);
     [[nodiscard]] int closeLocked() HT_REQUIRES(mutex_);
+    [[nodiscard]] int endLocked() HT_REQUIRES(mutex_);
+    [[nodiscard]] int addRunLocked(std::time_t started, const CAClosing &closing)
+        HT_REQUIRES(mutex_);
 
     std::string logPath_;
     std::string metricsPath_;
+    bool isCollecting_ = false;
     CATally last_;          // the master thread's
     CAVaryCount lastVary_;  // the same
 

@@ -32,6 +32,7 @@ struct CAExchange {
     std::int64_t milliseconds = 0;        // from the start to the last byte
     CACacheHeaders headers = {};          // of the response
     std::int32_t variant = 0;             // from 1; 0: there are no variants
+    CAUnsearched unsearched = CAUnsearched::None;
     // What the TLS library says about a failure, a static text; empty: nothing.
     std::string_view reason = {};
 };
