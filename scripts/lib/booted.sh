@@ -9,7 +9,8 @@ site=http://127.0.0.1:8080
 control_groups() {
     local groups
     groups=$(findmnt --noheadings --first-only --types cgroup2 --output TARGET) || return 0
-    unshare --cgroup --mount --pid --net --uts --ipc --fork mount -t cgroup2 none "$groups" 2>/dev/null || return 0
+    unshare --cgroup --mount --pid --net --uts --ipc --fork \
+        mount -t cgroup2 none "$work/tmp" 2>/dev/null || return 0
     mkdir "$groups/refetchd-test-$$" 2>/dev/null || return 0
     printf '%s\n' "$groups/refetchd-test-$$"
 }
@@ -87,7 +88,7 @@ start_systemd() {
     wait_until pgrep --parent "$(<"$work/outside.pid")"
     systemd=$(pgrep --parent "$(<"$work/outside.pid")")
     wait_until inside systemctl is-active multi-user.target
-    wait_until inside sh -c ': </dev/tcp/127.0.0.1/3128' 2>/dev/null || true
+    wait_until inside bash -c ': </dev/tcp/127.0.0.1/3128'
 }
 
 # property UNIT NAME: prints it.
@@ -100,11 +101,14 @@ expect_property() {
     [ "$value" = "$3" ] || fail "$1: $2 is $value, not $3: $(inside systemctl status --lines=30 "$1")"
 }
 
-# journal UNIT: prints what the service and systemd wrote in the run that began last.
-journal() {
-    inside journalctl --quiet --output=cat "_SYSTEMD_INVOCATION_ID=$(property "$1" InvocationID)" + \
-        "INVOCATION_ID=$(property "$1" InvocationID)"
+# Begins a new part of the journal and of what find can call newer.
+mark() {
+    inside journalctl --quiet --lines=0 --show-cursor | sed 's/^-- cursor: //' >"$work/cursor"
+    touch "$work/cursor"
 }
+
+# journal UNIT: prints what the service and systemd wrote about it since the mark.
+journal() { inside journalctl --quiet --output=cat --after-cursor="$(<"$work/cursor")" --unit="$1"; }
 
 # expect_closing UNIT PATTERN: the run's closing line is in the journal, and fits.
 expect_closing() {
@@ -115,7 +119,7 @@ expect_closing() {
 # start_night UNIT RESULT STATUS PATTERN: a run ends with this result and exit status of the agent, and the
 # pattern fits its closing line. The warnings of refetchd-check do not look like a failure.
 start_night() {
-    inside systemctl reset-failed
+    mark
     inside systemctl start "$1" 2>/dev/null || [ "$2" != success ] || fail "$(inside systemctl status "$1")"
     expect_property "$1" Result "$2"
     expect_property "$1" ExecMainStatus "$3"
@@ -123,12 +127,11 @@ start_night() {
     ! journal "$1" | grep -F 'Control process exited' || fail "a command before or after the agent failed"
 }
 
-# expect_page DIRECTORY PATTERN: the page of the last nights below it was written just now, and fits.
+# expect_page DIRECTORY PATTERN: the page of the last nights below it was written since the mark, and fits.
 expect_page() {
     local page=$root$1/pub/en_US/reports/nights.html
-    expect test -n "$(find "$page" -newer "$work/moment")"
+    expect test -n "$(find "$page" -newer "$work/cursor")"
     expect grep -qE "$2" "$page"
-    touch "$work/moment"
 }
 
 # sample NAME [SED_EXPRESSION]...: writes the configuration of an instance, as refetchd(8) says, and changes
@@ -172,7 +175,6 @@ END
         >>"$root/etc/tarnproxy.conf"
     printf '#!/bin/sh\n{ echo "$@"; cat; } >>/var/mail/test\n' >"$root/usr/local/bin/mail"
     chmod 755 "$root/usr/local/bin/mail"
-    touch "$work/moment"
 }
 
 # The documents' commands for monitoring, and what Prometheus and Grafana get.
@@ -187,9 +189,11 @@ check_monitoring() {
     in_root sh -ec 'cd /tmp/monitoring && promtool test rules refetchd.rules.test.yml' >"$work/command.log" ||
         fail "$(cat "$work/command.log")"
     # An expression of the dashboard is valid if a rule with it is.
-    jq '{groups: [{name: "dashboard", rules: [.panels[] | .targets[] | {record: "x", expr}]}]}' \
+    jq '{groups: [{name: "dashboard", rules: [.panels[] | .targets[] | .expr] |
+        to_entries | map({record: "x\(.key)", expr: .value})}]}' \
         packaging/monitoring/refetchd-dashboard.json >"$root/tmp/monitoring/dashboard.yml"
-    in_root promtool check rules /tmp/monitoring/dashboard.yml >"$work/command.log" || fail "$(cat "$work/command.log")"
+    in_root promtool check rules /tmp/monitoring/dashboard.yml >"$work/command.log" ||
+        fail "$(cat "$work/command.log")"
 }
 
 # check_metrics FILE: each metric, verdict and other label that alerts and dashboard name is one in this
@@ -205,6 +209,7 @@ check_metrics() {
 
 test_nights() {
     local report=$root$root_directory/$report
+    inside systemctl enable --quiet --now refetchd.timer # it also keeps systemd's record of the service
     say "A night with Squid running: success, a closing line, a page, and metrics that node_exporter reads"
     start_night refetchd.service success 0 ': 3 requested: .*0 left in the queue'
     expect_page "$root_directory" "$site/"
@@ -227,6 +232,7 @@ test_nights() {
     say "A service that is stopped in the middle of a run ends in good order, with a report"
     start_night refetchd.service success 0 ': 3 requested'
     sed -i "\$a loadurl $site/slow/page.html" "$root/etc/tarnproxy.conf"
+    mark
     inside systemctl start --no-block refetchd.service
     wait_until grep -q 'working on .*slow' "$root/var/log/refetchd/trace.log"
     SECONDS=0
@@ -261,6 +267,7 @@ test_instances() {
     printf '[Timer]\nOnCalendar=\nOnActiveSec=1s\nRandomizedDelaySec=0\n' \
         >"$root/etc/systemd/system/refetchd@nightly.timer.d/now.conf"
     inside systemctl daemon-reload
+    mark
     inside systemctl restart refetchd@nightly.timer
     wait_until inside sh -c "curl -s http://127.0.0.1:9100/metrics | grep -q '^refetchd_urls{config=.nightly'"
     expect inside sh -c "curl -s http://127.0.0.1:9100/metrics | grep -q '^node_textfile_scrape_error 0'"
@@ -284,8 +291,10 @@ test_instances() {
     wait_until test -s "$root/var/log/refetchd/cont/results.log"
     expect_property refetchd@cont.service ActiveState active
     expect_property refetchd-report@cont.timer ActiveState active
+    mark
     inside systemctl start refetchd-report@cont.service
     expect_page "$directory" "$site/"
+    mark
     inside systemctl stop refetchd@cont.service
     expect_property refetchd@cont.service Result success
     expect_property refetchd-report@cont.timer ActiveState inactive
@@ -295,7 +304,7 @@ test_instances() {
 
 test_removal() {
     say "The package is removed from the running system, with its services and timers"
-    inside systemctl enable --quiet --now refetchd.timer refetchd@cont.service
+    inside systemctl start refetchd@cont.service
     inside env DEBIAN_FRONTEND=noninteractive apt-get -qq -y purge refetchd >"$work/apt.log" 2>&1 || fail "$(cat "$work/apt.log")"
     expect test -z "$(inside systemctl list-units --no-legend --state=active 'refetchd*')"
     expect test -z "$(find "$root/etc/systemd/system" "$root/var/lib/systemd/timers" -name '*refetchd*@*' ! -path '*failed*')"
