@@ -334,8 +334,12 @@ void warnOfUnsearched()
 // The exit status after the last run. For the master thread until `done` is 1.
 int runStatus = 0;
 
+// A run that a signal has cut short is not judged.
 void judgeRun()
 {
+    if (runs.isEnding) {
+        return;
+    }
     const CATally &tally = results.lastRun();
     if (const std::string advice = CAAdvice(tally, {.proxy = ac.updateProxy,
                                                     .readTimeout = ac.readTimeout,
@@ -343,8 +347,8 @@ void judgeRun()
         !advice.empty()) {
         tell(advice);
     }
-    runStatus = runs.isEnding ? 0 : CAExitStatus(tally, ac.failWhen);
-    if (ac.repeatCount == 1 && runStatus != 0) {
+    runStatus = ac.repeatCount == 1 ? CAExitStatus(tally, ac.failWhen) : 0;
+    if (runStatus != 0) {
         tell("failwhen " + std::to_string(ac.failWhen) + ": the exit status is " +
              std::to_string(runStatus) + ".");
     }

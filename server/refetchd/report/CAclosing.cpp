@@ -81,7 +81,7 @@ std::string causeOf(const Reason &reason, const CAAdviceContext &context)
     case CAFailure::Address:
     case CAFailure::Connect:
         return "the proxy " + context.proxy +
-               " cannot be reached: is it running, and is updateproxy right?";
+               " cannot be reached (is it running, and is updateproxy right?)";
     case CAFailure::Certificate:
     case CAFailure::Handshake:
         return "TLS with the proxy fails: look at proxytls, proxytlsca and the port, see "
@@ -92,9 +92,9 @@ std::string causeOf(const Reason &reason, const CAAdviceContext &context)
     case CAFailure::Send:
     case CAFailure::Closed:
     case CAFailure::Reset:
-        return "connections break: was the proxy restarted, or does it have too many connections?";
+        return "connections break (was the proxy restarted, or is it overloaded?)";
     case CAFailure::BadResponse:
-        return context.proxy + " does not answer with HTTP: is updateproxy the proxy's HTTP port?";
+        return context.proxy + " does not answer with HTTP (is updateproxy the proxy's HTTP port?)";
     case CAFailure::Stopped: return "the run was over first: look at maxruntime";
     case CAFailure::Request: return "no request can be made of the URLs: look at the loadurl lines";
     case CAFailure::None: break;
@@ -158,7 +158,8 @@ std::string CAAdvice(const CATally &tally, const CAAdviceContext &context)
     const std::vector<Reason> reasons = reasonsOf(tally);
     if (isMoreThan(failed, all, 50) && !reasons.empty()) {
         return "most requests failed" + shareOf(failed, all) + ", most often with \"" +
-               textOf(reasons.front()) + "\": " + causeOf(reasons.front(), context);
+               textOf(reasons.front()) + "\": " + causeOf(reasons.front(), context) +
+               "; see refetchd(8), DIAGNOSTICS";
     }
     if (!isMoreThan(cached + unknown, all, 50)) {
         return "";
