@@ -94,6 +94,8 @@ start_systemd() {
 # property UNIT NAME: prints it.
 property() { inside systemctl show --property="$2" --value "$1"; }
 
+is_over() { [ "$(property "$1" ActiveState)" = inactive ]; }
+
 # expect_property UNIT NAME VALUE
 expect_property() {
     local value
@@ -134,17 +136,6 @@ expect_page() {
     expect grep -qE "$2" "$page"
 }
 
-# sample NAME [SED_EXPRESSION]...: writes the configuration of an instance, as refetchd(8) says, and changes
-# it further.
-sample() {
-    local name=$1 expression
-    local -a changes=()
-    shift
-    for expression in "$@"; do changes+=(-e "$expression"); done
-    in_root sh -ec "$(printed '^sed ' | sed "s/NAME/$name/g")"
-    sed -i -e "s,^metricsfile .*,metricsfile /var/lib/refetchd/$name/metrics.prom," "${changes[@]}" "$root/etc/refetchd/$name.conf"
-}
-
 prepare_system() {
     local page
     apt_in_root install systemd-sysv dbus nginx-light curl prometheus prometheus-node-exporter
@@ -179,6 +170,7 @@ END
 
 # The documents' commands for monitoring, and what Prometheus and Grafana get.
 check_monitoring() {
+    printed '^curl .*:9100' >"$work/look" # for later
     say "The monitoring is installed as the documents say; Prometheus accepts the alerts"
     printed '^(install|promtool) ' | while read -r command; do
         printf '  %s\n' "$command"
@@ -200,8 +192,8 @@ check_monitoring() {
 # file, which the agent has written.
 check_metrics() {
     local name
-    grep -ohE 'refetchd_[a-z_]+\b|\b(verdict|by|class|source)=\\?"[a-z0-9_]+\\?"' packaging/monitoring/refetchd.rules.yml \
-        packaging/monitoring/refetchd-dashboard.json | tr -d '\\' | sort -u | while read -r name; do
+    cat packaging/monitoring/refetchd.rules.yml packaging/monitoring/refetchd-dashboard.json | tr -d "\\\\" |
+        grep -oE 'refetchd_[a-z_]+\b|\b(verdict|by|class|source)!?="[a-z0-9_]+"' | tr -d '!' | sort -u | while read -r name; do
         grep -v '^#' "$1" | grep -qE "(^|[{,])$name([ {,}]|\$)" || fail "the agent writes no $name"
         printf '  %s\n' "$name"
     done
@@ -212,8 +204,10 @@ test_nights() {
     inside systemctl enable --quiet --now refetchd.timer # it also keeps systemd's record of the service
     say "A night with Squid running: success, a closing line, a page, and metrics that node_exporter reads"
     start_night refetchd.service success 0 ': 3 requested: .*0 left in the queue'
+    journal refetchd.service >"$work/journal"
+    expect grep -q 'loadtopcached: .*hitsfile.txt: No such file' "$work/journal"
     expect_page "$root_directory" "$site/"
-    wait_until inside sh -c 'curl -s http://127.0.0.1:9100/metrics | grep -q "^refetchd_urls{"'
+    expect inside sh -c "$(<"$work/look")" | expect grep '^refetchd_urls{.*"stored"' | sed 's/^/  | /'
     check_metrics "$root/var/lib/prometheus/node-exporter/refetchd.prom"
 
     say "Nights with Squid denying everything, and with Squid stopped: the service fails, and a mail says so"
@@ -258,7 +252,8 @@ expect_hidden() {
 test_instances() {
     local directory=$root_directory/nightly
     say "An instance runs each night: its timer starts hits, run and page, which nobody else may read"
-    sample nightly "s,^loadurl .*,loadurl $site/one.html,"
+    make_instance nightly "s,^loadurl .*,loadurl $site/one.html," \
+        's,^metricsfile .*,metricsfile /var/lib/refetchd/nightly/metrics.prom,'
     printf 'LOGS=/var/log/squid/access.log\nOPTIONS="-m 1"\n' >"$root/etc/refetchd/nightly.hits"
     inside systemctl enable --quiet --now refetchd@nightly.timer
     expect_property refetchd@nightly.timer Unit refetchd-nightly@nightly.service
@@ -271,7 +266,7 @@ test_instances() {
     inside systemctl restart refetchd@nightly.timer
     wait_until inside sh -c "curl -s http://127.0.0.1:9100/metrics | grep -q '^refetchd_urls{config=.nightly'"
     expect inside sh -c "curl -s http://127.0.0.1:9100/metrics | grep -q '^node_textfile_scrape_error 0'"
-    wait_until test "$(property refetchd-nightly@nightly.service ActiveState)" = inactive
+    wait_until is_over refetchd-nightly@nightly.service
     expect_property refetchd-nightly@nightly.service Result success
     expect_property refetchd-hits@nightly.service Result success
     expect_closing refetchd-nightly@nightly.service 'requested'
@@ -280,7 +275,7 @@ test_instances() {
 
     say "An instance runs continuously: its log is rotated while it runs, and its page written each hour"
     directory=$root_directory/cont
-    sample cont 's,^maxruntime .*,maxruntime 2s,' '/^maxurls /d'
+    make_instance cont 's,^maxruntime .*,maxruntime 2s,' '/^\(maxurls\|metricsfile\) /d'
     printf 'LOGS=/var/log/squid/access.log\nOPTIONS="-m 1"\n' >"$root/etc/refetchd/cont.hits"
     inside systemctl start refetchd-hits@cont.service
     expect test -s "$root$directory/logs/hitsfile.txt"
@@ -307,12 +302,15 @@ test_removal() {
     inside systemctl start refetchd@cont.service
     inside env DEBIAN_FRONTEND=noninteractive apt-get -qq -y purge refetchd >"$work/apt.log" 2>&1 || fail "$(cat "$work/apt.log")"
     expect test -z "$(inside systemctl list-units --no-legend --state=active 'refetchd*')"
-    expect test -z "$(find "$root/etc/systemd/system" "$root/var/lib/systemd/timers" -name '*refetchd*@*' ! -path '*failed*')"
+    expect test -z "$(find "$root/etc/systemd/system/"*.wants "$root/var/lib/systemd/timers" -name '*refetchd*')"
 }
 
 # Runs all this in the root, with the package of the test.
 test_booted() {
     local groups
+    kill "${daemons[Squid]}"
+    wait "${daemons[Squid]}" || true
+    unset 'daemons[Squid]'
     prepare_system
     check_monitoring
     groups=$(control_groups)
