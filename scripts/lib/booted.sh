@@ -275,15 +275,22 @@ test_instances() {
 
     say "An instance runs continuously: its log is rotated while it runs, and its page written each hour"
     directory=$root_directory/cont
-    make_instance cont 's,^maxruntime .*,maxruntime 2s,' '/^\(maxurls\|metricsfile\) /d'
+    make_instance cont '/^\(maxurls\|metricsfile\) /d' "\$a loadurl $site/slow/page.html"
     printf 'LOGS=/var/log/squid/access.log\nOPTIONS="-m 1"\n' >"$root/etc/refetchd/cont.hits"
     inside systemctl start refetchd-hits@cont.service
     expect test -s "$root$directory/logs/hitsfile.txt"
-    inside systemctl enable --quiet --now refetchd@cont.service refetchd-hits@cont.timer
+    # This instance logs nothing, so the signal for the others would end it.
+    make_instance silent '/^resultslog /d' "s,^loadurl .*,loadurl $site/slow/page.html,"
+    mkdir -p "$root/var/log/refetchd/silent"
+    in_root install -o refetchd -g refetchd -m 644 /etc/hostname /var/log/refetchd/silent/results.log
+    inside systemctl enable --quiet --now refetchd@cont.service refetchd-hits@cont.timer refetchd@silent.service
+    wait_until grep -qs 'working on .*slow' "$root/var/log/refetchd/cont/trace.log"
+    wait_until grep -qs 'working on .*slow' "$root/var/log/refetchd/silent/trace.log"
     wait_until test -s "$root/var/log/refetchd/cont/results.log"
     inside logrotate --force /etc/logrotate.d/refetchd
     expect test -s "$root/var/log/refetchd/cont/results.log.1"
-    wait_until test -s "$root/var/log/refetchd/cont/results.log"
+    wait_until test -e "$root/var/log/refetchd/cont/results.log"
+    expect_property refetchd@silent.service ActiveState active
     expect_property refetchd@cont.service ActiveState active
     expect_property refetchd-report@cont.timer ActiveState active
     mark
@@ -291,6 +298,7 @@ test_instances() {
     expect_page "$directory" "$site/"
     mark
     inside systemctl stop refetchd@cont.service
+    expect grep -q 'slow/page.html' "$root/var/log/refetchd/cont/results.log"
     expect_property refetchd@cont.service Result success
     expect_property refetchd-report@cont.timer ActiveState inactive
     expect grep -q 'Total URLs loaded' "$root$directory/$report"

@@ -320,14 +320,15 @@ void warnOfUnsearched()
     const CATally &tally = results.lastRun();
     if (tally.unframed > 0) {
         tell(CAUnsearchedText(tally.unframed,
-                              "their answers have no length: set \"http11 on\" or, if the proxy "
-                              "does not speak HTTP/1.1, \"closedelimitedbodies on\""));
+                              "set \"http11 on\" (or, without HTTP/1.1, \"closedelimitedbodies "
+                              "on\"), because bodies without a length are thrown away"));
     }
     if (tally.coded > 0) {
         tell(CAUnsearchedText(tally.coded,
                               ac.parseOptions.modernLinks
-                                  ? "they are compressed in a way that the agent does not know"
-                                  : "they are compressed: set \"modernlinks on\""));
+                                  ? "the agent does not know their Content-Encoding"
+                                  : "set \"modernlinks on\", because compressed bodies are "
+                                    "thrown away"));
     }
 }
 

@@ -196,9 +196,10 @@ protected:
             EXPECT_EQ(cached(path), edition) << path;
         }
     }
-    // Runs the agent. Returns the number of requests that reach the origin meanwhile.
+    // Runs the agent, which ends with this status. Returns the number of requests that reach the
+    // origin meanwhile.
     std::size_t refresh(const Words &paths, const std::string &depth = "1",
-                        const std::string &more = "")
+                        const std::string &more = "", int status = 0)
     {
         const std::size_t before = origin_.requests().size();
         std::string directives =
@@ -210,7 +211,8 @@ protected:
             port_,
             directives + (server_.reverse ? "; transparentproxy on" : "") +
                 (server_.tls ? "; proxytls on; proxytlsca " + dir_.path("certificate") : ""));
-        agent_->run();
+        agent_->start();
+        agent_->finish(status);
         return origin_.requests().size() - before;
     }
 
@@ -239,10 +241,10 @@ protected:
         if (target.starts_with("/chunked")) {
             return chunked(target);
         }
-        std::string more = target == "/immutable"  ? ", immutable"
-                           : target == "/aged"     ? "\r\nAge: 100"
-                           : target == "/cookie"   ? "\r\nSet-Cookie: a=b"
-                           : target == "/vary"     ? "\r\nVary: Accept-Encoding"
+        std::string more = target == "/immutable"        ? ", immutable"
+                           : target.starts_with("/aged") ? "\r\nAge: 100"
+                           : target == "/cookie"         ? "\r\nSet-Cookie: a=b"
+                           : target == "/vary"           ? "\r\nVary: Accept-Encoding"
                            : target == "/language" ? "\r\nVary: Accept-Encoding, Accept-Language"
                                                    : "";
         const bool german = request.bytes.find("Accept-Language: de") != std::string::npos;
