@@ -10,7 +10,7 @@ testers=(
     '^(updateproxy|refetchd-hits|varnishncsa) '                tests/e2e/docs_test.cpp
     '^refetchd-check( |$)'                                     scripts/package-test
     '^(apt|systemctl|runuser|less|jq|curl) |^scripts/package$' scripts/package-test
-    '^(squid|nginx|a2enmod|journalctl) '                       scripts/package-test
+    '^(squid|nginx|a2enmod|journalctl|install|promtool|sed) '  scripts/package-test
     '^(BENCH=1 )?(scripts|bench)/|ctest |^mandoc '             scripts/test
     '^(cmake|awk) '                                            scripts/lib/docs.sh
 )
