@@ -42,24 +42,27 @@ std::string textOf(const RPCounts &counts)
     return text;
 }
 
-// The ends of scales; half of each is a round number, too.
-constexpr std::array<std::int64_t, 18> kDurations = {
-    2, 4, 10, 20, 30, 60, 120, 240, 600, 1200, 1800, 3600, 7200, 14400, 21600, 43200, 86400, 172800,
+// The ends of scales; half of each is a round number, too. Those of counts are repeated in each
+// power of ten.
+constexpr std::array<std::int64_t, 24> kDurations = {
+    2,   4,    6,    10,   20,   30,   40,    60,    120,   240,   360,   480,
+    600, 1200, 1800, 2400, 3600, 7200, 14400, 21600, 28800, 43200, 86400, 172800,
 };
+constexpr std::array<std::int64_t, 10> kCounts = {10, 12, 16, 20, 24, 30, 40, 50, 60, 80};
 
 std::int64_t endOfDurations(std::int64_t seconds)
 {
     const auto *const end = std::lower_bound(kDurations.begin(), kDurations.end(), seconds);
-    constexpr std::int64_t kTwoDays = 172800;
-    return end != kDurations.end() ? *end : (seconds + kTwoDays - 1) / kTwoDays * kTwoDays;
+    const std::int64_t longest = kDurations.back();
+    return end != kDurations.end() ? *end : (seconds + longest - 1) / longest * longest;
 }
 
 std::int64_t endOfCounts(std::int64_t count)
 {
-    for (std::int64_t end = 2;; end *= 10) {
-        for (const std::int64_t step : {1, 2, 3, 5}) {
-            if (end * step >= count) {
-                return end * step;
+    for (std::int64_t unit = 1;; unit *= 10) {
+        for (const std::int64_t end : kCounts) {
+            if (end * unit >= count) {
+                return end * unit;
             }
         }
     }
@@ -180,7 +183,10 @@ RPHtml RPChartPatterns()
     out << "<svg class=\"patterns\" aria-hidden=\"true\"><pattern id=\"hatch\" width=\"6\" "
            "height=\"6\" patternUnits=\"userSpaceOnUse\" patternTransform=\"rotate(45)\">"
            "<rect class=\"hatched\" width=\"6\" height=\"6\"/>"
-           "<rect class=\"stripe\" width=\"1.6\" height=\"6\"/></pattern></svg>\n";
+           "<rect class=\"stripe\" width=\"1.6\" height=\"6\"/></pattern>"
+           "<pattern id=\"gaps\" width=\"4\" height=\"4\" patternUnits=\"userSpaceOnUse\">"
+           "<rect class=\"gapped\" width=\"4\" height=\"4\"/>"
+           "<rect class=\"stripe\" width=\"1.4\" height=\"4\"/></pattern></svg>\n";
     return out;
 }
 
@@ -222,7 +228,7 @@ RPHtml RPRequestColumns(const std::vector<RPNight> &nights)
                       ". The table below has all figures.",
                   end);
     for (const std::int64_t value : {std::int64_t{0}, end / 2, end}) {
-        chart.scale(value, RPNumber(value, "\u202f"));
+        chart.scale(value, RPNumber(value));
     }
     for (std::size_t i = 0; i < nights.size(); ++i) {
         const RPCounts &counts = nights[i].counts;

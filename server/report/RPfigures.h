@@ -53,7 +53,6 @@ struct RPSlow {
     std::string url;
     std::int64_t milliseconds = 0;
     RPVerdict verdict = RPVerdict::Unknown;
-    std::string why;
 };
 
 struct RPStatus {

@@ -86,6 +86,6 @@ RPHtml &RPHtml::operator<<(std::string_view text)
 
 RPHtml &RPHtml::operator<<(std::int64_t number)
 {
-    text_ += RPNumber(number, "\u202f");
+    text_ += RPNumber(number);
     return *this;
 }

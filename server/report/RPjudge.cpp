@@ -16,14 +16,17 @@ const RPGroup *largest(const RPFigures &figures, RPVerdict verdict)
     return found == groups.end() ? nullptr : &*found;
 }
 
+// Notes how many requests failed, and mostly why.
 void addWhy(const RPFigures &figures, std::vector<std::string> *notes)
 {
     const RPGroup *const group = largest(figures, RPVerdict::Failed);
+    const std::int64_t failed = figures.night().counts[RPIndex(RPVerdict::Failed)];
     if (group == nullptr) {
         return;
     }
-    std::string note = "The commonest reason, " + RPPlural(group->count, "time", "times") + ": " +
-                       group->why + ".";
+    std::string note = RPPlural(failed, "request", "requests") + " failed, ";
+    note += group->count == failed ? "because of: " : RPNumber(group->count) + " of them with: ";
+    note += RPReason(group->verdict, group->why) + ".";
     if (const std::string_view hint = RPReasonHint(group->why); !hint.empty()) {
         note += " " + std::string(hint);
     }

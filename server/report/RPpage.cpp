@@ -45,13 +45,6 @@ RPHtml linkTo(const std::string &url)
     return out;
 }
 
-// What a row of a table shows: the reason, or the verdict if there is none.
-std::string reasonOf(RPVerdict verdict, const std::string &why)
-{
-    const std::string name(RPVerdictName(verdict));
-    return why.empty() ? name : verdict == RPVerdict::Failed ? why : name + ": " + why;
-}
-
 void putHead(RPHtml *page, const RPFigures &figures)
 {
     *page << "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"
@@ -189,7 +182,7 @@ void putNights(RPHtml *page, const std::vector<RPNight> &nights)
 void putGroup(RPHtml *page, const RPGroup &group)
 {
     *page << "<div class=\"group\"><h3>" << RPSwatch(group.verdict)
-          << reasonOf(group.verdict, group.why) << "<b>" << group.count << "</b></h3>";
+          << RPReason(group.verdict, group.why) << "<b>" << group.count << "</b></h3>";
     if (const std::string_view hint = RPReasonHint(group.why); !hint.empty()) {
         *page << "<p class=\"soft\">" << hint << "</p>";
     }
@@ -218,7 +211,7 @@ void putGroups(RPHtml *page, const RPFigures &figures, bool failures)
     } else {
         *page << "Not fresh for other reasons";
     }
-    *page << "</h2>\n" << groups << "</section>\n";
+    *page << "</h2>\n<div class=\"groups\">" << groups << "</div></section>\n";
 }
 
 void putSlowest(RPHtml *page, const RPDetails &details)

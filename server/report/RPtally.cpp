@@ -189,21 +189,30 @@ void RPTally::addRequest(const RPEntry &entry)
     addSlow(entry);
 }
 
-// Keeps the slowest requests, as a heap whose first element is the fastest of them.
+// Keeps the slowest requests, as a heap whose first element is the fastest of them. A URL that was
+// requested several times is in it once.
 void RPTally::addSlow(const RPEntry &entry)
 {
     std::vector<RPSlow> &slowest = figures_.details.slowest;
-    if (slowest.size() == kSlowest) {
-        if (entry.milliseconds <= slowest.front().milliseconds) {
-            return;
+    if (slowest.size() == kSlowest && entry.milliseconds <= slowest.front().milliseconds) {
+        return;
+    }
+    std::string url = keptUrl(entry);
+    const auto same = std::find_if(slowest.begin(), slowest.end(),
+                                   [&url](const RPSlow &slow) { return slow.url == url; });
+    if (same != slowest.end()) {
+        if (same->milliseconds < entry.milliseconds) {
+            same->milliseconds = entry.milliseconds;
+            same->verdict = entry.verdict;
+            std::make_heap(slowest.begin(), slowest.end(), slower);
         }
+        return;
+    }
+    if (slowest.size() == kSlowest) {
         std::pop_heap(slowest.begin(), slowest.end(), slower);
         slowest.pop_back();
     }
-    slowest.push_back({.url = keptUrl(entry),
-                       .milliseconds = entry.milliseconds,
-                       .verdict = entry.verdict,
-                       .why = std::string(upTo(entry.why, kMaxReason))});
+    slowest.push_back({std::move(url), entry.milliseconds, entry.verdict});
     std::push_heap(slowest.begin(), slowest.end(), slower);
 }
 

@@ -8,12 +8,22 @@ namespace {
 constexpr std::size_t kColumns = 78;
 constexpr std::size_t kRows = 10;  // of a list
 
+// Numbers have commas in ASCII.
+std::string withCommas(std::string text)
+{
+    for (std::size_t at = 0; (at = text.find(kRPThinSpace, at)) != std::string::npos;) {
+        text.replace(at, kRPThinSpace.size(), ",");
+    }
+    return text;
+}
+
 // Collects lines of at most kColumns printable characters.
 class Lines {
 public:
     // Adds a line; one that is too long is cut.
     void put(std::string line)
     {
+        line = withCommas(std::move(line));
         for (char &c : line) {
             c = c >= ' ' && c <= '~' ? c : '?';
         }
@@ -57,8 +67,9 @@ std::string left(std::string_view text, std::size_t width)
     return cell + "  ";
 }
 
-std::string right(const std::string &text, std::size_t width)
+std::string right(std::string text, std::size_t width)
 {
+    text = withCommas(std::move(text));
     return std::string(width - std::min(width, text.size()), ' ') + text + "  ";
 }
 
@@ -84,7 +95,7 @@ void putSummary(Lines *lines, const RPFigures &figures)
 
 void putVerdicts(Lines *lines, const RPFigures &figures)
 {
-    constexpr std::int64_t kBar = 36;
+    constexpr std::int64_t kBar = 34;
     const RPNight &night = figures.night();
     const std::int64_t all = RPRequests(night.counts);
     lines->title("Requests: " + RPNumber(all) + " in " + RPDuration(night.duration()) + ", " +
@@ -101,10 +112,7 @@ void putVerdicts(Lines *lines, const RPFigures &figures)
 
 void putGroup(Lines *lines, const RPGroup &group, std::size_t examples)
 {
-    const bool isPlain = group.verdict == RPVerdict::Failed || group.verdict == RPVerdict::Dropped;
-    std::string name(isPlain ? "" : RPVerdictName(group.verdict));
-    name += name.empty() || group.why.empty() ? "" : ": ";
-    lines->put(number(group.count) + name + group.why);
+    lines->put(number(group.count) + RPReason(group.verdict, group.why));
     if (const std::string_view hint = RPReasonHint(group.why); !hint.empty()) {
         lines->wrap(hint, 11);
     }
@@ -172,7 +180,7 @@ void putRuns(Lines *lines, const RPFigures &figures)
         lines->put(number(RPRequests(run.counts)) + number(run.counts[RPIndex(RPVerdict::Failed)]) +
                    RPMoment(run.start) + ", " + RPDuration(run.end - run.start) + ", " +
                    figures.machines[run.machine] +
-                   (run.left > 0 ? ", " + RPNumber(run.left) + " left in the queue" : "") +
+                   (run.left > 0 ? ", " + RPNumber(run.left) + " left" : "") +
                    (run.stopped ? ", stopped" : ""));
     });
 }

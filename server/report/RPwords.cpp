@@ -33,6 +33,12 @@ std::string withTenths(double value)
     return text.data();
 }
 
+// The smaller part of a duration; nothing if it is 0.
+std::string behind(std::int64_t number, const char *unit)
+{
+    return number == 0 ? "" : " " + std::to_string(number) + unit;
+}
+
 std::string twoDigits(int number)
 {
     return (number < 10 ? "0" : "") + std::to_string(number);
@@ -51,12 +57,12 @@ std::chrono::sys_days daysOf(RPDay day)
 
 }  // namespace
 
-std::string RPNumber(std::int64_t number, std::string_view separator)
+std::string RPNumber(std::int64_t number)
 {
     std::string text = std::to_string(number);
     for (std::size_t at = text.size(); at > 3;) {
         at -= 3;
-        text.insert(at, separator);
+        text.insert(at, kRPThinSpace);
     }
     return text;
 }
@@ -71,9 +77,9 @@ std::string RPDuration(std::int64_t milliseconds)
         return withTenths(static_cast<double>(milliseconds) / 1000) + " s";
     }
     if (seconds < 3600) {
-        return std::to_string(seconds / 60) + " min " + std::to_string(seconds % 60) + " s";
+        return std::to_string(seconds / 60) + " min" + behind(seconds % 60, " s");
     }
-    return RPNumber(seconds / 3600) + " h " + std::to_string(seconds / 60 % 60) + " min";
+    return RPNumber(seconds / 3600) + " h" + behind(seconds / 60 % 60, " min");
 }
 
 std::string RPBytes(std::int64_t bytes)
@@ -95,6 +101,16 @@ std::string RPShare(std::int64_t part, std::int64_t whole)
 std::string RPPlural(std::int64_t count, std::string_view one, std::string_view many)
 {
     return RPNumber(count) + " " + std::string(count == 1 ? one : many);
+}
+
+std::string RPReason(RPVerdict verdict, const std::string &why)
+{
+    const std::string name(RPVerdictName(verdict));
+    const bool isClear = verdict == RPVerdict::Failed || verdict == RPVerdict::Dropped;
+    if (why.empty()) {
+        return isClear ? "no reason logged" : name;
+    }
+    return isClear ? why : name + ": " + why;
 }
 
 std::string RPLongDay(RPDay day)

@@ -7,8 +7,10 @@
 
 #include "RPfigures.h"
 
-// A number with `separator` between groups of three digits.
-[[nodiscard]] std::string RPNumber(std::int64_t number, std::string_view separator = ",");
+// What separates groups of three digits in the texts below: a thin space.
+inline constexpr std::string_view kRPThinSpace = "\u202f";
+
+[[nodiscard]] std::string RPNumber(std::int64_t number);
 
 // A duration such as "340 ms", "5.2 s", "5 min 12 s" and "1 h 3 min".
 [[nodiscard]] std::string RPDuration(std::int64_t milliseconds);
@@ -21,6 +23,9 @@
 
 // "1 page", "2 pages".
 [[nodiscard]] std::string RPPlural(std::int64_t count, std::string_view one, std::string_view many);
+
+// What a group of URLs is called: its reason, behind the name of the verdict unless that is clear.
+[[nodiscard]] std::string RPReason(RPVerdict verdict, const std::string &why);
 
 // Days and moments in local time: "Sunday, 22 November 2026", "22 Nov", "22 Nov, 02:00:05". The
 // moment is in milliseconds since the epoch.

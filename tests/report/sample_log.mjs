@@ -55,7 +55,7 @@ for (const machine of ['cache1', 'cache2']) {
     const bad = night === 9 ? () => [0, 'failed', 'no connection', 0] : pick
     const count = night === 0 && machine === 'cache1' ? Number(lines) : 380 + random(260)
     const run = writeRun(log, start, count, bad)
-    if (night === 0) hostile.forEach(url => run.put(url, 'failed', 'no valid request'))
+    if (night === 0) hostile.forEach((url, i) => run.put(url, 'failed', i % 2 ? 'no valid request' : 'status 400'))
     run.end()
   }
   fs.mkdirSync(path.join(directory, machine), { recursive: true })
