@@ -70,7 +70,7 @@ void RPHost::add(const RPHost &other)
 }
 
 RPTally::RPTally(std::vector<std::string> machines, std::int32_t nights, std::int64_t now)
-    : kept_(static_cast<std::size_t>(nights)), latestTime_((now + 2 * 86400) * 1000)
+    : kept_(static_cast<std::size_t>(nights)), latestTime_((now + std::int64_t{2} * 86400) * 1000)
 {
     open_.resize(machines.size());
     for (std::size_t i = 0; i < open_.size(); ++i) {

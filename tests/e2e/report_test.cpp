@@ -202,4 +202,23 @@ const ReportRow kFiles[] = {
 };
 INSTANTIATE_TEST_SUITE_P(Whole, ReportPage, testing::ValuesIn(kFiles), rowName);
 
+// The command lines of the documents, with directories below this one.
+TEST(ReportExamples, AreRun)
+{
+    const TempDir dir;
+    for (const char *const log : {"results.log", "results.log.1", "cache1/results.log"}) {
+        dir.write("var/log/refetchd/"s + log, kGood);
+    }
+    dir.write("var/log/refetchd/cache2/results.log", kGood);
+    Process process(
+        {"--chdir=" + dir.path(), "bash", "-ec",
+         "mkdir -p var/www var/lib/refetchd/pub/en_US/reports\n"
+         "refetchd-report() { " REFETCHD_REPORT " \"$@\"; }\n"
+         "examples=$(cd " SOURCE_DIRECTORY
+         " && . scripts/lib/docs.sh && examples_for tests/e2e/report_test.cpp)\n"
+         "test \"$(grep -c . <<<\"$examples\")\" -ge 3\neval \"${examples//\\/var/var}\"\n"
+         "grep -l 'All is well\\|no run' $(find -name nights.html)"});
+    EXPECT_EQ(process.wait(Millis(30000)), 0) << process.err();
+}
+
 }  // namespace
