@@ -9,6 +9,7 @@ documents=(README.md SECURITY.md CONTRIBUTING.md docs/*.md bench/README.md docs/
 testers=(
     '^(updateproxy|refetchd-hits|varnishncsa) '                tests/e2e/docs_test.cpp
     '^refetchd-check( |$)'                                     scripts/package-test
+    '^refetchd-report '                                        tests/e2e/report_test.cpp
     '^(apt|systemctl|runuser|less|jq|curl) |^scripts/package$' scripts/package-test
     '^(squid|nginx|a2enmod|journalctl|install|promtool|sed) '  scripts/package-test
     '^(BENCH=1 )?(scripts|bench)/|ctest |^mandoc '             scripts/test
@@ -101,7 +102,7 @@ examples_for() {
 # Prints the faults of the manual page $1. That another page of ours is not installed here is no fault.
 faults_of_manual() {
     mandoc -Tlint "$1" |
-        grep -v -E 'referenced manual not found: Xr (refetchd(-check|-hits)?|tarnproxy\.conf) ' || true
+        grep -v -E 'referenced manual not found: Xr (refetchd(-check|-hits|-report)?|tarnproxy\.conf) ' || true
     { LC_ALL=C.UTF-8 man --warnings --local-file "$1" >/dev/null; } 2>&1
 }
 

@@ -2,7 +2,8 @@
 # shellcheck shell=bash
 
 # What the build needs.
-build_packages=(g++ cmake ninja-build pkgconf libicu-dev libssl-dev zlib1g-dev libbrotli-dev libzstd-dev)
+build_packages=(g++ cmake ninja-build pkgconf libicu-dev libssl-dev zlib1g-dev libbrotli-dev libzstd-dev
+    libsimdjson-dev)
 
 say() { printf '\n==> %s\n' "$*"; }
 

@@ -1,0 +1,160 @@
+#include <algorithm>
+
+#include "RPwords.h"
+
+namespace {
+
+constexpr std::int64_t kDayInSeconds = 86400;
+
+// The largest group of the verdict; null if there is none.
+const RPGroup *largest(const RPFigures &figures, RPVerdict verdict)
+{
+    const std::vector<RPGroup> &groups = figures.details.groups;
+    const auto found = std::find_if(groups.begin(), groups.end(), [verdict](const RPGroup &group) {
+        return group.verdict == verdict;
+    });
+    return found == groups.end() ? nullptr : &*found;
+}
+
+// Notes how many requests failed, and mostly why.
+void addWhy(const RPFigures &figures, std::vector<std::string> *notes)
+{
+    const RPGroup *const group = largest(figures, RPVerdict::Failed);
+    const std::int64_t failed = figures.night().counts[RPIndex(RPVerdict::Failed)];
+    if (group == nullptr) {
+        return;
+    }
+    std::string note = RPPlural(failed, "request", "requests") + " failed, ";
+    note += group->count == failed ? "because of: " : RPNumber(group->count) + " of them with: ";
+    note += RPReason(group->verdict, group->why) + ".";
+    if (const std::string_view hint = RPReasonHint(group->why); !hint.empty()) {
+        note += " " + std::string(hint);
+    }
+    notes->push_back(note);
+}
+
+std::string outOf(std::int64_t part, std::int64_t whole)
+{
+    return part == whole ? RPNumber(part) : RPNumber(part) + " of " + RPNumber(whole);
+}
+
+// Judges the verdicts of the last night; `all` is not 0.
+RPMorning judgeCounts(const RPFigures &figures, std::int64_t all)
+{
+    const RPCounts &counts = figures.night().counts;
+    const std::int64_t failed = counts[RPIndex(RPVerdict::Failed)];
+    const std::int64_t old = counts[RPIndex(RPVerdict::FromCache)];
+    const std::int64_t unknown = counts[RPIndex(RPVerdict::Unknown)];
+    const std::int64_t unkept = counts[RPIndex(RPVerdict::NotCacheable)];
+    RPMorning morning{.mood = RPMood::Wrong};
+    if (failed * 2 > all) {
+        morning.headline = "Most requests failed: " + outOf(failed, all) + ".";
+        addWhy(figures, &morning.notes);
+    } else if ((old + unknown) * 2 > all && old >= unknown) {
+        morning.headline = "Most pages came from the cache: " + outOf(old, all) + ".";
+        morning.notes.emplace_back(
+            "The proxy probably ignores max-age=0 in the agent's requests. docs/proxies.md and the "
+            "recipes say how to configure it.");
+    } else if ((old + unknown) * 2 > all) {
+        morning.headline =
+            "Most answers do not show whether the pages are fresh: " + outOf(unknown, all) + ".";
+        morning.notes.emplace_back(
+            "The proxy sends none of the headers Age, Via, X-Cache and Cache-Status. "
+            "docs/proxies.md and the recipes say how to add one.");
+    } else if (unkept * 2 > all) {
+        morning.headline = "Most pages cannot be kept in the cache: " + outOf(unkept, all) + ".";
+        morning.notes.emplace_back(
+            "The site forbids it with Cache-Control or Set-Cookie, or the proxy is configured not "
+            "to store them; see docs/proxies.md.");
+    } else {
+        const std::string fresh = outOf(RPFresh(counts), all) + " pages are fresh";
+        const bool few = failed * 20 <= all && (old + unknown) * 5 <= all;
+        morning.mood = few ? RPMood::Fine : RPMood::Look;
+        morning.headline =
+            few ? "All is well: " + fresh + "." : "Part of the pages is not fresh: " + fresh + ".";
+        addWhy(figures, &morning.notes);
+    }
+    return morning;
+}
+
+void look(RPMorning *morning, std::string note)
+{
+    morning->mood = std::max(morning->mood, RPMood::Look);
+    morning->notes.push_back(std::move(note));
+}
+
+void judgeQueue(const RPFigures &figures, RPMorning *morning)
+{
+    std::vector<std::int64_t> left(figures.machines.size());  // by the last run of each machine
+    bool stopped = false;
+    for (const RPRun &run : figures.details.runs) {
+        left[run.machine] = std::max<std::int64_t>(run.left, 0);
+        stopped = stopped || run.stopped;
+    }
+    std::int64_t sum = 0;
+    for (const std::int64_t count : left) {
+        sum += count;
+    }
+    if (stopped) {
+        look(morning, "A run was stopped before its end.");
+    }
+    if (sum > 0) {
+        look(morning, RPPlural(sum, "URL was", "URLs were") +
+                          " left in the queue when the time was over; see maxruntime, numclients "
+                          "and the limits of the rate.");
+    }
+}
+
+// Compares with the median of the nights before that had requests.
+void judgeTrend(const RPFigures &figures, std::int64_t all, RPMorning *morning)
+{
+    std::vector<std::int64_t> before;
+    for (const RPNight &night : figures.nights) {
+        if (&night != &figures.night() && RPRequests(night.counts) > 0) {
+            before.push_back(RPRequests(night.counts));
+        }
+    }
+    if (before.size() < 3) {
+        return;
+    }
+    std::sort(before.begin(), before.end());
+    const std::int64_t usual = before[before.size() / 2];
+    if (all * 2 < usual) {
+        look(morning, "There were fewer than half as many requests as usual: " + RPNumber(all) +
+                          " instead of about " + RPNumber(usual) + ".");
+    }
+}
+
+// Sees whether runs are missing.
+void judgeAbsence(const RPFigures &figures, RPMorning *morning)
+{
+    for (const std::size_t machine : figures.details.silent) {
+        look(morning, "No requests of " + figures.machines[machine] + " were logged.");
+    }
+    const std::int64_t last = figures.details.last / 1000;
+    const std::int64_t days = (figures.now - last) / kDayInSeconds;
+    if (last > 0 && figures.now - last > kDayInSeconds * 3 / 2) {
+        morning->mood = RPMood::Wrong;
+        morning->notes.insert(morning->notes.begin(), morning->headline);
+        morning->headline = "There was no run last night: the last one ended " +
+                            RPPlural(days, "day", "days") + " ago.";
+    }
+}
+
+}  // namespace
+
+RPMorning RPJudge(const RPFigures &figures)
+{
+    const std::int64_t all = figures.nights.empty() ? 0 : RPRequests(figures.night().counts);
+    RPMorning morning{.mood = RPMood::Wrong, .headline = "No requests were logged."};
+    if (all > 0) {
+        morning = judgeCounts(figures, all);
+    }
+    judgeQueue(figures, &morning);
+    judgeTrend(figures, all, &morning);
+    judgeAbsence(figures, &morning);
+    for (const std::string &problem : figures.problems) {
+        look(&morning, problem + ".");
+    }
+    return morning;
+}
