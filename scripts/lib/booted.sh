@@ -206,7 +206,7 @@ test_nights() {
     say "A night with Squid running: success, a closing line, a page, and metrics that node_exporter reads"
     start_night refetchd.service success 0 ': 3 requested: .*0 left in the queue'
     journal refetchd.service >"$work/journal"
-    expect grep -q 'useragent' "$work/journal"
+    grep -q ' useragent: ' "$work/journal" || fail "no warning: $(<"$work/journal")"
     expect_page "$root_directory" "$site/"
     expect inside sh -c "$(<"$work/look")" | expect grep '^refetchd_urls{.*"stored"' | sed 's/^/  | /'
     check_metrics "$root/var/lib/prometheus/node-exporter/refetchd.prom"
