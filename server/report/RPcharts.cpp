@@ -166,7 +166,7 @@ private:
 
 std::string RPVerdictClass(RPVerdict verdict)
 {
-    return "v" + std::to_string(RPIndex(verdict));
+    return std::string("v").append(std::to_string(RPIndex(verdict)));
 }
 
 RPHtml RPSwatch(RPVerdict verdict)

@@ -28,7 +28,7 @@ void addWhy(const RPFigures &figures, std::vector<std::string> *notes)
     note += group->count == failed ? "because of: " : RPNumber(group->count) + " of them with: ";
     note += RPReason(group->verdict, group->why) + ".";
     if (const std::string_view hint = RPReasonHint(group->why); !hint.empty()) {
-        note += " " + std::string(hint);
+        note.append(" ").append(hint);
     }
     notes->push_back(note);
 }
@@ -135,7 +135,8 @@ void judgeAbsence(const RPFigures &figures, RPMorning *morning)
     const std::int64_t days = (figures.now - last) / kDayInSeconds;
     if (last > 0 && figures.now - last > kDayInSeconds * 3 / 2) {
         morning->mood = RPMood::Wrong;
-        morning->notes.insert(morning->notes.begin(), morning->headline);
+        morning->notes.push_back(morning->headline);
+        std::rotate(morning->notes.begin(), morning->notes.end() - 1, morning->notes.end());
         morning->headline = "There was no run last night: the last one ended " +
                             RPPlural(days, "day", "days") + " ago.";
     }

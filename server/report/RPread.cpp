@@ -87,7 +87,7 @@ std::vector<std::string> namesOf(const std::vector<std::string> &stems)
     for (const std::vector<std::string_view> &path : paths) {
         std::string name;
         for (std::size_t i = start; stems.size() > 1 && i + end < path.size(); ++i) {
-            name += (name.empty() ? "" : "/") + withoutLog(path[i]);
+            name.append(name.empty() ? "" : "/").append(withoutLog(path[i]));
         }
         names.push_back(!name.empty() || path.empty() ? name : withoutLog(path.back()));
     }

@@ -9,12 +9,15 @@ constexpr std::size_t kColumns = 78;
 constexpr std::size_t kRows = 10;  // of a list
 
 // Numbers have commas in ASCII.
-std::string withCommas(std::string text)
+std::string withCommas(std::string_view text)
 {
-    for (std::size_t at = 0; (at = text.find(kRPThinSpace, at)) != std::string::npos;) {
-        text.replace(at, kRPThinSpace.size(), ",");
+    std::string result;
+    while (!text.empty()) {
+        const bool isSpace = text.starts_with(kRPThinSpace);
+        result += isSpace ? ',' : text.front();
+        text.remove_prefix(isSpace ? kRPThinSpace.size() : 1);
     }
-    return text;
+    return result;
 }
 
 // Collects lines of at most kColumns printable characters.
@@ -23,13 +26,12 @@ public:
     // Adds a line; one that is too long is cut.
     void put(std::string line)
     {
-        line = withCommas(std::move(line));
+        line = withCommas(line);
         for (char &c : line) {
             c = c >= ' ' && c <= '~' ? c : '?';
         }
         if (line.size() > kColumns) {
-            line.resize(kColumns - 3);
-            line += "...";
+            line.replace(kColumns - 3, line.npos, "...");
         }
         line.resize(line.find_last_not_of(' ') + 1);
         text_ += line + "\n";
@@ -69,7 +71,7 @@ std::string left(std::string_view text, std::size_t width)
 
 std::string right(std::string text, std::size_t width)
 {
-    text = withCommas(std::move(text));
+    text = withCommas(text);
     return std::string(width - std::min(width, text.size()), ' ') + text + "  ";
 }
 

@@ -36,12 +36,12 @@ std::string withTenths(double value)
 // The smaller part of a duration; nothing if it is 0.
 std::string behind(std::int64_t number, const char *unit)
 {
-    return number == 0 ? "" : " " + std::to_string(number) + unit;
+    return number == 0 ? "" : std::string(" ").append(std::to_string(number)).append(unit);
 }
 
 std::string twoDigits(int number)
 {
-    return (number < 10 ? "0" : "") + std::to_string(number);
+    return std::string(number < 10 ? "0" : "").append(std::to_string(number));
 }
 
 // The day's number in the month, and the first `letters` letters of the month.

@@ -11,7 +11,7 @@ const require = createRequire(path.resolve('package.json')) // the packages are 
 const puppeteer = require('puppeteer-core')
 const options = { executablePath: '/usr/bin/chromium', args: process.getuid() === 0 ? ['--no-sandbox'] : [] }
 const browser = await puppeteer.launch({ ...options, timeout: 60000 })
-const deadline = setTimeout(() => { console.error('no end after two minutes'); process.exit(1) }, 120000)
+const deadline = setTimeout(() => { console.error('no end after four minutes'); process.exit(1) }, 240000)
 
 // What is wider than the window, or than its own place.
 const overflow = () => [...document.querySelectorAll('body, body *')].filter(e =>

@@ -164,6 +164,10 @@ std::string CAAdvice(const CATally &tally, const CAAdviceContext &context)
     if (!isMoreThan(cached + unknown, all, 50)) {
         return "";
     }
+    if (cached >= unknown && tally.oldCopies > cached / 2) {
+        return "most pages are as old as before" + shareOf(tally.oldCopies, all) +
+               ": the sites failed, and the proxy sent its old copies";
+    }
     if (cached >= unknown) {
         return "most pages were served from the proxy's cache" + shareOf(cached, all) +
                " and are as old as before: the proxy needs its recipe, see " +
