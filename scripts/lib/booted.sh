@@ -162,7 +162,8 @@ END
     printf '%s\n' 'visible_hostname squid' 'shutdown_lifetime 0 seconds' 'pinger_enable off' \
         'max_filedescriptors 1024' >"$root/etc/squid/conf.d/test.conf"
     sed -i "s,^#\?loadurl .*,loadurl $site/," "$root/etc/tarnproxy.conf"
-    printf '%s\n' 'metricsfile /var/lib/prometheus/node-exporter/refetchd.prom' 'summaryline on' 'failwhen 50' \
+    # The second line makes refetchd-check warn.
+    printf '%s\n' 'metricsfile /var/lib/prometheus/node-exporter/refetchd.prom' 'useragent none' \
         >>"$root/etc/tarnproxy.conf"
     printf '#!/bin/sh\n{ echo "$@"; cat; } >>/var/mail/test\n' >"$root/usr/local/bin/mail"
     chmod 755 "$root/usr/local/bin/mail"
@@ -205,7 +206,7 @@ test_nights() {
     say "A night with Squid running: success, a closing line, a page, and metrics that node_exporter reads"
     start_night refetchd.service success 0 ': 3 requested: .*0 left in the queue'
     journal refetchd.service >"$work/journal"
-    expect grep -q 'loadtopcached: .*hitsfile.txt: No such file' "$work/journal"
+    grep -q ' useragent: ' "$work/journal" || fail "no warning: $(<"$work/journal")"
     expect_page "$root_directory" "$site/"
     expect inside sh -c "$(<"$work/look")" | expect grep '^refetchd_urls{.*"stored"' | sed 's/^/  | /'
     check_metrics "$root/var/lib/prometheus/node-exporter/refetchd.prom"
