@@ -67,7 +67,7 @@ boot() {
 
 # inside COMMAND...: in the booted system.
 inside() {
-    nsenter --target "$systemd" --mount --uts --ipc --net --pid --cgroup --root --wd=/ \
+    nsenter --target "$systemd" --mount --uts --ipc --net --pid --cgroup --root --wd \
         env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin LC_ALL=C.UTF-8 SYSTEMD_PAGER= "$@" </dev/null
 }
 
