@@ -100,6 +100,7 @@ struct Runs {
     std::int32_t all = 0;     // 0: for ever
     bool isOver = false;      // the current run is, and its workers may be gone
     bool isEnding = false;    // a signal made the current run the last one
+    bool isCutShort = false;  // and came before the run had ended by itself
     bool areWorkersStopped = false;
     CAProgress atEnd;  // the progress when the run ended
 };
@@ -338,7 +339,7 @@ int runStatus = 0;
 // A run that a signal has cut short is not judged.
 void judgeRun()
 {
-    if (runs.isEnding) {
+    if (runs.isCutShort) {
         return;
     }
     const CATally &tally = results.lastRun();
@@ -366,7 +367,7 @@ void tellResults(int seconds)
                             .runs = runs.all,
                             .seconds = seconds,
                             .queueLeft = urlsLeft,
-                            .stopped = runs.isEnding};
+                            .stopped = runs.isCutShort};
     results.endRun(g_ca_timestarted, closing, ac.repeatCount == 1);
     warnOfOldCopies();
     warnOfVary();
@@ -381,6 +382,7 @@ void endRun(const char *message)
 {
     runs.atEnd = progressOfRun();
     runs.isOver = true;
+    runs.isCutShort = runs.isEnding;
     ++currentRun;
     const int seconds = secondsElapsed();
     results.flush();

@@ -30,7 +30,7 @@ void endCleanly(int /*signal*/)
     _exit(0);
 }
 
-// For a second signal: as the signal itself would.
+// As the signal itself would.
 void endAtOnce(int signal)
 {
     CAPutBackReport();
@@ -38,23 +38,49 @@ void endAtOnce(int signal)
     std::raise(signal);
 }
 
-void handleEndSignals(void (*handler)(int))
+// When the first signal was taken, in milliseconds of the monotonic clock.
+std::int64_t firstEnd = 0;
+
+std::int64_t monotonicMilliseconds()
 {
-    for (const int signal : kEndSignals) {
-        if (!isIgnored(signal)) {
-            struct sigaction action {};
-            action.sa_handler = handler;
-            action.sa_flags = SA_NODEFER;
-            sigemptyset(&action.sa_mask);
-            sigaction(signal, &action, nullptr);
-        }
+    std::timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return std::int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
+}
+
+// For a second signal. Those that follow at once are the same request: timeout(1), for example,
+// signals its child and then their process group.
+void endWhenAskedTwice(int signal)
+{
+    constexpr std::int64_t kSameRequest = 300;
+    if (monotonicMilliseconds() - firstEnd > kSameRequest) {
+        endAtOnce(signal);
     }
 }
 
-// From now on a signal ends the process at once, in whatever state it is.
+void handle(int signal, void (*handler)(int))
+{
+    if (!isIgnored(signal)) {
+        struct sigaction action {};
+        action.sa_handler = handler;
+        action.sa_flags = SA_NODEFER | SA_RESTART;
+        sigemptyset(&action.sa_mask);
+        sigaction(signal, &action, nullptr);
+    }
+}
+
+void handleEndSignals(void (*handler)(int))
+{
+    for (const int signal : kEndSignals) {
+        handle(signal, handler);
+    }
+}
+
+// From now on another signal ends the process at once, in whatever state it is.
 void letSignalsEndTheProcess()
 {
-    handleEndSignals(endAtOnce);
+    firstEnd = monotonicMilliseconds();
+    handleEndSignals(endWhenAskedTwice);
     sigset_t ending;
     sigemptyset(&ending);
     for (const int signal : kEndSignals) {
@@ -69,6 +95,7 @@ void letSignalsEndTheProcess()
 void CAEndOnSignals()
 {
     handleEndSignals(endCleanly);
+    handle(SIGHUP, endAtOnce);
     sigset_t progress;
     sigemptyset(&progress);
     sigaddset(&progress, SIGUSR1);

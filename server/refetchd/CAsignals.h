@@ -1,8 +1,11 @@
 // The signals that steer the agent:
 //
-//   SIGTERM, SIGINT   end the run in good order; a second one ends the process at once
+//   SIGTERM, SIGINT   end the run in good order; a second one, unless it follows within 0.3 s,
+//                     ends the process at once
 //   SIGUSR1           writes a line of progress
-//   SIGHUP            opens the results log again; if there is none, it ends the process as usual
+//   SIGHUP            opens the results log again; if there is none, it ends the process at once
+//
+// Whenever a signal ends the process at once, the previous report is put back first.
 //
 // While the configuration is read, SIGTERM and SIGINT end the process at once. Before the worker
 // threads start, all of them are blocked; from then on the master thread takes them, one by one. A
@@ -18,8 +21,8 @@ enum class CASignal : std::uint8_t {
     Reopen,
 };
 
-// Until CABlockSignals(), SIGTERM and SIGINT end the process with status 0, after the previous
-// report was put back. SIGUSR1 is blocked. Main thread, before other threads exist.
+// Until CABlockSignals(), SIGTERM and SIGINT end the process with status 0. SIGUSR1 is blocked.
+// Main thread, before other threads exist.
 void CAEndOnSignals();
 
 // Blocks the signals in this thread and in those that it starts; SIGHUP only if `reopens`. Main
@@ -27,6 +30,6 @@ void CAEndOnSignals();
 void CABlockSignals(bool reopens);
 
 // Waits at most `milliseconds` for a signal, and returns what it asks for; None when none came.
-// After the first End the signals are not blocked any more: from then on SIGTERM and SIGINT end the
-// process at once, as signals do, after the previous report was put back. Master thread.
+// After the first End, SIGTERM and SIGINT are not blocked in this thread any more, so that a second
+// one is obeyed at any time. Master thread.
 [[nodiscard]] CASignal CANextSignal(std::int64_t milliseconds);

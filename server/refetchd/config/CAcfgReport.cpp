@@ -73,39 +73,43 @@ bool isReport(int file)
            std::string_view(end.data(), end.size()) == kEnd;
 }
 
-// Copies the report to `copy`, with its mode. Returns false when that fails.
+// Copies the report to `copy`, with its mode; an earlier copy stays until then. Returns false when
+// that fails.
 bool copyReport(int report, const std::string &copy)
 {
     struct stat status {};
-    unlink(copy.c_str());
-    const int to = open(copy.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+    const std::string aside = copy + "~";
+    unlink(aside.c_str());
+    const int to = open(aside.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
     if (to < 0) {
         return false;
     }
-    const bool done = copyAll(report, to) && fstat(report, &status) == 0 &&
-                      fchmod(to, status.st_mode & 0777) == 0;
-    if (close(to) != 0 || !done) {
-        unlink(copy.c_str());
-        return false;
+    bool done = copyAll(report, to) && fstat(report, &status) == 0 &&
+                fchmod(to, status.st_mode & 0777) == 0;
+    done = close(to) == 0 && done && rename(aside.c_str(), copy.c_str()) == 0;
+    if (!done) {
+        unlink(aside.c_str());
     }
-    return true;
+    return done;
 }
 
 // Keeps the report at `path` while a placeholder takes its place. A copy that is there already is
-// better than a placeholder, and stays.
+// better than a placeholder, and stays. When there is no room for a copy, the report itself is
+// moved aside.
 void keepPrevious(const char *path)
 {
     const std::string copy = std::string(path).append(kPrevious);
     const int report = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (report >= 0 && isReport(report) && !copyReport(report, copy)) {
-        CATrace("Report...... could not keep \"%s\"; errno=%d.\n", path, errno);
+        rename(path, copy.c_str());
     }
     if (report >= 0) {
         close(report);
     }
+    previous = {};
     if (copy.size() < previous.copy.size() && access(copy.c_str(), F_OK) == 0) {
-        copy.copy(previous.copy.data(), copy.size());
         copy.copy(previous.report.data(), copy.size() - kPrevious.size());
+        copy.copy(previous.copy.data(), copy.size());  // last: the signal handler looks at it
     }
 }
 

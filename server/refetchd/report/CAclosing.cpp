@@ -156,6 +156,9 @@ std::string CAAdvice(const CATally &tally, const CAAdviceContext &context)
     const std::int64_t cached = context.isStress ? 0 : countOf(tally, CAVerdict::FromCache);
     const std::int64_t unknown = countOf(tally, CAVerdict::Unknown);
     const std::vector<Reason> reasons = reasonsOf(tally);
+    if (all == 0) {
+        return "nothing was requested: look at the loadurl lines, the filters and the hits file";
+    }
     if (isMoreThan(failed, all, 50) && !reasons.empty()) {
         return "most requests failed" + shareOf(failed, all) + ", most often with \"" +
                textOf(reasons.front()) + "\": " + causeOf(reasons.front(), context) +

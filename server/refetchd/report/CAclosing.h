@@ -26,8 +26,8 @@ struct CAAdviceContext {
     bool isStress = false;         // copies of any age were asked for
 };
 
-// What is probably wrong when more than half of the requests failed, or were served from the cache
-// or could not be judged; and where to read on. Without a line end; empty when none of it is the
+// What is probably wrong when nothing was requested, or more than half of the requests failed, or
+// were served from the cache or could not be judged; and where to read on. Without a line end; empty when none of it is the
 // case.
 [[nodiscard]] std::string CAAdvice(const CATally &tally, const CAAdviceContext &context);
 

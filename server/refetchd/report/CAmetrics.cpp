@@ -96,6 +96,7 @@ void put(FILE *file, const CATally &tally, const CARunEnd &end)
              "page had too many.",
              tally.moreDrops);
     putGauge(file, "queue_left", "URLs that waited when the last run ended.", end.queueLeft);
+    putGauge(file, "run_stopped", "1 when a signal ended the last run.", end.stopped ? 1 : 0);
 }
 
 // Creates a file and opens it; null with errno set on failure. Whatever has that name is removed

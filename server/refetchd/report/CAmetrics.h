@@ -46,6 +46,7 @@ struct CARunEnd {
     std::time_t started = 0;
     std::int32_t seconds = 0;
     std::int32_t queueLeft = 0;  // URLs that were not requested before the run ended
+    bool stopped = false;        // by a signal
 };
 
 // Writes the counts of a run to the file `path`, which is replaced in one step. Symbolic links are

@@ -402,8 +402,10 @@ void CAResults::endRun(std::time_t started, const CAClosing &closing, bool isLas
     }
     reportFailure(logPath_, error);
     if (!metricsPath_.empty()) {
-        CAWriteMetrics(
-            metricsPath_, last_,
-            {.started = started, .seconds = closing.seconds, .queueLeft = closing.queueLeft});
+        CAWriteMetrics(metricsPath_, last_,
+                       {.started = started,
+                        .seconds = closing.seconds,
+                        .queueLeft = closing.queueLeft,
+                        .stopped = closing.stopped});
     }
 }
