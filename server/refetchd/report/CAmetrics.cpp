@@ -69,6 +69,7 @@ void put(FILE *file, const CATally &tally, const CARunEnd &end)
     putGauge(file, "run_start_time_seconds", "Start of the last run, since the epoch.",
              end.started);
     putGauge(file, "run_duration_seconds", "Duration of the last run.", end.seconds);
+    putGauge(file, "run_stopped", "1 when a signal ended the last run.", end.stopped ? 1 : 0);
     putHead(file, "urls", "URLs of the last run by where they came from and what became of them.");
     for (std::size_t source = 0; source < CATally::kSources; ++source) {
         for (std::size_t verdict = 0; verdict < kVerdicts; ++verdict) {
@@ -96,7 +97,6 @@ void put(FILE *file, const CATally &tally, const CARunEnd &end)
              "page had too many.",
              tally.moreDrops);
     putGauge(file, "queue_left", "URLs that waited when the last run ended.", end.queueLeft);
-    putGauge(file, "run_stopped", "1 when a signal ended the last run.", end.stopped ? 1 : 0);
 }
 
 // Creates a file and opens it; null with errno set on failure. Whatever has that name is removed
