@@ -101,7 +101,7 @@ const ReportRow kLogs[] = {
      kDown,
      {"Most requests failed: 9 of 10.\n9 requests failed, all with the reason \"no connection\". "
       "Is the "
-      "proxy\nrunning"}},
+      "proxy running"}},
     {"ProxyIgnoresUs",
      times(9, url("served from cache")) + kGood.substr(0, 1) + "\n",
      {"Most pages came from the cache: 9.\nThe proxy probably ignores max-age=0"}},
