@@ -38,39 +38,41 @@ constexpr std::array<EntryTextRow, 2> kEntryTexts = {{
     {"why", &RPEntry::why},
 }};
 
+// A number beyond its limit is damage; sums of such numbers over all lines of a log do not
+// overflow.
+constexpr std::int64_t kMaxNumber = std::int64_t{1} << 40;
+constexpr std::int64_t kMaxSeconds = std::int64_t{1} << 25;  // more than a year
+
 struct NumberRow {
     std::string_view key;
     std::int64_t RPEntry::*number;
+    std::int64_t limit = kMaxNumber;
 };
 constexpr std::array<NumberRow, 7> kNumbers = {{
     {"status", &RPEntry::status},
     {"bytes", &RPEntry::bytes},
-    {"ms", &RPEntry::milliseconds},
+    {"ms", &RPEntry::milliseconds, kMaxSeconds * 1000},
     {"cut", &RPEntry::cut},
     {"more", &RPEntry::more},
-    {"seconds", &RPEntry::seconds},
+    {"seconds", &RPEntry::seconds, kMaxSeconds},
     {"left", &RPEntry::left},
 }};
-
-// A number beyond this is damage; sums of such numbers over all lines of a log do not overflow.
-constexpr std::int64_t kMaxNumber = std::int64_t{1} << 40;
 
 bool readText(value &from, std::string_view *text)
 {
     return from.get_string().get(*text) == simdjson::SUCCESS;
 }
 
-bool readNumber(value &from, std::int64_t *number)
+bool readNumber(value &from, std::int64_t limit, std::int64_t *number)
 {
-    return from.get_int64().get(*number) == simdjson::SUCCESS && *number >= 0 &&
-           *number <= kMaxNumber;
+    return from.get_int64().get(*number) == simdjson::SUCCESS && *number >= 0 && *number <= limit;
 }
 
 bool readField(std::string_view key, value &from, RPEntry *entry, Texts *texts)
 {
     for (const NumberRow &row : kNumbers) {
         if (row.key == key) {
-            return readNumber(from, &(entry->*row.number));
+            return readNumber(from, row.limit, &(entry->*row.number));
         }
     }
     for (const TextRow &row : kTexts) {
@@ -103,6 +105,12 @@ bool readObject(simdjson::ondemand::document &document, RPEntry *entry, Texts *t
     }
     // Nothing may follow the object.
     return document.current_location().error() == simdjson::OUT_OF_BOUNDS;
+}
+
+// True if the line names a URL, or stands for dropped links of the run, which have no page.
+bool hasSubject(const RPEntry &entry)
+{
+    return !entry.url.empty() || (entry.verdict == RPVerdict::Dropped && entry.more > 0);
 }
 
 // Milliseconds since the epoch of a text such as "2026-11-21T19:45:00.123Z"; -1 for any other.
@@ -155,5 +163,5 @@ bool RPEntryReader::read(std::string_view line, RPEntry *entry)
     entry->time = timeIn(texts.time);
     const std::optional<RPVerdict> verdict = RPVerdictOf(texts.verdict);
     entry->verdict = verdict.value_or(RPVerdict::Unknown);
-    return entry->time >= 0 && (entry->isRun() || (verdict && !entry->url.empty()));
+    return entry->time >= 0 && (entry->isRun() || (verdict && hasSubject(*entry)));
 }

@@ -19,7 +19,8 @@ struct RPEntry {
     std::int64_t bytes = 0;
     std::int64_t milliseconds = 0;
     std::int64_t cut = 0;   // the full length of a URL that was cut; 0: it is complete
-    std::int64_t more = 0;  // above 0: stands for this number of dropped links of the page `url`
+    std::int64_t more = 0;  // above 0: stands for this number of dropped links of the page
+                            // `url`, or of the run if `url` is empty
     // Of the end of a run, when `seconds` is not below 0; `time` is its start.
     std::int64_t seconds = -1;
     std::int64_t left = 0;  // URLs in its queue

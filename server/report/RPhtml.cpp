@@ -20,18 +20,23 @@ constexpr std::array<EscapeRow, 5> kEscapes = {{
     {'\'', "&#39;"},
 }};
 
-// The invisible characters of UTF-8 that could make a URL look like another one: the first two
-// bytes, and the range of the third.
+// The invisible characters of UTF-8 that could make a URL look like another one: their bytes
+// without the last one, and its range.
 struct HiddenRow {
     std::string_view start;
     unsigned char from;
     unsigned char to;
 };
-constexpr std::array<HiddenRow, 4> kHidden = {{
-    {"\xe2\x80", 0x8b, 0x8f},  // zero-width characters, marks of direction
-    {"\xe2\x80", 0xa8, 0xae},  // separators of lines, embeddings, overrides
-    {"\xe2\x81", 0xa0, 0xaf},  // joiners, isolates
-    {"\xef\xbb", 0xbf, 0xbf},  // byte order mark
+constexpr std::array<HiddenRow, 9> kHidden = {{
+    {"\xc2", 0x80, 0x9f},          // control characters
+    {"\xc2", 0xad, 0xad},          // soft hyphen
+    {"\xd8", 0x9c, 0x9c},          // mark of direction
+    {"\xe2\x80", 0x8b, 0x8f},      // zero-width characters, marks of direction
+    {"\xe2\x80", 0xa8, 0xae},      // separators of lines, embeddings, overrides
+    {"\xe2\x81", 0xa0, 0xaf},      // joiners, isolates
+    {"\xef\xbb", 0xbf, 0xbf},      // byte order mark
+    {"\xf3\xa0\x80", 0x80, 0xbf},  // tags
+    {"\xf3\xa0\x81", 0x80, 0xbf},
 }};
 
 // The length of the character at the start of `text` if it must not be written: a control character
@@ -42,15 +47,13 @@ std::size_t hiddenLength(std::string_view text)
     if (at(0) < ' ' || at(0) == 0x7f) {
         return 1;
     }
-    if (text.size() > 1 && at(0) == 0xc2 && at(1) < 0xa0) {
-        return 2;
-    }
-    const bool hides =
-        text.size() > 2 &&
-        std::any_of(kHidden.begin(), kHidden.end(), [text, at](const HiddenRow &row) {
-            return text.starts_with(row.start) && at(2) >= row.from && at(2) <= row.to;
+    const auto *const found =
+        std::find_if(kHidden.begin(), kHidden.end(), [text, at](const HiddenRow &row) {
+            const std::size_t last = row.start.size();
+            return text.size() > last && text.starts_with(row.start) && at(last) >= row.from &&
+                   at(last) <= row.to;
         });
-    return hides ? 3 : 0;
+    return found == kHidden.end() ? 0 : found->start.size() + 1;
 }
 
 void putCodes(std::string_view bytes, std::string *text)

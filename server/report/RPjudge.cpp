@@ -4,7 +4,8 @@
 
 namespace {
 
-constexpr std::int64_t kDayInSeconds = 86400;
+constexpr std::int64_t kHour = 3600;  // in seconds
+constexpr std::int64_t kDay = 24 * kHour;
 
 // The largest group of the verdict; null if there is none.
 const RPGroup *largest(const RPFigures &figures, RPVerdict verdict)
@@ -25,17 +26,41 @@ void addWhy(const RPFigures &figures, std::vector<std::string> *notes)
         return;
     }
     std::string note = RPPlural(failed, "request", "requests") + " failed, ";
-    note += group->count == failed ? "because of: " : RPNumber(group->count) + " of them with: ";
-    note += RPReason(group->verdict, group->why) + ".";
+    if (group->count < failed) {
+        note += "most often (" + RPNumber(group->count) + ") ";
+    } else if (failed > 1) {
+        note += "all ";
+    }
+    note += group->why.empty() ? "without a reason in the log."
+                               : "with the reason \"" + group->why + "\".";
     if (const std::string_view hint = RPReasonHint(group->why); !hint.empty()) {
         note.append(" ").append(hint);
     }
     notes->push_back(note);
 }
 
+// The requests that failed because a run was stopped, which shows nothing about the proxy.
+std::int64_t countStopped(const RPFigures &figures)
+{
+    const RPDetails &details = figures.details;
+    std::int64_t count = 0;
+    for (const RPGroup &group : details.groups) {
+        count += group.why == kRPRunWasOver ? group.count : 0;
+    }
+    const bool isStopped = std::any_of(details.runs.begin(), details.runs.end(),
+                                       [](const RPRun &run) { return run.stopped; });
+    return isStopped ? count : 0;
+}
+
 std::string outOf(std::int64_t part, std::int64_t whole)
 {
     return part == whole ? RPNumber(part) : RPNumber(part) + " of " + RPNumber(whole);
+}
+
+// "1 page is", "7 of 9 pages are".
+std::string freshPages(std::int64_t fresh, std::int64_t all)
+{
+    return outOf(fresh, all) + (all == 1 ? " page" : " pages") + (fresh == 1 ? " is" : " are");
 }
 
 // Judges the verdicts of the last night; `all` is not 0.
@@ -45,9 +70,10 @@ RPMorning judgeCounts(const RPFigures &figures, std::int64_t all)
     const std::int64_t failed = counts[RPIndex(RPVerdict::Failed)];
     const std::int64_t old = counts[RPIndex(RPVerdict::FromCache)];
     const std::int64_t unknown = counts[RPIndex(RPVerdict::Unknown)];
+    const std::int64_t stopped = countStopped(figures);
     const std::int64_t unkept = counts[RPIndex(RPVerdict::NotCacheable)];
     RPMorning morning{.mood = RPMood::Wrong};
-    if (failed * 2 > all) {
+    if ((failed - stopped) * 2 > all - stopped) {
         morning.headline = "Most requests failed: " + outOf(failed, all) + ".";
         addWhy(figures, &morning.notes);
     } else if ((old + unknown) * 2 > all && old >= unknown) {
@@ -67,11 +93,11 @@ RPMorning judgeCounts(const RPFigures &figures, std::int64_t all)
             "The site forbids it with Cache-Control or Set-Cookie, or the proxy is configured not "
             "to store them; see docs/proxies.md.");
     } else {
-        const std::string fresh = outOf(RPFresh(counts), all) + " pages are fresh";
+        const std::string fresh = freshPages(RPFresh(counts), all);
         const bool few = failed * 20 <= all && (old + unknown) * 5 <= all;
         morning.mood = few ? RPMood::Fine : RPMood::Look;
         morning.headline =
-            few ? "All is well: " + fresh + "." : "Part of the pages is not fresh: " + fresh + ".";
+            few ? "All is well: " + fresh + " fresh." : "Some pages are not fresh: " + fresh + ".";
         addWhy(figures, &morning.notes);
     }
     return morning;
@@ -131,9 +157,12 @@ void judgeAbsence(const RPFigures &figures, RPMorning *morning)
     for (const std::size_t machine : figures.details.silent) {
         look(morning, "No requests of " + figures.machines[machine] + " were logged.");
     }
-    const std::int64_t last = figures.details.last / 1000;
-    const std::int64_t days = (figures.now - last) / kDayInSeconds;
-    if (last > 0 && figures.now - last > kDayInSeconds * 3 / 2) {
+    std::int64_t last = figures.details.last / 1000;
+    for (const RPRun &run : figures.details.runs) {
+        last = std::max(last, run.end / 1000);
+    }
+    const std::int64_t days = (figures.now - last) / kDay;
+    if (last > 0 && figures.now - last > 30 * kHour) {
         morning->mood = RPMood::Wrong;
         morning->notes.push_back(morning->headline);
         std::rotate(morning->notes.begin(), morning->notes.end() - 1, morning->notes.end());

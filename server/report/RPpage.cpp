@@ -33,12 +33,30 @@ std::string shown(const std::string &url)
     return url.substr(0, length) + "\u2026";
 }
 
+// The URL as the target of a link: what browsers could read in another way, such as a backslash as
+// a slash, is percent-encoded.
+std::string targetOf(std::string_view url)
+{
+    constexpr std::string_view kDigits = "0123456789ABCDEF";
+    constexpr std::string_view kEncoded = " \"'<>\\^`{|}";
+    std::string target;
+    for (const char c : url) {
+        if (c > ' ' && c <= '~' && kEncoded.find(c) == std::string_view::npos) {
+            target += c;
+        } else {
+            const unsigned byte = static_cast<unsigned char>(c);
+            target.append("%").append(1, kDigits[byte / 16]).append(1, kDigits[byte % 16]);
+        }
+    }
+    return target;
+}
+
 RPHtml linkTo(const std::string &url)
 {
     RPHtml out;
     if (isLink(url)) {
-        out << "<a class=\"url\" rel=\"noreferrer noopener\" href=\"" << url << "\">" << shown(url)
-            << "</a>";
+        out << "<a class=\"url\" rel=\"noreferrer noopener\" href=\"" << targetOf(url) << "\">"
+            << shown(url) << "</a>";
     } else {
         out << "<span class=\"url\">" << shown(url) << "</span>";
     }
@@ -330,7 +348,7 @@ void putRuns(RPHtml *page, const RPFigures &figures)
 void putFooter(RPHtml *page, const RPFigures &figures)
 {
     *page << "</main>\n<footer><p>Made by refetchd-report " REFETCHD_VERSION " on "
-          << RPMoment(figures.now * 1000) << " from " << figures.lines << " lines";
+          << RPMoment(figures.now * 1000) << " from " << RPPlural(figures.lines, "line", "lines");
     if (figures.badLines > 0) {
         *page << ", of which " << figures.badLines
               << " were not understood (the first: " << figures.firstBad << ")";

@@ -1,7 +1,6 @@
 #include "RPread.h"
 
 #include <algorithm>
-#include <array>
 #include <string_view>
 
 #include "RPlog.h"
@@ -14,25 +13,49 @@ bool isDigit(char c)
     return c >= '0' && c <= '9';
 }
 
-// The name of a log without what rotation and compression append: ".gz" and the like, and numbers
-// and dates such as ".2", "-20261122" and "-2026-11-22".
-std::string_view stemOf(std::string_view path)
+// Removes an end of this form, in which "0" stands for any digit. Something of the file's name must
+// remain.
+bool removeEnd(std::string_view form, std::string_view *path)
 {
-    constexpr std::array<std::string_view, 5> kEnds = {".gz", ".xz", ".bz2", ".zst", ".zstd"};
-    for (const std::string_view end : kEnds) {
-        if (path.ends_with(end)) {
-            path.remove_suffix(end.size());
-        }
+    const auto fits = [](char c, char f) { return f == '0' ? isDigit(c) : c == f; };
+    if (path->size() <= form.size() || (*path)[path->size() - form.size() - 1] == '/' ||
+        !std::equal(form.rbegin(), form.rend(), path->rbegin(),
+                    [fits](char f, char c) { return fits(c, f); })) {
+        return false;
     }
-    std::size_t length = path.size();
-    while (length > 0 &&
-           (isDigit(path[length - 1]) || path[length - 1] == '-' ||
-            (path[length - 1] == '.' && length < path.size() && isDigit(path[length])))) {
-        --length;
+    path->remove_suffix(form.size());
+    return true;
+}
+
+// Removes a number such as ".2".
+void removeNumber(std::string_view *path)
+{
+    std::string_view rest = *path;
+    while (!rest.empty() && isDigit(rest.back())) {
+        rest.remove_suffix(1);
     }
-    const bool isRotated = length > 0 && length < path.size() && path[length - 1] != '/' &&
-                           (path[length] == '.' || path[length] == '-');
-    return isRotated ? path.substr(0, length) : path;
+    if (rest.size() < path->size() && removeEnd(".", &rest)) {
+        *path = rest;
+    }
+}
+
+// The name of a log without what rotation and compression add: ".gz" and the like, a number such as
+// ".2", and a date such as "-20261122" or "-2026-11-22", which may stand before ".log". Other
+// numbers tell machines apart.
+std::string stemOf(std::string_view path)
+{
+    for (const char *const end : {".gz", ".xz", ".bz2", ".zst", ".zstd"}) {
+        (void)removeEnd(end, &path);
+    }
+    removeNumber(&path);
+    const bool isLog = removeEnd(".log", &path);
+    if (!removeEnd("-00000000", &path)) {
+        (void)removeEnd("-0000-00-00", &path);
+    }
+    if (isLog) {
+        return std::string(path) + ".log";
+    }
+    return std::string(path);
 }
 
 // The parts of a path between its slashes.
@@ -125,7 +148,7 @@ std::vector<Source> sourcesOf(const std::vector<std::string> &logs, RPEntryReade
 {
     std::vector<Source> sources;
     for (const std::string &path : logs) {
-        const std::string stem(path == "-" ? "standard input" : stemOf(path));
+        const std::string stem = path == "-" ? "standard input" : stemOf(path);
         const auto found = std::find(stems->begin(), stems->end(), stem);
         const auto machine = static_cast<std::size_t>(found - stems->begin());
         if (found == stems->end()) {

@@ -76,6 +76,7 @@ RPTally::RPTally(std::vector<std::string> machines, std::int32_t nights, std::in
     for (std::size_t i = 0; i < open_.size(); ++i) {
         open_[i].machine = i;
     }
+    ended_.resize(machines.size());
     seenLastNight_.resize(machines.size());
     figures_.now = now;
     figures_.machines = std::move(machines);
@@ -143,6 +144,7 @@ bool RPTally::add(std::size_t machine, const RPEntry &entry)
     run.left = entry.left;
     run.stopped = entry.stopped;
     endRun(run);
+    ended_[machine] = run.end;
     run = RPRun{.machine = machine};
     return true;
 }
@@ -220,6 +222,10 @@ void RPTally::addToRun(std::size_t machine, const RPEntry &entry)
 {
     RPRun &run = open_[machine];
     const bool isOpen = run.start != 0;
+    if (!isOpen && isLate(machine, entry)) {
+        addToEndedRun(machine, entry.verdict);
+        return;
+    }
     if (isOpen && entry.time - run.end > kPause) {
         endRun(run);
         run = RPRun{.machine = machine};
@@ -227,6 +233,28 @@ void RPTally::addToRun(std::size_t machine, const RPEntry &entry)
     run.start = run.start == 0 ? entry.time : std::min(run.start, entry.time);
     run.end = std::max(run.end, entry.time + entry.milliseconds);
     ++run.counts[RPIndex(entry.verdict)];
+}
+
+// True for what is logged behind the line about a run that has just ended: requests that the end
+// cut off, and the sums of its dropped links.
+bool RPTally::isLate(std::size_t machine, const RPEntry &entry) const
+{
+    constexpr std::int64_t kLate = std::int64_t{60} * 1000;
+    return ended_[machine] > 0 &&
+           (entry.why == kRPRunWasOver || entry.verdict == RPVerdict::Dropped) &&
+           entry.time - ended_[machine] <= kLate;
+}
+
+// Counts for the last run of the machine that has ended, if it is one of the last night.
+void RPTally::addToEndedRun(std::size_t machine, RPVerdict verdict)
+{
+    std::vector<RPRun> &runs = figures_.details.runs;
+    const auto found = std::find_if(runs.rbegin(), runs.rend(), [&](const RPRun &run) {
+        return run.machine == machine && run.end == ended_[machine];
+    });
+    if (found != runs.rend()) {
+        ++found->counts[RPIndex(verdict)];
+    }
 }
 
 void RPTally::addToGroup(Groups *groups, const RPEntry &entry, std::int64_t count)
@@ -241,7 +269,7 @@ void RPTally::addToGroup(Groups *groups, const RPEntry &entry, std::int64_t coun
     }
     RPGroup &group = found->second;
     group.count += count;
-    if (group.examples.size() < kExamples) {
+    if (group.examples.size() < kExamples && !entry.url.empty()) {
         std::string url = keptUrl(entry);
         if (std::find(group.examples.begin(), group.examples.end(), url) == group.examples.end()) {
             group.examples.push_back(std::move(url));

@@ -48,6 +48,8 @@ private:
     void addRequest(const RPEntry &entry);
     void addSlow(const RPEntry &entry);
     void addToRun(std::size_t machine, const RPEntry &entry);
+    [[nodiscard]] bool isLate(std::size_t machine, const RPEntry &entry) const;
+    void addToEndedRun(std::size_t machine, RPVerdict verdict);
     void addToGroup(Groups *groups, const RPEntry &entry, std::int64_t count);
     void endRun(RPRun run);
     RPHost &hostOf(std::string_view url);
@@ -58,6 +60,7 @@ private:
     std::map<RPDay, RPNight> nights_;
     RPFigures figures_;
     std::vector<RPRun> open_;          // by machine; without a run its counts are 0
+    std::vector<std::int64_t> ended_;  // by machine, when the last run with a line ended; 0: none
     std::vector<bool> seenLastNight_;  // by machine
     std::unordered_map<std::string, RPHost, Hash, std::equal_to<>> hosts_;
     Groups groups_;

@@ -201,7 +201,7 @@ void putNights(Lines *lines, const std::vector<RPNight> &nights)
 void putEnd(Lines *lines, const RPFigures &figures)
 {
     lines->put("");
-    std::string end = RPNumber(figures.lines) + " lines were read";
+    std::string end = RPPlural(figures.lines, "line was", "lines were") + " read";
     if (figures.badLines > 0) {
         end += ", of which " + RPNumber(figures.badLines) +
                " were not understood (the first: " + figures.firstBad + ")";

@@ -13,7 +13,7 @@ struct VerdictRow {
 // In the order of the values.
 constexpr std::array<VerdictRow, kRPVerdicts> kVerdictRows = {{
     {"refreshed", "The proxy fetched the page again."},
-    {"stored", "The proxy had no copy and has one now."},
+    {"stored", "The proxy had no copy, and the answer may be stored."},
     {"unchanged", "The site confirmed the proxy's copy."},
     {"not cacheable", "The answer must not be stored, or the proxy did not store it."},
     {"unknown", "The answer does not show what the proxy did."},
@@ -38,7 +38,7 @@ constexpr std::array<HintRow, 29> kHints = {{
     {"connection ", "The proxy closed the connection early; see its log."},
     {"no HTTP response", "Whatever listens at the port in updateproxy is not an HTTP proxy."},
     {"no valid request", "The URL is too long or contains control characters."},
-    {"run was over", "The run ended before the answer came; see maxruntime."},
+    {kRPRunWasOver, "The run ended before the answer came; see maxruntime."},
     {"origin failed", "The site did not answer, so the proxy sent its old copy."},
     {"status 401", "The site asks for a password."},
     {"status 403", "The proxy or the site refuses the agent; check the proxy's access rules."},

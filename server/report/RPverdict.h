@@ -41,6 +41,9 @@ inline constexpr std::size_t RPIndex(RPVerdict verdict)
 [[nodiscard]] std::int64_t RPRequests(const RPCounts &counts);
 [[nodiscard]] std::int64_t RPFresh(const RPCounts &counts);
 
+// The reason of requests that the end of a run cut off.
+inline constexpr std::string_view kRPRunWasOver = "run was over";
+
 // What a reason in the log, such as "no connection" or "maxurls", probably means and what to do
 // about it; empty for a reason without an explanation.
 [[nodiscard]] std::string_view RPReasonHint(std::string_view reason);

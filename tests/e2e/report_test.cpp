@@ -67,6 +67,9 @@ const std::string kRun = line(R"("run":1,"runs":1,"seconds":312,"left":7,"stoppe
 const std::string kDrop = ",\"why\":\"maxurls\"";
 const std::string kDrops = url("dropped", "", kDrop.c_str()) +
                            url("dropped", "", ",\"why\":\"links of this page\",\"more\":118");
+const std::string kRunDrops =
+    line(R"("url":"","verdict":"dropped","why":"links of this run","more":118)");
+const char *const kOver = ",\"why\":\"run was over\"";
 const std::string kNights = times(60, url("refreshed", "", "", "18T12:00:00.000")) +
                             times(60, url("refreshed", "", "", "19T12:00:00.000")) +
                             times(60, url("refreshed", "", "", "20T10:00:00.000")) +
@@ -76,10 +79,12 @@ const std::string kBad =
     url("refreshed", "", "", "31T02:00:00.000") + url("refreshed", "", "", "25T02:00:00.000") +
     line(R"("url":"u","verdict":"stored","ms":-1)") + line(R"("url":7,"verdict":"stored")") +
     line(R"("url":"u","verdict":"stored","bytes":9999999999999)") +
-    line(R"("url":"u","verdict":"stored"})") + line("\"url\":\"" + std::string(70000, 'x') + "\"") +
+    line(R"("url":"u","verdict":"stored"})") + line(R"("seconds":33554433)") +
+    line(R"("url":"","verdict":"stored","more":1)") +
+    line("\"url\":\"" + std::string(70000, 'x') + "\"") +
     "{\"time\":\"2026-11-22T02:00:00.000Z\",\"url\":\"http://h/";
 const std::string kHostile =
-    url("failed", R"(\"><script>\u0000\u202e</script>&'\u001b[2J)") +
+    url("failed", R"(\"><script>\u0000\u202e</script>&'\\\udb40\udc41\u001b[2J)") +
     line(R"~("url":"javascript:alert(1)","verdict":"failed","why":"<b>")~");
 const char *const kThreeLogs =
     "mkdir -p a/x b/x c/x; cp log a/x/r.log; cp log c/x/r.log; sed 's/11-22/11-21/' log | "
@@ -94,8 +99,9 @@ const ReportRow kLogs[] = {
       "10      10 kB  200\n", "10          0  22 Nov, 03:00:00, 500 ms, log\n"}},
     {"ProxyDown",
      kDown,
-     {"Most requests failed: 9 of 10.\n9 requests failed, because of: no connection. Is the proxy "
-      "running"}},
+     {"Most requests failed: 9 of 10.\n9 requests failed, all with the reason \"no connection\". "
+      "Is the "
+      "proxy running"}},
     {"ProxyIgnoresUs",
      times(9, url("served from cache")) + kGood.substr(0, 1) + "\n",
      {"Most pages came from the cache: 9.\nThe proxy probably ignores max-age=0"}},
@@ -103,12 +109,18 @@ const ReportRow kLogs[] = {
     {"NotKept", times(9, url("not cacheable")) + url("stored"), {"kept in the cache: 9 of 10."}},
     {"SomeFail",
      kGood + url("failed", "x", ",\"why\":\"status 404\""),
-     {"Part of the pages is not fresh: 10 of 11 pages are fresh.",
+     {"Some pages are not fresh: 10 of 11 pages are.\n1 request failed, with the reason \"status "
+      "404\"",
       "Not fresh\n        1  status 404", "http://h/x\n"}},
     {"RunLine",
      kGood + kRun,
      {"A run was stopped before its end.\n7 URLs were left in the queue", "in 5 min 12 s,",
       "03:00:00, 5 min 12 s, log, 7 left, stopped\n"}},
+    {"EndOfTheRun",
+     kGood + kRun + times(12, url("failed", "", kOver, "22T02:06:00.000")) + kRunDrops,
+     {"Some pages are not fresh: 10 of 22 pages are.", "118  links of this run\n",
+      "22         12  22 Nov, 03:00:00, 5 min 12 s, log, 7 left, stopped\n\n"}},
+    {"OnePage", url("stored"), {"All is well: 1 page is fresh.", "1 line was read"}},
     {"PauseEndsARun",
      url("stored") + url("stored", "", "", "22T03:00:01.000"),
      {"1          0  22 Nov, 04:00:01,", "1          0  22 Nov, 03:00:00,"}},
@@ -120,16 +132,20 @@ const ReportRow kLogs[] = {
     {"OldLog",
      url("stored", "", "", "19T02:00:00.000"),
      {"There was no run last night: the last one ended 3 days ago."}},
+    {"ANightIsMissing",
+     url("stored", "", "", "21T00:59:00.000"),
+     {"2026\n\nThere was no run last night: the last one ended 1 day ago."}},
     {"Dropped",
      kGood + kDrops,
      {"All is well", "Not requested\n      118  links of this page", "        1  maxurls\n"}},
-    {"Damaged", kGood + kBad, {"10 pages", "17 were not understood (the first: log, line 11)"}},
+    {"Damaged", kGood + kBad, {"10 pages", "19 were not understood (the first: log, line 11)"}},
     {"Empty", "", {"No requests were logged.\n\n0 lines were read."}},
     {"TerminalsObeyNothing", kHostile, {"http://h/\"><script>?"}, kText, {"\x1b"}},
     {"Escaped",
      kHostile,
-     {"<a class=\"url\" rel=\"noreferrer noopener\" href=\"http://h/&quot;&gt;&lt;script&gt;\\x00"
-      "\\xe2\\x80\\xae&lt;/script&gt;&amp;&#39;\\x1b[2J\">",
+     {"<a class=\"url\" rel=\"noreferrer noopener\" href=\"http://h/%22%3E%3Cscript%3E%00"
+      "%E2%80%AE%3C/script%3E&amp;%27%5C%F3%A0%81%81%1B[2J\">http://h/&quot;&gt;&lt;script&gt;\\x00"
+      "\\xe2\\x80\\xae&lt;/script&gt;&amp;&#39;\\\\xf3\\xa0\\x81\\x81\\x1b[2J<",
       "&lt;b&gt;", "<span class=\"url\">javascript:alert(1)</span>"},
      kPage,
      {"<script", "<b>&lt;", "\x1b"}},
@@ -161,6 +177,11 @@ const ReportRow kLogs[] = {
      {"2          0  22 Nov, 03:00:00,"},
      "sed s/T02:00/T02:59/ log >log.1; $report -t log log.1",
      {"22 Nov, 03:59"}},
+    {"DatedAndNumbered",
+     url("stored"),
+     {"2          0  22 Nov, 03:00:00, 500 ms, cache-2", "3          0  22 Nov, 03:00:00"},
+     "for f in cache-1.log cache-1-20261121.log cache-1.log-2026-11-20 cache-2.log cache-2.log.3"
+     "; do cp log $f; done; gzip -f cache-1.log-2026-11-20; $report -t cache*"},
     {"Input", kGood, {"10 pages", "standard input\n"}, "cat log | $report -t -"},
 };
 INSTANTIATE_TEST_SUITE_P(OfALog, ReportPage, testing::ValuesIn(kLogs), rowName);
