@@ -138,6 +138,8 @@ const VerdictRow kVerdictRows[] = {
     {{"StatusHit"}, "|Cache-Status: o; fwd=miss, p; hit; ttl=5|Age: 9", kHit, 9},
     {{"StatusStale"}, R"(|Cache-Status: "p, q; hit ;"; hit=?0; fwd=stale; ttl=5)", kNew},
     {{"StatusFirst"}, R"(|Cache-Status: p;a="\";hit";fwd=uri-miss;stored)", "stored"},
+    {{"Status302Stored"}, "|Cache-Status: p; fwd=miss; stored", "stored", -1, 302},
+    {{"Status302NotStored"}, "|Cache-Status: p; stored, q; fwd=miss", kNo, -1, 302, kBrief},
     {{"StatusUnkept"}, "|Cache-Status: p; fwd=miss; stored=?0", kNo, -1, 200, kUnkept},
     {{"NoStore"}, "|Cache-Control: No-Store, private", kNo, -1, 200, "no-store"},
     {{"CopyMadeWhileWeWaited"}, "|Age: 5", kNew},
@@ -210,7 +212,9 @@ TEST_F(CAResultsTest, TextIsNoJson)
         {"\xe4-\xc3", R"(\u00e4-\u00c3",)"},
         {"\xc0\xaf\xe0\x80\xaf", R"(\u00c0\u00af\u00e0\u0080\u00af",)"},
         {"\xed\xa0\x80\xf4\x90\x80\x80", R"(\u00ed\u00a0\u0080\u00f4\u0090\u0080\u0080",)"},
-        {std::string(99999, '\x1'), R"(\u0001","source":"topn")"},  // cut, but a whole line
+        {std::string(342, '\x1'), R"("why":"maxurls","cut":342})"},
+        {std::string(341, '\x1') + "ab", R"(\u0001ab","source")"},
+        {std::string(1022, '"') + "abcde%41", R"(\"abcd","source")"},
         {std::string(2048, 'a'),
          R"(a","source":"topn","depth":2,"status":0,"bytes":0,"ms":0,"verdict":"dropped","why":"maxurls"})"},
         {std::string(2049, 'a'), R"("why":"maxurls","cut":2049})"},
@@ -255,11 +259,14 @@ TEST_F(CAResultsTest, DropsAreNoiseOrMissing)
 
 TEST(CADropped, LimitIsExceededOrMissed)
 {
-    for (const auto &[length, most] : {std::pair<std::size_t, std::size_t>{1, CADropped::kMostUrls},
-                                       {2048, CADropped::kMostText / 2048}}) {
+    const std::pair<std::string, std::size_t> rows[] = {
+        {"x", CADropped::kMostUrls},
+        {std::string(2048, 'x'), CADropped::kMostText / 2048},
+        {std::string(300, '\x1') + "\"", CADropped::kMostText / 1802}};
+    for (const auto &[text, most] : rows) {
         CADropped drops;
         for (std::size_t i = 0; i < most + 2; ++i) {
-            EXPECT_TRUE(drops.add(i, {.text = std::string(length, 'x'), .why = CADrop::MaxUrls}));
+            EXPECT_TRUE(drops.add(i, {.text = text, .why = CADrop::MaxUrls}));
         }
         EXPECT_FALSE(drops.add(0, {}));
         EXPECT_EQ(drops.urls().size(), most);

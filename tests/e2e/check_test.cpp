@@ -131,13 +131,15 @@ const CheckRow kMistakes[] = {
      "3: loadurl: \"loadurl=http://h/b\": " + kEquals + "; 5: slr: \"slr=\": " + kEquals},
     {"AddressOfSeed",
      kFine + "loadurl =h; loadurl htp://h/; loadurl mailto:h; loadurl http:/h/; loadurl http:///x; "
-             "loadurl h/b h/c; loadurl h:80/; loadurl [::1]/; loadurl ftp://h/ # x",
+             "loadurl h/b h/c; loadurl h:80/; loadurl [::1]/; loadurl ftp://h/ # x; "
+             "loadurl u:pw@h/; loadurl h/p/http://; loadurl u@h:x/",
      "3: loadurl: \"=h\": " + kEquals + "; 4: loadurl: \"htp://h/\": " + kScheme +
          "; 5: loadurl: \"mailto:h\": " + kScheme + "; 6: loadurl: \"http:/h/\": " + kScheme +
          "; 7: loadurl: \"http:///x\": name the host, such as http://www.example.com/; "
          "8: loadurl: \"h/b h/c\": only the first word is used: write another loadurl line for "
          "each "
-         "further URL, and %20 for a blank"},
+         "further URL, and %20 for a blank; 14: loadurl: \"u@h:x/\": " +
+         kScheme},
     {"HttpsSeeds", kFine + "loadurl https://h/; loadurl https://h/b",
      "3: loadurl: browsers do not get pages with https:// from the cache of a forward proxy, "
      "unless "

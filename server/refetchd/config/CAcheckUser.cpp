@@ -10,6 +10,8 @@
 #include <cstring>
 #include <string_view>
 
+#include "HTFile.h"
+#include "HTString.h"
 #include "config/CAcfg.h"
 
 namespace {
@@ -17,11 +19,15 @@ namespace {
 constexpr const char *kServiceUser = "refetchd";
 constexpr const char *kServiceLocale = "en_US";  // as a directory in the path of the report
 
-// The configuration of the nightly service, or of an instance.
-bool isOfService(std::string_view file)
+// The configuration of the nightly service, or of an instance. A path that leads out of a directory
+// again may be any file's.
+bool isOfService(const char *name)
 {
+    const HeapString path(HTMakeAbsolutePath(name));
+    const std::string_view file = path != nullptr ? path.get() : "";
     return file == "/etc/tarnproxy.conf" ||
-           (file.starts_with("/etc/refetchd/") && file.ends_with(".conf"));
+           (file.starts_with("/etc/refetchd/") && file.ends_with(".conf") &&
+            file.find("/../") == file.npos);
 }
 
 // True when the process is this user, and has no rights but the user's, from now on.

@@ -59,20 +59,21 @@ bool hasKnownScheme(Text url)
 }
 
 // True for "SCHEME://..." with another scheme, and for a text such as "mailto:me" or "http:/h/",
-// which the agent would take as a host with a port.
+// which the agent would take as a host with a port. A user and a password may precede the host.
 bool hasOtherScheme(Text url)
 {
-    const Text host = url.substr(0, url.find_first_of("/?#"));
+    const Text place = url.substr(0, url.find_first_of("/?#"));
+    const Text host = place.substr(place.rfind('@') + 1);  // all of it without one
     const std::size_t colon = host.find(':');
     const bool namesPort =
         colon == Text::npos || host.starts_with('[') || isPort(host.substr(colon + 1));
-    return !hasKnownScheme(url) && (contains(url, "://") || !namesPort);
+    return !hasKnownScheme(url) && !namesPort;
 }
 
 bool hasNoHost(Text url)
 {
-    const std::size_t scheme = url.find("://");
-    const Text rest = scheme == Text::npos ? url : url.substr(scheme + 3);
+    const bool hasScheme = url.find("://") < url.find_first_of("/?#");
+    const Text rest = hasScheme ? url.substr(url.find("://") + 3) : url;
     return rest.empty() || contains("/?#:", rest.substr(0, 1));
 }
 

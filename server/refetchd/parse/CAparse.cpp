@@ -186,8 +186,9 @@ void CAParser::reportDropped(const CAURL &found, CADrop why)
 {
     if (countsDropsOnly()) {
         ++moreDrops_;
-    } else if (results.dropped(found.stringitize(), found.source(), found.depth(), why)) {
-        ++drops_;
+    } else {
+        ++drops_;  // repeated ones, too, because each is looked up
+        results.dropped(found.stringitize(), found.source(), found.depth(), why);
     }
 }
 

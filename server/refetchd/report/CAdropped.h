@@ -16,8 +16,8 @@
 // threads must lock it.
 class CADropped {
 public:
-    // Limits that hostile pages cannot exceed: URLs and bytes of their texts in a run, and URLs of
-    // one page. Whatever is beyond is only counted.
+    // Limits that hostile pages cannot exceed: URLs in a run and bytes of the log for their texts,
+    // and URLs of one page. Whatever is beyond is only counted.
     static constexpr std::size_t kMostUrls = 1000000;
     static constexpr std::size_t kMostText = std::size_t{64} << 20U;
     static constexpr std::int32_t kMostOfPage = 1000;
@@ -33,7 +33,8 @@ public:
 
     // What a URL is recognised by. Two URLs with the same key are taken for one: among a million
     // the odds of that are 1 to 37 million, and then a line of the log is missing, which is worth
-    // less than the memory for whole URLs.
+    // less than the memory for whole URLs. Keys differ from process to process, so that a page
+    // cannot contain URLs with equal keys on purpose. Any thread.
     [[nodiscard]] static std::uint64_t keyOf(std::string_view url);
 
     // Records a URL with the text that `url` has, unless it was dropped or requested before. False
@@ -52,6 +53,6 @@ private:
     std::pmr::monotonic_buffer_resource memory_;
     std::pmr::deque<Url> urls_{&memory_};
     std::pmr::unordered_map<std::uint64_t, Url *> known_{&memory_};  // null: requested
-    std::size_t textBytes_ = 0;
+    std::size_t quotedBytes_ = 0;
     std::int64_t more_ = 0;
 };

@@ -66,17 +66,56 @@ std::size_t plainLength(std::string_view text)
     return length;
 }
 
+bool isEscapedByBackslash(char c)
+{
+    return c == '"' || c == '\\';
+}
+
+bool isEscapedByNumber(std::string_view text)
+{
+    const auto c = static_cast<unsigned char>(text.front());
+    return c < ' ' || c == 0x7f || utf8Length(text) == 0;
+}
+
+// How far `text` can be quoted in `most` bytes.
+struct Fit {
+    std::size_t length = 0;  // of whole characters
+    std::size_t quoted = 0;
+};
+
+Fit fitIn(std::string_view text, std::size_t most)
+{
+    Fit result;
+    while (result.length < text.size()) {
+        const std::string_view rest = text.substr(result.length);
+        const std::size_t plain = plainLength(rest.substr(0, most - result.quoted));
+        const bool isNumber = plain == 0 && isEscapedByNumber(rest);
+        const std::size_t length = plain > 0 ? plain : isNumber ? 1 : utf8Length(rest);
+        const std::size_t quoted = isNumber                             ? std::size_t{kEscape}
+                                   : isEscapedByBackslash(rest.front()) ? 2
+                                                                        : length;
+        if (quoted > most - result.quoted) {
+            break;
+        }
+        result.length += length;
+        result.quoted += quoted;
+    }
+    return result;
+}
+
 }  // namespace
+
+std::size_t CAQuotedLength(std::string_view text)
+{
+    return fitIn(text, SIZE_MAX).quoted;
+}
 
 std::string_view CACut(std::string_view text, std::size_t most)
 {
-    constexpr std::size_t kLongest = 4;  // characters; an escape has three
-    std::size_t end = std::min(text.size(), most);
-    for (std::size_t back = 1; text.size() > most && back < std::min(kLongest, most + 1); ++back) {
-        const bool isEscape = text[most - back] == '%' && back < 3;
-        if (isEscape || utf8Length(text.substr(most - back)) > back) {
-            end = most - back;
-        }
+    std::size_t end = fitIn(text, most).length;
+    if (end < text.size()) {
+        const std::size_t percent = text.substr(0, end).rfind('%');
+        end = percent != text.npos && end - percent < 3 ? percent : end;
     }
     return text.substr(0, end);
 }
@@ -99,9 +138,9 @@ std::size_t CAJsonWriter::putCharacter(std::string_view text)
 {
     const char c = text.front();
     const std::size_t length = utf8Length(text);
-    if (c == '"' || c == '\\') {
+    if (isEscapedByBackslash(c)) {
         *this << (c == '"' ? "\\\"" : "\\\\");
-    } else if (length == 0 || static_cast<unsigned char>(c) < ' ' || c == '\x7f') {
+    } else if (isEscapedByNumber(text)) {
         constexpr std::string_view kHex = "0123456789abcdef";
         *this << "\\u00";
         *at_++ = kHex[static_cast<unsigned char>(c) >> 4U];

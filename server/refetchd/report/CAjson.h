@@ -7,8 +7,11 @@
 #include <cstdint>
 #include <string_view>
 
-// The start of `text`, at most `most` bytes of it, cut neither within a character of UTF-8 nor
-// within an escape such as "%20".
+// The number of bytes that quote() below writes for `text`, without the quotes.
+[[nodiscard]] std::size_t CAQuotedLength(std::string_view text);
+
+// The start of `text` for which that number is at most `most`, cut neither within a character of
+// UTF-8 nor within an escape such as "%20".
 [[nodiscard]] std::string_view CACut(std::string_view text, std::size_t most);
 
 // Writes one JSON object from `at` on. Quoted texts are cut off at `end`; kTail more bytes behind

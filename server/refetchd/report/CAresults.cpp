@@ -262,7 +262,8 @@ int CAResults::addLineLocked(const Record &record)
     line << "{\"time\":";
     line.time(record.exchange.started);
     line << ",\"url\":";
-    line.quote(CACut(record.url, kMaxUrl));
+    const std::string_view url = CACut(record.url, kMaxUrl);
+    line.quote(url);
     line << ",\"source\":\"" << CASourceName(record.source) << "\",\"depth\":" << record.depth
          << ",\"status\":" << record.exchange.status << ",\"bytes\":" << record.exchange.bytes
          << ",\"ms\":" << record.exchange.milliseconds << ",\"verdict\":\""
@@ -276,7 +277,8 @@ int CAResults::addLineLocked(const Record &record)
     if (!record.why.empty()) {
         line << ",\"why\":\"" << record.why << "\"";
     }
-    if (const std::size_t length = std::max(record.length, record.url.size()); length > kMaxUrl) {
+    if (const std::size_t length = std::max(record.length, record.url.size());
+        length > url.size()) {
         line << ",\"cut\":" << static_cast<std::int64_t>(length);
     }
     if (record.more > 0) {

@@ -68,7 +68,7 @@ public:
     void finished(const CAURL &url, const CAExchange &exchange);
 
     // Reports links of a page that were dropped without regard to their URLs, because dropped() was
-    // true for CADropped::kMostOfPage others. Any thread.
+    // called for CADropped::kMostOfPage others, repeated ones included. Any thread.
     void droppedMore(const CAURL &page, std::int64_t links);
 
     // Notes which URL worker thread number `client` (from 0) works on, and the numbers of its first
@@ -110,7 +110,7 @@ public:
     [[nodiscard]] std::string varyingBy() const { return lastVary_.names(); }
 
 private:
-    static constexpr std::size_t kMaxUrl = 2048;  // bytes of a URL that are logged
+    static constexpr std::size_t kMaxUrl = 2048;  // bytes of the log for a URL
     static constexpr std::size_t kMaxLine = 32768;
     static constexpr std::size_t kFlushAt = 65536;
     using Lines = std::array<char, kFlushAt + kMaxLine>;

@@ -106,9 +106,8 @@ Word byForwardStatus(std::int32_t status, Word word)
 //
 // A flag may have a value: "hit=?0" means no hit. The response itself has no error status, so that
 // one from the origin means that it was not passed on.
-Word fromCacheStatus(std::string_view list)
+Word fromCacheStatus(std::string_view member)
 {
-    std::string_view member = lastMember(list);
     Word word = Word::None;
     std::int32_t forwarded = 0;
     takeUntil(&member, ';');
@@ -130,6 +129,18 @@ Word fromCacheStatus(std::string_view list)
         }
     }
     return byForwardStatus(forwarded, word);
+}
+
+// True when such a member says that the cache has stored the response.
+bool saysStored(std::string_view member)
+{
+    bool isStored = false;
+    takeUntil(&member, ';');
+    while (!member.empty()) {
+        std::string_view value = takeUntil(&member, ';');
+        isStored = (takeUntil(&value, '=') == "stored" && value != "?0") || isStored;
+    }
+    return isStored;
 }
 
 // The beginning of a member of "X-Cache:", in upper or lower case. In Squid and httpd " from HOST"
@@ -209,26 +220,35 @@ Word fromTrafficServer(std::string_view member)
     return codes[1] == 'M' ? Word::Missed : Word::Fetched;
 }
 
-// What the cache next to the agent says. The last member of "Via:" may contain its name, by which
-// its headers are recognised.
+// What a cache with headers of its own says, if that is the cache next to the agent.
+Word fromOwnHeaders(const CACacheHeaders &headers)
+{
+    const std::string_view member = lastMember(headers.via);
+    if (contains(member, kVarnish)) {
+        return fromXVarnish(headers.xVarnish);
+    }
+    return contains(member, kTrafficServer) ? fromTrafficServer(member) : Word::None;
+}
+
+// The member of "Cache-Status:" that the cache next to the agent added; empty if it did not. The
+// last member of "Via:" may contain its name, by which its headers are recognised.
 //
 //     member := protocol name [ '(' comment ')' ]
-Word ownWord(const CACacheHeaders &headers)
+std::string_view ownStatus(const CACacheHeaders &headers)
 {
     std::string_view member = lastMember(headers.via);
-    Word word = Word::None;
-    if (contains(member, kVarnish)) {
-        word = fromXVarnish(headers.xVarnish);
-    } else if (contains(member, kTrafficServer)) {
-        word = fromTrafficServer(member);
-    }
-    if (word != Word::None) {
-        return word;
-    }
     takeUntil(&member, ' ');
     const std::string_view name = takeUntil(&member, ' ');
     const bool ownXCache = !name.empty() && hostIn(lastMember(headers.xCache)) == name;
-    word = ownXCache ? Word::None : fromCacheStatus(headers.cacheStatus);
+    return ownXCache || fromOwnHeaders(headers) != Word::None ? ""
+                                                              : lastMember(headers.cacheStatus);
+}
+
+// What the cache next to the agent says.
+Word ownWord(const CACacheHeaders &headers)
+{
+    Word word = fromOwnHeaders(headers);
+    word = word == Word::None ? fromCacheStatus(ownStatus(headers)) : word;
     return word == Word::None ? fromXCache(headers) : word;
 }
 
@@ -367,7 +387,8 @@ constexpr std::array<UnkeptRow, 3> kUnkept = {{{303, kSquid}, {303, kVarnish}, {
 constexpr std::string_view kNotStored = "not stored by the cache";
 
 // Why the cache cannot have stored the response; empty when it may have. A temporary redirection
-// is stored only if its origin says for how long.
+// is stored only if its origin says for how long, or the cache is configured to keep it and says
+// so.
 std::string_view whyUnkept(const CAExchange &exchange)
 {
     const std::int32_t status = exchange.status;
@@ -376,7 +397,8 @@ std::string_view whyUnkept(const CAExchange &exchange)
         return control.noStore ? "no-store" : "private";
     }
     const bool isTemporary = status == 302 || status == 303 || status == 307;
-    if (isTemporary && !hasLifetime(control, exchange)) {
+    if (isTemporary && !hasLifetime(control, exchange) &&
+        !saysStored(ownStatus(exchange.headers))) {
         return "redirection without freshness";
     }
     const bool isNever = std::any_of(kUnkept.begin(), kUnkept.end(), [&](const UnkeptRow &row) {
