@@ -27,8 +27,8 @@ struct CAAdviceContext {
 };
 
 // What is probably wrong when nothing was requested, or more than half of the requests failed, or
-// were served from the cache or could not be judged; and where to read on. Without a line end; empty when none of it is the
-// case.
+// were served from the cache or could not be judged; and where to read on. Without a line end;
+// empty when none of it is the case.
 [[nodiscard]] std::string CAAdvice(const CATally &tally, const CAAdviceContext &context);
 
 // "77 pages were not searched for links: REASON."
