@@ -3,8 +3,8 @@
 //
 // HTTLS_init() makes the settings of the process, once, before threads start. Each session is used
 // by one thread at a time. No call waits without an end. SIGPIPE must be blocked or ignored. A
-// failure sets errno; success leaves it as it was. HTSocket calls these
-// functions, except HTTLS_init() and HTTLS_version().
+// failure sets errno; success leaves it as it was. HTSocket calls these functions, except
+// HTTLS_init() and HTTLS_version().
 #pragma once
 
 #include <sys/types.h>

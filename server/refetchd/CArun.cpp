@@ -1,10 +1,10 @@
 #include "CArun.h"
 
-#include <algorithm>
 #include <array>
 #include <chrono>
 #include <cstdio>
 #include <ctime>
+#include <string>
 
 #include "CAsignals.h"
 #include "HTInit.h"
@@ -419,9 +419,9 @@ void Run()
 
 namespace {
 
-// Deletes a worker that has left its loop; waits one second if it has not, but not when a signal
-// ended the run. False when it still runs
-// after that and its thread is left behind, or when it never had a thread.
+// Deletes a worker that has left its loop; waits one second if it has not, unless a signal ended
+// the run. False when it still runs after that and its thread is left behind, or when it never had
+// a thread.
 bool deleteWorker(CAWorkerThread *worker)
 {
     if (worker->areYouRunning() != 0 && !runs.isEnding) {

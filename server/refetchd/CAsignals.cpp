@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <array>
-#include <cerrno>
 #include <csignal>
 #include <ctime>
 
@@ -14,8 +13,8 @@ namespace {
 
 constexpr std::array kEndSignals = {SIGTERM, SIGINT};
 
-// The signals that the master thread takes. Empty before CABlockSignals().
-sigset_t &taken = *new sigset_t{};
+// The signals that the master thread takes; set by CABlockSignals().
+sigset_t taken;
 
 bool isIgnored(int signal)
 {

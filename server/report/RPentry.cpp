@@ -20,23 +20,14 @@ struct Texts {
     std::string_view verdict;
 };
 
+// The text with this key, and where it is kept.
+template <typename Record>
 struct TextRow {
     std::string_view key;
-    std::string_view Texts::*text;
+    std::string_view Record::*text;
 };
-constexpr std::array<TextRow, 2> kTexts = {{
-    {"time", &Texts::time},
-    {"verdict", &Texts::verdict},
-}};
-
-struct EntryTextRow {
-    std::string_view key;
-    std::string_view RPEntry::*text;
-};
-constexpr std::array<EntryTextRow, 2> kEntryTexts = {{
-    {"url", &RPEntry::url},
-    {"why", &RPEntry::why},
-}};
+constexpr TextRow<Texts> kTexts[] = {{"time", &Texts::time}, {"verdict", &Texts::verdict}};
+constexpr TextRow<RPEntry> kEntryTexts[] = {{"url", &RPEntry::url}, {"why", &RPEntry::why}};
 
 // A number beyond its limit is damage; sums of such numbers over all lines of a log do not
 // overflow.
@@ -75,12 +66,12 @@ bool readField(std::string_view key, value &from, RPEntry *entry, Texts *texts)
             return readNumber(from, row.limit, &(entry->*row.number));
         }
     }
-    for (const TextRow &row : kTexts) {
+    for (const TextRow<Texts> &row : kTexts) {
         if (row.key == key) {
             return readText(from, &(texts->*row.text));
         }
     }
-    for (const EntryTextRow &row : kEntryTexts) {
+    for (const TextRow<RPEntry> &row : kEntryTexts) {
         if (row.key == key) {
             return readText(from, &(entry->*row.text));
         }

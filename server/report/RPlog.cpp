@@ -27,6 +27,9 @@ constexpr std::array<ToolRow, 4> kTools = {{
     {"\x28\xb5\x2f\xfd", "zstd"},
 }};
 
+// Bytes that are read before a tool is chosen by them.
+constexpr std::size_t kStart = 8;
+
 // Starts `tool`, which decompresses from descriptor `in` to `out`. Returns 0 or an error number.
 int spawn(const char *tool, int in, int out, pid_t *child)
 {
@@ -73,8 +76,8 @@ bool RPLog::open(const std::string &path)
     if (file_ < 0) {
         return fail(errno);
     }
-    // The first bytes; a pipe may give less than four at once only if it ends there.
-    while (end_ < 8 && fill()) {
+    // A pipe may give fewer at once.
+    while (end_ < kStart && fill()) {
     }
     const std::string_view start(buffer_.data(), end_);
     for (const ToolRow &row : kTools) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 
+#include "HTString.h"
 #include "RPcharts.h"
 #include "RPhtml.h"
 #include "RPstyle.h"
@@ -20,32 +21,24 @@ bool isLink(std::string_view url)
     return (url.starts_with("http://") || url.starts_with("https://")) && !url.ends_with("...");
 }
 
-// The bytes of a URL that are shown; whole characters.
+// What is shown of a URL.
 std::string shown(const std::string &url)
 {
-    std::size_t length = kShownUrl;
-    if (url.size() <= length) {
-        return url;
-    }
-    while (length > 0 && (static_cast<unsigned char>(url[length]) & 0xc0U) == 0x80) {
-        --length;
-    }
-    return url.substr(0, length) + "\u2026";
+    return url.size() <= kShownUrl ? url : std::string(RPUpTo(url, kShownUrl)) + "\u2026";
 }
 
 // The URL as the target of a link: what browsers could read in another way, such as a backslash as
 // a slash, is percent-encoded.
 std::string targetOf(std::string_view url)
 {
-    constexpr std::string_view kDigits = "0123456789ABCDEF";
     constexpr std::string_view kEncoded = " \"'<>\\^`{|}";
     std::string target;
     for (const char c : url) {
         if (c > ' ' && c <= '~' && kEncoded.find(c) == std::string_view::npos) {
             target += c;
         } else {
-            const unsigned byte = static_cast<unsigned char>(c);
-            target.append("%").append(1, kDigits[byte / 16]).append(1, kDigits[byte % 16]);
+            std::array<char, 3> code{};
+            target.append(code.data(), HTPercentEncode(c, code.data()));
         }
     }
     return target;

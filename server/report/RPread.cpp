@@ -3,21 +3,17 @@
 #include <algorithm>
 #include <string_view>
 
+#include "HTString.h"
 #include "RPlog.h"
 #include "RPtally.h"
 
 namespace {
 
-bool isDigit(char c)
-{
-    return c >= '0' && c <= '9';
-}
-
 // Removes an end of this form, in which "0" stands for any digit. Something of the file's name must
 // remain.
 bool removeEnd(std::string_view form, std::string_view *path)
 {
-    const auto fits = [](char c, char f) { return f == '0' ? isDigit(c) : c == f; };
+    const auto fits = [](char c, char f) { return f == '0' ? HTIsDigit(c) : c == f; };
     if (path->size() <= form.size() || (*path)[path->size() - form.size() - 1] == '/' ||
         !std::equal(form.rbegin(), form.rend(), path->rbegin(),
                     [fits](char f, char c) { return fits(c, f); })) {
@@ -31,7 +27,7 @@ bool removeEnd(std::string_view form, std::string_view *path)
 void removeNumber(std::string_view *path)
 {
     std::string_view rest = *path;
-    while (!rest.empty() && isDigit(rest.back())) {
+    while (!rest.empty() && HTIsDigit(rest.back())) {
         rest.remove_suffix(1);
     }
     if (rest.size() < path->size() && removeEnd(".", &rest)) {

@@ -4,6 +4,8 @@
 #include <chrono>
 #include <ctime>
 
+#include "RPwords.h"
+
 namespace {
 
 constexpr std::size_t kMaxHosts = 10000;
@@ -15,22 +17,10 @@ constexpr std::size_t kMaxReason = 200;
 constexpr std::int64_t kMaxStatus = 999;
 constexpr std::string_view kOthers = "other reasons";
 
-// The first `limit` bytes of a text in UTF-8, without a part of a character at their end.
-std::string_view upTo(std::string_view text, std::size_t limit)
-{
-    if (text.size() <= limit) {
-        return text;
-    }
-    while (limit > 0 && (static_cast<unsigned char>(text[limit]) & 0xc0U) == 0x80) {
-        --limit;
-    }
-    return text.substr(0, limit);
-}
-
 // A URL as it is kept: one that was cut, by the agent or here, ends with dots.
 std::string keptUrl(const RPEntry &entry)
 {
-    std::string url(upTo(entry.url, kMaxText));
+    std::string url(RPUpTo(entry.url, kMaxText));
     return entry.cut > 0 || url.size() < entry.url.size() ? url + "..." : url;
 }
 
@@ -259,7 +249,7 @@ void RPTally::addToEndedRun(std::size_t machine, RPVerdict verdict)
 
 void RPTally::addToGroup(Groups *groups, const RPEntry &entry, std::int64_t count)
 {
-    std::pair<RPVerdict, std::string> key(entry.verdict, upTo(entry.why, kMaxReason));
+    std::pair<RPVerdict, std::string> key(entry.verdict, RPUpTo(entry.why, kMaxReason));
     auto found = groups->find(key);
     if (found == groups->end()) {
         key.second = groups->size() < kMaxReasons ? key.second : kOthers;
@@ -297,7 +287,7 @@ void RPTally::endRun(RPRun run)
 
 RPHost &RPTally::hostOf(std::string_view url)
 {
-    const std::string_view name = upTo(hostIn(url), kMaxReason);
+    const std::string_view name = RPUpTo(hostIn(url), kMaxReason);
     const auto found = hosts_.find(name);
     if (found != hosts_.end()) {
         return found->second;

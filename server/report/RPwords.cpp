@@ -98,6 +98,17 @@ std::string RPShare(std::int64_t part, std::int64_t whole)
     return (percent == 0 && part > 0 ? "under 1" : std::to_string(percent)) + " %";
 }
 
+std::string_view RPUpTo(std::string_view text, std::size_t limit)
+{
+    if (text.size() <= limit) {
+        return text;
+    }
+    while (limit > 0 && (static_cast<unsigned char>(text[limit]) & 0xc0U) == 0x80) {
+        --limit;
+    }
+    return text.substr(0, limit);
+}
+
 std::string RPPlural(std::int64_t count, std::string_view one, std::string_view many)
 {
     return RPNumber(count) + " " + std::string(count == 1 ? one : many);

@@ -1,6 +1,7 @@
 // Figures, times and texts as people read them. Any thread, except those that say otherwise.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -20,6 +21,9 @@ inline constexpr std::string_view kRPThinSpace = "\u202f";
 
 // The share of `part` in `whole`: "0 %", "under 1 %", "42 %", "100 %"; only all is 100 %.
 [[nodiscard]] std::string RPShare(std::int64_t part, std::int64_t whole);
+
+// The first `limit` bytes of a text in UTF-8, without a part of a character at their end.
+[[nodiscard]] std::string_view RPUpTo(std::string_view text, std::size_t limit);
 
 // "1 page", "2 pages".
 [[nodiscard]] std::string RPPlural(std::int64_t count, std::string_view one, std::string_view many);

@@ -141,10 +141,11 @@ struct Mistake {
     const char *advice;
 };
 
+constexpr const char *kEqualsSign = "leave out the equals sign: a blank separates name and value";
+
 // The first row that fits counts.
 constexpr Mistake kMistakes[] = {
-    {"", [](Line *l) { return *l->word(1) == '='; },
-     "leave out the equals sign: a blank separates name and value"},
+    {"", [](Line *l) { return *l->word(1) == '='; }, kEqualsSign},
     {"updateproxy", [](Line *l) { return contains(l->word(1), "://"); },
      "write host and port without a scheme, such as 127.0.0.1:3128 (for TLS, set proxytls on)"},
     {"updateproxy", [](Line *l) { return contains(l->word(1), "/"); },
@@ -220,7 +221,7 @@ std::string CAMistakeInName(std::string_view word)
     const CADirective *const row = CAFindDirective(word.substr(0, word.find('=')));
     return row == nullptr || !contains(word, "=")
                ? ""
-               : std::string(row->name) + ": " + CAQuoted(word) + ": " + kMistakes[0].advice;
+               : std::string(row->name) + ": " + CAQuoted(word) + ": " + kEqualsSign;
 }
 
 bool CAIsBareAddress(std::string_view proxy)

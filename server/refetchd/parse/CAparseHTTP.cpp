@@ -211,7 +211,7 @@ bool CAParseHTTP::isUseful(std::string_view name) const
 {
     return isAmong(kKeptHeaders, name) ||
            (options_.keepMoreHeaders && isAmong(kMoreHeaders, name)) ||
-           ((options_.modernLinks || options_.keepMoreHeaders) && isAmong(kPageHeaders, name));
+           (needsPageHeaders() && isAmong(kPageHeaders, name));
 }
 
 void CAParseHTTP::keepHeader(const char *name, const char *value)
@@ -252,8 +252,7 @@ void CAParseHTTP::addHeader(char *line)
 void CAParseHTTP::addWithoutBlank(const char *line)
 {
     const bool needsOthers = options_.closeDelimitedBodies || options_.keepMoreHeaders;
-    const bool needsPage = options_.modernLinks || options_.keepMoreHeaders;
-    if (!needsOthers && !needsPage) {
+    if (!needsOthers && !needsPageHeaders()) {
         return;
     }
     const char *const colon = std::strchr(line, ':');
@@ -264,7 +263,7 @@ void CAParseHTTP::addWithoutBlank(const char *line)
     const bool isOther =
         isAmong(kMoreHeaders, name) || strcasecmp(name.c_str(), "Transfer-Encoding:") == 0;
     const bool isOfPage = isAmong(kPageHeaders, name);
-    if ((needsOthers && isOther) || (needsPage && isOfPage)) {
+    if ((needsOthers && isOther) || (needsPageHeaders() && isOfPage)) {
         keepHeader(name.c_str(), colon + 1);
     }
 }

@@ -90,6 +90,10 @@ protected:
     void addHeader(char *line);
     void addWithoutBlank(const char *line);
     void readFraming(std::int32_t *closeConnection);
+    [[nodiscard]] bool needsPageHeaders() const
+    {
+        return options_.modernLinks || options_.keepMoreHeaders;
+    }
     [[nodiscard]] bool isChunked() const;
     [[nodiscard]] bool leadsOn() const;
     void makeDecision();

@@ -249,9 +249,12 @@ int CAResults::openLocked()
     return errno;
 }
 
-int CAResults::addLineLocked(const Record &record)
+// Adds a line that begins with the time, in milliseconds since the epoch; `put` writes the rest of
+// its fields.
+template <typename Put>
+int CAResults::putLineLocked(std::int64_t time, Put put)
 {
-    if (lines_ == nullptr || (record.verdict == CAVerdict::Dropped && !logsDrops_)) {
+    if (lines_ == nullptr) {
         return 0;
     }
     if (const int error = file_ < 0 ? openLocked() : 0; file_ < 0) {
@@ -260,9 +263,17 @@ int CAResults::addLineLocked(const Record &record)
     char *const start = lines_->data() + used_;
     CAJsonWriter line(start, start + (kMaxLine - CAJsonWriter::kTail));
     line << "{\"time\":";
-    line.time(record.exchange.started);
-    line << ",\"url\":";
+    line.time(time);
+    put(line);
+    line << "}\n";
+    used_ = static_cast<std::size_t>(line.at() - lines_->data());
+    return used_ < kFlushAt ? 0 : flushLocked();
+}
+
+void CAResults::putUrl(const Record &record, CAJsonWriter &line)
+{
     const std::string_view url = CACut(record.url, kMaxUrl);
+    line << ",\"url\":";
     line.quote(url);
     line << ",\"source\":\"" << CASourceName(record.source) << "\",\"depth\":" << record.depth
          << ",\"status\":" << record.exchange.status << ",\"bytes\":" << record.exchange.bytes
@@ -284,9 +295,15 @@ int CAResults::addLineLocked(const Record &record)
     if (record.more > 0) {
         line << ",\"more\":" << record.more;
     }
-    line << "}\n";
-    used_ = static_cast<std::size_t>(line.at() - lines_->data());
-    return used_ < kFlushAt ? 0 : flushLocked();
+}
+
+int CAResults::addLineLocked(const Record &record)
+{
+    if (record.verdict == CAVerdict::Dropped && !logsDrops_) {
+        return 0;
+    }
+    return putLineLocked(record.exchange.started,
+                         [&record](CAJsonWriter &line) { putUrl(record, line); });
 }
 
 int CAResults::flushLocked()
@@ -349,21 +366,14 @@ int CAResults::stopLocked()
 
 int CAResults::addRunLocked(std::time_t started, const CAClosing &closing)
 {
-    if (lines_ == nullptr || !logsRuns_) {
+    if (!logsRuns_) {
         return 0;
     }
-    if (const int error = file_ < 0 ? openLocked() : 0; file_ < 0) {
-        return error;
-    }
-    char *const start = lines_->data() + used_;
-    CAJsonWriter line(start, start + (kMaxLine - CAJsonWriter::kTail));
-    line << "{\"time\":";
-    line.time(std::int64_t{started} * 1000);
-    line << ",\"run\":" << closing.run << ",\"runs\":" << closing.runs
-         << ",\"seconds\":" << closing.seconds << ",\"left\":" << closing.queueLeft
-         << (closing.stopped ? ",\"stopped\":true}\n" : "}\n");
-    used_ = static_cast<std::size_t>(line.at() - lines_->data());
-    return used_ < kFlushAt ? 0 : flushLocked();
+    return putLineLocked(std::int64_t{started} * 1000, [&closing](CAJsonWriter &line) {
+        line << ",\"run\":" << closing.run << ",\"runs\":" << closing.runs
+             << ",\"seconds\":" << closing.seconds << ",\"left\":" << closing.queueLeft
+             << (closing.stopped ? ",\"stopped\":true" : "");
+    });
 }
 
 void CAResults::reopen()

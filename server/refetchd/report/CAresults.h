@@ -1,9 +1,10 @@
-// Collects the outcome of each URL, for a results log and a metrics file. Each is written only when
-// its directive is set; without both nothing is collected.
+// Collects the outcome of each URL, for a results log, for a metrics file, and for what is said
+// about a run at its end. Each of these has its directive; without all of them nothing is
+// collected.
 //
 // The log has one line of JSON for each URL. URLs that were dropped have theirs at the end of the
-// run, if they were not requested after all. It is opened for appending with the first line of a
-// run and closed when the run ends, so it can be moved away between two runs. It is written in
+// run, if they were not requested after all. The log is opened for appending with the first line of
+// a run and closed when the run ends, so it can be moved away between two runs. It is written in
 // whole lines: a run that is killed leaves no half line. The metrics file holds the counts of the
 // last run that ended, in the text format of Prometheus; it is replaced in one step.
 #pragma once
@@ -28,6 +29,7 @@
 // Milliseconds since the epoch, for CAExchange::started.
 [[nodiscard]] std::int64_t CANowMilliseconds();
 
+class CAJsonWriter;
 class CAURL;
 
 class CAResults {
@@ -143,6 +145,9 @@ private:
     [[nodiscard]] int tellMoreLocked(const Record &record) HT_REQUIRES(mutex_);
     CADropped &dropsLocked() HT_REQUIRES(mutex_);
     [[nodiscard]] int openLocked() HT_REQUIRES(mutex_);
+    template <typename Put>
+    [[nodiscard]] int putLineLocked(std::int64_t time, Put put) HT_REQUIRES(mutex_);
+    static void putUrl(const Record &record, CAJsonWriter &line);
     [[nodiscard]] int addLineLocked(const Record &record) HT_REQUIRES(mutex_);
     [[nodiscard]] int flushLocked() HT_REQUIRES(mutex_);
     [[nodiscard]] int closeLocked() HT_REQUIRES(mutex_);

@@ -28,8 +28,7 @@ public:
 
     // The query of a URL, given in UTF-8, in ASCII: a character beyond that is percent-encoded in
     // this charset. If the charset lacks it, it becomes its character reference, percent-encoded:
-    // "%26%23NUMBER%3B". ASCII characters stay as they are,
-    // even those that a query may not hold.
+    // "%26%23NUMBER%3B". ASCII characters stay as they are, even those that a query may not hold.
     [[nodiscard]] std::string encodeQuery(std::string_view query) const;
 
 private:
