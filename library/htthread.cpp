@@ -161,6 +161,18 @@ std::time_t HTtime()
     return std::time(nullptr);
 }
 
+std::time_t HTUptime()
+{
+    return HTUptimeMillis() / 1000;
+}
+
+std::int64_t HTUptimeMillis()
+{
+    timespec now{};
+    clock_gettime(CLOCK_BOOTTIME, &now);
+    return std::int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1'000'000;
+}
+
 std::uint32_t getmillicount()
 {
     timeval now{};

@@ -50,6 +50,11 @@ int HTSleep(std::uint32_t ms);
 std::time_t getsecondcount();
 std::time_t HTtime();
 
+// The time since the system was started, in whole seconds and in milliseconds; the time that it
+// slept counts. For all durations: changes of the wall clock do not touch it.
+std::time_t HTUptime();
+std::int64_t HTUptimeMillis();
+
 // Milliseconds that wrap about every 49.6 days: (seconds mod 4,290,000) * 1000 + milliseconds.
 std::uint32_t getmillicount();
 

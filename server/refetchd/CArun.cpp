@@ -33,10 +33,16 @@ std::int32_t workerCount()
 
 int secondsElapsed()
 {
-    return static_cast<int>(HTtime() - g_ca_timestarted);
+    return static_cast<int>(HTUptime() - g_ca_uptimestarted);
 }
 
 }  // namespace
+
+void CABeginRunTime()
+{
+    g_ca_timestarted = HTtime();
+    g_ca_uptimestarted = HTUptime();
+}
 
 std::int32_t CAStartWorkers()
 {
@@ -187,7 +193,7 @@ void runRepeats(HTThreadContext *context)
         if (--ac.repeatCount != 0) {
             seedAgain();
         }
-        g_ca_timestarted = HTtime();
+        CABeginRunTime();
     }
 }
 
@@ -200,7 +206,7 @@ void runForEver(HTThreadContext *context)
             return;
         }
         seedAgain();
-        g_ca_timestarted = HTtime();
+        CABeginRunTime();
     }
 }
 
@@ -401,7 +407,7 @@ void Run()
     obey(CANextSignal(0));  // one may have come before the first run
     for (;;) {
         updatetimeRep(0);
-        restingHosts.release(HTtime(), urlQueue);
+        restingHosts.release(HTUptime(), urlQueue);
         if (runs.isEnding || timeIsUp()) {
             return endRun("Master...... all threads done - we outta here!\n");
         }

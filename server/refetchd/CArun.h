@@ -3,6 +3,9 @@
 
 #include <cstdint>
 
+// Notes that a run begins: its date, and the moment from which its duration is counted.
+void CABeginRunTime();
+
 // Makes ac.numClients worker records and starts their threads. Returns the number of threads. A
 // worker whose thread cannot be started (traced) stays unused. Main thread, once, before the master
 // thread starts.

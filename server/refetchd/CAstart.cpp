@@ -189,7 +189,7 @@ void prepareTables()
 // Everything that has to exist before the command line is read.
 HTThreadContext *initialize()
 {
-    g_ca_timestarted = HTtime();
+    CABeginRunTime();
     occupyStandardStreams();
     std::set_terminate(endWithoutMemory);
     HeapDebug_init();

@@ -7,9 +7,10 @@
 #include <cstdint>
 #include <ctime>
 
-// Start of the current run. Set by the main thread at start-up, then used by the master thread
-// only.
+// Start of the current run: the date (HTtime), and the moment from which its duration is counted
+// (HTUptime). Set by the main thread at start-up, then used by the master thread only.
 extern std::time_t g_ca_timestarted;
+extern std::time_t g_ca_uptimestarted;
 
 // 1 when the last run is over. Written once by the master thread, polled by the main thread.
 extern std::atomic<std::int32_t> done;

@@ -215,7 +215,7 @@ int CAConnection::requestURL(const CAURL *url, CAParser *parser)
     failure_ = CAFailure::None;
     reason_ = {};
     received_ = 0;
-    const std::time_t now = HTtime();
+    const std::time_t now = HTUptime();
     if (lastUsed_ == 0) {
         lastUsed_ = now;
     }

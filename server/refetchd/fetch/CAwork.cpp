@@ -157,7 +157,7 @@ enum class Next : std::uint8_t {
 // Lets the host of `url` rest for as long as it asked.
 void restHost(const CAURL &url, std::int64_t seconds)
 {
-    const std::int64_t rest = restingHosts.rest(url.host(), HTtime(), seconds);
+    const std::int64_t rest = restingHosts.rest(url.host(), HTUptime(), seconds);
     CATrace("Worker...... host %.*s is left alone for %d s.\n", CALength(url.host()),
             url.host().data(), static_cast<int>(rest));
 }
@@ -289,8 +289,10 @@ Next exchange(const Client &client, CAConnection *connection, CAURL *url, std::u
     auto parser = CANewResponseParser(url, client.context, optionsFor(*url));
     CATrace("Worker...... #%d working on URL \"%s\".\n", client.index + 1, url->stringitize());
     CAExchange result;
+    std::int64_t since = 0;
     if (results.observes()) {
         result.started = CANowMilliseconds();
+        since = HTUptimeMillis();
     }
     if (!client.keepsGoing() || connection == nullptr) {
         tellStopped(*url);
@@ -316,8 +318,7 @@ Next exchange(const Client &client, CAConnection *connection, CAURL *url, std::u
     }
     if (results.observes()) {
         result.variant = variantOf(*url);
-        // The clock may have been set back in the meantime.
-        result.milliseconds = std::max<std::int64_t>(CANowMilliseconds() - result.started, 0);
+        result.milliseconds = HTUptimeMillis() - since;
         result.bytes = connection->received();
         result.headers = parser->cacheHeaders();
         result.unsearched = parser->unsearched();
@@ -334,7 +335,7 @@ Next advance(const Client &client, const InFlight &inFlight, CAURL *url, std::ui
         return Next::Done;
     }
     url->advanceVariant();
-    if (ac.retryAfter != 0 && restingHosts.park(url, HTtime())) {
+    if (ac.retryAfter != 0 && restingHosts.park(url, HTUptime())) {
         return Next::Parked;
     }
     inFlight.note(*url);
@@ -380,7 +381,7 @@ void fetch(const Client &client, CAURL *url, std::uint32_t run)
     case Next::Retry: return retry(client, connection, url, run);
     case Next::Rest:
         url->setRepeated();
-        if (!restingHosts.park(url, HTtime())) {
+        if (!restingHosts.park(url, HTUptime())) {
             urlQueue->requeue(url);  // the host's rest has ended already
         }
         return;
@@ -418,7 +419,7 @@ void workOnNext(const Client &client)
     auto *const url = static_cast<CAURL *>(urlQueue->dequeue());
     const std::int32_t depth = url != nullptr ? url->depth() : 0;
     const bool blocked = url == nullptr && urlQueue->isOrderedByDepth();
-    const bool parked = url != nullptr && ac.retryAfter != 0 && restingHosts.park(url, HTtime());
+    const bool parked = url != nullptr && ac.retryAfter != 0 && restingHosts.park(url, HTUptime());
     if (blocked || parked) {
         CAWorkerThread::returnRequest();
     } else if (url != nullptr) {

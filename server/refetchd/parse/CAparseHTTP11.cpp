@@ -167,7 +167,7 @@ CAParseHTTP11::State CAParseHTTP11::beginBody()
 CAParseHTTP11::State CAParseHTTP11::skipBody()
 {
     const bool isWorthIt = framing_.keepsConnection() && left_ <= kMaxReadAway;
-    patienceEnds_ = HTtime() + kPatience;
+    patienceEnds_ = HTUptime() + kPatience;
     return isWorthIt ? State::Body : State::GivenUp;
 }
 
@@ -207,7 +207,7 @@ CAParseHTTP11::State CAParseHTTP11::deliver(char *piece, std::int64_t length)
 {
     if (isUnwanted_) {
         readAway_ += length;
-        const bool isTooMuch = readAway_ > kMaxReadAway || HTtime() > patienceEnds_;
+        const bool isTooMuch = readAway_ > kMaxReadAway || HTUptime() > patienceEnds_;
         return isTooMuch ? State::GivenUp : State::Body;
     }
     if (sink_ == nullptr) {

@@ -140,7 +140,7 @@ void CAResults::setInFlight(std::int32_t client, const CAURL *url, std::int32_t 
     if (index >= flights_.size()) {
         flights_.resize(index + 1);
     }
-    flights_[index] = {url, variant, lastVariant, now};
+    flights_[index] = {url, variant, lastVariant, now, HTUptimeMillis()};
 }
 
 // Each int function below returns 0, or an error number that the caller must report. Only the first
@@ -165,7 +165,7 @@ int CAResults::tellFlightLocked(const Flight &flight)
                   .age = -1,
                   .why = CAFailureText(CAFailure::Stopped),
                   .exchange = {.failure = CAFailure::Stopped, .started = flight.started}};
-    record.exchange.milliseconds = std::max<std::int64_t>(CANowMilliseconds() - flight.started, 0);
+    record.exchange.milliseconds = HTUptimeMillis() - flight.since;
     int error = 0;
     for (std::int32_t variant = flight.variant; variant <= flight.lastVariant; ++variant) {
         record.exchange.variant = variant;

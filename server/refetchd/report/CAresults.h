@@ -135,7 +135,8 @@ private:
         const CAURL *url = nullptr;
         std::int32_t variant = 0;
         std::int32_t lastVariant = 0;
-        std::int64_t started = 0;
+        std::int64_t started = 0;  // the date, as in CAExchange
+        std::int64_t since = 0;    // the same moment by HTUptimeMillis()
     };
 
     [[nodiscard]] int tellFlightsLocked() HT_REQUIRES(mutex_);

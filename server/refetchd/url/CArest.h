@@ -16,7 +16,7 @@
 class CAQueue;
 class CAURL;
 
-// Any thread may call, except release(). Times are those of HTtime(). URLs that wait belong to the
+// Any thread may call, except release(). Times are those of HTUptime(). URLs that wait belong to the
 // table.
 class CARestTable {
 public:
