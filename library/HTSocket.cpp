@@ -290,14 +290,71 @@ int HTSocket_connect(HTSocket **socketHolder, const sockaddr *address, socklen_t
     return result == -1 ? static_cast<int>(failed(socket)) : result;
 }
 
+namespace {
+
+// Sets or clears O_NONBLOCK. False with errno set on failure.
+bool setBlocking(const HTSocket *socket, bool blocks)
+{
+    const int flags = ::fcntl(socket->fd, F_GETFL);
+    const int wanted = blocks ? flags & ~O_NONBLOCK : flags | O_NONBLOCK;
+    return flags != -1 && ::fcntl(socket->fd, F_SETFL, wanted) != -1;
+}
+
+// After connecting: 1, or -1 when the socket cannot be made to block again.
+int connected(HTSocket *socket)
+{
+    return setBlocking(socket, true) ? 1 : static_cast<int>(failed(socket));
+}
+
+}  // namespace
+
+int HTSocket_beginConnect(HTSocket *socket, const sockaddr *address, socklen_t length,
+                          HTThreadContext *context)
+{
+    if (socket == nullptr) {
+        return -1;
+    }
+    const int before = errno;
+    if (!setBlocking(socket, false)) {
+        return static_cast<int>(failed(socket));
+    }
+    const int result = HTSocket_connect(&socket, address, length, context);
+    if (result == -1 && errno != EINPROGRESS) {
+        return -1;
+    }
+    errno = before;
+    return result == 0 ? connected(socket) : 0;
+}
+
+int HTSocket_awaitConnect(HTSocket *socket, int timeoutMs)
+{
+    if (socket == nullptr) {
+        return -1;
+    }
+    pollfd entry = {.fd = socket->fd, .events = POLLOUT, .revents = 0};
+    const int count = pollThroughSignals(&entry, timeoutMs);
+    if (count == 0) {
+        return 0;
+    }
+    int error = 0;
+    socklen_t length = sizeof error;
+    if (count < 0 || ::getsockopt(socket->fd, SOL_SOCKET, SO_ERROR, &error, &length) != 0) {
+        return static_cast<int>(failed(socket));
+    }
+    if (error != 0) {
+        errno = error;
+        return static_cast<int>(failed(socket));
+    }
+    return connected(socket);
+}
+
 int HTSocket_secure(HTSocket *socket, const char *host, int timeoutMs, HTTLSFailure *failure)
 {
     if (socket == nullptr) {
         return -1;
     }
     const int before = errno;
-    const int flags = ::fcntl(socket->fd, F_GETFL);
-    if (flags == -1 || ::fcntl(socket->fd, F_SETFL, flags | O_NONBLOCK) == -1) {
+    if (!setBlocking(socket, false)) {
         *failure = {HTTLSFault::Reset, ""};
         return static_cast<int>(failed(socket));
     }

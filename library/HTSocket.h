@@ -62,6 +62,13 @@ int HTSocket_setsockopt(HTSocket *socket, int level, int name, const void *value
 int HTSocket_connect(HTSocket **socketHolder, const sockaddr *address, socklen_t length,
                      HTThreadContext *context);
 
+// Connects in steps, for callers that do not want to wait so long. HTSocket_beginConnect() starts;
+// HTSocket_awaitConnect() then waits for up to `timeoutMs` milliseconds each time it is called. 1:
+// connected, and the socket blocks again. 0: not yet. -1: failed; the socket can only be closed.
+[[nodiscard]] int HTSocket_beginConnect(HTSocket *socket, const sockaddr *address, socklen_t length,
+                                        HTThreadContext *context);
+[[nodiscard]] int HTSocket_awaitConnect(HTSocket *socket, int timeoutMs);
+
 // Begins TLS on a connected socket, as HTTLS_connect() does; the socket does not block any more.
 // From then on the calls below work on the data inside TLS. 0, or -1 with `*failure` filled in and
 // errno set: then the socket can only be closed.

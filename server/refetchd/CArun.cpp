@@ -11,6 +11,7 @@
 #include "HTWorkThread.h"
 #include "base/CAtrace.h"
 #include "config/CAcfg.h"
+#include "fetch/CAproxyGate.h"
 #include "fetch/CAwork.h"
 #include "htthread.h"
 #include "refetchd.h"
@@ -89,6 +90,9 @@ CAProgress progressOfRun()
     progress.queued = urlQueue->getLength() + restingHosts.parked();
     progress.elapsed = secondsElapsed();
     progress.maxRuntime = ac.maxRuntime;
+    if (!proxyGate.isOpen()) {
+        progress.proxyAway = static_cast<std::int32_t>(proxyGate.awayMillis() / 1000);
+    }
     return progress;
 }
 
@@ -108,6 +112,7 @@ struct Runs {
     bool isEnding = false;    // a signal made the current run the last one
     bool isCutShort = false;  // and came before the run had ended by itself
     bool areWorkersStopped = false;
+    bool saidProxyIsAway = false;
     CAProgress atEnd;  // the progress when the run ended
 };
 Runs runs;
@@ -163,6 +168,7 @@ void waitOutRunTime()
 void seedAgain()
 {
     doneBefore = workDone();
+    proxyGate.restart();
     urlQueue->hold();
     ac.reloadURLs(urlQueue);
     urlQueue->release();
@@ -342,8 +348,20 @@ void warnOfUnsearched()
 // The exit status after the last run. For the master thread until `done` is 1.
 int runStatus = 0;
 
+// Says that the proxy cannot be reached, once in a run, when it has been away for a while: nothing
+// else shows why nothing happens.
+void tellIfProxyIsAway()
+{
+    constexpr std::int64_t kAWhile = 10000;
+    if (results.observes() && !runs.saidProxyIsAway && proxyGate.awayMillis() >= kAWhile) {
+        runs.saidProxyIsAway = true;
+        tell("the proxy " + std::string(ac.updateProxy) +
+             " cannot be reached; waiting for it until the run is over.");
+    }
+}
+
 // A run that a signal has cut short is not judged.
-void judgeRun()
+void judgeRun(const CAClosing &closing)
 {
     if (runs.isCutShort) {
         return;
@@ -355,7 +373,7 @@ void judgeRun()
         !advice.empty()) {
         tell(advice);
     }
-    runStatus = ac.repeatCount == 1 ? CAExitStatus(tally, ac.failWhen) : 0;
+    runStatus = ac.repeatCount == 1 ? CAExitStatus(tally, closing, ac.failWhen) : 0;
     if (runStatus != 0) {
         tell("failwhen " + std::to_string(ac.failWhen) + ": the exit status is " +
              std::to_string(runStatus) + ".");
@@ -373,13 +391,18 @@ void tellResults(int seconds)
                             .runs = runs.all,
                             .seconds = seconds,
                             .queueLeft = urlsLeft,
-                            .stopped = runs.isCutShort};
+                            .stopped = runs.isCutShort,
+                            .proxyWait = proxyGate.closedMillis(),
+                            .isProxyAway = !proxyGate.isOpen()};
     results.endRun(g_ca_timestarted, closing, ac.repeatCount == 1);
     warnOfOldCopies();
     warnOfVary();
     warnOfUnsearched();
     tell(CAClosingLine(results.lastRun(), closing));
-    judgeRun();
+    if (const std::string away = CAAwayText(closing, ac.updateProxy); !away.empty()) {
+        tell(away);
+    }
+    judgeRun(closing);
 }
 
 // Ends the run. The results are written after the clean-up, because the requests that workers
@@ -397,6 +420,7 @@ void endRun(const char *message)
     tellResults(seconds);
     obey(CANextSignal(0));
     runs.isOver = false;
+    runs.saidProxyIsAway = false;
     CATrace("%s", message);
 }
 
@@ -415,6 +439,7 @@ void Run()
             return endRun("Master...... all threads done - we're outta here!\n");
         }
         results.flush();
+        tellIfProxyIsAway();
         if (progressClock.isDue(secondsElapsed(), ac.progressSeconds)) {
             writeProgress(progressOfRun());
         }

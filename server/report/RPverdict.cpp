@@ -28,7 +28,7 @@ struct HintRow {
     std::string_view start;
     std::string_view hint;
 };
-constexpr std::array<HintRow, 29> kHints = {{
+constexpr std::array<HintRow, 31> kHints = {{
     {"no connection", "Is the proxy running, and does updateproxy name its host and port?"},
     {"unknown host name", "The host in updateproxy cannot be resolved."},
     {"certificate", "The proxy's certificate is not accepted; see proxytlsca."},
@@ -38,6 +38,8 @@ constexpr std::array<HintRow, 29> kHints = {{
     {"connection ", "The proxy closed the connection early; see its log."},
     {"no HTTP response", "Whatever listens at the port in updateproxy is not an HTTP proxy."},
     {"no valid request", "The URL is too long or contains control characters."},
+    {"longer than", "The answer is longer than maxanswer allows."},
+    {"slower than", "The answer takes longer than answertimeout allows."},
     {kRPRunWasOver, "The run ended before the answer came; see maxruntime."},
     {"origin failed", "The site did not answer, so the proxy sent its old copy."},
     {"status 401", "The site asks for a password."},

@@ -21,6 +21,8 @@ constexpr std::array<std::string_view, kFailures> kFailureTexts = {
     "connection reset before an answer",
     "timed out",
     "no HTTP response",
+    "longer than maxanswer",
+    "slower than answertimeout",
     "run was over",
 };
 static_assert(kFailureTexts[static_cast<std::size_t>(CAFailure::Stopped)] == "run was over");

@@ -34,6 +34,8 @@ enum class CAFailure : std::uint8_t {
     Reset,        // reading failed before the end of the response, mostly by a reset
     TimedOut,     // no data came for `readtimeout` seconds
     BadResponse,  // the data received is not an HTTP response
+    TooLong,      // the response is longer than `maxanswer`
+    TooSlow,      // it takes longer than `answertimeout`
     Stopped,      // the run ended first
 };
 
@@ -57,7 +59,7 @@ enum class CAVerdict : std::uint8_t {
 };
 
 inline constexpr std::size_t kVerdicts = 8;
-inline constexpr std::size_t kFailures = 12;
+inline constexpr std::size_t kFailures = 14;
 inline constexpr std::size_t kDrops = 10;
 
 // Names such as "maxurls", "timed out" and "served from cache". Static texts; any thread.

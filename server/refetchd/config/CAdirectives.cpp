@@ -54,6 +54,11 @@ std::string shownFailWhen(const CAConfig &config)
     return config.failWhen < 0 ? "off" : std::to_string(config.failWhen);
 }
 
+std::string shownMaxAnswer(const CAConfig &config)
+{
+    return config.maxAnswer < 1 ? "no limit" : std::to_string(config.maxAnswer);
+}
+
 std::string shownHttpVersion(const CAConfig &config)
 {
     return config.httpVersion + std::strlen("HTTP/");
@@ -151,6 +156,9 @@ constexpr std::array kDirectives = {
     number<&C::repeatCount, 1>("refetchdrepeat", "repeat...... ", ".\n"),
     number<&C::readTimeout>("readtimeout", "ReadTimeout... is ", ".\n"),
     number<&C::persistTimeout>("persisttimeout", "PersistTimeout... is ", ".\n"),
+    number<&C::connectTimeout, 1>("connecttimeout", "ConnectTimeout... is ", ".\n"),
+    number<&C::answerTimeout, 1>("answertimeout", "AnswerTimeout... is ", ".\n"),
+    CADirective{"maxanswer", A::Number, CASetMaxAnswer, shownMaxAnswer},
     flag<&C::transparentProxy>("transparentproxy", nullptr, nullptr, A::On, CASetExactOn),
     flag<&C::connectToHost>("connecttohost", nullptr, nullptr, A::On, CASetExactOn),
     CADirective{"service", A::Service, CASetService},

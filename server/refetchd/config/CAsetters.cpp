@@ -1,6 +1,7 @@
 #include "config/CAsetters.h"
 
 #include <algorithm>
+#include <cinttypes>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -376,6 +377,18 @@ void CASetVariant(const CADirectiveCall &call)
     variants.push_back(variant);
     CATrace("Variant..... %d is \"%s\".\n", static_cast<int>(variants.size()),
             CATextOf(variant).c_str());
+}
+
+// A number with a unit, such as "100M", must not become a limit of 100 bytes.
+void CASetMaxAnswer(const CADirectiveCall &call)
+{
+    const std::string_view text = call.argument();
+    if (!std::all_of(text.begin(), text.end(), HTIsDigit)) {
+        CATrace("LoadConfig.. invalid maxanswer: %s.\n", call.argument());
+        return;
+    }
+    call.config.maxAnswer = HTDecimal(text);
+    CATrace("Max answer.. is %" PRId64 " bytes.\n", call.config.maxAnswer);
 }
 
 void CASetRetries(const CADirectiveCall &call)

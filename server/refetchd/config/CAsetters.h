@@ -51,5 +51,6 @@ void CASetSaveRoot(const CADirectiveCall &call);
 void CASetFollowRedirects(const CADirectiveCall &call);
 void CASetSummaryLine(const CADirectiveCall &call);
 void CASetFailWhen(const CADirectiveCall &call);
+void CASetMaxAnswer(const CADirectiveCall &call);
 void CASetRetries(const CADirectiveCall &call);
 void CASetRetryAfter(const CADirectiveCall &call);

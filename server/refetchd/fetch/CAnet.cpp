@@ -9,9 +9,11 @@
 #include <string_view>
 
 #include "HTInet.h"
+#include "HTLookup.h"
 #include "HTString.h"
 #include "base/CAtrace.h"
 #include "config/CAcfg.h"
+#include "fetch/CArunNumber.h"
 #include "htthread.h"
 #include "parse/CAparse.h"
 #include "url/CAURL.h"
@@ -140,33 +142,93 @@ int timeoutMilliseconds(std::int32_t seconds)
 CAConnection::CAConnection(const char *peer)
     : peerName_(strdup(peer)), threadContext_(HTThread_context())
 {
-    if (peerName_ == nullptr) {
-        return;
+    lookUpAgain();
+}
+
+// Has both addresses looked up anew when they are needed; until then those known are used.
+void CAConnection::lookUpAgain()
+{
+    asks_ = {peerName_ != nullptr && *peerName_ != '[', peerName_ != nullptr};
+}
+
+void CAConnection::beginRun(std::uint32_t run)
+{
+    if (run != run_ && addresses_[first_].ss_family == AF_UNSPEC) {
+        lookUpAgain();
     }
-    if (*peerName_ != '[') {
-        resolve(kV4);
-    }
-    asksForV6_ = true;
-    if (addresses_[kV4].ss_family == AF_UNSPEC) {
-        first_ = hasOther() ? kV6 : kV4;
+    run_ = run;
+}
+
+bool CAConnection::probe()
+{
+    lookUpAgain();
+    return checkConnection() == 0 || !isUnreachable();
+}
+
+namespace {
+
+// How long resolving and connecting may take; below 0: as long as the system lets them.
+std::int64_t connectMilliseconds()
+{
+    const bool isLimited = ac.connectTimeout > 0 || ac.retries > 0;
+    const std::int32_t seconds = ac.connectTimeout > 0 ? ac.connectTimeout : ac.readTimeout;
+    return isLimited ? std::int64_t{std::max(seconds, 1)} * 1000 : -1;
+}
+
+// The port of a peer whose name has none, in network order; 0: the `port` setting is invalid, and
+// the name must have one.
+in_port_t defaultPort()
+{
+    const bool isPort = ac.port >= 0 && ac.port <= UINT16_MAX;
+    return isPort ? htons(static_cast<std::uint16_t>(ac.port)) : in_port_t{0};
+}
+
+// True for an address that can be connected to.
+bool isUsable(const sockaddr_storage &address)
+{
+    const bool isPort = ac.port >= 0 && ac.port <= UINT16_MAX;
+    // The port stands at the same place for both families.
+    const auto port = reinterpret_cast<const sockaddr_in &>(address).sin_port;
+    return address.ss_family != AF_UNSPEC && (isPort || port != 0);
+}
+
+}  // namespace
+
+// Looks up the peer's address of this family. When there is none, one that was known before stays.
+void CAConnection::lookUp(std::size_t family)
+{
+    asks_[family] = false;
+    const sockaddr_storage found = lookUpInTime(family == kV4 ? AF_INET : AF_INET6);
+    if (isUsable(found)) {
+        addresses_[family] = found;
     }
 }
 
-// Looks up the peer's address of this family; it stays unknown when there is none.
-void CAConnection::resolve(std::size_t family)
+sockaddr_storage CAConnection::lookUpInTime(sa_family_t family)
 {
-    // With an invalid `port` setting the peer's name must contain a port of its own.
-    const bool isPort = ac.port >= 0 && ac.port <= UINT16_MAX;
-    const in_port_t port = isPort ? htons(static_cast<std::uint16_t>(ac.port)) : in_port_t{0};
-    sockaddr_in v4 = {.sin_family = AF_INET, .sin_port = port, .sin_addr = {}, .sin_zero = {}};
-    sockaddr_in6 v6{};
-    v6.sin6_port = port;
-    if (family == kV4 && HTParseInet(&v4, peerName_, threadContext_) == 0 &&
-        (isPort || v4.sin_port != 0)) {
-        std::memcpy(&addresses_[kV4], &v4, sizeof v4);
-    } else if (family == kV6 && HTParseInet6(&v6, peerName_, threadContext_) == 0 &&
-               (isPort || v6.sin6_port != 0)) {
-        std::memcpy(&addresses_[kV6], &v6, sizeof v6);
+    const std::int64_t limit = connectMilliseconds();
+    if (limit < 0) {
+        return HTLookUp(peerName_, family, defaultPort());
+    }
+    HTLookup lookup(peerName_, family, defaultPort());
+    const std::int64_t end = HTUptimeMillis() + limit;
+    while (!lookup.wait(kPatienceMilliseconds)) {
+        if (HTUptimeMillis() >= end || CAIsGivenUp(run_)) {
+            CATrace("Net......... looking up \"%s\" takes too long.\n", peerName_);
+            break;
+        }
+    }
+    return lookup.address();
+}
+
+// Looks up the address that is tried first: of IPv4, or of IPv6 when there is no such one.
+void CAConnection::learnAddress()
+{
+    if (asks_[kV4]) {
+        lookUp(kV4);
+    }
+    if (addresses_[first_].ss_family == AF_UNSPEC && hasOther()) {
+        first_ = 1 - first_;
     }
 }
 
@@ -175,9 +237,8 @@ void CAConnection::resolve(std::size_t family)
 bool CAConnection::hasOther()
 {
     const int error = errno;
-    if (asksForV6_) {
-        asksForV6_ = false;
-        resolve(kV6);
+    if (asks_[1 - first_]) {
+        lookUp(1 - first_);
     }
     errno = error;
     return addresses_[1 - first_].ss_family != AF_UNSPEC;
@@ -215,6 +276,7 @@ int CAConnection::requestURL(const CAURL *url, CAParser *parser)
     failure_ = CAFailure::None;
     reason_ = {};
     received_ = 0;
+    wasKept_ = false;
     const std::time_t now = HTUptime();
     if (lastUsed_ == 0) {
         lastUsed_ = now;
@@ -239,7 +301,7 @@ int CAConnection::requestURL(const CAURL *url, CAParser *parser)
         std::fprintf(stderr, "Net......... requesting \"%s\".\n", url->stringitize());
     }
     int result = exchange(length, parser);
-    if (result == 0 && keptInVain_ && ac.parseOptions.http11) {
+    if (result == 0 && brokeWhenKept() && received_ == 0 && ac.parseOptions.http11) {
         CATrace("Net......... the kept connection was closed, sending the request once more.\n");
         failure_ = CAFailure::None;
         renew();
@@ -258,18 +320,17 @@ int CAConnection::exchange(std::int32_t length, CAParser *parser)
         }
         return -1;
     }
-    const bool wasKept = reused_;
+    wasKept_ = reused_;
     reused_ = true;
     if (readResponse(parser) != 0) {
         doneWithConnection();
     }
-    keptInVain_ = wasKept && received_ == 0 &&
-                  (failure_ == CAFailure::Closed || failure_ == CAFailure::Reset);
     return 0;
 }
 
 int CAConnection::checkConnection()
 {
+    learnAddress();
     if (addresses_[first_].ss_family == AF_UNSPEC) {
         CATrace("Net......... address is not valid:  %s\n", peerName_);
         failure_ = CAFailure::Address;
@@ -375,13 +436,32 @@ bool CAConnection::connectTo(std::size_t address)
 {
     const auto *const target = reinterpret_cast<const sockaddr *>(&addresses_[address]);
     const socklen_t length = address == kV4 ? sizeof(sockaddr_in) : sizeof(sockaddr_in6);
-    if (HTSocket_connect(&socket_, target, length, threadContext_) == 0) {
+    const std::int64_t limit = connectMilliseconds();
+    const bool isConnected = limit < 0
+                                 ? HTSocket_connect(&socket_, target, length, threadContext_) == 0
+                                 : connectWithin(limit, target, length);
+    if (isConnected) {
         return true;
     }
     const int error = errno;
     closeSocket(__LINE__);
     errno = error;
     return false;
+}
+
+// Connects the socket in this time. False with errno set on failure.
+bool CAConnection::connectWithin(std::int64_t milliseconds, const sockaddr *target,
+                                 socklen_t length)
+{
+    const std::int64_t end = HTUptimeMillis() + milliseconds;
+    int state = HTSocket_beginConnect(socket_, target, length, threadContext_);
+    while (state == 0 && HTUptimeMillis() < end && !CAIsGivenUp(run_)) {
+        state = HTSocket_awaitConnect(socket_, kPatienceMilliseconds);
+    }
+    if (state == 0) {
+        errno = ETIMEDOUT;
+    }
+    return state == 1;
 }
 
 // After connecting to the first address has failed, connects to the other one, which then becomes
@@ -533,23 +613,74 @@ bool CAConnection::readFailed(std::int32_t count)
     return true;
 }
 
+// Waits for up to `patience` milliseconds for data, as HTSocket_receive() does, but not beyond the
+// run.
+std::int32_t CAConnection::receive(int patience)
+{
+    ssize_t count = kHTTimedOut;
+    for (int left = patience; count == kHTTimedOut; left -= kPatienceMilliseconds) {
+        count = HTSocket_receive(socket_, buffer_.data(), kReadSize,
+                                 std::min(left, kPatienceMilliseconds), threadContext_);
+        if (left <= kPatienceMilliseconds || CAIsGivenUp(run_)) {
+            break;
+        }
+    }
+    return static_cast<std::int32_t>(count);
+}
+
+// True (traced) when the response, which began at the time `start`, is to be given up: with its
+// run, or because of its length or duration.
+bool CAConnection::isBeyondLimits(std::int64_t start)
+{
+    if (CAIsGivenUp(run_)) {
+        failure_ = CAFailure::Stopped;
+    } else if (ac.maxAnswer > 0 && received_ > ac.maxAnswer) {
+        failure_ = CAFailure::TooLong;
+    } else if (ac.answerTimeout > 0 &&
+               HTUptimeMillis() - start >= std::int64_t{ac.answerTimeout} * 1000) {
+        failure_ = CAFailure::TooSlow;
+    } else {
+        return false;
+    }
+    CATrace("Net.. giving up the answer: %s.\n", CAFailureText(failure_).data());
+    return true;
+}
+
+// How long to wait for the next bytes of a response that began at the time `start`.
+int CAConnection::patienceFor(const CAParser &parser, std::int64_t start) const
+{
+    const int patience = timeoutMilliseconds(ac.readTimeout);
+    if (parser.isUnwanted()) {
+        return std::min(patience, kShortPatience);
+    }
+    if (ac.answerTimeout < 1) {
+        return patience;
+    }
+    const std::int64_t left = start + std::int64_t{ac.answerTimeout} * 1000 - HTUptimeMillis();
+    return static_cast<int>(std::clamp<std::int64_t>(left, 0, patience));
+}
+
 int CAConnection::readResponse(CAParser *parser)
 {
     std::int32_t finished = 0;
     std::int32_t closeConnection = 0;
+    const std::int64_t start = HTUptimeMillis();
     while (finished == 0) {
-        const int patience = timeoutMilliseconds(ac.readTimeout);
-        const auto count = static_cast<std::int32_t>(HTSocket_receive(
-            socket_, buffer_.data(), kReadSize,
-            parser->isUnwanted() ? std::min(patience, kShortPatience) : patience, threadContext_));
+        const std::int32_t count = receive(patienceFor(*parser, start));
+        if (count > 0) {
+            received_ += count;
+            handOver(count, parser, &finished, &closeConnection);
+        }
+        const bool hasEnded = finished != 0 || count == 0 || count == -1;
+        if (!hasEnded && isBeyondLimits(start)) {
+            return 1;
+        }
         if (count <= 0) {
             if (readFailed(count)) {
                 return 1;
             }
             break;
         }
-        received_ += count;
-        handOver(count, parser, &finished, &closeConnection);
     }
     if (closeConnection != 0) {
         CATrace("Net.. the socket will be closed.\n");

@@ -26,20 +26,43 @@ class CAURL;
 class CAConnection {
 public:
     // `peer` is "host" or "host:port"; without a port the `port` setting applies. An IPv6 address
-    // is in brackets. The name is resolved here, once, which may block; if that fails, every
-    // request fails. The IPv6 address of a name that also has an IPv4 address is looked up when it
-    // is needed first, because connecting over IPv4 fails.
+    // is in brackets. The name is resolved for the first request, which may block; if that fails,
+    // every request of the run fails. The IPv6 address of a name that also has an IPv4 address is
+    // looked up when it is needed first, because connecting over IPv4 fails.
+    //
+    // With `connecttimeout` or `retries`, resolving and connecting end after that time, or after
+    // `readtimeout`.
     explicit CAConnection(const char *peer);
     ~CAConnection();
     CAConnection(const CAConnection &) = delete;
     CAConnection &operator=(const CAConnection &) = delete;
 
+    // Tells the number of the current run. In a new run a name that could not be resolved is looked
+    // up again, and what is requested is given up when the run is (CArunNumber.h).
+    void beginRun(std::uint32_t run);
+
     // Requests `url` and feeds the response to `parser` until that has finished, the peer ends the
-    // stream, reading fails, or no data comes for `readtimeout` seconds. 0 when the request was
-    // sent, whatever came back; -1 when it could not be sent. failure() has the reason; most
-    // failures are traced. With `http11`, a request that the peer leaves unanswered by closing a
-    // kept connection is sent once more on a new one.
+    // stream, reading fails, no data comes for `readtimeout` seconds, or the response is beyond
+    // `answertimeout` or `maxanswer`. 0 when the request was sent, whatever came back; -1 when it
+    // could not be sent. failure() has the reason; most failures are traced. With `http11`, a
+    // request that the peer leaves unanswered by closing a kept connection is sent once more on a
+    // new one.
     int requestURL(const CAURL *url, CAParser *parser);
+
+    // Tries whether the peer can be reached, after looking up its name again: true when it accepts
+    // a connection, which is kept for the next request.
+    [[nodiscard]] bool probe();
+
+    // True when the last request failed because the peer could not be reached.
+    [[nodiscard]] bool isUnreachable() const
+    {
+        return failure_ == CAFailure::Connect || failure_ == CAFailure::Address;
+    }
+    // True when the last exchange broke on a connection that had carried others before.
+    [[nodiscard]] bool brokeWhenKept() const
+    {
+        return wasKept_ && (failure_ == CAFailure::Closed || failure_ == CAFailure::Reset);
+    }
 
     // Why the last request brought no complete response; None when the parser finished. The end of
     // the stream is reported as Closed even if it ends the body: only the parser knows that.
@@ -78,14 +101,22 @@ private:
     static constexpr std::size_t kV4 = 0;
     static constexpr std::size_t kV6 = 1;
 
-    void resolve(std::size_t family);
+    void lookUpAgain();
+    void lookUp(std::size_t family);
+    [[nodiscard]] sockaddr_storage lookUpInTime(sa_family_t family);
+    void learnAddress();
     [[nodiscard]] bool hasOther();
     [[nodiscard]] bool openSocket(std::size_t address);
     [[nodiscard]] bool connectTo(std::size_t address);
+    [[nodiscard]] bool connectWithin(std::int64_t milliseconds, const sockaddr *target,
+                                     socklen_t length);
     [[nodiscard]] bool connectToOther();
     void nameFor(const CAURL *url);
     [[nodiscard]] int secure();
     int exchange(std::int32_t length, CAParser *parser);
+    [[nodiscard]] int patienceFor(const CAParser &parser, std::int64_t start) const;
+    [[nodiscard]] std::int32_t receive(int patience);
+    [[nodiscard]] bool isBeyondLimits(std::int64_t start);
     void closeSocket(int line);
     [[nodiscard]] bool readFailed(std::int32_t count);
     void handOver(std::int32_t count, CAParser *parser, std::int32_t *finished,
@@ -96,14 +127,15 @@ private:
     HTSocket *socket_ = nullptr;  // null: closed
     // The peer's IPv4 and IPv6 address; the family is AF_UNSPEC while there is none.
     std::array<sockaddr_storage, 2> addresses_{};
-    std::size_t first_ = 0;    // the one that is tried first: it worked the last time
-    bool asksForV6_ = false;   // the IPv6 address has still to be looked up
-    bool reused_ = false;      // the open connection has carried a request already
-    bool surplus_ = false;     // bytes followed the end of the last response
-    bool keptInVain_ = false;  // the peer closed a kept connection instead of answering
+    std::size_t first_ = 0;       // the one that is tried first: it worked the last time
+    std::array<bool, 2> asks_{};  // the address has still to be looked up
+    bool reused_ = false;         // the open connection has carried a request already
+    bool wasKept_ = false;        // it had when the last request was sent
+    bool surplus_ = false;        // bytes followed the end of the last response
     CAFailure failure_ = CAFailure::None;
     std::string_view reason_;
     std::int64_t received_ = 0;
+    std::uint32_t run_ = 0;
     std::string tlsName_;                       // the name that the peer's certificate must carry
     char *const peerName_;                      // owned
     std::time_t lastUsed_ = 0;                  // when the last request began; 0: never

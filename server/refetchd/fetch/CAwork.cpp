@@ -9,6 +9,7 @@
 #include "base/CAtrace.h"
 #include "config/CAcfg.h"
 #include "fetch/CAnet.h"
+#include "fetch/CAproxyGate.h"
 #include "parse/CAparseHTTP11.h"
 #include "report/CAresults.h"
 #include "url/CAURL.h"
@@ -16,7 +17,6 @@
 #include "url/CArest.h"
 
 CAWorkerThread **workerThreads = nullptr;
-std::atomic<std::uint32_t> currentRun = 0;
 
 PMutex *const CAWorkerThread::mutex = new PMutex;
 std::int32_t CAWorkerThread::countPerSecond = 0;
@@ -145,11 +145,31 @@ bool waitForBudget(const Client &client, std::uint32_t run)
 // shallower ones in work.
 constexpr std::uint32_t kShallowerMilliseconds = 50;
 
+// Measures an exchange for the results, if anybody wants to know.
+class Stopwatch {
+public:
+    explicit Stopwatch(CAExchange *result) : result_(result) { start(); }
+    // Starts, anew if it runs already.
+    void start()
+    {
+        if (results.observes()) {
+            result_->started = CANowMilliseconds();
+            since_ = HTUptimeMillis();
+        }
+    }
+    void stop() { result_->milliseconds = HTUptimeMillis() - since_; }
+
+private:
+    CAExchange *const result_;
+    std::int64_t since_ = 0;
+};
+
 // What happens to a URL after an exchange.
 enum class Next : std::uint8_t {
     Done,
     Variant,  // request its next variant
     Retry,    // the exchange broke off before a response: try again
+    Resend,   // a kept connection was reset: try again, which does not count
     Rest,     // the host asked for a pause: request the URL once more after it
     Parked,   // the URL waits already, because another one's host asked for a pause
 };
@@ -242,8 +262,12 @@ private:
 // Decides whether another exchange is to follow in this run; makes the URL's host rest if the
 // response asks for that.
 Next nextOf(const Client &client, const CAURL &url, const CAExchange &result,
-            const CAParseHTTP &parser)
+            const CAParseHTTP &parser, const CAConnection &connection)
 {
+    const bool isReset = result.failure == CAFailure::Reset && connection.brokeWhenKept();
+    if (isReset && ac.retries > 0 && !url.isResent() && client.keepsGoing()) {
+        return Next::Resend;
+    }
     if (CAIsWorthRetrying(result) && url.retries() < ac.retries && client.keepsGoing()) {
         return Next::Retry;
     }
@@ -282,6 +306,53 @@ void requestElsewhere(const Client &client, CAConnection *connection, CAURL *url
     connection->requestURL(url, parser->get());
 }
 
+// While the worker threads wait for the proxy, each looks this often whether it can be reached.
+constexpr std::int64_t kGateMilliseconds = 100;
+
+// Sleeps while the gate is closed and the run goes on, for at most so many milliseconds.
+void waitAtGate(const Client &client, std::uint32_t run, std::int64_t milliseconds)
+{
+    const std::int64_t end = HTUptimeMillis() + milliseconds;
+    std::int64_t left = milliseconds;
+    while (left > 0 && !proxyGate.isOpen() && currentRun == run && client.keepsGoing()) {
+        HTSleep(static_cast<std::uint32_t>(std::min(left, kGateMilliseconds)));
+        left = end - HTUptimeMillis();
+    }
+}
+
+// Waits until the proxy, which could not be reached, can be. One worker thread at a time tries to
+// connect. False when the run ends first.
+bool waitForProxy(const Client &client, CAConnection *connection, std::uint32_t run)
+{
+    proxyGate.close();
+    while (!proxyGate.isOpen() && currentRun == run && client.keepsGoing()) {
+        if (!proxyGate.beginProbe()) {
+            waitAtGate(client, run, kGateMilliseconds);
+            continue;
+        }
+        waitAtGate(client, run, proxyGate.nextPauseMillis());
+        if (currentRun == run && client.keepsGoing() && connection->probe()) {
+            proxyGate.open();
+        }
+        proxyGate.endProbe();
+    }
+    return proxyGate.isOpen() && currentRun == run && client.keepsGoing();
+}
+
+// Requests the URL. With `retries`, a proxy that cannot be reached is waited for; nothing was sent
+// then, so the parser is still unused, and the time does not count for the URL.
+void request(const Client &client, CAConnection *connection, CAURL *url, std::uint32_t run,
+             CAParseHTTP *parser, Stopwatch *stopwatch)
+{
+    stopwatch->start();
+    connection->requestURL(url, parser);
+    while (connection->isUnreachable() && ac.retries > 0 && !connectsPerUrl() &&
+           waitForProxy(client, connection, run)) {
+        stopwatch->start();
+        connection->requestURL(url, parser);
+    }
+}
+
 // Requests the URL's current variant once. The result is reported unless it is to be requested once
 // more.
 Next exchange(const Client &client, CAConnection *connection, CAURL *url, std::uint32_t run)
@@ -289,27 +360,24 @@ Next exchange(const Client &client, CAConnection *connection, CAURL *url, std::u
     auto parser = CANewResponseParser(url, client.context, optionsFor(*url));
     CATrace("Worker...... #%d working on URL \"%s\".\n", client.index + 1, url->stringitize());
     CAExchange result;
-    std::int64_t since = 0;
-    if (results.observes()) {
-        result.started = CANowMilliseconds();
-        since = HTUptimeMillis();
-    }
+    Stopwatch stopwatch(&result);
     if (!client.keepsGoing() || connection == nullptr) {
         tellStopped(*url);
         return Next::Done;
     }
-    connection->requestURL(url, parser.get());
+    request(client, connection, url, run, parser.get(), &stopwatch);
     requestElsewhere(client, connection, url, run, &parser);
-    if (parser->getHTTPRequestRC() == 200 && url->variant() == 0) {
-        client.worker->incrementSuccesses();
-    }
     result.status = parser->isHTTP() ? parser->getHTTPRequestRC() : 0;
     result.failure = failureOf(*parser, *connection);
     result.reason = connection->reason();
     if (connection->failure() == CAFailure::TimedOut && looksAtAnswers()) {
         connection->renew();  // a late response must not be taken for that of the next URL
     }
-    const Next next = currentRun == run ? nextOf(client, *url, result, *parser) : Next::Done;
+    const Next next =
+        currentRun == run ? nextOf(client, *url, result, *parser, *connection) : Next::Done;
+    if (parser->getHTTPRequestRC() == 200 && url->variant() == 0 && next != Next::Resend) {
+        client.worker->incrementSuccesses();
+    }
     if (next != Next::Done) {
         return next;
     }
@@ -318,7 +386,7 @@ Next exchange(const Client &client, CAConnection *connection, CAURL *url, std::u
     }
     if (results.observes()) {
         result.variant = variantOf(*url);
-        result.milliseconds = HTUptimeMillis() - since;
+        stopwatch.stop();
         result.bytes = connection->received();
         result.headers = parser->cacheHeaders();
         result.unsearched = parser->unsearched();
@@ -362,6 +430,7 @@ Next exchangeAll(const Client &client, CAConnection *connection, const InFlight 
 }
 
 void retry(const Client &client, CAConnection *connection, CAURL *url, std::uint32_t run);
+void resend(const Client &client, CAConnection *connection, CAURL *url, std::uint32_t run);
 
 // Fetches one URL, which is then deleted, or queued or parked for another exchange.
 void fetch(const Client &client, CAURL *url, std::uint32_t run)
@@ -373,12 +442,14 @@ void fetch(const Client &client, CAURL *url, std::uint32_t run)
         const InFlight inFlight(client.index, *url);
         if (connectsPerUrl()) {  // resolves the host, which may block: the URL is in flight by now
             ownConnection = std::make_unique<CAConnection>(std::string(url->host()).c_str());
+            ownConnection->beginRun(run);
             connection = ownConnection.get();
         }
         next = exchangeAll(client, connection, inFlight, url, run);
     }
     switch (next) {
     case Next::Retry: return retry(client, connection, url, run);
+    case Next::Resend: return resend(client, connection, url, run);
     case Next::Rest:
         url->setRepeated();
         if (!restingHosts.park(url, HTUptime())) {
@@ -391,6 +462,16 @@ void fetch(const Client &client, CAURL *url, std::uint32_t run)
     }
 }
 
+// Fetches a URL at once on a new connection, unless the run is over.
+void fetchAgain(const Client &client, CAURL *url, std::uint32_t run)
+{
+    if (waitForBudget(client, run)) {
+        return fetch(client, url, run);
+    }
+    tellAllStopped(url);
+    delete url;
+}
+
 // Retries a URL: the first time at once on a new connection, unless the run is over, and later
 // behind the other URLs in the queue.
 void retry(const Client &client, CAConnection *connection, CAURL *url, std::uint32_t run)
@@ -399,15 +480,21 @@ void retry(const Client &client, CAConnection *connection, CAURL *url, std::uint
     CATrace("Worker...... will try URL \"%s\" again (%d of %d).\n", url->stringitize(),
             url->retries(), ac.retries);
     connection->renew();
-    const bool atOnce = url->retries() == 1;
-    if (atOnce && !waitForBudget(client, run)) {
-        tellAllStopped(url);
-        delete url;
-    } else if (atOnce) {
-        fetch(client, url, run);
+    if (url->retries() == 1) {
+        fetchAgain(client, url, run);
     } else {
         urlQueue->requeue(url);
     }
+}
+
+// Requests a URL again after its kept connection was reset; this does not count as a retry.
+void resend(const Client &client, CAConnection *connection, CAURL *url, std::uint32_t run)
+{
+    url->setResent();
+    CATrace("Worker...... the kept connection was reset, requesting URL \"%s\" once more.\n",
+            url->stringitize());
+    connection->renew();
+    fetchAgain(client, url, run);
 }
 
 // Takes the next URL, if there still is one, and fetches it. The worker is marked busy before it
@@ -416,6 +503,9 @@ void workOnNext(const Client &client)
 {
     client.worker->makeBusy();
     const std::uint32_t run = currentRun;
+    if (client.connection != nullptr) {
+        client.connection->beginRun(run);
+    }
     auto *const url = static_cast<CAURL *>(urlQueue->dequeue());
     const std::int32_t depth = url != nullptr ? url->depth() : 0;
     const bool blocked = url == nullptr && urlQueue->isOrderedByDepth();

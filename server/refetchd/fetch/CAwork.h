@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cstdint>
 
+#include "fetch/CArunNumber.h"
 #include "htthread.h"
 
 // The record of one worker thread. The main thread makes and starts it, the master thread stops and
@@ -86,9 +87,6 @@ private:
 // ac.numClients worker records; null until the worker threads are started. The master thread sets
 // the entry of each worker that it deletes to null.
 extern CAWorkerThread **workerThreads;
-
-// Changes at the end of each run, so that a URL dequeued in one run is not retried in the next.
-extern std::atomic<std::uint32_t> currentRun;
 
 // Interval of all polling, except for a shorter one with `breadthfirst` (CAwork.cpp).
 inline constexpr std::uint32_t kPollMilliseconds = 1000;

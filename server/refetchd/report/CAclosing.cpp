@@ -95,6 +95,10 @@ std::string causeOf(const Reason &reason, const CAAdviceContext &context)
         return "connections break (was the proxy restarted, or is it overloaded?)";
     case CAFailure::BadResponse:
         return context.proxy + " does not answer with HTTP (is updateproxy the proxy's HTTP port?)";
+    case CAFailure::TooLong: return "the answers are longer than maxanswer allows";
+    case CAFailure::TooSlow:
+        return "the answers take longer than answertimeout allows: the sites or the proxy are too "
+               "slow, or it is too short";
     case CAFailure::Stopped: return "the run was over first: look at maxruntime";
     case CAFailure::Request: return "no request can be made of the URLs: look at the loadurl lines";
     case CAFailure::None: break;
@@ -186,15 +190,26 @@ std::string CAUnsearchedText(std::int32_t pages, const std::string &reason)
            " not searched for links: " + reason + ".";
 }
 
-int CAExitStatus(const CATally &tally, std::int32_t percent)
+std::string CAAwayText(const CAClosing &closing, const std::string &proxy)
+{
+    if (closing.proxyWait < 1) {
+        return "";
+    }
+    const std::string seconds = std::to_string((closing.proxyWait + 999) / 1000);
+    return "the proxy " + proxy + " could not be reached for " + seconds + " s" +
+           (closing.isProxyAway ? " up to the end of the run." : " and was waited for.");
+}
+
+int CAExitStatus(const CATally &tally, const CAClosing &closing, std::int32_t percent)
 {
     constexpr int kFailed = 3;
     constexpr int kNotRefreshed = 4;
     const std::int64_t all = requestsOf(tally);
+    const std::int64_t lost = closing.isProxyAway ? closing.queueLeft : 0;
     if (percent < 0) {
         return 0;
     }
-    if (isMoreThan(countOf(tally, CAVerdict::Failed), all, percent)) {
+    if (isMoreThan(countOf(tally, CAVerdict::Failed) + lost, all + lost, percent)) {
         return kFailed;
     }
     const std::int64_t old =

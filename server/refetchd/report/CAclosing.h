@@ -12,7 +12,9 @@ struct CAClosing {
     std::int32_t runs = 1;  // in all; below 1: the agent runs for ever
     std::int32_t seconds = 0;
     std::int32_t queueLeft = 0;
-    bool stopped = false;  // by a signal
+    bool stopped = false;        // by a signal
+    std::int64_t proxyWait = 0;  // milliseconds for which the proxy could not be reached
+    bool isProxyAway = false;    // it still could not when the run ended
 };
 
 // "run 1 of 1 in 312 s: 534 requested: 401 refreshed, ...; 0 left in the queue". Without a line
@@ -31,10 +33,15 @@ struct CAAdviceContext {
 // empty when none of it is the case.
 [[nodiscard]] std::string CAAdvice(const CATally &tally, const CAAdviceContext &context);
 
+// "the proxy HOST:PORT could not be reached for 12 s and was waited for.", or "... up to the end of
+// the run."; empty when it was always there.
+[[nodiscard]] std::string CAAwayText(const CAClosing &closing, const std::string &proxy);
+
 // "77 pages were not searched for links: REASON."
 [[nodiscard]] std::string CAUnsearchedText(std::int32_t pages, const std::string &reason);
 
 // The exit status after a run: 3 when more than `percent` percent of its requests failed; 4 when
 // more than so many were served from the cache or are unknown; otherwise 0, also when `percent` is
-// below 0.
-[[nodiscard]] int CAExitStatus(const CATally &tally, std::int32_t percent);
+// below 0. URLs that are left because the proxy is away count as requests that failed.
+[[nodiscard]] int CAExitStatus(const CATally &tally, const CAClosing &closing,
+                               std::int32_t percent);

@@ -70,6 +70,9 @@ void put(FILE *file, const CATally &tally, const CARunEnd &end)
              end.started);
     putGauge(file, "run_duration_seconds", "Duration of the last run.", end.seconds);
     putGauge(file, "run_stopped", "1 when a signal ended the last run.", end.stopped ? 1 : 0);
+    putHead(file, "run_proxy_wait_seconds",
+            "Time of the last run in which the proxy could not be reached and was waited for.");
+    std::fprintf(file, "refetchd_run_proxy_wait_seconds %.1f\n", end.proxyWait);
     putHead(file, "urls", "URLs of the last run by where they came from and what became of them.");
     for (std::size_t source = 0; source < CATally::kSources; ++source) {
         for (std::size_t verdict = 0; verdict < kVerdicts; ++verdict) {

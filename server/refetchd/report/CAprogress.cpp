@@ -21,8 +21,13 @@ void CAFormatProgress(char *buffer, std::size_t size, const CAProgress &progress
         std::snprintf(left.data(), left.size(), "%d s left",
                       std::max(0, progress.maxRuntime - progress.elapsed));
     }
+    std::array<char, 48> away{};
+    if (progress.proxyAway >= 0) {
+        std::snprintf(away.data(), away.size(), ", proxy away for %d s", progress.proxyAway);
+    }
     std::snprintf(buffer, size,
-                  "Progress.... %d done, %d succeeded, %d queued, %d busy, %.1f URLs/s, %s\n",
+                  "Progress.... %d done, %d succeeded, %d queued, %d busy, %.1f URLs/s, %s%s\n",
                   progress.done, progress.succeeded, progress.queued, progress.busy,
-                  static_cast<double>(progress.done) / std::max(1, progress.elapsed), left.data());
+                  static_cast<double>(progress.done) / std::max(1, progress.elapsed), left.data(),
+                  away.data());
 }

@@ -12,6 +12,7 @@ struct CAProgress {
     std::int32_t busy = 0;        // worker threads that hold a URL
     std::int32_t elapsed = 0;     // seconds
     std::int32_t maxRuntime = 0;  // seconds; below 1: no limit
+    std::int32_t proxyAway = -1;  // seconds for which the proxy is waited for; below 0: it is there
 };
 
 // Writes the line, with a line feed and a NUL, into `buffer` of `size` bytes; cut off when that is

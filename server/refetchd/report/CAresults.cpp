@@ -418,6 +418,7 @@ void CAResults::endRun(std::time_t started, const CAClosing &closing, bool isLas
                        {.started = started,
                         .seconds = closing.seconds,
                         .queueLeft = closing.queueLeft,
-                        .stopped = closing.stopped});
+                        .stopped = closing.stopped,
+                        .proxyWait = static_cast<double>(closing.proxyWait) / 1000});
     }
 }

@@ -493,6 +493,8 @@ bool CAIsWorthRetrying(const CAExchange &exchange)
     case CAFailure::Handshake:
     case CAFailure::Request:
     case CAFailure::BadResponse:
+    case CAFailure::TooLong:
+    case CAFailure::TooSlow:
     case CAFailure::Stopped: return false;
     }
     return false;

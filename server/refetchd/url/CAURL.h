@@ -45,6 +45,8 @@ public:
     void setRepeated() { repeated_ = true; }
     // Marks a URL whose server has refused the connection (status 421).
     void setMisdirected() { misdirected_ = true; }
+    // Marks a URL that is requested once more because a kept connection was reset.
+    void setResent() { resent_ = true; }
     // Goes on to the next variant, which has had no retries yet.
     void advanceVariant()
     {
@@ -52,6 +54,7 @@ public:
         retries_ = 0;
         repeated_ = false;
         misdirected_ = false;
+        resent_ = false;
     }
 
     // The scheme without ":"; the host, with its port unless that is the default of http or gopher
@@ -67,6 +70,7 @@ public:
     [[nodiscard]] std::int32_t retries() const { return retries_; }
     [[nodiscard]] bool isRepeated() const { return repeated_; }
     [[nodiscard]] bool isMisdirected() const { return misdirected_; }
+    [[nodiscard]] bool isResent() const { return resent_; }
     // The variant that is requested next, as an index of CAConfig::variants.
     [[nodiscard]] std::size_t variant() const { return variant_; }
 
@@ -96,6 +100,7 @@ private:
     _source source_ = SOURCE_CONFIG;
     bool repeated_ = false;
     bool misdirected_ = false;
+    bool resent_ = false;
     std::uint8_t retries_ = 0;  // at most 100, as `retries`
     std::uint8_t variant_ = 0;
 };
