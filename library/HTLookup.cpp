@@ -35,7 +35,7 @@ sockaddr_storage HTLookUp(const char *name, sa_family_t family, in_port_t port)
 namespace {
 
 // Threads in the resolver.
-constinit std::atomic<std::int32_t> working{0};
+constinit std::atomic<std::int32_t> threadsAtWork{0};
 
 bool isAddress(std::string_view name)
 {
@@ -48,7 +48,7 @@ void *work(void *arg)
     const std::unique_ptr<std::shared_ptr<HTLookupJob>> job(
         static_cast<std::shared_ptr<HTLookupJob> *>(arg));
     (*job)->result = HTLookUp((*job)->name.c_str(), (*job)->family, (*job)->port);
-    --working;
+    --threadsAtWork;
     (*job)->isOver = true;
     return nullptr;
 }
@@ -56,14 +56,14 @@ void *work(void *arg)
 // Starts a thread for the job, which then shares it. False when that is not possible.
 bool start(const std::shared_ptr<HTLookupJob> &job)
 {
-    if (++working > HTLookup::kMost) {
-        --working;
+    if (++threadsAtWork > HTLookup::kMost) {
+        --threadsAtWork;
         return false;
     }
     auto share = std::make_unique<std::shared_ptr<HTLookupJob>>(job);
     const HTThreadHandle thread = lmc_StartThread(work, share.get());
     if (thread == 0) {
-        --working;
+        --threadsAtWork;
         return false;
     }
     static_cast<void>(share.release());  // the thread deletes it
@@ -88,6 +88,11 @@ HTLookup::HTLookup(const char *name, sa_family_t family, in_port_t port)
 }
 
 HTLookup::~HTLookup() = default;
+
+std::int32_t HTLookup::working()
+{
+    return threadsAtWork;
+}
 
 bool HTLookup::wait(std::int32_t milliseconds)
 {

@@ -36,6 +36,8 @@ public:
 
     // Most threads of the process in the resolver at a time.
     static constexpr std::int32_t kMost = 100;
+    // How many there are now.
+    [[nodiscard]] static std::int32_t working();
 
 private:
     std::shared_ptr<HTLookupJob> job_;

@@ -413,6 +413,9 @@ void endRun(const char *message)
     runs.isOver = true;
     runs.isCutShort = runs.isEnding;
     ++currentRun;
+    if (ac.repeatCount != 1) {
+        CAGiveUpAnswers();
+    }
     const int seconds = secondsElapsed();
     results.flush();
     CASummary();

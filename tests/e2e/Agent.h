@@ -119,3 +119,12 @@ inline std::string seeds(int count)
     }
     return lines;
 }
+
+// Answers requests with these replies in turn, and all later ones with a plain one.
+inline ScriptedPeer::Handler inTurn(const std::vector<Reply> &replies)
+{
+    return [&replies](const ScriptedPeer &self, const ScriptedPeer::Request &) {
+        const std::size_t number = self.requests().size() - 1;
+        return number < replies.size() ? replies[number] : Reply::ok();
+    };
+}

@@ -133,14 +133,6 @@ const OptInRow kRows[] = {
 };
 INSTANTIATE_TEST_SUITE_P(OptIn, OptIn, testing::ValuesIn(kRows), rowName);
 
-ScriptedPeer::Handler inTurn(const std::vector<Reply> &replies)
-{
-    return [&replies](const ScriptedPeer &self, const ScriptedPeer::Request &) {
-        const std::size_t number = self.requests().size() - 1;
-        return number < replies.size() ? replies[number] : Reply::ok();
-    };
-}
-
 struct ConnectionRow : Row {
     std::vector<Reply> replies;  // to "/" and then to the other URLs; then a short one
     int connections;             // that four URLs take

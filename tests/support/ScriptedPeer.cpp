@@ -21,17 +21,19 @@ Reply Reply::head(const std::string &status)
     return {{{"HTTP/1.0 " + status + "\r\nContent-Length: 0\r\n\r\n"}}};
 }
 
-ScriptedPeer::ScriptedPeer(Handler handler)
+ScriptedPeer::ScriptedPeer(Handler handler, std::uint16_t port)
     : handler_(std::move(handler)), listener_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
 {
-    sockaddr_in address{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
+    sockaddr_in address{AF_INET, htons(port), {htonl(INADDR_LOOPBACK)}, {}};
     socklen_t length = sizeof address;
     auto *const generic = reinterpret_cast<sockaddr *>(&address);
+    const int on = 1;
+    // Connections of a peer before at this port may linger.
+    setsockopt(listener_, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
     if (bind(listener_, generic, length) != 0 || listen(listener_, handler_ ? 256 : 0) != 0 ||
         getsockname(listener_, generic, &length) != 0) {
         throw std::runtime_error("no loopback port to listen on");
     }
-    const int on = 1;
     setsockopt(listener_, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);  // what it accepts inherits it
     port_ = ntohs(address.sin_port);
     acceptor_ = std::thread([this] { acceptAll(); });

@@ -53,8 +53,9 @@ public:
     // Called on the connection's thread, after the request was recorded; it may wait (bounded).
     using Handler = std::function<Reply(const ScriptedPeer &, const Request &)>;
 
-    // Without a handler no connection is accepted, and the backlog holds only one.
-    explicit ScriptedPeer(Handler handler);
+    // Without a handler no connection is accepted, and the backlog holds only one. Without a port
+    // it takes a free one.
+    explicit ScriptedPeer(Handler handler, std::uint16_t port = 0);
     // Replies by request target: several are sent in turn and the last is repeated; every other
     // target gets Reply::ok().
     explicit ScriptedPeer(const std::multimap<std::string, Reply> &table = {});

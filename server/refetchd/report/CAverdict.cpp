@@ -459,8 +459,13 @@ std::string reasonOf(const CAExchange &exchange)
         text += exchange.reason.empty() ? "" : ": ";
         return text += exchange.reason;
     }
-    return exchange.failure == CAFailure::TimedOut ? "timed out within the answer"
-                                                   : "connection broke within the answer";
+    switch (exchange.failure) {
+    case CAFailure::TooLong:
+    case CAFailure::TooSlow:
+    case CAFailure::Stopped: return std::string(CAFailureText(exchange.failure));
+    case CAFailure::TimedOut: return "timed out within the answer";
+    default: return "connection broke within the answer";
+    }
 }
 
 constexpr std::int64_t kDefaultRest = 10;  // seconds, when the host does not say
