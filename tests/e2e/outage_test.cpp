@@ -82,6 +82,20 @@ TEST(Outages, ProxyThatStaysAwayLooksLikeSuccess)
     EXPECT_THAT(agent.process->err(), testing::HasSubstr(" s up to the end of the run.\n"));
 }
 
+TEST(Outages, ProxyThatIsBackInTheNextRunIsTakenForAway)
+{
+    std::optional<ScriptedPeer> peer(std::in_place);
+    const std::uint16_t port = peer->port();
+    Agent agent(port, kOutcomes + "numclients 1; maxruntime 1; retries 1; " + seeds(3));
+    peer.reset();
+    agent.start("-rp 2");
+    ASSERT_TRUE(agent.process->waitForError("TIME's UP", kRunDeadline));
+    const ScriptedPeer again(inTurn({}), port);
+    agent.finish();
+    EXPECT_EQ(agent.traced("the proxy can be reached again"), 1) << agent.process->err();
+    EXPECT_EQ(again.asked(), "/0 /1 /2");
+}
+
 struct NameRow : Row {
     std::string directives;
     std::string options;

@@ -58,6 +58,8 @@ public:
     {
         return failure_ == CAFailure::Connect || failure_ == CAFailure::Address;
     }
+    // True when the last request had a new connection.
+    [[nodiscard]] bool hasReached() const { return !wasKept_ && !isUnreachable(); }
     // True when the last exchange broke on a connection that had carried others before.
     [[nodiscard]] bool brokeWhenKept() const
     {

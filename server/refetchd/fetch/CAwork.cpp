@@ -351,6 +351,9 @@ void request(const Client &client, CAConnection *connection, CAURL *url, std::ui
         stopwatch->start();
         connection->requestURL(url, parser);
     }
+    if (connection->hasReached() && !proxyGate.isOpen()) {
+        proxyGate.open();  // it was closed at the end of the run before
+    }
 }
 
 // Requests the URL's current variant once. The result is reported unless it is to be requested once
