@@ -475,7 +475,7 @@ ssize_t HTSocket_read(HTSocket *socket, void *buffer, std::size_t length, HTThre
     const ErrnoKeeper kept;
     if (count == -1) {
         count = failed(socket);
-        if (kept.value() == EAGAIN) {
+        if (kept.value() == EAGAIN || (socket->secure && kept.value() == EINPROGRESS)) {
             count = 0;
             if (HTTrace_on(kTraceSocket)) {
                 tfprintf(nullptr,
@@ -499,9 +499,10 @@ ssize_t HTSocket_receive(HTSocket *socket, void *buffer, std::size_t length, int
     const int before = errno;
     const ssize_t count = socket->secure ? HTTLS_read(socket->tls, buffer, length, timeoutMs)
                                          : receiveInTime(socket, buffer, length, timeoutMs);
-    if (count == -1 && errno == EAGAIN) {
+    if (count == -1 && (errno == EAGAIN || (socket->secure && errno == EINPROGRESS))) {
+        const ssize_t result = errno == EAGAIN ? kHTTimedOut : kHTPartial;
         errno = before;
-        return kHTTimedOut;
+        return result;
     }
     if (count == -1) {
         failed(socket);

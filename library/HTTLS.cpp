@@ -36,9 +36,10 @@ SSL_CTX *settings = nullptr;
 // A time at which a wait ends.
 class Deadline {
 public:
-    explicit Deadline(int timeoutMs) : timeoutMs_(std::max(timeoutMs, 0)) { restart(); }
-
-    void restart() { end_ = Clock::now() + std::chrono::milliseconds(timeoutMs_); }
+    explicit Deadline(int timeoutMs)
+        : end_(Clock::now() + std::chrono::milliseconds(std::max(timeoutMs, 0)))
+    {
+    }
 
     // Waits until poll() reports one of `events`. False at the deadline, or when poll() fails, with
     // errno set.
@@ -59,8 +60,7 @@ public:
 private:
     using Clock = std::chrono::steady_clock;
 
-    const int timeoutMs_;
-    Clock::time_point end_;
+    const Clock::time_point end_;
 };
 
 // What a call of the library ended with.
@@ -98,13 +98,13 @@ Outcome attempt(HTTLSSession *session, const Call &call)
 }
 
 // Repeats a call until it needs no more bytes, or until the deadline, which is a failure with
-// ETIMEDOUT. If `restarts`, bytes that come put the deadline off.
+// ETIMEDOUT. Sets `*hasPart` when bytes have come that are not a whole record yet.
 template <typename Call>
-Outcome untilDone(HTTLSSession *session, int timeoutMs, bool restarts, const Call &call)
+Outcome untilDone(HTTLSSession *session, int timeoutMs, bool *hasPart, const Call &call)
 {
     BIO *const input = SSL_get_rbio(session->ssl);
     const int fd = SSL_get_fd(session->ssl);
-    Deadline deadline(timeoutMs);
+    const Deadline deadline(timeoutMs);
     for (;;) {
         const std::uint64_t before = BIO_number_read(input);
         const Outcome outcome = attempt(session, call);
@@ -112,9 +112,8 @@ Outcome untilDone(HTTLSSession *session, int timeoutMs, bool restarts, const Cal
             return outcome;
         }
         // Messages of TLS itself, which leave nothing behind, do not count.
-        if (restarts && BIO_number_read(input) != before && SSL_has_pending(session->ssl) != 0) {
-            deadline.restart();
-        }
+        *hasPart =
+            *hasPart || (BIO_number_read(input) != before && SSL_has_pending(session->ssl) != 0);
         if (!deadline.wait(fd, outcome == Outcome::WantRead ? POLLIN : POLLOUT)) {
             return Outcome::Failed;
         }
@@ -268,7 +267,8 @@ HTTLSSession *HTTLS_connect(int fd, const char *host, int timeoutMs, HTTLSFailur
     errno = EPROTO;
     Outcome outcome = Outcome::Failed;
     if (setPeer(ssl, plainName(host)) && SSL_set_fd(ssl, fd) == 1) {
-        outcome = untilDone(session, timeoutMs, false, SSL_connect);
+        bool hasPart = false;
+        outcome = untilDone(session, timeoutMs, &hasPart, SSL_connect);
     }
     if (outcome == Outcome::Done) {
         errno = before;
@@ -291,11 +291,13 @@ ssize_t HTTLS_read(HTTLSSession *session, void *buffer, std::size_t length, int 
 {
     const int before = errno;
     int count = 0;
-    const Outcome outcome = untilDone(session, timeoutMs, true, [&](SSL *ssl) {
+    bool hasPart = false;
+    const Outcome outcome = untilDone(session, timeoutMs, &hasPart, [&](SSL *ssl) {
         return count = SSL_read(ssl, buffer, lengthFor(length));
     });
     if (outcome == Outcome::Failed) {
-        errno = errno == ETIMEDOUT && !session->failed ? EAGAIN : errno;
+        const bool isLate = errno == ETIMEDOUT && !session->failed;
+        errno = !isLate ? errno : hasPart ? EINPROGRESS : EAGAIN;
         return -1;
     }
     errno = before;
@@ -306,7 +308,8 @@ ssize_t HTTLS_write(HTTLSSession *session, const void *buffer, std::size_t lengt
 {
     const int before = errno;
     int count = 0;
-    const Outcome outcome = untilDone(session, session->timeoutMs, false, [&](SSL *ssl) {
+    bool hasPart = false;
+    const Outcome outcome = untilDone(session, session->timeoutMs, &hasPart, [&](SSL *ssl) {
         return count = SSL_write(ssl, buffer, lengthFor(length));
     });
     if (outcome != Outcome::Done) {

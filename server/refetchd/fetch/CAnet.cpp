@@ -675,7 +675,7 @@ int CAConnection::readResponse(CAParser *parser)
         if (!hasEnded && isBeyondLimits(start)) {
             return 1;
         }
-        if (count <= 0) {
+        if (count <= 0 && count != kHTPartial) {
             if (readFailed(count)) {
                 return 1;
             }
