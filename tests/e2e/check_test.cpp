@@ -172,6 +172,9 @@ const CheckRow kMistakes[] = {
      "6: hostname: differs from the host in updateproxy, so only the first run reads the hits "
      "file: "
      "write hostname h"},
+    {"AnswersTooShort", kFine + "answertimeout 3; maxanswer 5M",
+     "4: maxanswer: \"5M\" is not a number; "
+     "3: answertimeout: is shorter than readtimeout, which then ends no answer"},
     {"ErrorsWithoutTrace", kFine + "errorlog @dir@/e",
      "3: errorlog: nothing is written there without catracelog: add a catracelog line"},
     {"Mark", "\xef\xbb\xbfupdateproxy h:1; loadurl h/a",
