@@ -93,6 +93,7 @@ const std::string kStuck = "progress 1; maxruntime 2; loadurl h/0; loadurl h/1; 
 const EndRow kEnds[] = {
     {"NothingToDo", "numclients -3", 0, kRanDry},
     {"NoWorkers", "numclients 0; maxruntime 2; loadurl h/1", 0, kTimeUp},
+    {"HundredReadsAreStuck", seeds(98) + kStuck + "100", 100, kTimeUp},
     {"EveryReadIsStuck", "loadurl h/0; loadurl h/0; " + kStuck + "3", 3, kTimeUp},
     {"ReadIsStuckInTwoRuns", kStuck + "1; refetchdrepeat 2", 1, kTimeUp, 2},
 };
