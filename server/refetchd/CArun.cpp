@@ -427,7 +427,8 @@ void tellResults(int seconds)
 }
 
 // Has the workers give up the answers of a run that has ended, so that all of them work for the
-// next one. What they give up is a result of the run that has ended.
+// next one. What they give up is a result of the run that has ended. To be called after the clean-up,
+// so that they find no URL of that run in the queue.
 void freeWorkers()
 {
     CAGiveUpAnswers();
@@ -444,9 +445,6 @@ void endRun(const char *message)
     runs.isOver = true;
     runs.isCutShort = runs.isEnding;
     ++currentRun;
-    if (ac.repeatCount != 1) {
-        CAGiveUpAnswers();
-    }
     const int seconds = secondsElapsed();
     results.flush();
     CASummary();
