@@ -155,6 +155,27 @@ void waitForPoll()
     }
 }
 
+bool isAnyWorker(std::int32_t (CAWorkerThread::*state)() const)
+{
+    for (std::int32_t i = 0; i < workerCount(); ++i) {
+        if ((workerThreads[i]->*state)() != 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// Waits until no worker is in this state any more, at most for a polling interval, and obeys the
+// signals that come meanwhile.
+void waitWhileAnyWorker(std::int32_t (CAWorkerThread::*state)() const)
+{
+    constexpr std::int64_t kStep = 50;
+    const std::int64_t end = HTUptimeMillis() + kPollMilliseconds;
+    while (isAnyWorker(state) && HTUptimeMillis() < end) {
+        obey(CANextSignal(kStep));
+    }
+}
+
 // Waits until `maxruntime` seconds have passed since the start of the run, before the next one may
 // start, or until a signal ends the process.
 void waitOutRunTime()
@@ -405,6 +426,17 @@ void tellResults(int seconds)
     judgeRun(closing);
 }
 
+// Has the workers give up the answers of a run that has ended, so that all of them work for the
+// next one. What they give up is a result of the run that has ended. To be called after the clean-up,
+// so that they find no URL of that run in the queue.
+void freeWorkers()
+{
+    CAGiveUpAnswers();
+    if (results.observes()) {
+        waitWhileAnyWorker(&CAWorkerThread::areYouBusy);
+    }
+}
+
 // Ends the run. The results are written after the clean-up, because the requests that workers
 // finish meanwhile count for this run.
 void endRun(const char *message)
@@ -413,13 +445,13 @@ void endRun(const char *message)
     runs.isOver = true;
     runs.isCutShort = runs.isEnding;
     ++currentRun;
-    if (ac.repeatCount != 1) {
-        CAGiveUpAnswers();
-    }
     const int seconds = secondsElapsed();
     results.flush();
     CASummary();
     CACleanup();
+    if (!runs.areWorkersStopped) {
+        freeWorkers();
+    }
     tellResults(seconds);
     obey(CANextSignal(0));
     runs.isOver = false;
@@ -453,14 +485,10 @@ void Run()
 
 namespace {
 
-// Deletes a worker that has left its loop; waits one second if it has not, unless a signal ended
-// the run. False when it still runs after that and its thread is left behind, or when it never had
-// a thread.
+// Deletes a worker that has left its loop. False when it still runs and its thread is left behind,
+// or when it never had a thread.
 bool deleteWorker(CAWorkerThread *worker)
 {
-    if (worker->areYouRunning() != 0 && !runs.isEnding) {
-        waitForPoll();
-    }
     if (worker->areYouRunning() != 0) {
         worker->abandon();
         return false;
@@ -470,7 +498,8 @@ bool deleteWorker(CAWorkerThread *worker)
     return true;
 }
 
-// Stops and deletes all workers. False when some of them still run.
+// Stops and deletes all workers. Those that do not leave by themselves give up their answers, and
+// all together get another second for that. False when some of them still run.
 bool stopWorkers()
 {
     const std::int32_t count = workerCount();
@@ -480,6 +509,8 @@ bool stopWorkers()
         workerThreads[i]->stop();
     }
     waitForPoll();
+    CAGiveUpAnswers();
+    waitWhileAnyWorker(&CAWorkerThread::areYouRunning);
     std::int32_t deleted = 0;
     for (std::int32_t i = 0; i < count; ++i) {
         CATrace("Deleting.... client thread #%d.\n", i + 1);

@@ -108,7 +108,11 @@ const CheckRow kMistakes[] = {
      "3: errorlog: \"x\" names no directory; 4: errorlog: x/cacheAgent-errors" + kAbsent},
     {"DeviceForMetrics", kFine + "metricsfile /dev/null",
      "3: metricsfile: /dev/null: not a regular file"},
-    {"NoClientsNorWait", kFine + "numclients 0; readtimeout -1",
+    {"NoClientsNorEnd", kFine + "numclients 0",
+     "3: numclients: below 1 there are no worker threads, and without maxruntime the agent does "
+     "not "
+     "start: the run would never end"},
+    {"NoClientsNorWait", kFine + "numclients 0; readtimeout -1; maxruntime 9",
      "3: numclients: below 1 there are no worker threads: nothing will be requested; "
      "4: readtimeout: below 1 second the agent does not wait for any answer"},
     {"QueryAboveItsLine", kFine + "loadurl h/?q; cachequeries on",

@@ -85,6 +85,9 @@ const std::string kErrors = "; errorlog @dir@/x; numclients 101";
 const std::string kBoth = kOne + "; catracelog trace" + kErrors;
 const char *const kTooMany =
     "NumClients too large.  Downgraded number of cache refresh clients to 100.\n";
+const char *const kNoClient =
+    "Cannot run cache agent because numclients is -1 and maxruntime is not set: the run would "
+    "never end.\n";
 const char *const kOpened = "Trace file.. opened.; CacheErrorLog... \"@dir@/cacheAgent-errors\" ";
 const std::string kFiles = kOne + "; catracelog x; delay 1; catracelog trace; port 1";
 const char *const kSecond = "Trace file.. opened.; Host port... 1.; ";
@@ -110,6 +113,9 @@ const TakenRow kTaken[] = {
     {"NoIncluded", "configfile y", "", "\"y\" could not be opened.\n", "-vv -r proxy.conf", 1},
     {"NoTls", "proxytls on; proxytlsca x", "", "refetchd: TLS cannot be used: x: No such file",
      "-r proxy.conf", 1},
+    {"NoClient", "numclients -1; loadurl h/a; catracelog trace; errorlog @dir@/x", "",
+     "refetchd: numclients is -1 and maxruntime is not set: the run would never end.\n",
+     "-r proxy.conf", 1, kNoClient},
     {"FilteredLinesCount", "loadtopcached 2; ignoreurl *.gif", "", "Ignoring bad line. . .\n"},
     {"CopiesLongLine", "loadtopcached 9; ignoreurl *.gif", "/a /" + std::string(1009, 'x'), "bad"},
     {"Queries", "loadtopcached 1; cachequeries public *h/q*", "/q?", "Number of Hits 9 for "},

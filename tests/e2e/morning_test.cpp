@@ -29,6 +29,7 @@ TEST_P(Closing, LinesOrStatusSayOtherwise)
         {{"http://h/new", Reply::head("200 OK\r\nX-Cache: MISS from p\r\nX-Cache-Lookup: MISS")},
          {"http://h/old", Reply::head("200 OK\r\nAge: 9999")},
          {"http://h/gone", {{}, Then::Close}},
+         {"http://h/stuck", {{}, Then::Stall}},
          {"http://h/400", Reply::head("400 No")},
          {"http://h/404", Reply::head("404 No")},
          {"http://h/407", Reply::head("407 No")},
@@ -55,6 +56,10 @@ const std::string kDenies =
     "/usr/share/doc/refetchd/docs/proxies.md; see refetchd(8), DIAGNOSTICS\n";
 const std::string kNothing =
     "refetchd: nothing was requested: look at the loadurl lines, the filters and the hits file\n";
+const std::string kRunWasOver =
+    "refetchd: run 1 of 2 in N s: 1 requested: 1 failed (1 run was over); 0 left in the queue\n"
+    "refetchd: most requests failed (1 of 1), most often with \"run was over\": the run was over "
+    "first: look at maxruntime; see refetchd(8), DIAGNOSTICS\n";
 const std::string kNoneWell = "refetchd: run 1 of 1 in N s: 2 requested: 1 stored, 1 failed ";
 const std::string kUnsearched = "delvedepth 1; resultslog @dir@/l; ";
 
@@ -96,6 +101,8 @@ const ClosingRow kClosings[] = {
      "refetchd: most requests failed (1 of 1), most often with \"status 403\": " +
          kDenies + "refetchd: run 2 of 2 in N s: 1 requested: 1 stored; 0 left in the queue\n",
      0, "-rp 2"},
+    {"GivenUpInItsRun", "maxruntime 1; readtimeout 60; resultslog @dir@/l; ask stuck",
+     kRunWasOver + std::regex_replace(kRunWasOver, std::regex("1 of 2"), "2 of 2"), 0, "-rp 2"},
     {"NotSearched", kUnsearched + "ask unframed; ask coded; ask unknown; ask new; ask new; ask new",
      "refetchd: 1 page was not searched for links: set \"http11 on\" (or, without HTTP/1.1, "
      "\"closedelimitedbodies on\"), because bodies without a length are thrown away.\n"

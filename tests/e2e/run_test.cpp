@@ -93,8 +93,9 @@ const std::string kStuck = "progress 1; maxruntime 2; loadurl h/0; loadurl h/1; 
 const EndRow kEnds[] = {
     {"NothingToDo", "numclients -3", 0, kRanDry},
     {"NoWorkers", "numclients 0; maxruntime 2; loadurl h/1", 0, kTimeUp},
+    {"HundredReadsAreStuck", seeds(98) + kStuck + "100", 100, kTimeUp},
     {"EveryReadIsStuck", "loadurl h/0; loadurl h/0; " + kStuck + "3", 3, kTimeUp},
-    {"ReadIsStuckInTwoRuns", kStuck + "1; refetchdrepeat 2", 1, kTimeUp, 2},
+    {"ReadIsStuckInTwoRuns", kStuck + "1; refetchdrepeat 2", 2, kTimeUp, 2},
 };
 INSTANTIATE_TEST_SUITE_P(Run, End, testing::ValuesIn(kEnds), rowName);
 
@@ -237,6 +238,67 @@ Worker...... thread 1 has nothing to do.
 Worker...... thread 0 exiting.
 )");
 }
+
+struct ClockRow : Row {
+    const char *jump;  // of the wall clock, at the first request
+    std::string directives;
+    std::vector<Reply> replies;  // to the requests in turn; then a plain one
+    const char *asked;
+    int lastMs = 0;  // the last request comes this long after the first, or later
+    int connections = 1;
+};
+
+class Clock : public testing::TestWithParam<ClockRow> {};
+
+TEST_P(Clock, JumpChangesADurationOrNoDate)
+{
+    const ClockRow &row = GetParam();
+    if (kSanitized) {
+        GTEST_SKIP() << "a sanitizer must be loaded before anything else";
+    }
+    const TempDir clock;
+    const ScriptedPeer peer([&](const ScriptedPeer &self, const ScriptedPeer::Request &) {
+        const std::size_t number = self.requests().size() - 1;
+        if (number == 0) {
+            std::filesystem::rename(clock.write("new", row.jump), clock.path("clock"));
+        }
+        return number < row.replies.size() ? row.replies[number] : Reply::ok();
+    });
+    clock.write("clock", "+0");
+    Agent agent(peer.port(), "numclients 1; progress 1; summaryline on; resultslog @dir@/log; " +
+                                 seeds(2) + row.directives);
+    agent.wrapper =
+        "LD_PRELOAD=/usr/$LIB/faketime/libfaketimeMT.so.1 FAKETIME_NO_CACHE=1 "
+        "FAKETIME_DONT_FAKE_MONOTONIC=1 FAKETIME_TIMESTAMP_FILE=" +
+        clock.path("clock");
+    agent.run();
+    EXPECT_EQ(peer.asked(), row.asked);
+    EXPECT_GE(peer.requests().back().arrival - peer.requests().front().arrival, Millis(row.lastMs));
+    EXPECT_EQ(peer.connections(), row.connections);
+    const std::string log = agent.dir.read("log");
+    const std::string jumped =
+        "\"ms\":(-|[0-9]{6})|\"seconds\":(-|[0-9]{3})|(in|,) (-[0-9]+|[0-9]{3,}) s";
+    EXPECT_THAT(log + agent.process->err(), testing::Not(testing::ContainsRegex(jumped)));
+    const std::string hour = log.substr(std::min(log.find('T'), log.size()), 3);
+    EXPECT_TRUE(std::regex_search(log, std::regex("T(?!" + hour.substr(1) + ")"))) << log;
+}
+
+const std::string kTwoRuns = "maxruntime 3; refetchdrepeat 2";
+const Reply kSlow = {{{Reply::ok().pieces.front().bytes, 1500}}};
+const Reply kBusyHost = Reply::head("503 Busy\r\nRetry-After: 3");
+const Reply kNever = {{}, Reply::Then::Stall};
+const char *const kForth = "+1h";
+const char *const kBack = "-1h";
+
+const ClockRow kClocks[] = {
+    {"RunEndsEarly", kForth, "maxruntime 60", {kSlow}, "/0 /1"},
+    {"RunNeverEnds", kBack, "maxruntime 2; readtimeout 60", {kSlow, kNever}, "/0 /1"},
+    {"NextRunIsEarly", kForth, kTwoRuns, {}, "/0 /1 /0 /1", 2000},
+    {"NextRunNeverComes", kBack, kTwoRuns, {}, "/0 /1 /0 /1", 2000},
+    {"RestIsCutShort", kForth, "retryafter on", {kBusyHost}, "/0 /0 /1", 2000, 2},
+    {"RestNeverEnds", kBack, "retryafter on", {kBusyHost}, "/0 /0 /1", 2000, 2},
+};
+INSTANTIATE_TEST_SUITE_P(Run, Clock, testing::ValuesIn(kClocks), rowName);
 
 // The first 5000 are a tree: each page links to eight of its own, its parent and the root.
 TEST(Scale, UrlIsLostOrAskedForTwice)

@@ -162,7 +162,7 @@ int CAConfig::load(CAQueue *queue, const char *name)
     if (proxyTls != 0 && !namesPort) {
         port = kTlsPort;
     }
-    if (determineProxy() == 0 || !prepareTls()) {
+    if (determineProxy() == 0 || !prepareTls() || !canEnd(*queue)) {
         return 0;
     }
     // Kept after the hits file was read, on purpose: with a proxy on another host the first run
@@ -204,6 +204,23 @@ bool CAConfig::prepareTls()
     CATrace("TLS......... cannot be used: %s.\n", fault.c_str());
     CAErrorLog(961, "Cannot run cache agent because TLS cannot be used: %s.\n", fault.c_str());
     tell("TLS cannot be used: " + fault + ".");
+    return false;
+}
+
+// False (reported) when the first run would never end: without workers its URLs stay in the queue,
+// and there is no time limit.
+bool CAConfig::canEnd(const CAQueue &queue) const
+{
+    if (numClients > 0 || maxRuntime > 0 || queue.empty() != 0) {
+        return true;
+    }
+    const std::string number = std::to_string(numClients);
+    CATrace("Clients..... %d, and no maxruntime: the run would never end.\n", numClients);
+    CAErrorLog(970,
+               "Cannot run cache agent because numclients is %s and maxruntime is not set: the run "
+               "would never end.\n",
+               number.c_str());
+    tell("numclients is " + number + " and maxruntime is not set: the run would never end.");
     return false;
 }
 

@@ -219,6 +219,7 @@ public:
 private:
     [[nodiscard]] int determineProxy();
     [[nodiscard]] bool prepareTls();
+    [[nodiscard]] bool canEnd(const CAQueue &queue) const;
     void checkProxyHost();
     void tell(const std::string &fault) const;
     void finishReport();

@@ -82,8 +82,14 @@ constexpr Rule kRules[] = {
      "no proxy is known"},
     {"updateproxy", [](const CACheck &) { return hasBareAddress(); },
      "an IPv6 address must be in brackets, such as [::1]:3128"},
-    {"numclients", [](const CACheck &) { return ac.numClients < 1; },
+    {"numclients",
+     [](const CACheck &c) { return ac.numClients < 1 && (ac.maxRuntime > 0 || c.seeds == 0); },
      "below 1 there are no worker threads: nothing will be requested"},
+    {"numclients",
+     [](const CACheck &c) { return ac.numClients < 1 && ac.maxRuntime == 0 && c.seeds > 0; },
+     "below 1 there are no worker threads, and without maxruntime the agent does not start: the "
+     "run "
+     "would never end"},
     {"readtimeout", [](const CACheck &) { return ac.readTimeout < 1; },
      "below 1 second the agent does not wait for any answer"},
     {"answertimeout",
