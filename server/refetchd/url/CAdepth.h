@@ -8,6 +8,8 @@
 #include <unordered_map>
 #include <utility>
 
+#include "HTSipHash.h"
+
 class CAURL;
 
 // Hands out URLs level by level, for `breadthfirst`: a URL follows only when no shallower one waits
@@ -48,7 +50,7 @@ private:
     Waiting waiting_;
     // Index by text; the text is the CAURL's own. Of a seed that is listed twice only the first is
     // in it, which does no harm: seeds have depth 0 and cannot sink.
-    std::unordered_map<std::string_view, Waiting::iterator> byText_;
+    std::unordered_map<std::string_view, Waiting::iterator, HTKeyedHasher> byText_;
     bool isHeld_ = false;
     std::map<std::int32_t, std::size_t> inWork_;  // number of URLs in work, by depth
 };
