@@ -376,6 +376,30 @@ TEST_P(BreadthFirst, LosesAPageOrAsksTwice)
 }
 INSTANTIATE_TEST_SUITE_P(OptIn, BreadthFirst, testing::Values(1, 3, 16));
 
+// The answer to one seed trickles beyond the end of the first run; the second run gets a short one.
+TEST(BreadthFirst, SlowSeedHoldsBackTheDeeperPagesOfBothRuns)
+{
+    std::string links;
+    for (const std::string &target : targets(50)) {
+        links += "<a href=\"" + target + "\">";
+    }
+    const std::string head = "HTTP/1.0 200 OK\r\nContent-Type: a/b\r\nContent-Length: 99\r\n\r\n";
+    const ScriptedPeer peer({{"http://h/", Reply::html(links)},
+                             {"http://h/slow", {{{head}, {".", 200}}, Reply::Then::Keep, 60}},
+                             {"http://h/slow", Reply::html()}});
+    Agent agent(peer.port(),
+                "breadthfirst on; breadthwait 1; delvedepth 1; numclients 4; readtimeout 60; "
+                "maxruntime 6; refetchdrepeat 2; summaryline on; loadurl h/slow; loadurl h/");
+    agent.run();
+    Words wanted = {"http://h/", "http://h/", "http://h/slow", "http://h/slow"};
+    for (const Words &deeper : {targets(50), targets(50)}) {
+        wanted.insert(wanted.end(), deeper.begin(), deeper.end());
+    }
+    EXPECT_THAT(peer.targets(), testing::UnorderedElementsAreArray(wanted));
+    EXPECT_EQ(agent.traced("Order....... depth 1 begins although 1 shallower"), 1);
+    EXPECT_EQ(agent.traced("refetchd: breadthfirst: 1 level did not wait"), 1);
+}
+
 TEST(Results, LogMetricsOrWarningSayOtherwise)
 {
     const ScriptedPeer peer(

@@ -168,6 +168,8 @@ constexpr std::array kDirectives = {
     flag<&C::retryAfter>("retryafter", "RetryAfter.. will ", "be respected.\n", A::Flag,
                          CASetRetryAfter),
     flag<&C::breadthFirst>("breadthfirst", "Order....... will ", "be by depth.\n"),
+    number<&C::breadthWait, 1>("breadthwait", "Order....... a level waits for answers for ",
+                               " s.\n", CASetBreadthWait),
     CADirective{"useragent", A::UserAgent, CASetUserAgent, shownUserAgent},
     CADirective{"configfile", A::ConfigFile, CASetConfigFile},
     CADirective{"requestheader", A::Header, CASetRequestHeader},

@@ -385,6 +385,17 @@ void CASetRetries(const CADirectiveCall &call)
     CATrace("Retries..... %d.\n", call.config.retries);
 }
 
+// 0 means that there is no limit, so a word must not count as 0.
+void CASetBreadthWait(const CADirectiveCall &call)
+{
+    const std::string_view text = call.argument();
+    if (!std::all_of(text.begin(), text.end(), HTIsDigit)) {
+        CATrace("LoadConfig.. invalid breadthwait: %s.\n", call.argument());
+        return;
+    }
+    CASetNumber(call);
+}
+
 void CASetRetryAfter(const CADirectiveCall &call)
 {
     CASetFlag(call);

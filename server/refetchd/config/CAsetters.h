@@ -52,4 +52,5 @@ void CASetFollowRedirects(const CADirectiveCall &call);
 void CASetSummaryLine(const CADirectiveCall &call);
 void CASetFailWhen(const CADirectiveCall &call);
 void CASetRetries(const CADirectiveCall &call);
+void CASetBreadthWait(const CADirectiveCall &call);
 void CASetRetryAfter(const CADirectiveCall &call);
