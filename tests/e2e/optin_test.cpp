@@ -488,6 +488,8 @@ TEST_P(Account, LacksAUrlOfARunThatWasCutShort)
     EXPECT_EQ(std::regex_replace(log, parts, "$1 $2; "), GetParam().log);
 }
 
+const std::string kPatient = "1; readtimeout 90; ";
+
 const AccountRow kAccounts[] = {
     {"InFlight", "1; readtimeout 60; maxruntime 2; loadurl h/stuck; loadurl h/1", 2,
      "stuck failed; "},
@@ -502,6 +504,14 @@ const AccountRow kAccounts[] = {
     {"FindsRoomLater",
      "1; readtimeout 3; maxqueuedepth 1; delvedepth 1; loadurl h/moved; loadurl h/moved", 3,
      "moved not cacheable; moved not cacheable; "},
+    // An agent that waits for room would still do so at the test's deadline.
+    {"HasNoRoom", kPatient + "followredirects all; maxurls 1; loadurl h/moved", 2,
+     "moved not cacheable; to dropped; "},
+    {"HasNoRoom11", kPatient + "http11 on; maxurls 1; loadurl h/moved", 2,
+     "moved not cacheable; to dropped; "},
+    {"TakesThePlaceOfItsPage",
+     kPatient + "followredirects all; maxqueuedepth 1; loadurl h/moved; loadurl h/1; loadurl h/2",
+     4, "moved not cacheable; "},
 };
 INSTANTIATE_TEST_SUITE_P(Results, Account, testing::ValuesIn(kAccounts), rowName);
 

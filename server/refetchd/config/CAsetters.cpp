@@ -393,7 +393,12 @@ void CASetBreadthWait(const CADirectiveCall &call)
         CATrace("LoadConfig.. invalid breadthwait: %s.\n", call.argument());
         return;
     }
-    CASetNumber(call);
+    call.config.breadthWait = HTInteger(text);
+    if (call.config.breadthWait == 0) {
+        CATrace("Order....... a level waits for answers without a limit.\n");
+    } else {
+        CATrace("Order....... a level waits for answers for %d s.\n", call.config.breadthWait);
+    }
 }
 
 void CASetRetryAfter(const CADirectiveCall &call)
