@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "HTMemory.h"
+#include "HTSipHash.h"
 #include "htthread.h"
 #include "tfprintf.h"
 
@@ -17,7 +18,7 @@ constexpr std::size_t kBlockEntries = 10;
 struct Entry {
     void *item;
     Entry *next;
-    std::uint32_t hash;  // the hasher's result for the item
+    std::uint32_t hash;  // hashOf() the item
 };
 
 struct EntryBlock {
@@ -36,6 +37,7 @@ struct HashTable {
     // Fixed at creation.
     HashComparator comparator = nullptr;
     HashHasher hasher = nullptr;
+    HashText text = nullptr;      // null: the table is not keyed
     std::uint32_t firstSize = 0;  // of the buckets, until the table grows
     std::uint32_t lockCount = 0;
     bool grows = false;
@@ -114,8 +116,18 @@ constexpr std::uint32_t kWholeRange = UINT32_MAX;
 // Chains are this long on average before a table grows.
 constexpr std::uint32_t kMostPerBucket = 2;
 
+// `hash`, which is evenly spread, as a number below `size`.
+std::uint32_t scaled(std::uint32_t hash, std::uint32_t size)
+{
+    return static_cast<std::uint32_t>(std::uint64_t{hash} * size >> 32);
+}
+
 std::uint32_t hashOf(const HashTable *table, const void *key)
 {
+    if (table->text != nullptr) {
+        const auto hash = static_cast<std::uint32_t>(HTKeyedHash(table->text(key)));
+        return table->grows ? hash : scaled(hash, table->firstSize);
+    }
     return table->hasher(table->grows ? kWholeRange : table->firstSize, key);
 }
 
@@ -127,8 +139,7 @@ std::uint32_t bucketOf(const HashTable *table, std::uint32_t hash)
     if (!table->grows) {
         return hash;
     }
-    const std::uint32_t spread = hash * kGoldenRatio;
-    return static_cast<std::uint32_t>(std::uint64_t{spread} * table->size >> 32);
+    return scaled(hash * kGoldenRatio, table->size);
 }
 
 // The lock of a bucket. Tables with several never grow: there the hash of a key is its bucket.
@@ -265,13 +276,30 @@ Entry *unlinkEntry(HashTable *table, const void *key)
     return entry;
 }
 
-std::uint32_t lengthOf(const Entry *chain)
-{
+// What a trace line shows of the bucket that an item was added to.
+struct Row {
+    std::uint32_t number = 0;
     std::uint32_t length = 0;
-    for (; chain != nullptr; chain = chain->next) {
-        ++length;
+};
+
+// The row of the entry that was added last; the lock must be held. Keyed tables show the row of the
+// hasher, which is the same in each process, and look at all entries for that.
+Row rowOfLocked(const HashTable *table, const Entry *added)
+{
+    if (table->text == nullptr) {
+        Row row{.number = bucketOf(table, added->hash)};
+        for (; added != nullptr; added = added->next) {
+            ++row.length;
+        }
+        return row;
     }
-    return length;
+    Row row{.number = table->hasher(table->firstSize, added->item)};
+    for (std::uint32_t bucket = 0; bucket < table->size; ++bucket) {
+        for (const Entry *at = table->buckets[bucket]; at != nullptr; at = at->next) {
+            row.length += table->hasher(table->firstSize, at->item) == row.number ? 1U : 0U;
+        }
+    }
+    return row;
 }
 
 // Creates the locks of the buckets and the lock of the spare entries; false when memory is out.
@@ -300,7 +328,13 @@ bool createLocks(HashTable *table, std::uint32_t lockCount)
 HashTable *HashCreate(std::uint32_t size, HashComparator comparator, HashHasher hasher,
                       std::uint32_t lockCount)
 {
-    if (size == 0) {
+    return HashCreateKeyed(size, comparator, hasher, nullptr, lockCount);
+}
+
+HashTable *HashCreateKeyed(std::uint32_t size, HashComparator comparator, HashHasher hasher,
+                           HashText text, std::uint32_t lockCount)
+{
+    if (size == 0 || (text != nullptr && lockCount > 1)) {
         return nullptr;
     }
     auto *const table = new (std::nothrow) HashTable;
@@ -314,6 +348,7 @@ HashTable *HashCreate(std::uint32_t size, HashComparator comparator, HashHasher 
     table->grows = lockCount <= 1 && size > 1;
     table->comparator = comparator;
     table->hasher = hasher;
+    table->text = text;
     table->buckets = new (std::nothrow) Entry *[size] {};
     if (table->buckets == nullptr || !createLocks(table, lockCount)) {
         outOfMemory("HashCreate", __LINE__, size * sizeof(void *) + lockCount * sizeof(pmutex));
@@ -332,16 +367,14 @@ enum class Duplicates : std::uint8_t { Allowed, Refused };
 bool addEntry(HashTable *table, Entry *entry, Duplicates duplicates)
 {
     const bool tracing = HTTrace_on(kTraceHash);
-    std::uint32_t bucket = 0;
-    std::uint32_t length = 0;
+    Row row;
     {
         const HandleGuard guard(lockOf(table, entry->hash));
         if (duplicates == Duplicates::Allowed ||
             *findLocked(table, entry->hash, entry->item) == nullptr) {
             growLocked(table);
             pushLocked(table, entry);
-            bucket = bucketOf(table, entry->hash);
-            length = tracing ? lengthOf(entry) : 0;
+            row = tracing ? rowOfLocked(table, entry) : row;
             entry = nullptr;
         }
     }
@@ -351,7 +384,7 @@ bool addEntry(HashTable *table, Entry *entry, Duplicates duplicates)
     }
     if (tracing) {
         tfprintf(nullptr, "Hash........ table updated. Added in row %u (it now has %u entries).\n",
-                 bucket, length);
+                 row.number, row.length);
     }
     return true;
 }

@@ -6,7 +6,8 @@
 //     ...                                    lock of bucket i: number i mod lockCount
 //
 // A table with several buckets and at most one lock adds buckets as it fills, so that its chains
-// stay short.
+// stay short. A keyed one stays fast even if an outsider chooses what it holds: it derives its
+// buckets from a keyed hash (HTSipHash.h), and its hasher serves its trace lines alone.
 //
 // Items belong to the caller; the table never frees one. With a lock count of 1 one lock guards the
 // whole table; with a higher one each lock guards its share of the buckets. Any thread may then
@@ -26,11 +27,19 @@ using HashComparator = int (*)(const void *item, const void *key);
 // largest `size` and derives the bucket from the result. Called with items and with keys: both must
 // give the same bucket when the comparator finds them equal.
 using HashHasher = std::uint32_t (*)(std::uint32_t size, const void *key);
+// The text of an item or key; equal ones have equal texts. It must stay as it is during the call.
+using HashText = std::string_view (*)(const void *key);
 
 // An empty table of `size` buckets at first, at least 1. Null when `size` is 0, or (reported) when
 // memory is out. Released with HashDestroy().
 [[nodiscard]] HashTable *HashCreate(std::uint32_t size, HashComparator comparator,
                                     HashHasher hasher, std::uint32_t lockCount);
+
+// The same for a keyed table, which has at most one lock; null when `lockCount` is above 1. It
+// traces the bucket that `hasher` gives for the initial `size`, and how many of its items have that
+// bucket.
+[[nodiscard]] HashTable *HashCreateKeyed(std::uint32_t size, HashComparator comparator,
+                                         HashHasher hasher, HashText text, std::uint32_t lockCount);
 
 // Adds `item` at the head of its bucket. Equal items stay; look-ups find the new one. 0, or 1
 // (reported) when memory is out.

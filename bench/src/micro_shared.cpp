@@ -6,6 +6,7 @@
 #include <random>
 #include <vector>
 
+#include "HTSipHash.h"
 #include "Micro.h"
 #include "base/CAtrace.h"
 
@@ -25,7 +26,7 @@ std::vector<std::string> makeTexts(std::int64_t count, std::int64_t first)
 
 HashTable *makeTable(std::vector<std::string> *texts)
 {
-    HashTable *const table = HashCreate(1009, UrlComparator, UrlHasher, 1);
+    HashTable *const table = CANewProcessedUrls();
     for (std::string &text : *texts) {
         HashAdd(table, text.data());
     }
@@ -43,6 +44,67 @@ void add(benchmark::State &state)
     }
     state.SetItemsProcessed(state.iterations() * state.range(0));
 }
+
+// Texts that a site could choose to slow the table down: a long common base, and then for each text
+// another sequence of two pairs of letters that have the same ELF hash.
+std::vector<std::string> makeChosen(std::size_t count)
+{
+    std::vector<std::string> texts(count, "http://www.example.com/" + std::string(60, 'x') + "/");
+    for (std::size_t number = 0; number < count; ++number) {
+        for (std::size_t bit = 1; bit < count; bit *= 2) {
+            texts[number] += (number & bit) != 0 ? "AQ" : "BA";
+        }
+    }
+    return texts;
+}
+
+// Texts of the same lengths and with the same base.
+std::vector<std::string> makeRandom(std::size_t count)
+{
+    std::vector<std::string> texts = makeChosen(count);
+    std::minstd_rand random(1);
+    for (std::string &text : texts) {
+        std::generate(text.begin() + 84, text.end(), [&] { return 'a' + random() % 26; });
+    }
+    return texts;
+}
+
+// Adds each text and looks it up again.
+void flood(benchmark::State &state, std::vector<std::string> (*make)(std::size_t count))
+{
+    const auto count = static_cast<std::size_t>(state.range(0));
+    std::vector<std::string> texts = make(count);
+    for (auto _ : state) {
+        HashTable *const table = makeTable(&texts);
+        for (const std::string &text : texts) {
+            if (HashLookup(table, text.data()) != text.data()) {
+                state.SkipWithError("the table does not hold what it should");
+            }
+        }
+        state.PauseTiming();
+        HashDestroy(table);
+        state.ResumeTiming();
+    }
+    state.SetItemsProcessed(state.iterations() * state.range(0));
+}
+BENCHMARK_CAPTURE(flood, random, makeRandom)->Arg(100'000)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(flood, chosen, makeChosen)->Arg(100'000)->Unit(benchmark::kMillisecond);
+
+void hash(benchmark::State &state, std::uint64_t (*of)(const std::string &text))
+{
+    const std::string text(static_cast<std::size_t>(state.range(0)), 'x');
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(of(text));
+    }
+}
+BENCHMARK_CAPTURE(hash, elf,
+                  [](const std::string &text) -> std::uint64_t { return ElfHash(0, text); })
+    ->Arg(60)
+    ->Arg(120);
+BENCHMARK_CAPTURE(hash, keyed,
+                  [](const std::string &text) -> std::uint64_t { return HTKeyedHash(text); })
+    ->Arg(60)
+    ->Arg(120);
 
 void lookUp(benchmark::State &state, bool known)
 {

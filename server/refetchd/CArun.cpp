@@ -366,6 +366,21 @@ void warnOfUnsearched()
     }
 }
 
+// How many levels began early, with `breadthfirst`, in the most recent run. For the master thread
+// only.
+std::int32_t earlyLevels = 0;
+
+// Warns when the order by depth was not kept, because links may then have been missed.
+void warnOfEarlyLevels()
+{
+    if (earlyLevels > 0) {
+        tell("breadthfirst: " + std::to_string(earlyLevels) +
+             (earlyLevels == 1 ? " level" : " levels") +
+             " did not wait for answers that took longer than breadthwait (" +
+             std::to_string(ac.breadthWait) + " s), so links within delvedepth may be missing.");
+    }
+}
+
 // The exit status after the last run. For the master thread until `done` is 1.
 int runStatus = 0;
 
@@ -419,6 +434,7 @@ void tellResults(int seconds)
     warnOfOldCopies();
     warnOfVary();
     warnOfUnsearched();
+    warnOfEarlyLevels();
     tell(CAClosingLine(results.lastRun(), closing));
     if (const std::string away = CAAwayText(closing, ac.updateProxy); !away.empty()) {
         tell(away);
@@ -543,6 +559,7 @@ void flushQueue()
         }
         delete url;
     }
+    earlyLevels = urlQueue->closeLevels();
 }
 
 }  // namespace

@@ -264,7 +264,7 @@ int CAMain(int argc, char **argv)
         return 1;
     }
     if (ac.breadthFirst != 0) {
-        urlQueue->orderByDepth();
+        urlQueue->orderByDepth(ac.breadthWait);
     }
     fitClientsToDescriptors();
     HTSocketQueue_init(ac.numClients);

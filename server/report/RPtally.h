@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "HTSipHash.h"
 #include "RPentry.h"
 #include "RPfigures.h"
 
@@ -32,13 +33,6 @@ public:
     [[nodiscard]] RPFigures finish();
 
 private:
-    struct Hash {
-        using is_transparent = void;
-        std::size_t operator()(std::string_view text) const
-        {
-            return std::hash<std::string_view>()(text);
-        }
-    };
     using Groups = std::map<std::pair<RPVerdict, std::string>, RPGroup, std::less<>>;
 
     [[nodiscard]] RPDay dayOf(std::int64_t milliseconds);
@@ -62,7 +56,7 @@ private:
     std::vector<RPRun> open_;          // by machine; without a run its counts are 0
     std::vector<std::int64_t> ended_;  // by machine, when the last run with a line ended; 0: none
     std::vector<bool> seenLastNight_;  // by machine
-    std::unordered_map<std::string, RPHost, Hash, std::equal_to<>> hosts_;
+    std::unordered_map<std::string, RPHost, HTKeyedHasher, std::equal_to<>> hosts_;
     Groups groups_;
     Groups drops_;
     std::map<std::int64_t, RPStatus> statuses_;

@@ -129,7 +129,7 @@ TEST_F(AgentTest, LinkFoundBetweenTheFlushesIsLostToTheNextRun)
 TEST_F(AgentTest, PageWaitsAtItsGreaterDepthOrIsRequestedTwiceOrBeforeTheSeedsAreIn)
 {
     configure("delvedepth 1\nmaxqueuedepth 2\n");
-    urlQueue->orderByDepth();
+    urlQueue->orderByDepth(0);
     urlQueue->hold();
     CAURL page("http://h/");
     CAParseHTML parser(&page);
@@ -138,10 +138,67 @@ TEST_F(AgentTest, PageWaitsAtItsGreaterDepthOrIsRequestedTwiceOrBeforeTheSeedsAr
     EXPECT_FALSE(urlQueue->enqueueFound(&again));
     EXPECT_EQ(AgentState::drain(), std::vector<std::string>()) << "held";
     urlQueue->release();
-    EXPECT_EQ(AgentState::drain(), std::vector<std::string>{"0 http://h/x"});
-    urlQueue->finished(0);
+    CADepthOrder::Ticket ticket = 0;
+    const std::unique_ptr<CAURL> first(static_cast<CAURL *>(urlQueue->dequeue(&ticket)));
+    EXPECT_EQ(first->stringitize() + std::to_string(first->depth()), "http://h/x0");
+    EXPECT_EQ(AgentState::drain(), std::vector<std::string>()) << "in work";
+    urlQueue->finished(ticket);
     EXPECT_EQ(AgentState::drain(), std::vector<std::string>{"1 http://h/y"});
 }
+
+struct OrderRow : Row {
+    // "+a1" puts URL a at depth 1, "@9" lets 9 seconds pass, "a" takes a, "!a" takes it early, "-"
+    // takes none (a millisecond earlier), "/a" finishes it, and "$" ends the run.
+    std::string steps;
+    std::int64_t wait = 30;
+};
+
+class Order : public AgentTestWith<OrderRow> {};
+
+TEST_P(Order, LosesALevelOrWaitsForEver)
+{
+    CADepthOrder order;
+    std::map<char, CADepthOrder::Ticket> tickets;
+    std::vector<std::unique_ptr<CAURL>> urls;
+    std::int64_t now = 0;
+    order.waitAtMost(GetParam().wait * 1000);
+    std::istringstream steps(GetParam().steps);
+    for (std::string step; steps >> step;) {
+        const char kind = step.front();
+        const char last = step.back();
+        if (kind == '+') {
+            urls.push_back(std::make_unique<CAURL>(("http://h/" + step.substr(1, 1)).c_str()));
+            urls.back()->setDepth(last - '0');
+            order.put(urls.back().get());
+        } else if (kind == '@') {
+            now += std::stol(step.substr(1)) * 1000;
+        } else if (kind == '/') {
+            order.finished(tickets[last]);
+        } else if (kind == '$') {
+            order.closeLevels();
+        } else {
+            const CADepthOrder::Taken taken = order.take(now - (kind == '-' ? 1 : 0));
+            const std::string text = taken.url == nullptr ? "-" : taken.url->stringitize();
+            ASSERT_EQ(text.back(), last) << step << " of " << GetParam().steps;
+            ASSERT_EQ(taken.overtaken > 0, kind == '!') << step;
+            tickets[last] = taken.ticket;
+        }
+    }
+}
+
+const OrderRow kOrders[] = {
+    {"WaitsForAnAnswer", "+a0 +b1 a - @30 !b"},
+    {"NoLimit", "+a0 +b1 a @99999 - /a b", 0},
+    {"CountsFromTheLastRequest", "+a0 +b0 +c1 a @20 b @30 - !c"},
+    {"CountsAgainForTheNextLevel", "+a0 +b1 +c2 a @30 !b @30 - !c"},
+    {"AnsweredInTime", "+a0 +b0 +c1 a b @20 /b - @9 - /a c"},
+    {"LateAnswerClosesTheNextLevel", "+a0 +b1 +c1 +d2 a @30 !b c /a - /b - /c d"},
+    {"LateAnswerClosesItsOwnLevel", "+a0 +b1 a @30 !b +c0 +d1 c /a - /c d"},
+    {"LinksOfALateAnswer", "+a0 +b2 a @30 !b +c1 +d3 c - /a - /b - /c d"},
+    {"RunBeforeHoldsBack", "+a0 a $ +b0 +c1 b - /b c"},
+    {"RunBeforeClosesALevel", "+a0 a $ +b0 +c1 b /a - /b c"},
+};
+INSTANTIATE_TEST_SUITE_P(CADepthOrder, Order, testing::ValuesIn(kOrders), rowName);
 
 TEST(CAQueue, EmptiesOneOfItsTwentyLanesBeforeTheNext)
 {

@@ -59,6 +59,9 @@ const DirectiveRow kDirectives[] = {
      "Delving..... into linked documents TOPN_ONLY.\nDelay....... 0ms between requests.\n"},
     {"ClientsCut", "numclients 101\nnumclients 100\n",
      "Clients..... got 101, downgrading to 100.\nClients..... 100.\nClients..... 100.\n"},
+    {"BreadthWait", "breadthwait 0\nbreadthwait 5m\nbreadthwait -1\n",
+     "Order....... a level waits for answers without a limit.\n"
+     "LoadConfig.. invalid breadthwait: 5m.\nLoadConfig.. invalid breadthwait: -1.\n"},
     {"Unlimited", "maxqueuedepth 0\n", "Queue....... max depth is 2147483647.\n"},
     {"RunTime", "  maxruntime forever\nmaxruntime 5 X\nmaxruntime 0:1:0:1",
      "LoadConfig.. got maxruntime of 0\n"

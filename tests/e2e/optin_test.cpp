@@ -368,6 +368,30 @@ TEST_P(BreadthFirst, LosesAPageOrAsksTwice)
 }
 INSTANTIATE_TEST_SUITE_P(OptIn, BreadthFirst, testing::Values(1, 3, 16));
 
+// The answer to one seed trickles beyond the end of the first run; the second run gets a short one.
+TEST(BreadthFirst, SlowSeedHoldsBackTheDeeperPagesOfBothRuns)
+{
+    std::string links;
+    for (const std::string &target : targets(50)) {
+        links += "<a href=\"" + target + "\">";
+    }
+    const std::string head = "HTTP/1.0 200 OK\r\nContent-Type: a/b\r\nContent-Length: 99\r\n\r\n";
+    const ScriptedPeer peer({{"http://h/", Reply::html(links)},
+                             {"http://h/slow", {{{head}, {".", 200}}, Reply::Then::Keep, 60}},
+                             {"http://h/slow", Reply::html()}});
+    Agent agent(peer.port(),
+                "breadthfirst on; breadthwait 1; delvedepth 1; numclients 4; readtimeout 60; "
+                "maxruntime 6; refetchdrepeat 2; summaryline on; loadurl h/slow; loadurl h/");
+    agent.run();
+    Words wanted = {"http://h/", "http://h/", "http://h/slow", "http://h/slow"};
+    for (const Words &deeper : {targets(50), targets(50)}) {
+        wanted.insert(wanted.end(), deeper.begin(), deeper.end());
+    }
+    EXPECT_THAT(peer.targets(), testing::UnorderedElementsAreArray(wanted));
+    EXPECT_EQ(agent.traced("Order....... depth 1 begins although 1 shallower"), 1);
+    EXPECT_EQ(agent.traced("refetchd: breadthfirst: 1 level did not wait"), 1);
+}
+
 TEST(Results, LogMetricsOrWarningSayOtherwise)
 {
     const ScriptedPeer peer(
@@ -456,6 +480,8 @@ TEST_P(Account, LacksAUrlOfARunThatWasCutShort)
     EXPECT_EQ(std::regex_replace(log, parts, "$1 $2; "), GetParam().log);
 }
 
+const std::string kPatient = "1; readtimeout 90; ";
+
 const AccountRow kAccounts[] = {
     {"InFlight", "1; readtimeout 60; maxruntime 2; loadurl h/stuck; loadurl h/1", 2,
      "stuck failed; "},
@@ -470,6 +496,14 @@ const AccountRow kAccounts[] = {
     {"FindsRoomLater",
      "1; readtimeout 3; maxqueuedepth 1; delvedepth 1; loadurl h/moved; loadurl h/moved", 3,
      "moved not cacheable; moved not cacheable; "},
+    // An agent that waits for room would still do so at the test's deadline.
+    {"HasNoRoom", kPatient + "followredirects all; maxurls 1; loadurl h/moved", 2,
+     "moved not cacheable; to dropped; "},
+    {"HasNoRoom11", kPatient + "http11 on; maxurls 1; loadurl h/moved", 2,
+     "moved not cacheable; to dropped; "},
+    {"TakesThePlaceOfItsPage",
+     kPatient + "followredirects all; maxqueuedepth 1; loadurl h/moved; loadurl h/1; loadurl h/2",
+     4, "moved not cacheable; "},
 };
 INSTANTIATE_TEST_SUITE_P(Results, Account, testing::ValuesIn(kAccounts), rowName);
 

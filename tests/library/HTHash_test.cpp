@@ -3,8 +3,11 @@
 #include <gmock/gmock.h>
 
 #include <array>
+#include <string>
 #include <thread>
 #include <vector>
+
+#include "HTSipHash.h"
 
 namespace {
 
@@ -88,6 +91,57 @@ TEST(HTHash, ThreadsLoseItemsOrGetOneTwice)
 TEST(ElfHash, TakesBytesAsUnsigned)
 {
     EXPECT_EQ(ElfHash(1009, "caf\351.example.com"), 463U);
+}
+
+int comparisons = 0;
+
+// A site names links whose fixed hashes are all equal: each added one was compared with all others.
+TEST(HTHash, ChosenTextsMakeAListOfTheTable)
+{
+    constexpr std::size_t kTexts = 4096;
+    const auto text = [](const void *key) -> std::string_view {
+        return *static_cast<const std::string *>(key);
+    };
+    const auto elf = [](std::uint32_t size, const void *key) {
+        return ElfHash(size, *static_cast<const std::string *>(key));
+    };
+    const auto compare = [](const void *a, const void *b) {
+        ++comparisons;
+        return static_cast<const std::string *>(a)->compare(*static_cast<const std::string *>(b));
+    };
+    EXPECT_EQ(HashCreateKeyed(7, compare, elf, text, 2), nullptr);
+    for (const std::uint32_t locks : {0U, 1U}) {
+        std::vector<std::string> texts(kTexts, "http://www.example.com/a/long/common/base/");
+        HashTable *const table = HashCreateKeyed(1009, compare, elf, text, locks);
+        comparisons = 0;
+        for (std::size_t number = 0; number < kTexts; ++number) {
+            for (std::size_t bit = 1; bit < kTexts; bit *= 2) {
+                texts[number] += (number & bit) != 0 ? "AQ" : "BA";
+            }
+            EXPECT_EQ(ElfHash(0, texts[number]), ElfHash(0, texts[0]));
+            EXPECT_EQ(HashAddUnique(table, &texts[number]), 0);
+            EXPECT_EQ(HashLookup(table, &texts[number / 2]), &texts[number / 2]);
+        }
+        EXPECT_LT(comparisons, kTexts + 10);  // each found one, and hashes that are equal by chance
+        EXPECT_EQ(HashRemove(table, &texts[9]), &texts[9]);
+        EXPECT_EQ(HashLookup(table, &texts[9]), nullptr);
+        HashDestroy(table);
+    }
+}
+
+TEST(HTSipHash, DiffersFromTheReferenceOrIgnoresTheKey)
+{
+    const std::pair<std::size_t, std::uint64_t> rows[] = {
+        {0, 0xabac0158050fc4dc}, {1, 0xc9f49bf37d57ca93},  {7, 0xd3927d989bb11140},
+        {8, 0x369095118d299a8e}, {15, 0xd320d86d2a519956}, {63, 0x9d199062b7bbb3a8}};
+    std::string bytes;
+    for (const auto &[length, hash] : rows) {
+        while (bytes.size() < length) {
+            bytes.push_back(static_cast<char>(bytes.size()));
+        }
+        EXPECT_EQ(HTSipHash({0x0706050403020100, 0x0f0e0d0c0b0a0908}, bytes), hash) << length;
+        EXPECT_NE(HTKeyedHash(bytes), hash);
+    }
 }
 
 }  // namespace

@@ -196,6 +196,7 @@ public:
     std::int32_t summaryLine = 0;       // flag: each run is summed up on standard error
     std::int32_t failWhen = -1;         // percentage for the exit status; below 0: none
     std::int32_t breadthFirst = 0;      // flag: URLs are requested level by level
+    std::int32_t breadthWait = 30;      // seconds that a level waits for answers; 0: no limit
     std::int32_t proxyTls = 0;          // flag: connections are TLS
     std::int32_t proxyTlsVerify = 1;    // flag: certificates are verified
     char *proxyTlsCa = nullptr;         // owned; file of trusted certificates; null: the system's

@@ -176,6 +176,7 @@ constexpr std::array kDirectives = {
     flag<&C::retryAfter>("retryafter", "RetryAfter.. will ", "be respected.\n", A::Flag,
                          CASetRetryAfter),
     flag<&C::breadthFirst>("breadthfirst", "Order....... will ", "be by depth.\n"),
+    CADirective{"breadthwait", A::Number, CASetBreadthWait, shown<&C::breadthWait, 1>},
     CADirective{"useragent", A::UserAgent, CASetUserAgent, shownUserAgent},
     CADirective{"configfile", A::ConfigFile, CASetConfigFile},
     CADirective{"requestheader", A::Header, CASetRequestHeader},

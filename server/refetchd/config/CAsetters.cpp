@@ -398,6 +398,22 @@ void CASetRetries(const CADirectiveCall &call)
     CATrace("Retries..... %d.\n", call.config.retries);
 }
 
+// 0 means that there is no limit, so a word must not count as 0.
+void CASetBreadthWait(const CADirectiveCall &call)
+{
+    const std::string_view text = call.argument();
+    if (!std::all_of(text.begin(), text.end(), HTIsDigit)) {
+        CATrace("LoadConfig.. invalid breadthwait: %s.\n", call.argument());
+        return;
+    }
+    call.config.breadthWait = HTInteger(text);
+    if (call.config.breadthWait == 0) {
+        CATrace("Order....... a level waits for answers without a limit.\n");
+    } else {
+        CATrace("Order....... a level waits for answers for %d s.\n", call.config.breadthWait);
+    }
+}
+
 void CASetRetryAfter(const CADirectiveCall &call)
 {
     CASetFlag(call);

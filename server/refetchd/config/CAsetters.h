@@ -53,4 +53,5 @@ void CASetSummaryLine(const CADirectiveCall &call);
 void CASetFailWhen(const CADirectiveCall &call);
 void CASetMaxAnswer(const CADirectiveCall &call);
 void CASetRetries(const CADirectiveCall &call);
+void CASetBreadthWait(const CADirectiveCall &call);
 void CASetRetryAfter(const CADirectiveCall &call);

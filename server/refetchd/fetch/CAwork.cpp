@@ -509,8 +509,8 @@ void workOnNext(const Client &client)
     if (client.connection != nullptr) {
         client.connection->beginRun(run);
     }
-    auto *const url = static_cast<CAURL *>(urlQueue->dequeue());
-    const std::int32_t depth = url != nullptr ? url->depth() : 0;
+    CADepthOrder::Ticket ticket = 0;
+    auto *const url = static_cast<CAURL *>(urlQueue->dequeue(&ticket));
     const bool blocked = url == nullptr && urlQueue->isOrderedByDepth();
     const bool parked = url != nullptr && ac.retryAfter != 0 && restingHosts.park(url, HTUptime());
     if (blocked || parked) {
@@ -519,7 +519,7 @@ void workOnNext(const Client &client)
         fetch(client, url, run);
     }
     if (url != nullptr) {
-        urlQueue->finished(depth);
+        urlQueue->finished(ticket);
     }
     client.worker->makeIdle();
     if (blocked) {

@@ -326,7 +326,11 @@ bool CAParseHTTP::followIfRedirected()
 }
 
 // Enqueues the target of a redirect if it is interesting. False when a limit of the queue keeps it
-// out; the state stays Complete then, and the next block tries again.
+// out for now; the state stays Complete then, and the next block tries again.
+//
+// A parser that decides at once does not compare the queue with `maxqueuedepth`: the target takes
+// the place of the URL that this worker thread has taken out of the queue. In that way the queue
+// exceeds the limit by no more than the number of worker threads, and no target is lost.
 bool CAParseHTTP::followRedirect()
 {
     CATrace("Parser...... return code was %d (will look for Location:)\n", rc_);
@@ -343,16 +347,27 @@ bool CAParseHTTP::followRedirect()
     if (options_.modernLinks) {
         useWebLinks();
     }
-    waitsFor_ = CALinkLimit();
-    if (waitsFor_ != CADrop::None) {
-        CATrace("Ignoring.... location URL \"%s\" (%s).\n", location, CALimitText(waitsFor_));
-        if (!sinkIfKnown(location, 0)) {
-            return false;
-        }
-        waitsFor_ = CADrop::None;
-        return true;
+    waitsFor_ = CADrop::None;
+    const CADrop limit = decidesAtOnce() ? CATargetLimit() : CALinkLimit();
+    if (limit != CADrop::None) {
+        return refuse(location, limit);
     }
     takeIfInteresting(resolveFound(location, 0));
+    return true;
+}
+
+// Does without a target that a limit keeps out. False when it is to be tried again.
+bool CAParseHTTP::refuse(const char *location, CADrop limit)
+{
+    CATrace("Ignoring.... location URL \"%s\" (%s).\n", location, CALimitText(limit));
+    if (sinkIfKnown(location, 0)) {
+        return true;
+    }
+    if (!decidesAtOnce()) {
+        waitsFor_ = limit;
+        return false;
+    }
+    reportDropped(location, 0, limit);
     return true;
 }
 

@@ -41,7 +41,9 @@ public:
     [[nodiscard]] bool isUnframed() const { return unframed_; }
 
     // True while a limit of the queue keeps out the target of a redirect. Each further block of the
-    // response tries it again; if none succeeds, the destructor reports the target as dropped.
+    // response tries it again; if none succeeds, the destructor reports the target as dropped. With
+    // the options `followAllRedirects` and `http11` it is always false: the target is taken or
+    // dropped once the headers are complete.
     [[nodiscard]] bool waitsForRoom() const { return waitsFor_ != CADrop::None; }
 
     // The value of a header, unchanged, by its name with the colon, in any case; the last one if
@@ -97,7 +99,12 @@ protected:
     [[nodiscard]] bool isChunked() const;
     [[nodiscard]] bool leadsOn() const;
     void makeDecision();
+    [[nodiscard]] bool decidesAtOnce() const
+    {
+        return options_.followAllRedirects || options_.http11;
+    }
     [[nodiscard]] bool followRedirect();
+    [[nodiscard]] bool refuse(const char *location, CADrop limit);
     void addPageSink(std::string_view contentType);
     void consumeBody(char **readP, char *const *writeP, std::int32_t *finished,
                      std::int32_t *closeConnection);

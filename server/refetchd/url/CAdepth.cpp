@@ -21,18 +21,27 @@ void CADepthOrder::sink(std::string_view text, std::int32_t depth)
     put(url);
 }
 
-CAURL *CADepthOrder::take()
+std::size_t CADepthOrder::shallowerInWork(std::int32_t depth) const
+{
+    return static_cast<std::size_t>(std::count_if(
+        inWork_.begin(), inWork_.end(), [depth](const auto &url) { return url.second < depth; }));
+}
+
+CADepthOrder::Taken CADepthOrder::take(std::int64_t now)
 {
     if (waiting_.empty() || isHeld_) {
-        return nullptr;
+        return {};
     }
     const auto first = waiting_.begin();
     const std::int32_t depth = first->first.first;
-    if (!inWork_.empty() && inWork_.begin()->first < depth) {
-        return nullptr;
+    const std::size_t shallower = shallowerInWork(depth);
+    if (shallower > 0 && (wait_ < 1 || now - lastTime_ < wait_)) {
+        return {};
     }
-    ++inWork_[depth];
-    return remove(first);
+    std::erase_if(inWork_, [depth](const auto &url) { return url.second < depth; });
+    inWork_.emplace(++lastTicket_, depth);
+    lastTime_ = now;
+    return {.url = remove(first), .ticket = lastTicket_, .overtaken = shallower};
 }
 
 CAURL *CADepthOrder::drain()
@@ -51,10 +60,7 @@ CAURL *CADepthOrder::remove(Waiting::iterator at)
     return url;
 }
 
-void CADepthOrder::finished(std::int32_t depth)
+void CADepthOrder::finished(Ticket ticket)
 {
-    const auto at = inWork_.find(depth);
-    if (at != inWork_.end() && --at->second == 0) {
-        inWork_.erase(at);
-    }
+    inWork_.erase(ticket);
 }

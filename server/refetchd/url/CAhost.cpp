@@ -33,14 +33,19 @@ namespace {
 
 constexpr std::uint32_t kHostBuckets = 1009;
 
+std::string_view nameOf(const void *host)
+{
+    return static_cast<const HostName *>(host)->name;
+}
+
 int HostComparator(const void *a, const void *b)
 {
-    return static_cast<const HostName *>(a)->name == static_cast<const HostName *>(b)->name ? 0 : 1;
+    return nameOf(a) == nameOf(b) ? 0 : 1;
 }
 
 std::uint32_t HostHasher(std::uint32_t size, const void *host)
 {
-    return ElfHash(size, static_cast<const HostName *>(host)->name);
+    return ElfHash(size, nameOf(host));
 }
 
 CAHost *find(HashTable *hosts, std::string_view name)
@@ -63,7 +68,8 @@ CAHost *add(HashTable *hosts, std::string_view name)
 }  // namespace
 
 CAHostTable::CAHostTable()
-    : mutex_(new PMutex), hosts_(HashCreate(kHostBuckets, HostComparator, HostHasher, 0))
+    : mutex_(new PMutex),
+      hosts_(HashCreateKeyed(kHostBuckets, HostComparator, HostHasher, nameOf, 0))
 {
 }
 

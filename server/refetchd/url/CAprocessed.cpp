@@ -1,6 +1,7 @@
 #include "url/CAprocessed.h"
 
 #include <cstring>
+#include <string_view>
 
 #include "HTShared.h"
 #include "url/CAURL.h"
@@ -30,7 +31,9 @@ int UrlComparator(const void *a, const void *b)
 
 HashTable *CANewProcessedUrls()
 {
-    return HashCreate(kBuckets, UrlComparator, UrlHasher, 1);
+    return HashCreateKeyed(
+        kBuckets, UrlComparator, UrlHasher,
+        [](const void *key) { return std::string_view(static_cast<const char *>(key)); }, 1);
 }
 
 bool CARecordProcessed(const CAURL *url)

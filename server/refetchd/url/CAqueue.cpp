@@ -1,6 +1,9 @@
 #include "url/CAqueue.h"
 
+#include <utility>
+
 #include "HTWorkThread.h"
+#include "base/CAtrace.h"
 #include "url/CAURL.h"
 #include "url/CAprocessed.h"
 
@@ -79,10 +82,12 @@ bool CAQueue::enqueueFound(CAURL *url)
     return true;
 }
 
+// What was enqueued late in the run before, and dequeued since, does not count either.
 void CAQueue::hold()
 {
     const PMutexGuard guard(mutex_);
     byDepth_.hold();
+    byDepth_.closeLevels();
 }
 
 void CAQueue::release()
@@ -107,10 +112,10 @@ void CAQueue::appendLocked(HTList *node)
     lane.tail = node;
 }
 
-void *CAQueue::dequeue()
+void *CAQueue::dequeue(CADepthOrder::Ticket *ticket)
 {
     if (orderedByDepth_) {
-        return takeByDepth(&CADepthOrder::take);
+        return takeByDepth(ticket);
     }
     HTList *node = nullptr;
     {
@@ -127,22 +132,42 @@ void *CAQueue::dequeue()
 
 void *CAQueue::drain()
 {
-    return orderedByDepth_ ? takeByDepth(&CADepthOrder::drain) : dequeue();
-}
-
-void *CAQueue::takeByDepth(CAURL *(CADepthOrder::*take)())
-{
-    const PMutexGuard guard(mutex_);
-    CAURL *const url = (byDepth_.*take)();
-    if (url != nullptr) {
-        --length_;
+    if (!orderedByDepth_) {
+        return dequeue();
     }
+    const PMutexGuard guard(mutex_);
+    CAURL *const url = byDepth_.drain();
+    length_ -= url != nullptr ? 1 : 0;
     return url;
 }
 
-void CAQueue::orderByDepth()
+void *CAQueue::takeByDepth(CADepthOrder::Ticket *ticket)
 {
+    CADepthOrder::Taken taken;
+    {
+        const PMutexGuard guard(mutex_);
+        taken = byDepth_.take(HTUptimeMillis());
+        length_ -= taken.url != nullptr ? 1 : 0;
+        early_ += taken.overtaken > 0 ? 1 : 0;
+    }
+    if (taken.overtaken > 0) {
+        CATrace("Order....... depth %d begins although %zu shallower URLs are still in work.\n",
+                taken.url->depth(), taken.overtaken);
+    }
+    if (ticket != nullptr) {
+        *ticket = taken.ticket;
+    }
+    return taken.url;
+}
+
+void CAQueue::orderByDepth(std::int32_t waitSeconds)
+{
+    constexpr std::int64_t kMillis = 1000;
     std::int32_t moved = 0;
+    {
+        const PMutexGuard guard(mutex_);
+        byDepth_.waitAtMost(waitSeconds * kMillis);
+    }
     while (auto *const url = static_cast<CAURL *>(dequeue())) {
         const PMutexGuard guard(mutex_);
         byDepth_.put(url);
@@ -152,12 +177,19 @@ void CAQueue::orderByDepth()
     length_ = moved;
 }
 
-void CAQueue::finished(std::int32_t depth)
+void CAQueue::finished(CADepthOrder::Ticket ticket)
 {
     if (orderedByDepth_) {
         const PMutexGuard guard(mutex_);
-        byDepth_.finished(depth);
+        byDepth_.finished(ticket);
     }
+}
+
+std::int32_t CAQueue::closeLevels()
+{
+    const PMutexGuard guard(mutex_);
+    byDepth_.closeLevels();
+    return std::exchange(early_, 0);
 }
 
 // Unlinks the next element; null when there is none.

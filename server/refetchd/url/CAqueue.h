@@ -38,23 +38,29 @@ public:
     // Enqueues an element again that was dequeued before; the total does not count it again.
     void requeue(void *element);
     // The next element; null when the queue is empty, or, ordered by depth, when the elements left
-    // must wait for shallower ones in work.
-    void *dequeue();
+    // must wait for shallower ones in work. A level that begins early is traced. `*ticket` is set
+    // for finished(), unless it is null; an order other than by depth has no tickets.
+    void *dequeue(CADepthOrder::Ticket *ticket = nullptr);
 
     // Any element, whatever the order, to empty the queue; null when it is empty.
     void *drain();
 
     // Switches to the order of CADepthOrder, for the elements in the queue, which must be CAURL
-    // objects, and all later ones. Call before any other thread uses the queue.
-    void orderByDepth();
+    // objects, and all later ones. A level waits for the answers of shallower ones for at most so
+    // many seconds after the last of their URLs was dequeued; below 1: without a limit. Call before
+    // any other thread uses the queue.
+    void orderByDepth(std::int32_t waitSeconds);
     [[nodiscard]] bool isOrderedByDepth() const { return orderedByDepth_; }
     // Ordered by depth, dequeue() returns null between these two calls. The master thread holds the
     // queue while it seeds: a seed that is found as a link first would get too large a depth.
     void hold();
     void release();
-    // Ordered by depth: to be called for each URL that dequeue() returned, with the depth that it
-    // had then, once it is done and the URLs found on it are enqueued. Otherwise nothing happens.
-    void finished(std::int32_t depth);
+    // Ordered by depth: to be called for each URL that dequeue() returned, once it is done and the
+    // URLs found on it are enqueued. Otherwise nothing happens.
+    void finished(CADepthOrder::Ticket ticket);
+    // Ordered by depth: to be called when a run ends. URLs that are still in work do not count for
+    // the next run. Returns how many levels began early since the last call.
+    std::int32_t closeLevels();
 
     [[nodiscard]] int empty() const { return length_ == 0 ? 1 : 0; }
     [[nodiscard]] std::int32_t getLength() const { return length_; }
@@ -76,13 +82,14 @@ private:
     void countLocked(std::int32_t count) HT_REQUIRES(mutex_);
     void appendLocked(HTList *node) HT_REQUIRES(mutex_);
     HTList *takeFirstLocked() HT_REQUIRES(mutex_);
-    void *takeByDepth(CAURL *(CADepthOrder::*take)());
+    void *takeByDepth(CADepthOrder::Ticket *ticket);
 
     PMutex mutex_;
     std::array<Lane, kLanes> lanes_ HT_GUARDED_BY(mutex_){};
     std::size_t nextOut_ HT_GUARDED_BY(mutex_) = 0;  // lane where the next dequeue looks first
     std::size_t nextIn_ HT_GUARDED_BY(mutex_) = 0;   // lane of the next enqueue
     CADepthOrder byDepth_ HT_GUARDED_BY(mutex_);     // used instead of the lanes
+    std::int32_t early_ HT_GUARDED_BY(mutex_) = 0;   // levels that began early
     bool orderedByDepth_ = false;                    // written before any other thread exists
 
     // Changed under the lock and read without it, because every link of a page reads them. In the
