@@ -90,7 +90,7 @@ TEST_P(HostFault, StopsNothingElse)
 {
     const HostRow &row = GetParam();
     const std::string wrapper = row.wrapper;
-    if (kSanitized && (wrapper.find("--as") + 1 != 0 || wrapper.find("--data") + 1 != 0)) {
+    if (kSanitized && std::regex_search(wrapper, std::regex("--as|--data|PRELOAD"))) {
         GTEST_SKIP() << "a sanitizer needs more memory";
     }
     const ScriptedPeer peer({{"http://h/large", Reply::html(kMega)}});
@@ -128,6 +128,7 @@ const HostRow kHostFaults[] = {
     {"SomeThreads", seeds(30) + "numclients 6", 30, "#5 could not be started.\n", kSixThreads},
     {"NoThread", seeds(30), 0, kNoClient, kOneThread, "", 1},
     {"NoMemory", seeds(30000), 0, "out of memory", "prlimit --data=4000000", "", 1},
+    {"NoMemoryInThreads", seeds(9), 0, "out of memory", "LD_PRELOAD=" NO_MEMORY, "", 1},
     {"DiskFullForTheTrace", seeds(30) + "catracelog @dir@/full", 30, "", "", "full"},
     {"DiskFullForTheReport", seeds(30), 30, ".html (rename errno=28);", "", kReport + ".tmp"},
     {"DiskFullForACopy", kSave, 3, "large\" failed.\n", "", "save/h/large"},
