@@ -200,4 +200,35 @@ const ChangeRow kChanges[] = {
 };
 INSTANTIATE_TEST_SUITE_P(Fault, BetweenRuns, testing::ValuesIn(kChanges), rowName);
 
+// The second agent begins and ends while the first one runs.
+TEST(Fault, TwoAgentsLoseTheReport)
+{
+    const ScriptedPeer peer({{"http://h/stuck", {{}, Then::Stall}}});
+    Agent first(peer.port(), "serverroot @dir@; readtimeout 60; maxruntime 4; loadurl h/stuck");
+    first.start();
+    ASSERT_TRUE(peer.waitForRequests(1, kRunDeadline));
+    Agent second(peer.port(), "serverroot " + first.dir.path() + "; loadurl h/a");
+    second.run();
+    first.finish();
+    std::string report = first.report();
+    EXPECT_EQ(replaceAll(&report, "</body></html>\n", ""), 2) << "one page each";
+}
+
+TEST(Fault, ReportReplacesAFileOnTheWayToIt)
+{
+    const ScriptedPeer peer;
+    Agent agent(peer.port(), "serverroot @dir@/x.tmp/root; loadurl h/a");
+    agent.dir.write("x.tmp/root/" + kReport, "");
+    for (const int night : {1, 2}) {
+        agent.run();
+        EXPECT_EQ(agent.traced(".html.tmp successfully renamed to @dir@/x.\n"), 1) << night;
+    }
+    for (const std::string text : {"mine", "<html>\n</body></html>\n"}) {
+        agent.dir.write("x", text);
+        agent.run();
+        EXPECT_EQ(agent.traced("to @dir@/x (rename errno=17)"), 1);
+        EXPECT_EQ(agent.dir.read("x"), text);
+    }
+}
+
 }  // namespace
