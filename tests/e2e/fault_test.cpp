@@ -200,6 +200,89 @@ const ChangeRow kChanges[] = {
 };
 INSTANTIATE_TEST_SUITE_P(Fault, BetweenRuns, testing::ValuesIn(kChanges), rowName);
 
+struct CopyRow {
+    const char *name;
+    Reply reply;
+    const char *text;      // of the copy; null: the earlier one stays
+    bool isAbsent = true;  // then, if there was none; otherwise empty
+    const char *directives = "";
+};
+
+const std::string kText = "HTTP/1.1 200 OK\r\nContent-Type: text/plain\r\n";
+const std::string kLength = kText + "Content-Length: 100000\r\n\r\n";
+const std::string kChunks = kText + "Transfer-Encoding: chunked\r\n\r\n";
+const std::string k1234(1234, 'x');
+const char *const kToTheClose = "closedelimitedbodies on";
+
+const CopyRow kCopies[] = {
+    {"Reset", {{{kLength + k1234}}, Then::Reset}, nullptr},
+    {"ResetInAPage",
+     {{{kOk + "text/html\r\nContent-Length: 9999\r\n\r\nx"}}, Then::Reset},
+     nullptr},
+    {"TimedOut", {{{kLength + k1234}}, Then::Stall}, nullptr},
+    {"Closed", {{{kLength + k1234}}, Then::Close}, nullptr},
+    {"NothingCame", {{{kLength}}, Then::Reset}, nullptr, false},
+    {"TooLong", {{{kText + "Content-Length: 3\r\n\r\nlonger"}}, Then::Close}, nullptr},
+    {"Empty", Reply::ok(""), ""},
+    {"NoLength", {{{kText + "\r\nNo chunks\r\n\r\n"}}, Then::Close}, nullptr, false},
+    {"Chunks", {{{kChunks + "2\r\nab\r\n0\r\n\r\n"}}}, "ab"},
+    {"ChunksCutShort", {{{kChunks + "2\r\nab\r\n"}}, Then::Close}, nullptr, true, "http11 on"},
+    {"BadChunk", {{{kChunks + "2\r\nab\r\nz"}}, Then::Close}, nullptr, true, "http11 on"},
+    {"UpToTheClose", {{{kText + "\r\nab"}}, Then::Close}, "ab", true, "http11 on"},
+    {"UpToAReset", {{{kText + "\r\nab"}}, Then::Reset}, nullptr, true, "http11 on"},
+    {"UpToTheCloseOfHttp10", {{{kText + "\r\nab"}}, Then::Close}, "ab", true, kToTheClose},
+    {"UpToATimeOut", {{{kText + "\r\nab"}}, Then::Stall}, nullptr, true, kToTheClose},
+};
+
+class Copy : public testing::TestWithParam<CopyRow> {};
+
+TEST_P(Copy, IsHalfABodyOrTakesThePlaceOfAWholeOne)
+{
+    const CopyRow &row = GetParam();
+    const ScriptedPeer peer({{"http://h/old", row.reply}, {"http://h/new", row.reply}});
+    Agent agent(peer.port(),
+                "readtimeout 1; numclients 2; slf on; slr @dir@/save; loadurl h/old; "
+                "loadurl h/new; " +
+                    std::string(row.directives));
+    agent.dir.write("save/h/old", "earlier");
+    agent.run();
+    EXPECT_EQ(agent.dir.read("save/h/old"), row.text != nullptr ? row.text : "earlier");
+    EXPECT_EQ(agent.dir.read("save/h/new"), row.text != nullptr ? row.text : "");
+    const bool isThere = std::filesystem::exists(agent.dir.path("save/h/new"));
+    EXPECT_EQ(isThere, row.text != nullptr || !row.isAbsent);
+    const std::filesystem::directory_iterator entries(agent.dir.path("save/h"));
+    EXPECT_EQ(std::distance(begin(entries), end(entries)), isThere ? 2 : 1) << "nothing else";
+}
+INSTANTIATE_TEST_SUITE_P(Fault, Copy, testing::ValuesIn(kCopies),
+                         [](const auto &row) { return std::string(row.param.name); });
+
+TEST(Fault, OutputIsIncompleteAndNobodyIsTold)
+{
+    const ScriptedPeer peer;
+    Agent agent(peer.port(),
+                "catracelog trace; serverroot @dir@; errorlog x/x; resultslog log; metricsfile "
+                "none/m; slf on; slr @dir@/save; " +
+                    seeds(3));
+    agent.dir.write("x/x", "");
+    const std::string report = kReport + ".tmp";
+    for (const std::string name : {"trace", "x/cacheAgent-errors", "log", report.c_str()}) {
+        std::filesystem::create_symlink("/dev/full", agent.dir.path(name));
+    }
+    for (const char *const name : {"save/h/0", "save/h/1", "save/h/2"}) {
+        agent.dir.write("save/h/keep", "");
+        std::filesystem::create_symlink("/dev/full", agent.dir.path(name));
+    }
+    agent.startWith("-r proxy.conf");
+    agent.finish();
+    const std::string reported = "@dir@/" + report;
+    const std::string full = ": not written whole: No space left on device";
+    for (const std::string path : {"trace", "x/cacheAgent-errors", "log", reported.c_str()}) {
+        EXPECT_EQ(agent.traced("refetchd: " + path + full + "\n"), 1) << path;
+    }
+    EXPECT_EQ(agent.traced("refetchd: none/m: not written whole: No such file or directory\n"), 1);
+    EXPECT_EQ(agent.traced(full + " (and 2 more copies)\n"), 1) << agent.process->err();
+}
+
 // The second agent begins and ends while the first one runs.
 TEST(Fault, TwoAgentsLoseTheReport)
 {
