@@ -1,7 +1,10 @@
 #include "HTWorkThread.h"
 
+#include <pthread.h>
+
 #include <cstddef>
 #include <new>
+#include <type_traits>
 
 namespace {
 
@@ -15,7 +18,32 @@ struct Module {
 std::array<Module, kThreadSlots> modules{};
 int moduleCount = 0;
 
-thread_local HTThreadContext threadContext;
+// Room for the context of the thread. It has no destructor: to register one takes memory, and if
+// there is none when a thread first asks for its context, the C library ends the process with
+// SIGABRT. Setting a value for a key takes none.
+struct ContextRoom {
+    alignas(HTThreadContext) std::array<std::byte, sizeof(HTThreadContext)> bytes{};
+    HTThreadContext *context = nullptr;
+};
+static_assert(std::is_trivially_destructible_v<ContextRoom>);
+thread_local constinit ContextRoom room;
+
+void endContext(void *context)
+{
+    room.context = nullptr;
+    static_cast<HTThreadContext *>(context)->~HTThreadContext();
+}
+
+// The key whose destructor ends the contexts. Made by the first thread that asks for its context.
+pthread_key_t contextKey()
+{
+    static const pthread_key_t key = [] {
+        pthread_key_t made{};
+        pthread_key_create(&made, endContext);
+        return made;
+    }();
+    return key;
+}
 
 }  // namespace
 
@@ -26,7 +54,11 @@ HTLibraryConfig *HTLibraryConfig_new()
 
 HTThreadContext *HTThread_context()
 {
-    return &threadContext;
+    if (room.context == nullptr) {
+        room.context = new (room.bytes.data()) HTThreadContext;
+        pthread_setspecific(contextKey(), room.context);
+    }
+    return room.context;
 }
 
 int HTWorkThread_register(const char *name, HTThreadHook begin, HTThreadHook end)

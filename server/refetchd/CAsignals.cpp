@@ -7,6 +7,7 @@
 #include <csignal>
 #include <ctime>
 
+#include "base/CAoutput.h"
 #include "config/CAcfg.h"
 
 namespace {
@@ -26,6 +27,7 @@ bool isIgnored(int signal)
 void endCleanly(int /*signal*/)
 {
     CAPutBackReport();
+    CATellUnwritten();
     _exit(0);
 }
 
@@ -33,6 +35,7 @@ void endCleanly(int /*signal*/)
 void endAtOnce(int signal)
 {
     CAPutBackReport();
+    CATellUnwritten();
     std::signal(signal, SIG_DFL);
     std::raise(signal);
 }

@@ -19,6 +19,7 @@
 #include "HTInit.h"
 #include "HTSocket.h"
 #include "HTString.h"
+#include "base/CAoutput.h"
 #include "base/CAtrace.h"
 #include "config/CAcfg.h"
 #include "fetch/CAwork.h"
@@ -174,6 +175,7 @@ void occupyStandardStreams()
 [[noreturn]] void endWithoutMemory()
 {
     std::fputs("refetchd: out of memory.\n", stderr);
+    CATellUnwritten();
     std::_Exit(1);
 }
 

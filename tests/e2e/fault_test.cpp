@@ -90,7 +90,7 @@ TEST_P(HostFault, StopsNothingElse)
 {
     const HostRow &row = GetParam();
     const std::string wrapper = row.wrapper;
-    if (kSanitized && (wrapper.find("--as") + 1 != 0 || wrapper.find("--data") + 1 != 0)) {
+    if (kSanitized && std::regex_search(wrapper, std::regex("--as|--data|PRELOAD"))) {
         GTEST_SKIP() << "a sanitizer needs more memory";
     }
     const ScriptedPeer peer({{"http://h/large", Reply::html(kMega)}});
@@ -128,6 +128,7 @@ const HostRow kHostFaults[] = {
     {"SomeThreads", seeds(30) + "numclients 6", 30, "#5 could not be started.\n", kSixThreads},
     {"NoThread", seeds(30), 0, kNoClient, kOneThread, "", 1},
     {"NoMemory", seeds(30000), 0, "out of memory", "prlimit --data=4000000", "", 1},
+    {"NoMemoryInThreads", seeds(9), 0, "out of memory", "LD_PRELOAD=" NO_MEMORY, "", 1},
     {"DiskFullForTheTrace", seeds(30) + "catracelog @dir@/full", 30, "", "", "full"},
     {"DiskFullForTheReport", seeds(30), 30, ".html (rename errno=28);", "", kReport + ".tmp"},
     {"DiskFullForACopy", kSave, 3, "large\" failed.\n", "", "save/h/large"},
@@ -198,5 +199,119 @@ const ChangeRow kChanges[] = {
     {"HitsFileIsNone", "logs/hitsfile.txt", kNoHits, "/admin /z"},
 };
 INSTANTIATE_TEST_SUITE_P(Fault, BetweenRuns, testing::ValuesIn(kChanges), rowName);
+
+struct CopyRow {
+    const char *name;
+    Reply reply;
+    const char *text;      // of the copy; null: the earlier one stays
+    bool isAbsent = true;  // then, if there was none; otherwise empty
+    const char *directives = "";
+};
+
+const std::string kText = "HTTP/1.1 200 OK\r\nContent-Type: text/plain\r\n";
+const std::string kLength = kText + "Content-Length: 100000\r\n\r\n";
+const std::string kChunks = kText + "Transfer-Encoding: chunked\r\n\r\n";
+const std::string k1234(1234, 'x');
+const char *const kToTheClose = "closedelimitedbodies on";
+
+const CopyRow kCopies[] = {
+    {"Reset", {{{kLength + k1234}}, Then::Reset}, nullptr},
+    {"ResetInAPage",
+     {{{kOk + "text/html\r\nContent-Length: 9999\r\n\r\nx"}}, Then::Reset},
+     nullptr},
+    {"TimedOut", {{{kLength + k1234}}, Then::Stall}, nullptr},
+    {"Closed", {{{kLength + k1234}}, Then::Close}, nullptr},
+    {"NothingCame", {{{kLength}}, Then::Reset}, nullptr, false},
+    {"TooLong", {{{kText + "Content-Length: 3\r\n\r\nlonger"}}, Then::Close}, nullptr},
+    {"Empty", Reply::ok(""), ""},
+    {"NoLength", {{{kText + "\r\nNo chunks\r\n\r\n"}}, Then::Close}, nullptr, false},
+    {"Chunks", {{{kChunks + "2\r\nab\r\n0\r\n\r\n"}}}, "ab"},
+    {"ChunksCutShort", {{{kChunks + "2\r\nab\r\n"}}, Then::Close}, nullptr, true, "http11 on"},
+    {"BadChunk", {{{kChunks + "2\r\nab\r\nz"}}, Then::Close}, nullptr, true, "http11 on"},
+    {"UpToTheClose", {{{kText + "\r\nab"}}, Then::Close}, "ab", true, "http11 on"},
+    {"UpToAReset", {{{kText + "\r\nab"}}, Then::Reset}, nullptr, true, "http11 on"},
+    {"UpToTheCloseOfHttp10", {{{kText + "\r\nab"}}, Then::Close}, "ab", true, kToTheClose},
+    {"UpToATimeOut", {{{kText + "\r\nab"}}, Then::Stall}, nullptr, true, kToTheClose},
+};
+
+class Copy : public testing::TestWithParam<CopyRow> {};
+
+TEST_P(Copy, IsHalfABodyOrTakesThePlaceOfAWholeOne)
+{
+    const CopyRow &row = GetParam();
+    const ScriptedPeer peer({{"http://h/old", row.reply}, {"http://h/new", row.reply}});
+    Agent agent(peer.port(),
+                "readtimeout 1; numclients 2; slf on; slr @dir@/save; loadurl h/old; "
+                "loadurl h/new; " +
+                    std::string(row.directives));
+    agent.dir.write("save/h/old", "earlier");
+    agent.run();
+    EXPECT_EQ(agent.dir.read("save/h/old"), row.text != nullptr ? row.text : "earlier");
+    EXPECT_EQ(agent.dir.read("save/h/new"), row.text != nullptr ? row.text : "");
+    const bool isThere = std::filesystem::exists(agent.dir.path("save/h/new"));
+    EXPECT_EQ(isThere, row.text != nullptr || !row.isAbsent);
+    const std::filesystem::directory_iterator entries(agent.dir.path("save/h"));
+    EXPECT_EQ(std::distance(begin(entries), end(entries)), isThere ? 2 : 1) << "nothing else";
+}
+INSTANTIATE_TEST_SUITE_P(Fault, Copy, testing::ValuesIn(kCopies),
+                         [](const auto &row) { return std::string(row.param.name); });
+
+TEST(Fault, OutputIsIncompleteAndNobodyIsTold)
+{
+    const ScriptedPeer peer;
+    Agent agent(peer.port(),
+                "catracelog trace; serverroot @dir@; errorlog x/x; resultslog log; metricsfile "
+                "none/m; slf on; slr @dir@/save; " +
+                    seeds(3));
+    agent.dir.write("x/x", "");
+    const std::string report = kReport + ".tmp";
+    for (const std::string name : {"trace", "x/cacheAgent-errors", "log", report.c_str()}) {
+        std::filesystem::create_symlink("/dev/full", agent.dir.path(name));
+    }
+    for (const char *const name : {"save/h/0", "save/h/1", "save/h/2"}) {
+        agent.dir.write("save/h/keep", "");
+        std::filesystem::create_symlink("/dev/full", agent.dir.path(name));
+    }
+    agent.startWith("-r proxy.conf");
+    agent.finish();
+    const std::string reported = "@dir@/" + report;
+    const std::string full = ": not written whole: No space left on device";
+    for (const std::string path : {"trace", "x/cacheAgent-errors", "log", reported.c_str()}) {
+        EXPECT_EQ(agent.traced("refetchd: " + path + full + "\n"), 1) << path;
+    }
+    EXPECT_EQ(agent.traced("refetchd: none/m: not written whole: No such file or directory\n"), 1);
+    EXPECT_EQ(agent.traced(full + " (and 2 more copies)\n"), 1) << agent.process->err();
+}
+
+// The second agent begins and ends while the first one runs.
+TEST(Fault, TwoAgentsLoseTheReport)
+{
+    const ScriptedPeer peer({{"http://h/stuck", {{}, Then::Stall}}});
+    Agent first(peer.port(), "serverroot @dir@; readtimeout 60; maxruntime 4; loadurl h/stuck");
+    first.start();
+    ASSERT_TRUE(peer.waitForRequests(1, kRunDeadline));
+    Agent second(peer.port(), "serverroot " + first.dir.path() + "; loadurl h/a");
+    second.run();
+    first.finish();
+    std::string report = first.report();
+    EXPECT_EQ(replaceAll(&report, "</body></html>\n", ""), 2) << "one page each";
+}
+
+TEST(Fault, ReportReplacesAFileOnTheWayToIt)
+{
+    const ScriptedPeer peer;
+    Agent agent(peer.port(), "serverroot @dir@/x.tmp/root; loadurl h/a");
+    agent.dir.write("x.tmp/root/" + kReport, "");
+    for (const int night : {1, 2}) {
+        agent.run();
+        EXPECT_EQ(agent.traced(".html.tmp successfully renamed to @dir@/x.\n"), 1) << night;
+    }
+    for (const std::string text : {"mine", "<html>\n</body></html>\n"}) {
+        agent.dir.write("x", text);
+        agent.run();
+        EXPECT_EQ(agent.traced("to @dir@/x (rename errno=17)"), 1);
+        EXPECT_EQ(agent.dir.read("x"), text);
+    }
+}
 
 }  // namespace

@@ -16,7 +16,7 @@ std::atomic<bool> isMute = false;
 
 }  // namespace
 
-// In place of the resolver's: "mute.test" gets no answer for a while, other names get 127.0.0.9.
+// In place of the resolver's: "mute.test" gets no answer for a while, other names get 127.0.0.1.
 extern "C" int gethostbyname_r(const char *name, hostent *entry, char *buffer, std::size_t /*size*/,
                                hostent **result, int * /*error*/)
 {
@@ -26,7 +26,7 @@ extern "C" int gethostbyname_r(const char *name, hostent *entry, char *buffer, s
     char **const list = reinterpret_cast<char **>(buffer);
     list[0] = buffer + 2 * sizeof(char *);
     list[1] = nullptr;
-    std::memcpy(list[0], "\x7f\0\0\x09", 4);
+    std::memcpy(list[0], "\x7f\0\0\x01", 4);
     *entry = {nullptr, nullptr, AF_INET, 4, list};
     *result = entry;
     return 0;

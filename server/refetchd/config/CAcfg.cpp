@@ -10,6 +10,7 @@
 #include "HTInet.h"
 #include "HTString.h"
 #include "HTTLS.h"
+#include "base/CAoutput.h"
 #include "base/CAtrace.h"
 #include "config/CAcfgLines.h"
 #include "config/CAdirectives.h"
@@ -91,6 +92,7 @@ CAConfig::~CAConfig()
         // The threads may be about to write a line or to match a pattern. The end of the process
         // frees everything.
         std::fflush(nullptr);
+        CATellUnwritten();
         return;
     }
     if (errorLogStream != nullptr) {
@@ -101,6 +103,7 @@ CAConfig::~CAConfig()
         std::fclose(traceStream);
     }
     traceStream = nullptr;
+    CATellUnwritten();  // only now is all of the logs written, or not
     // The remaining fields (`onlyPatterns`, `hostLimits`, `httpVersion`, `updateProxy`, `hostname`)
     // live until the process ends.
     std::free(saveRoot);

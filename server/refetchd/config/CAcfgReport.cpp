@@ -18,6 +18,7 @@
 #include <string_view>
 
 #include "HTString.h"
+#include "base/CAoutput.h"
 #include "base/CAtrace.h"
 #include "config/CAcfg.h"
 #include "report/CAsummary.h"
@@ -113,54 +114,8 @@ void keepPrevious(const char *path)
     }
 }
 
-// The file behind the report stream. It records errno, because a stdio stream only remembers that
-// some write has failed.
-struct ReportFile {
-    int descriptor = -1;
-    bool written = false;
-    int error = 0;  // the errno of the first call that failed
-};
-ReportFile reportFile;  // one is enough: only one CAConfig writes a report
-
-ssize_t writeReport(void * /*cookie*/, const char *data, std::size_t size)
-{
-    reportFile.written = true;
-    std::size_t done = 0;
-    while (done < size) {
-        const ssize_t count = write(reportFile.descriptor, data + done, size - done);
-        if (count > 0) {
-            done += static_cast<std::size_t>(count);
-        } else if (count == 0 || errno != EINTR) {
-            const int error = count == 0 ? EIO : errno;
-            reportFile.error = reportFile.error != 0 ? reportFile.error : error;
-            break;
-        }
-    }
-    return static_cast<ssize_t>(done);
-}
-
-int closeReport(void * /*cookie*/)
-{
-    if (close(reportFile.descriptor) != 0 && reportFile.error == 0) {
-        reportFile.error = errno;
-    }
-    return 0;
-}
-
-FILE *openReport(const char *path)
-{
-    const int descriptor = open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-    if (descriptor < 0) {
-        return nullptr;
-    }
-    FILE *const stream = fopencookie(nullptr, "w", {nullptr, writeReport, nullptr, closeReport});
-    if (stream == nullptr) {
-        close(descriptor);
-        return nullptr;
-    }
-    reportFile = {.descriptor = descriptor};
-    return stream;
-}
+// What became of the report stream. One is enough: only one CAConfig writes a report.
+CAOutputState reportState;
 
 }  // namespace
 
@@ -185,7 +140,7 @@ void CAConfig::setServerRoot(const char *root)
     if (reportStream != nullptr) {
         std::fclose(reportStream);
     }
-    reportStream = openReport(g_catrace_filename);
+    reportStream = CAOpenOutput(g_catrace_filename, &reportState, CAOutputMode::TruncateAndAppend);
     if (reportStream == nullptr) {
         CATrace("ldAgtConfig. filename \"%s\" can't be opened.\n", g_catrace_filename);
     } else {
@@ -203,21 +158,49 @@ void CAPutBackReport()
 
 namespace {
 
-// Moves the report in progress to its place, `target`. False (traced) when there is no new report.
-bool moveReport(const char *inProgress, const char *target)
+// True when a rename to `path` loses nothing but an older report: it has the name, or a directory
+// does, so that the rename fails.
+bool isOursToReplace(const char *path)
 {
-    int error = reportFile.error;
-    if (error == 0) {
-        unlink(target);
-        error = std::rename(inProgress, target) == 0 ? 0 : errno;
+    constexpr std::string_view kMark = R"(<meta name="GENERATOR" content="Quillmark">)";
+    const int file = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW);
+    if (file < 0) {
+        return false;
     }
+    struct stat status {};
+    std::array<char, 1024> begin{};
+    const bool isReplaceable =
+        (fstat(file, &status) == 0 && S_ISDIR(status.st_mode)) ||
+        (isReport(file) && pread(file, begin.data(), begin.size(), 0) > 0 &&
+         std::string_view(begin.data(), begin.size()).find(kMark) != std::string_view::npos);
+    close(file);
+    return isReplaceable;
+}
+
+// Moves the report in progress to `target`. Returns 0, or an error number: with EEXIST, `target` is
+// not the report's `own` path, and a file of somebody else has that name.
+int replaceReport(const char *inProgress, const char *target, std::string_view own)
+{
+    const bool replaces = target == own || isOursToReplace(target);
+    return renameat2(AT_FDCWD, inProgress, AT_FDCWD, target, replaces ? 0 : RENAME_NOREPLACE) == 0
+               ? 0
+               : errno;
+}
+
+// Moves the report in progress to its place, `target`. False (traced) when there is no new report.
+bool moveReport(const std::string &inProgress, const char *target)
+{
+    const auto own = std::string_view(inProgress)
+                         .substr(0, inProgress.size() - std::string_view(kInProgress).size());
+    const int error =
+        reportState.error != 0 ? reportState.error : replaceReport(inProgress.c_str(), target, own);
     if (error == 0) {
-        CATrace("%s successfully renamed to %s.\n", inProgress, target);
+        CATrace("%s successfully renamed to %s.\n", inProgress.c_str(), target);
     } else {
         // For example, the disk is full. The report before, or the placeholder, is better than half
         // a page.
-        CATrace("Not able to rename %s to %s (rename errno=%d); no summary file.\n", inProgress,
-                target, error);
+        CATrace("Not able to rename %s to %s (rename errno=%d); no summary file.\n",
+                inProgress.c_str(), target, error);
     }
     return error == 0;
 }
@@ -231,13 +214,13 @@ void CAConfig::finishReport()
     }
     std::fclose(reportStream);
     reportStream = nullptr;
-    const HeapString inProgress(strdup(g_catrace_filename));
+    const std::string inProgress(g_catrace_filename);
     char *const cut = std::strstr(g_catrace_filename, kInProgress);
-    if (!reportFile.written) {
+    if (!reportState.written) {
         unlink(g_catrace_filename);  // no run has ended
-    } else if (inProgress != nullptr && cut != nullptr) {
-        *cut = '\0';
-        if (moveReport(inProgress.get(), g_catrace_filename) &&
+    } else if (cut != nullptr) {
+        *cut = '\0';  // kept: in a server root with such a name, the report's path is cut there
+        if (moveReport(inProgress, g_catrace_filename) &&
             std::strcmp(g_catrace_filename, previous.report.data()) == 0) {
             unlink(previous.copy.data());
             previous.copy[0] = '\0';

@@ -9,6 +9,7 @@
 
 #include "HTInet.h"
 #include "HTString.h"
+#include "base/CAoutput.h"
 #include "base/CAtrace.h"
 #include "config/CAargument.h"
 #include "config/CAcfg.h"
@@ -25,7 +26,7 @@ void CASetTraceLog(const CADirectiveCall &call)
     if (call.config.observer != nullptr) {
         return;
     }
-    FILE *const file = std::fopen(call.argument(), "we");
+    FILE *const file = CAOpenOutput(call.argument());
     if (file == nullptr) {
         return;
     }
@@ -53,7 +54,7 @@ void CASetErrorLog(const CADirectiveCall &call)
     if (config.observer != nullptr) {
         return;
     }
-    FILE *const file = std::fopen(config.errorLogPath, "we");
+    FILE *const file = CAOpenOutput(config.errorLogPath);
     if (file == nullptr) {
         CATrace("CacheErrorLog.... \"%s\" could not be opened.\n", config.errorLogPath);
         return;

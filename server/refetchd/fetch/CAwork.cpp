@@ -372,6 +372,9 @@ Next exchange(const Client &client, CAConnection *connection, CAURL *url, std::u
     requestElsewhere(client, connection, url, run, &parser);
     result.status = parser->isHTTP() ? parser->getHTTPRequestRC() : 0;
     result.failure = failureOf(*parser, *connection);
+    if (result.failure != CAFailure::None) {
+        parser->breakOff();
+    }
     result.reason = connection->reason();
     if (connection->failure() == CAFailure::TimedOut && looksAtAnswers()) {
         connection->renew();  // a late response must not be taken for that of the next URL

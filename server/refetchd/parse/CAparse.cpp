@@ -149,6 +149,13 @@ std::int32_t CAParser::consume(char *data, std::int32_t length, std::int32_t *fi
     return sink_ == nullptr ? length : sink_->consume(data, length, finished, closeConnection);
 }
 
+void CAParser::breakOff()
+{
+    if (sink_ != nullptr) {
+        sink_->breakOff();
+    }
+}
+
 CAParser *CAParser::addSink(CAParser *next)
 {
     delete sink_;

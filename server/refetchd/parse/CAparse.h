@@ -84,6 +84,10 @@ public:
     virtual std::int32_t consume(char *data, std::int32_t length, std::int32_t *finished,
                                  std::int32_t *closeConnection);
 
+    // Tells this stage and those behind it that the response is not whole: it broke off, or nobody
+    // reads its rest. What they have got does not count as a body then.
+    virtual void breakOff();
+
     // True once the rest of the response is read only to keep the connection: nobody should wait
     // long for it.
     [[nodiscard]] bool isUnwanted() const { return isUnwanted_; }

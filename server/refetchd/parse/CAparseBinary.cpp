@@ -1,11 +1,15 @@
 #include "parse/CAparseBinary.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
+#include <cerrno>
 #include <cinttypes>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -14,9 +18,12 @@
 #include "HTFile.h"
 #include "HTMemory.h"
 #include "HTString.h"
+#include "base/CAoutput.h"
 #include "base/CAtrace.h"
 #include "config/CAcfg.h"
 #include "htthread.h"
+#include "report/CAmetrics.h"
+#include "report/CAresults.h"
 #include "url/CAURL.h"
 
 namespace {
@@ -43,9 +50,10 @@ bool climbsOut(std::string_view path)
 }
 
 // Guards the names in the save directory: locked while the directories of a file are created and
-// the file is opened, and while a file is removed. Otherwise turnIntoDirectory() could lose a body
-// of another thread: for a moment the page has a temporary name, which may be that of another page,
-// and its own name is free. Never destroyed, because a worker thread may outlive main().
+// the file is opened, and while it is renamed or removed. Otherwise turnIntoDirectory() could lose
+// a body of another thread: for a moment the page has a temporary name, which may be that of
+// another page, and its own name is free. Never destroyed, because a worker thread may outlive
+// main().
 PMutex &namesMutex()
 {
     static PMutex *const mutex = new PMutex;
@@ -138,20 +146,105 @@ int createBeyond(char *dir, const char *place)
     }
 }
 
-// Opens a file as fopen() with "wb" does, but fails for a pipe that nobody reads instead of waiting
-// for a reader.
-FILE *openToWrite(const char *name)
+// Files aside are locked (flock) by the agent that writes them, so that others can tell them from
+// those that a killed agent has left behind. On a file system without such locks all pass for used.
+
+// A number of the thread's own, from 0, so that threads seldom try the same name.
+int threadNumber()
 {
-    const int fd = open(name, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NONBLOCK, 0666);
-    if (fd < 0) {
-        return nullptr;
+    static std::atomic<int> count = 0;
+    thread_local const int number = count++;
+    return number;
+}
+
+// True when `name` is still the name of the open file.
+bool isNameOf(const std::string &name, int file)
+{
+    struct stat ours {};
+    struct stat there {};
+    return fstat(file, &ours) == 0 && lstat(name.c_str(), &there) == 0 &&
+           ours.st_ino == there.st_ino && ours.st_dev == there.st_dev;
+}
+
+// Creates the file `name` and locks it. Returns its descriptor; -1 with errno set on failure, which
+// is EEXIST when the name is taken.
+int createAside(const std::string &name)
+{
+    const int file = open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
+    if (file < 0) {
+        return -1;
     }
-    fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) & ~O_NONBLOCK);
-    FILE *const file = fdopen(fd, "wb");
-    if (file == nullptr) {
-        close(fd);
+    // Before the lock was taken, another agent may have removed the file as left behind.
+    if ((flock(file, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK) && isNameOf(name, file)) {
+        return file;
+    }
+    close(file);
+    errno = EEXIST;
+    return -1;
+}
+
+// Removes the file `name` if nobody writes it. Returns true if that was so.
+bool removeLeftBehind(const std::string &name)
+{
+    const int file = open(name.c_str(), O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+    if (file < 0) {
+        return false;
+    }
+    const bool isLeft =
+        flock(file, LOCK_EX | LOCK_NB) == 0 && isNameOf(name, file) && unlink(name.c_str()) == 0;
+    close(file);
+    return isLeft;
+}
+
+// Creates a file aside for `target` and stores its name in `*aside`. Returns its descriptor; -1
+// with errno set on failure.
+int openAside(const std::string &target, std::string *aside)
+{
+    constexpr int kTries = 256;
+    constexpr std::string_view kPrefix = ".refetchd\x7F";
+    const std::string start = target.substr(0, target.rfind('/') + 1).append(kPrefix);
+    int file = -1;
+    errno = EEXIST;
+    for (int i = 0; file < 0 && errno == EEXIST && i < kTries; ++i) {
+        *aside = start + std::to_string(threadNumber() + i);
+        file = createAside(*aside);
+        if (file < 0 && errno == EEXIST) {
+            file = removeLeftBehind(*aside) ? createAside(*aside) : -1;
+            errno = EEXIST;
+        }
     }
     return file;
+}
+
+// Returns an unbuffered stream for the descriptor, which it takes over, even when it fails (null).
+// Without a buffer the write itself fails when the disk is full.
+FILE *streamOf(int descriptor)
+{
+    fcntl(descriptor, F_SETFL, fcntl(descriptor, F_GETFL) & ~O_NONBLOCK);
+    FILE *const file = fdopen(descriptor, "wb");
+    if (file == nullptr) {
+        close(descriptor);
+    } else {
+        std::setvbuf(file, nullptr, _IONBF, 0);
+    }
+    return file;
+}
+
+// Gives the new copy the owner, as far as that is allowed, and the mode of the earlier one.
+void takeAfter(int file, const struct stat &earlier)
+{
+    [[maybe_unused]] const int ignored = fchown(file, earlier.st_uid, earlier.st_gid);
+    fchmod(file, earlier.st_mode & 0777);
+}
+
+// Notes a copy that could not be written if anybody wants to know what a run did; not if `error` is
+// 0 or only its name is the reason: a site may choose names that are too long or that of a
+// directory.
+void noteUnwritten(const char *name, int error)
+{
+    if (results.observes() && error != 0 && error != ENAMETOOLONG && error != EISDIR) {
+        CANoteUnwrittenCopy(name, error);
+    }
 }
 
 }  // namespace
@@ -177,16 +270,41 @@ void CAParseBinary::openFile()
     std::snprintf(fileName_, size, "%s%.*s/%s%s", ac.saveRoot, CALength(host), host.data(),
                   url_->path(), page);
     const bool inside = host != ".." && !climbsOut(url_->path());
+    int error = 0;
     if (inside) {
         const PMutexGuard guard(namesMutex());
         create_place();
-        file_ = openToWrite(fileName_);
+        file_ = openPlace();
+        error = file_ == nullptr ? errno : 0;
     }
-    if (file_ != nullptr) {
-        std::setvbuf(file_, nullptr, _IONBF,
-                     0);  // unbuffered, so that the write itself fails when the disk is full
-    }
+    noteUnwritten(fileName_, error);
     CATrace("Creating.... file \"%s\" %s.\n", fileName_, file_ != nullptr ? "SUCCEEDED" : "FAILED");
+}
+
+// Opens the file that is written; null with errno set on failure. What has the name already must be
+// writable, as if it were written itself; a pipe that nobody reads is not waited for.
+FILE *CAParseBinary::openPlace()
+{
+    struct stat earlier {};
+    const int there = open(fileName_, O_WRONLY | O_CLOEXEC | O_NONBLOCK);
+    if (there < 0 && errno != ENOENT) {
+        return nullptr;
+    }
+    if (there >= 0) {
+        if (fstat(there, &earlier) != 0 || !S_ISREG(earlier.st_mode)) {
+            return streamOf(there);
+        }
+        close(there);
+    }
+    target_ = CAMetricsTarget(fileName_);
+    const int file = openAside(target_, &aside_);
+    if (file < 0) {
+        return nullptr;
+    }
+    if (there >= 0) {
+        takeAfter(file, earlier);
+    }
+    return streamOf(file);
 }
 
 // Makes sure that the directory of the file exists. 1, or 0 when it could not be created.
@@ -226,6 +344,7 @@ std::int32_t CAParseBinary::consume(char *data, std::int32_t length, std::int32_
                 fileName_);
         bytesWritten_ += size;
     } else {
+        noteUnwritten(fileName_, errno);
         CATrace("CAParseBin.. write of %u bytes to \"%s\" failed.\n", static_cast<unsigned>(length),
                 fileName_);
         dropFile();
@@ -233,30 +352,59 @@ std::int32_t CAParseBinary::consume(char *data, std::int32_t length, std::int32_
     return length;
 }
 
-// Removes the incomplete file: part of a body is worse than no copy.
+// Removes the incomplete file: part of a body is worse than no copy, or the one before.
 void CAParseBinary::dropFile()
 {
-    removeFile();
+    const PMutexGuard guard(namesMutex());
+    unlink(aside_.empty() ? fileName_ : aside_.c_str());
     std::fclose(file_);
     file_ = nullptr;
     std::free(fileName_);
     fileName_ = nullptr;
 }
 
-// Removes the file, under its new name if another thread has renamed it in turnIntoDirectory().
-void CAParseBinary::removeFile()
+// Renames the file aside, if it is whole, so that it replaces the earlier copy; otherwise removes
+// it. It stays open, and so locked, until its name is gone.
+void CAParseBinary::finishFile()
 {
-    const PMutexGuard guard(namesMutex());
-    if (unlink(fileName_) == 0) {
+    if (file_ == nullptr) {
         return;
     }
-    const std::string moved = std::string(fileName_) + "index.html";
-    struct stat ours {};
-    struct stat there {};
-    if (fstat(fileno(file_), &ours) == 0 && stat(moved.c_str(), &there) == 0 &&
-        ours.st_ino == there.st_ino && ours.st_dev == there.st_dev) {
-        unlink(moved.c_str());
+    int error = 0;
+    {
+        const PMutexGuard guard(namesMutex());
+        error = aside_.empty() ? 0 : putInPlace();
+        if (!aside_.empty() && (error != 0 || !isWhole_)) {
+            unlink(aside_.c_str());
+        }
+        std::fclose(file_);
     }
+    if (error != 0) {
+        noteUnwritten(fileName_, error);
+        CATrace("CAParseBin.. could not rename to \"%s\"; errno=%d.\n", fileName_, error);
+    }
+}
+
+// Returns 0, or an error number.
+int CAParseBinary::putInPlace()
+{
+    if (!isWhole_) {
+        if (bytesWritten_ == 0) {
+            renameat2(AT_FDCWD, aside_.c_str(), AT_FDCWD, target_.c_str(), RENAME_NOREPLACE);
+        }
+        return 0;
+    }
+    // A network file system reports some failed writes only when a descriptor is closed.
+    if (const int twin = dup(fileno(file_)); twin >= 0 && close(twin) != 0) {
+        return errno;
+    }
+    if (std::rename(aside_.c_str(), target_.c_str()) == 0) {
+        return 0;
+    }
+    // A directory has taken the name meanwhile.
+    const bool isMoved = errno == EISDIR && bytesWritten_ > 0 &&
+                         std::rename(aside_.c_str(), (target_ + "index.html").c_str()) == 0;
+    return isMoved ? 0 : errno;
 }
 
 CAParseBinary::~CAParseBinary()
@@ -264,11 +412,9 @@ CAParseBinary::~CAParseBinary()
     if (fileName_ != nullptr) {
         CATrace("Closing..... binary parser for file \"%s\". Wrote %" PRIu64 " bytes.\n", fileName_,
                 bytesWritten_);
+        finishFile();
     } else {
         CATrace("CAParseBin.. no file to close.\n");
-    }
-    if (file_ != nullptr) {
-        std::fclose(file_);
     }
     std::free(fileName_);
     if (sink_ != nullptr) {

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <string>
 
 #include "parse/CAparse.h"
 
@@ -10,14 +11,24 @@
 // "index.html" if that ends in "/". Host and path are used unchanged; but if they lead out of the
 // directory of the host, no file is opened. Without an open file the body is dropped.
 //
-// Parsers on different threads may save at the same time. Files are opened one at a time, under a
-// lock of this module; the directories are created, and traced, under that lock. When another
-// thread needs a directory in place of this file (see turnIntoDirectory()) while it is being
-// written, the file is renamed and writing goes on.
+// The body is written to a file aside, in the same directory, which takes the place of the earlier
+// copy when the parser is deleted; so a copy is always one whole body. When the response has broken
+// off (breakOff()), or the disk is full, the earlier copy stays as it was; if there is none, a
+// response of which nothing was written leaves an empty file, and any other no file. Symbolic links
+// are followed to the file that they name. Pipes and devices are written directly.
+//
+// Parsers on different threads, and of several agents, may save at the same time, also to one name:
+// the last body that was whole stays. Names are changed under a lock of this module; the
+// directories are created, and traced, under that lock. When a directory is needed in place of this
+// file (see turnIntoDirectory()) while it is being written, it gets the name that an earlier copy
+// would get.
+//
+// A file aside has a name that no URL leads to: ".refetchd", DEL and a number. One that a killed
+// agent has left behind is removed when its name is used again in that directory.
 class CAParseBinary : public CAParser {
 public:
     explicit CAParseBinary(CAURL *url);
-    ~CAParseBinary() override;  // closes the file
+    ~CAParseBinary() override;  // puts the copy in its place
     CAParseBinary(const CAParseBinary &) = delete;
     CAParseBinary &operator=(const CAParseBinary &) = delete;
 
@@ -26,15 +37,23 @@ public:
     std::int32_t consume(char *data, std::int32_t length, std::int32_t *finished,
                          std::int32_t *closeConnection) override;
 
+    void breakOff() override { isWhole_ = false; }
+
 private:
     void openFile();
     int create_place();
+    [[nodiscard]] FILE *openPlace();
     void dropFile();
-    void removeFile();
+    void finishFile();
+    [[nodiscard]] int putInPlace();
 
     char *fileName_ = nullptr;  // owned; null while nothing is saved and after a failed write
+    std::string target_;        // the file that the links of fileName_ lead to
+    std::string aside_;         // what is written until it replaces target_; "": it is written
+                                // directly
     std::uint64_t bytesWritten_ = 0;
     FILE *file_ = nullptr;
+    bool isWhole_ = true;
 };
 
 // A parser that saves the page with this URL; null when no copies are kept. The caller owns it.

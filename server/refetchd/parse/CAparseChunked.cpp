@@ -101,6 +101,7 @@ CAChunkDecoder::State CAChunkDecoder::onSize(Input *input)
         CATrace("HTTP........ the hexstring is too long!\n");
     }
     chunkRemaining_ = sizeOf(hexDigits_.data(), hexLength_);
+    hasSize_ = hexLength_ > 0;
     hexLength_ = 0;
     if (chunkRemaining_ > maxChunkedSize) {
         CATrace("HTTP........ the Chunk size is too big, drop!\n");
@@ -130,6 +131,7 @@ CAChunkDecoder::State CAChunkDecoder::onLastFeed(Input *input, const Output &out
     }
     ++input->at;
     deliver(output);
+    hasEnded_ = hasSize_;
     *output.finished = 1;
     return State::Size;
 }

@@ -35,6 +35,9 @@ public:
     // dropped because a chunk is too big, memory is out, or the sink takes nothing.
     void decode(const char *data, std::int32_t length, const Output &output);
 
+    // True once the body has ended with a last chunk whose size was written, not just assumed.
+    [[nodiscard]] bool hasEnded() const { return hasEnded_; }
+
 private:
     enum class State : std::uint8_t {
         Size = 3,            // collects hex digits
@@ -63,6 +66,8 @@ private:
     bool deliver(const Output &output);
 
     State state_ = State::Size;
+    bool hasSize_ = false;  // the line of the current chunk's size has digits
+    bool hasEnded_ = false;
     std::int32_t chunkRemaining_ = 0;
     std::uint32_t hexLength_ = 0;
     std::array<char, 32> hexDigits_{};

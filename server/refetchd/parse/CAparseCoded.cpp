@@ -40,6 +40,14 @@ std::int32_t CAParseCoded::consume(char *data, std::int32_t length, std::int32_t
     return length;
 }
 
+void CAParseCoded::breakOff()
+{
+    if (copy_ != nullptr) {
+        copy_->breakOff();
+    }
+    CAParser::breakOff();
+}
+
 void CAParseCoded::stopWhenDone()
 {
     if (decoder_->state() == CADecoder::State::Broken) {

@@ -28,6 +28,8 @@ public:
     std::int32_t consume(char *data, std::int32_t length, std::int32_t *finished,
                          std::int32_t *closeConnection) override;
 
+    void breakOff() override;
+
 private:
     static constexpr std::size_t kBlock = 16384;
 

@@ -73,6 +73,9 @@ CAParseHTTP::CAParseHTTP(CAURL *url, HTThreadContext *threadContext, const CAPar
 
 CAParseHTTP::~CAParseHTTP()
 {
+    if (!hasEnded_) {
+        CAParser::breakOff();
+    }
     if (waitsForRoom()) {
         const char *const header = HTAssocList_lookupExact(headers_, "Location:");
         const std::string location(header, std::strcspn(header, "\r\n"));
@@ -285,6 +288,7 @@ void CAParseHTTP::readFraming(std::int32_t *closeConnection)
                 connection != nullptr ? connection : "(null)");
     }
     if (untilClose_) {
+        hasEnded_ = true;
         *closeConnection = 1;
     } else if (connection != nullptr) {
         *closeConnection = strcasecmp(connection, "keep-alive") == 0 ? 0 : 1;
@@ -444,7 +448,9 @@ void CAParseHTTP::consumeBody(char **readP, char *const *writeP, std::int32_t *f
         chunks_.decode(*readP, avail,
                        {.sink = sink_, .finished = finished, .closeConnection = closeConnection});
         *readP += avail;
+        hasEnded_ = chunks_.hasEnded();
     } else {
+        hasEnded_ = contentLength_ == 0 && avail == 0;
         state_ = State::Discard;
     }
 }
@@ -460,6 +466,7 @@ void CAParseHTTP::consumeLength(char **readP, std::int32_t avail, std::int32_t *
     CATrace("HTTP........ the sink eat %d bytes, %" PRId64 " bytes more wanted.\n", eaten,
             contentLength_ - bodyDelivered_);
     if (bodyDelivered_ == contentLength_) {
+        hasEnded_ = true;
         *finished = 1;
     }
 }

@@ -77,6 +77,9 @@ protected:
     bool isHTTP_ = true;
     bool unframed_ = false;
     bool isCutShort_ = false;
+    // The body has ended, or only the connection ends it. Unless this is so when the parser is
+    // deleted, the response has broken off.
+    bool hasEnded_ = false;
 
     enum class State : std::uint8_t {
         StatusLine = 0,

@@ -32,6 +32,7 @@ std::int32_t CAParseHTTP11::consume(char *data, std::int32_t length, std::int32_
         state_ = state_ == State::Body ? readBody(&at, end) : readHead(&at, end);
     }
     if (state_ >= State::Complete) {
+        hasEnded_ = state_ == State::Complete;
         if (at != end && state_ == State::Complete) {
             CATrace("Parser...... %d bytes follow the end of the response.\n",
                     static_cast<int>(end - at));
@@ -145,6 +146,7 @@ CAParseHTTP11::State CAParseHTTP11::beginBody()
     constexpr std::string_view kBodies[] = {"none", "by length", "chunked", "up to the close"};
     left_ = framing_.body() == CAFraming::Body::Length ? framing_.length() : 0;
     unframed_ = framing_.body() == CAFraming::Body::UntilClose;
+    hasEnded_ = unframed_;
     CATrace("Parser...... body: %s, connection: %s.\n",
             kBodies[static_cast<std::size_t>(framing_.body())].data(),
             framing_.keepsConnection() ? "kept" : "closed");

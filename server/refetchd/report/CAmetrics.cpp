@@ -10,6 +10,7 @@
 #include <climits>
 #include <cstdio>
 
+#include "base/CAoutput.h"
 #include "base/CAtrace.h"
 
 namespace {
@@ -157,6 +158,7 @@ void CAWriteMetrics(const std::string &path, const CATally &tally, const CARunEn
         return;
     }
     if (const int error = replace(target, tally, end); error != 0) {
+        CANoteUnwritten(path, error);
         CATrace("Metrics..... could not write \"%s\"; errno=%d.\n", path.c_str(), error);
         CAErrorLog(958, "Could not write the metrics file \"%s\".\n", path.c_str());
     }

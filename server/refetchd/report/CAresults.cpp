@@ -9,6 +9,7 @@
 #include <cinttypes>
 #include <cstdio>
 
+#include "base/CAoutput.h"
 #include "base/CAtrace.h"
 #include "report/CAjson.h"
 #include "url/CAURL.h"
@@ -29,6 +30,7 @@ void reportFailure(const std::string &path, int error)
     if (error == 0) {
         return;
     }
+    CANoteUnwritten(path, error);
     CATrace("Results..... could not write \"%s\"; errno=%d.\n", path.c_str(), error);
     CAErrorLog(957, "Could not write \"%s\".\n", path.c_str());
 }
