@@ -150,7 +150,7 @@ void *CAQueue::takeByDepth(CADepthOrder::Ticket *ticket)
         length_ -= taken.url != nullptr ? 1 : 0;
         early_ += taken.overtaken > 0 ? 1 : 0;
     }
-    if (taken.overtaken > 0) {
+    if (taken.url != nullptr && taken.overtaken > 0) {
         CATrace("Order....... depth %d begins although %zu shallower URLs are still in work.\n",
                 taken.url->depth(), taken.overtaken);
     }
