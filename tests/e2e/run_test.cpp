@@ -341,7 +341,8 @@ TEST(Scale, HundredClientsAreBusyWhenTheTimeIsUp)
     });
     Agent agent(peer.port(), "numclients 100; maxruntime 2; delvedepth 1; " + seeds(1000));
     agent.run("-rp 2");
-    EXPECT_GE(peer.mostConnections(), 100);  // it does not notice at once that an answer is given up
+    EXPECT_GE(peer.mostConnections(),
+              100);  // it does not notice at once that an answer is given up
     EXPECT_EQ(agent.traced("Master...... TIME's UP! we have to go...\n"), 2);
     EXPECT_EQ(agent.traced("exiting.\n"), 100);
 }
