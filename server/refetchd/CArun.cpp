@@ -165,14 +165,15 @@ bool isAnyWorker(std::int32_t (CAWorkerThread::*state)() const)
     return false;
 }
 
-// Waits until no worker is in this state any more, at most for a polling interval, and obeys the
-// signals that come meanwhile.
-void waitWhileAnyWorker(std::int32_t (CAWorkerThread::*state)() const)
+// Waits until no worker is in this state any more, at most for a polling interval; calls
+// `meanwhile` again and again, and obeys the signals that come.
+void waitWhileAnyWorker(std::int32_t (CAWorkerThread::*state)() const, void (*meanwhile)())
 {
     constexpr std::int64_t kStep = 50;
     const std::int64_t end = HTUptimeMillis() + kPollMilliseconds;
     while (isAnyWorker(state) && HTUptimeMillis() < end) {
         obey(CANextSignal(kStep));
+        meanwhile();
     }
 }
 
@@ -442,14 +443,37 @@ void tellResults(int seconds)
     judgeRun(closing);
 }
 
+// Empties the queue, and forgets each of its URLs. Returns how many they were.
+std::int32_t drainQueue()
+{
+    std::int32_t count = 0;
+    while (auto *const url = static_cast<CAURL *>(urlQueue->drain())) {
+        ++count;
+        if (processedUrls != nullptr) {
+            CAForgetProcessed(url->stringitize());
+        }
+        delete url;
+    }
+    return count;
+}
+
+// For the time after the clean-up: a seed of the next run must not count as processed because a
+// worker found, or even requested, it as a link of a page that was still on its way.
+void forgetLateLinks()
+{
+    CAForgetAllProcessed();
+    drainQueue();
+}
+
 // Has the workers give up the answers of a run that has ended, so that all of them work for the
-// next one. What they give up is a result of the run that has ended. To be called after the clean-up,
-// so that they find no URL of that run in the queue.
+// next one. What they give up is a result of the run that has ended. To be called after the
+// clean-up, so that they find no URL of that run in the queue.
 void freeWorkers()
 {
     CAGiveUpAnswers();
     if (results.observes()) {
-        waitWhileAnyWorker(&CAWorkerThread::areYouBusy);
+        waitWhileAnyWorker(&CAWorkerThread::areYouBusy, forgetLateLinks);
+        forgetLateLinks();
     }
 }
 
@@ -526,7 +550,7 @@ bool stopWorkers()
     }
     waitForPoll();
     CAGiveUpAnswers();
-    waitWhileAnyWorker(&CAWorkerThread::areYouRunning);
+    waitWhileAnyWorker(&CAWorkerThread::areYouRunning, [] {});
     std::int32_t deleted = 0;
     for (std::int32_t i = 0; i < count; ++i) {
         CATrace("Deleting.... client thread #%d.\n", i + 1);
@@ -551,14 +575,7 @@ void flushProcessedUrls()
 void flushQueue()
 {
     CATrace("Flushing.... remove all non-processed URLs.\n");
-    urlsLeft = 0;
-    while (auto *const url = static_cast<CAURL *>(urlQueue->drain())) {
-        ++urlsLeft;
-        if (processedUrls != nullptr) {
-            CAForgetProcessed(url->stringitize());
-        }
-        delete url;
-    }
+    urlsLeft = drainQueue();
     earlyLevels = urlQueue->closeLevels();
 }
 
