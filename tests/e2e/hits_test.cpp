@@ -44,6 +44,7 @@ TEST_P(Hits, ComeFromLogs)
     EXPECT_EQ(process.wait(Millis(30000)), row.out.empty() ? 1 : 0);
     EXPECT_EQ(process.out(), row.out + "keep\n") << "nothing else is left in directories";
     EXPECT_THAT(process.err(), testing::HasSubstr(row.err));
+    EXPECT_LT(process.peakKilobytes(), 100'000) << "sort may use 64 MB, the rest next to nothing";
 }
 
 const std::string kP = "1 100.0% http://h/p\n";
@@ -100,6 +101,12 @@ const HitsRow kLogs[] = {
 INSTANTIATE_TEST_SUITE_P(OfALog, Hits, testing::ValuesIn(kLogs), rowName);
 
 const HitsRow kFiles[] = {
+    {"LineTooLong", std::string(65536, 'a') + "\n" + std::string(65537, 'a') + "\n" + kSquid, kP,
+     "hits: log: line 1 has an unknown format\nrefetchd-hits: log: line 2 has more than 65536 byt"},
+    {"LineEndless", kSquid, "3 100.0% http://h/p\n",
+     "1 of an unknown format, 3 of more than 65536 bytes",
+     "(cat log; head -c 80M /dev/zero; cat log; head -c 80M /dev/zero | tr '\\0' a; echo; "
+     "head -c 70K /dev/zero; echo; echo x; cat log log) | $hits | tail -n 1"},
     {"Compressed", kSquid, "4 100.0% http://h/p\n", "1 lines written to standard output\n",
      "gzip -k log; xz -k log; bzip2 -k log; zstd -q log; $hits log.* | tail -n 1"},
     {"Input", kSquid, "2 100.0% http://h/p\n" + kP, "2 lines read",
