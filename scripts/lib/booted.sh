@@ -224,6 +224,25 @@ test_nights() {
     rm "$root/etc/squid/conf.d/deny.conf"
     inside systemctl start squid.service
 
+    say "A ranking that hangs, even after SIGTERM: it is ended, and the run goes on with the older hits file"
+    expect_property refetchd-hits.service TimeoutStartUSec 10min
+    expect_property refetchd-hits@nightly.service TimeoutStartUSec 10min
+    mkfifo "$root/srv/hangs.log"
+    printf 'LOGS=/srv/hangs.log\n' >"$root/etc/default/refetchd-hits"
+    printf '7 100.0%% %s/one.html\n' "$site" >"$root$root_directory/logs/hitsfile.txt"
+    mkdir "$root/etc/systemd/system/refetchd-hits.service.d"
+    printf '[Service]\nTimeoutStartSec=3s\nExecStart=\nExecStart=/bin/sh -c "trap %s TERM; exec %s"\n' "''" \
+        "$(value refetchd-hits.service ExecStart)" >"$root/etc/systemd/system/refetchd-hits.service.d/hang.conf"
+    inside systemctl daemon-reload
+    SECONDS=0
+    start_night refetchd.service success 0 ': 3 requested: .*0 left in the queue'
+    expect test "$SECONDS" -lt 40 # three, and ten until SIGKILL
+    expect_property refetchd-hits.service Result timeout
+    journal refetchd-hits.service | expect grep -F 'The ranking took too long' | sed 's/^/  | /'
+    expect grep -qE '"topn",verdict="[a-z_]+"\} 1$' "$root/var/lib/prometheus/node-exporter/refetchd.prom"
+    rm -r "$root/etc/systemd/system/refetchd-hits.service.d" "$root/etc/default/refetchd-hits"
+    inside systemctl daemon-reload
+
     say "A service that is stopped in the middle of a run ends in good order, with a report"
     start_night refetchd.service success 0 ': 3 requested'
     sed -i "\$a loadurl $site/slow/page.html" "$root/etc/tarnproxy.conf"
