@@ -239,7 +239,7 @@ test_nights() {
     expect test "$SECONDS" -lt 40 # three, and ten until SIGKILL
     expect_property refetchd-hits.service Result timeout
     journal refetchd-hits.service | expect grep -F 'The ranking took too long' | sed 's/^/  | /'
-    expect_count 1 'Top N URLs from the cache specified'
+    expect grep -qE '"topn",verdict="[a-z_]+"\} 1$' "$root/var/lib/prometheus/node-exporter/refetchd.prom"
     rm -r "$root/etc/systemd/system/refetchd-hits.service.d" "$root/etc/default/refetchd-hits"
     inside systemctl daemon-reload
 
