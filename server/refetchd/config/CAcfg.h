@@ -183,13 +183,13 @@ public:
     char *updateProxy = nullptr;   // owned; "host:port"
     char *errorLogPath = nullptr;  // owned
     _when caching = NEVER;
-    char *hostname = nullptr;  // owned
-    std::int32_t port = 80;    // after load() it is 443 with `proxytls`, unless a line names one
+    char *hostname = nullptr;    // owned
+    std::int64_t maxAnswer = 0;  // bytes of a response; below 1: no limit
+    std::int32_t port = 80;      // after load() it is 443 with `proxytls`, unless a line names one
     std::int32_t persistTimeout = 240;  // seconds
     std::int32_t readTimeout = 4;       // seconds
     std::int32_t connectTimeout = 0;    // seconds, for resolving and connecting; below 1: none
     std::int32_t answerTimeout = 0;     // seconds, for a whole response; below 1: no limit
-    std::int64_t maxAnswer = 0;         // bytes of a response; below 1: no limit
     std::int32_t retries = 0;           // most retries of a URL
     std::int32_t retryAfter = 0;        // flag: pauses that a host asks for are respected
     std::int32_t progressSeconds = 0;   // between two lines of progress; below 1: none
