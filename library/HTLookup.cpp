@@ -83,7 +83,7 @@ HTLookup::HTLookup(const char *name, sa_family_t family, in_port_t port)
         job_->result = HTLookUp(name, family, port);
         job_->isOver = true;
     } else {
-        job_->isOver = !start(job_);
+        isStarted_ = start(job_);
     }
 }
 
@@ -97,12 +97,13 @@ std::int32_t HTLookup::working()
 bool HTLookup::wait(std::int32_t milliseconds)
 {
     constexpr std::int64_t kLongestSleep = 16;
-    const std::int64_t start = HTUptimeMillis();
+    const std::int64_t begin = HTUptimeMillis();
     std::int64_t left = milliseconds;
     for (std::int64_t sleep = 1; !job_->isOver && left > 0;
          sleep = std::min(2 * sleep, kLongestSleep)) {
         HTSleep(static_cast<std::uint32_t>(std::min(sleep, left)));
-        left = milliseconds - (HTUptimeMillis() - start);
+        isStarted_ = isStarted_ || start(job_);
+        left = milliseconds - (HTUptimeMillis() - begin);
     }
     return job_->isOver;
 }

@@ -21,8 +21,8 @@ struct HTLookupJob;
 class HTLookup {
 public:
     // Begins to look up what HTLookUp() does. An address needs no resolver, and is read at once.
-    // When kMost threads hang in the resolver already, or no thread can be started, the look-up
-    // fails.
+    // While kMost threads are in the resolver, or no thread can be started, the look-up has to wait
+    // for that within wait().
     HTLookup(const char *name, sa_family_t family, in_port_t port);
     ~HTLookup();
     HTLookup(const HTLookup &) = delete;
@@ -41,4 +41,5 @@ public:
 
 private:
     std::shared_ptr<HTLookupJob> job_;
+    bool isStarted_ = false;
 };

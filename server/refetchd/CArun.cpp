@@ -90,7 +90,7 @@ CAProgress progressOfRun()
     progress.queued = urlQueue->getLength() + restingHosts.parked();
     progress.elapsed = secondsElapsed();
     progress.maxRuntime = ac.maxRuntime;
-    if (!proxyGate.isOpen()) {
+    if (proxyGate.isAway()) {
         progress.proxyAway = static_cast<std::int32_t>(proxyGate.awayMillis() / 1000);
     }
     return progress;
@@ -113,7 +113,9 @@ struct Runs {
     bool isCutShort = false;  // and came before the run had ended by itself
     bool areWorkersStopped = false;
     bool saidProxyIsAway = false;
-    CAProgress atEnd;  // the progress when the run ended
+    bool isProxyAway = false;    // when the run ended
+    std::int64_t proxyWait = 0;  // milliseconds of the run for which it was away
+    CAProgress atEnd;            // the progress when the run ended
 };
 Runs runs;
 
@@ -398,7 +400,7 @@ void tellIfProxyIsAway()
 }
 
 // A run that a signal has cut short is not judged.
-void judgeRun(const CAClosing &closing)
+void judgeRun()
 {
     if (runs.isCutShort) {
         return;
@@ -410,7 +412,7 @@ void judgeRun(const CAClosing &closing)
         !advice.empty()) {
         tell(advice);
     }
-    runStatus = ac.repeatCount == 1 ? CAExitStatus(tally, closing, ac.failWhen) : 0;
+    runStatus = ac.repeatCount == 1 ? CAExitStatus(tally, ac.failWhen) : 0;
     if (runStatus != 0) {
         tell("failwhen " + std::to_string(ac.failWhen) + ": the exit status is " +
              std::to_string(runStatus) + ".");
@@ -429,8 +431,8 @@ void tellResults(int seconds)
                             .seconds = seconds,
                             .queueLeft = urlsLeft,
                             .stopped = runs.isCutShort,
-                            .proxyWait = proxyGate.closedMillis(),
-                            .isProxyAway = !proxyGate.isOpen()};
+                            .proxyWait = runs.proxyWait,
+                            .isProxyAway = runs.isProxyAway};
     results.endRun(g_ca_timestarted, closing, ac.repeatCount == 1);
     warnOfOldCopies();
     warnOfVary();
@@ -440,15 +442,20 @@ void tellResults(int seconds)
     if (const std::string away = CAAwayText(closing, ac.updateProxy); !away.empty()) {
         tell(away);
     }
-    judgeRun(closing);
+    judgeRun();
 }
 
-// Empties the queue, and forgets each of its URLs. Returns how many they were.
+// Empties the queue, and forgets each of its URLs. Returns how many they were. Those that were not
+// requested because the proxy was away have failed, and are not counted.
 std::int32_t drainQueue()
 {
     std::int32_t count = 0;
     while (auto *const url = static_cast<CAURL *>(urlQueue->drain())) {
-        ++count;
+        if (runs.isProxyAway && results.observes()) {
+            CATellUnreached(url);
+        } else {
+            ++count;
+        }
         if (processedUrls != nullptr) {
             CAForgetProcessed(url->stringitize());
         }
@@ -462,7 +469,7 @@ std::int32_t drainQueue()
 void forgetLateLinks()
 {
     CAForgetAllProcessed();
-    drainQueue();
+    urlsLeft += drainQueue();
 }
 
 // Has the workers give up the answers of a run that has ended, so that all of them work for the
@@ -484,6 +491,8 @@ void endRun(const char *message)
     runs.atEnd = progressOfRun();
     runs.isOver = true;
     runs.isCutShort = runs.isEnding;
+    runs.isProxyAway = proxyGate.isAway();
+    runs.proxyWait = proxyGate.awayMillisOfRun();
     ++currentRun;
     const int seconds = secondsElapsed();
     results.flush();

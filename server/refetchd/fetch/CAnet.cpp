@@ -137,15 +137,25 @@ int timeoutMilliseconds(std::int32_t seconds)
     return static_cast<int>(std::clamp<std::int64_t>(std::int64_t{seconds} * 1000, 0, INT_MAX));
 }
 
+// How long resolving and connecting may take; below 0: as long as the system lets them.
+std::int64_t connectMilliseconds()
+{
+    const bool isLimited = ac.connectTimeout > 0 || ac.retries > 0;
+    const std::int32_t seconds = ac.connectTimeout > 0 ? ac.connectTimeout : ac.readTimeout;
+    return isLimited ? std::int64_t{std::max(seconds, 1)} * 1000 : -1;
+}
+
 }  // namespace
 
 CAConnection::CAConnection(const char *peer)
     : peerName_(strdup(peer)), threadContext_(HTThread_context())
 {
     lookUpAgain();
+    if (connectMilliseconds() < 0) {
+        learnAddress();
+    }
 }
 
-// Has both addresses looked up anew when they are needed; until then those known are used.
 void CAConnection::lookUpAgain()
 {
     asks_ = {peerName_ != nullptr && *peerName_ != '[', peerName_ != nullptr};
@@ -166,14 +176,6 @@ bool CAConnection::probe()
 }
 
 namespace {
-
-// How long resolving and connecting may take; below 0: as long as the system lets them.
-std::int64_t connectMilliseconds()
-{
-    const bool isLimited = ac.connectTimeout > 0 || ac.retries > 0;
-    const std::int32_t seconds = ac.connectTimeout > 0 ? ac.connectTimeout : ac.readTimeout;
-    return isLimited ? std::int64_t{std::max(seconds, 1)} * 1000 : -1;
-}
 
 // The port of a peer whose name has none, in network order; 0: the `port` setting is invalid, and
 // the name must have one.
@@ -210,11 +212,13 @@ sockaddr_storage CAConnection::lookUpInTime(sa_family_t family)
     if (limit < 0) {
         return HTLookUp(peerName_, family, defaultPort());
     }
+    isLookupLate_ = false;
     HTLookup lookup(peerName_, family, defaultPort());
     const std::int64_t end = HTUptimeMillis() + limit;
     while (!lookup.wait(kPatienceMilliseconds)) {
         if (HTUptimeMillis() >= end || CAIsGivenUp(run_)) {
             CATrace("Net......... looking up \"%s\" takes too long.\n", peerName_);
+            isLookupLate_ = true;
             break;
         }
     }
@@ -333,7 +337,7 @@ int CAConnection::checkConnection()
     learnAddress();
     if (addresses_[first_].ss_family == AF_UNSPEC) {
         CATrace("Net......... address is not valid:  %s\n", peerName_);
-        failure_ = CAFailure::Address;
+        failure_ = isLookupLate_ ? CAFailure::Connect : CAFailure::Address;
         return -1;
     }
     if (socket_ != nullptr) {

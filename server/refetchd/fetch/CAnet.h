@@ -52,6 +52,10 @@ public:
     // Tries whether the peer can be reached, after looking up its name again: true when it accepts
     // a connection, which is kept for the next request.
     [[nodiscard]] bool probe();
+    // Has the name looked up again before the next connection is made; an address that is known
+    // already stays when that fails.
+    void lookUpAgain();
+    [[nodiscard]] bool isOpen() const { return socket_ != nullptr; }
 
     // True when the last request failed because the peer could not be reached.
     [[nodiscard]] bool isUnreachable() const
@@ -103,7 +107,6 @@ private:
     static constexpr std::size_t kV4 = 0;
     static constexpr std::size_t kV6 = 1;
 
-    void lookUpAgain();
     void lookUp(std::size_t family);
     [[nodiscard]] sockaddr_storage lookUpInTime(sa_family_t family);
     void learnAddress();
@@ -138,6 +141,7 @@ private:
     std::string_view reason_;
     std::int64_t received_ = 0;
     std::uint32_t run_ = 0;
+    bool isLookupLate_ = false;                 // the last one was given up
     std::string tlsName_;                       // the name that the peer's certificate must carry
     char *const peerName_;                      // owned
     std::time_t lastUsed_ = 0;                  // when the last request began; 0: never

@@ -9,24 +9,40 @@ CAProxyGate &proxyGate = *new CAProxyGate;
 void CAProxyGate::close()
 {
     const PMutexGuard guard(mutex_);
-    if (closedSince_ == 0) {
-        countedFrom_ = std::max<std::int64_t>(HTUptimeMillis(), 1);
-        closedSince_ = countedFrom_;
+    if (state_ == State::Open) {
         pause_ = kFirstPause;
         CATrace("Net......... the proxy cannot be reached, waiting for it.\n");
+    }
+    if (state_ != State::Away) {
+        since_ = HTUptimeMillis();
+        countedFrom_ = since_;
+        state_ = State::Away;
     }
 }
 
 void CAProxyGate::open()
 {
     const PMutexGuard guard(mutex_);
-    if (closedSince_ != 0) {
-        const std::int64_t now = HTUptimeMillis();
-        CATrace("Net......... the proxy can be reached again, after %d ms.\n",
-                static_cast<int>(now - closedSince_));
-        before_ += now - countedFrom_;
-        closedSince_ = 0;
+    if (state_ != State::Open) {
+        CATrace("Net......... the proxy can be reached again.\n");
+        leaveAwayLocked(State::Open);
     }
+}
+
+void CAProxyGate::noteAnswer()
+{
+    if (isAway()) {
+        const PMutexGuard guard(mutex_);
+        leaveAwayLocked(state_ == State::Away ? State::Refusing : state_.load());
+    }
+}
+
+void CAProxyGate::leaveAwayLocked(State next)
+{
+    if (state_ == State::Away) {
+        before_ += HTUptimeMillis() - countedFrom_;
+    }
+    state_ = next;
 }
 
 std::int32_t CAProxyGate::nextPauseMillis()
@@ -36,16 +52,16 @@ std::int32_t CAProxyGate::nextPauseMillis()
     return pause;
 }
 
-std::int64_t CAProxyGate::closedMillis() const
+std::int64_t CAProxyGate::awayMillisOfRun() const
 {
     const PMutexGuard guard(mutex_);
-    return before_ + (closedSince_ == 0 ? 0 : HTUptimeMillis() - countedFrom_);
+    return before_ + (state_ == State::Away ? HTUptimeMillis() - countedFrom_ : 0);
 }
 
 std::int64_t CAProxyGate::awayMillis() const
 {
-    const std::int64_t since = closedSince_;
-    return since == 0 ? 0 : HTUptimeMillis() - since;
+    const PMutexGuard guard(mutex_);
+    return state_ == State::Away ? HTUptimeMillis() - since_ : 0;
 }
 
 void CAProxyGate::restart()

@@ -1,5 +1,5 @@
 // Whether the proxy can be reached. With `retries`, no URL is lost while it cannot: the worker
-// threads wait at this gate until it can, or until their run ends.
+// threads put theirs back into the queue and wait at this gate.
 #pragma once
 
 #include <atomic>
@@ -9,13 +9,18 @@
 
 // The gate is open at first. A worker thread that cannot connect closes it. Then one of those that
 // wait tries to connect again and again, after longer and longer pauses, and opens the gate when it
-// succeeds. Any thread may call.
+// succeeds. Worker threads that still have a connection go on meanwhile: a proxy that only refuses
+// further connections is not away. Any thread may call.
 class CAProxyGate {
 public:
-    // The proxy cannot be reached (traced once), or can be (traced).
+    // A connection could not be made (traced once), or could be (traced).
     void close();
     void open();
-    [[nodiscard]] bool isOpen() const { return closedSince_ == 0; }
+    [[nodiscard]] bool isOpen() const { return state_ == State::Open; }
+    // The proxy has answered on another connection while the gate is closed.
+    void noteAnswer();
+    // True when nothing has been answered since the gate was closed.
+    [[nodiscard]] bool isAway() const { return state_ == State::Away; }
 
     // True for one caller at a time, until that calls endProbe(): it is the one who tries.
     [[nodiscard]] bool beginProbe() { return !isProbed_.exchange(true); }
@@ -24,19 +29,26 @@ public:
     // once the gate was open.
     [[nodiscard]] std::int32_t nextPauseMillis();
 
-    // For how long the gate has been closed in this run, the present time included; and for how
-    // long in one piece up to now.
-    [[nodiscard]] std::int64_t closedMillis() const;
+    // For how long the proxy has been away in this run; and in one piece up to now.
+    [[nodiscard]] std::int64_t awayMillisOfRun() const;
     [[nodiscard]] std::int64_t awayMillis() const;
     // A new run begins.
     void restart();
 
 private:
+    enum class State : std::uint8_t {
+        Open,
+        Away,
+        Refusing,  // no further connections, but answers on others
+    };
     static constexpr std::int32_t kFirstPause = 100;
     static constexpr std::int32_t kLongestPause = 10000;
 
-    mutable PMutex mutex_;                       // for changes, and for what belongs together
-    std::atomic<std::int64_t> closedSince_ = 0;  // HTUptimeMillis(); 0: open
+    void leaveAwayLocked(State next) HT_REQUIRES(mutex_);
+
+    mutable PMutex mutex_;
+    std::atomic<State> state_ = State::Open;              // changed under the lock
+    std::int64_t since_ HT_GUARDED_BY(mutex_) = 0;        // Away: since when, by HTUptimeMillis()
     std::int64_t countedFrom_ HT_GUARDED_BY(mutex_) = 0;  // the part of it in this run
     std::int64_t before_ HT_GUARDED_BY(mutex_) = 0;       // earlier pieces of this run
     std::atomic<std::int32_t> pause_ = kFirstPause;

@@ -148,9 +148,7 @@ constexpr std::uint32_t kShallowerMilliseconds = 50;
 // Measures an exchange for the results, if anybody wants to know.
 class Stopwatch {
 public:
-    explicit Stopwatch(CAExchange *result) : result_(result) { start(); }
-    // Starts, anew if it runs already.
-    void start()
+    explicit Stopwatch(CAExchange *result) : result_(result)
     {
         if (results.observes()) {
             result_->started = CANowMilliseconds();
@@ -171,6 +169,7 @@ enum class Next : std::uint8_t {
     Retry,    // the exchange broke off before a response: try again
     Resend,   // a kept connection was reset: try again, which does not count
     Rest,     // the host asked for a pause: request the URL once more after it
+    Away,     // the proxy cannot be reached: request the URL when it can be
     Parked,   // the URL waits already, because another one's host asked for a pause
 };
 
@@ -213,23 +212,22 @@ std::size_t variantsLeft(const CAURL &url)
     return ac.variants.empty() ? 0 : ac.variants.size() - url.variant() - 1;
 }
 
-// Reports a URL that is not requested, or not retried, because the run is over.
-void tellStopped(const CAURL &url)
+// Reports a URL that is not requested, or not retried, for this reason.
+void tellUnrequested(const CAURL &url, CAFailure why)
 {
     if (results.observes()) {
-        results.finished(url, {.failure = CAFailure::Stopped,
-                               .started = CANowMilliseconds(),
-                               .variant = variantOf(url)});
+        results.finished(
+            url, {.failure = why, .started = CANowMilliseconds(), .variant = variantOf(url)});
     }
 }
 
 // The same for all variants of the URL that are left.
-void tellAllStopped(CAURL *url)
+void tellAllUnrequested(CAURL *url, CAFailure why)
 {
-    tellStopped(*url);
+    tellUnrequested(*url, why);
     while (variantsLeft(*url) > 0) {
         url->advanceVariant();
-        tellStopped(*url);
+        tellUnrequested(*url, why);
     }
 }
 
@@ -320,39 +318,41 @@ void waitAtGate(const Client &client, std::uint32_t run, std::int64_t millisecon
     }
 }
 
-// Waits until the proxy, which could not be reached, can be. One worker thread at a time tries to
-// connect. False when the run ends first.
-bool waitForProxy(const Client &client, CAConnection *connection, std::uint32_t run)
+// Waits until a connection to the proxy can be made again, or the run is over. One worker thread at
+// a time tries to connect.
+void waitForProxy(const Client &client, std::uint32_t run)
 {
-    proxyGate.close();
+    client.connection->beginRun(run);
     while (!proxyGate.isOpen() && currentRun == run && client.keepsGoing()) {
         if (!proxyGate.beginProbe()) {
             waitAtGate(client, run, kGateMilliseconds);
             continue;
         }
         waitAtGate(client, run, proxyGate.nextPauseMillis());
-        if (currentRun == run && client.keepsGoing() && connection->probe()) {
+        if (currentRun == run && client.keepsGoing() && client.connection->probe()) {
             proxyGate.open();
         }
         proxyGate.endProbe();
     }
-    return proxyGate.isOpen() && currentRun == run && client.keepsGoing();
+    if (!client.connection->isOpen()) {
+        client.connection->lookUpAgain();  // the proxy may have another address now
+    }
 }
 
-// Requests the URL. With `retries`, a proxy that cannot be reached is waited for; nothing was sent
-// then, so the parser is still unused, and the time does not count for the URL.
-void request(const Client &client, CAConnection *connection, CAURL *url, std::uint32_t run,
-             CAParseHTTP *parser, Stopwatch *stopwatch)
+// True when the URL could not be requested because the proxy cannot be reached, and is to wait.
+bool mustWait(const Client &client, const CAConnection &connection, std::uint32_t run)
 {
-    stopwatch->start();
-    connection->requestURL(url, parser);
-    while (connection->isUnreachable() && ac.retries > 0 && !connectsPerUrl() &&
-           waitForProxy(client, connection, run)) {
-        stopwatch->start();
-        connection->requestURL(url, parser);
-    }
-    if (connection->hasReached() && !proxyGate.isOpen()) {
+    return connection.isUnreachable() && ac.retries > 0 && !connectsPerUrl() && currentRun == run &&
+           client.keepsGoing();
+}
+
+// Tells the gate what an exchange shows about the proxy.
+void tellGate(const CAConnection &connection)
+{
+    if (!proxyGate.isOpen() && connection.hasReached()) {
         proxyGate.open();  // it was closed at the end of the run before
+    } else if (proxyGate.isAway() && connection.received() > 0) {
+        proxyGate.noteAnswer();
     }
 }
 
@@ -365,11 +365,15 @@ Next exchange(const Client &client, CAConnection *connection, CAURL *url, std::u
     CAExchange result;
     Stopwatch stopwatch(&result);
     if (!client.keepsGoing() || connection == nullptr) {
-        tellStopped(*url);
+        tellUnrequested(*url, CAFailure::Stopped);
         return Next::Done;
     }
-    request(client, connection, url, run, parser.get(), &stopwatch);
+    connection->requestURL(url, parser.get());
     requestElsewhere(client, connection, url, run, &parser);
+    if (mustWait(client, *connection, run)) {
+        return Next::Away;
+    }
+    tellGate(*connection);
     result.status = parser->isHTTP() ? parser->getHTTPRequestRC() : 0;
     result.failure = failureOf(*parser, *connection);
     if (result.failure != CAFailure::None) {
@@ -419,7 +423,7 @@ Next advance(const Client &client, const InFlight &inFlight, CAURL *url, std::ui
     if (waitForBudget(client, run)) {
         return Next::Variant;
     }
-    tellAllStopped(url);
+    tellAllUnrequested(url, CAFailure::Stopped);
     return Next::Done;
 }
 
@@ -462,6 +466,11 @@ void fetch(const Client &client, CAURL *url, std::uint32_t run)
             urlQueue->requeue(url);  // the host's rest has ended already
         }
         return;
+    case Next::Away:
+        proxyGate.close();
+        CAWorkerThread::returnRequest();
+        urlQueue->requeue(url);
+        return;
     case Next::Parked: return;
     case Next::Variant:
     case Next::Done: delete url;
@@ -474,7 +483,7 @@ void fetchAgain(const Client &client, CAURL *url, std::uint32_t run)
     if (waitForBudget(client, run)) {
         return fetch(client, url, run);
     }
-    tellAllStopped(url);
+    tellAllUnrequested(url, CAFailure::Stopped);
     delete url;
 }
 
@@ -508,12 +517,12 @@ void resend(const Client &client, CAConnection *connection, CAURL *url, std::uin
 void workOnNext(const Client &client)
 {
     client.worker->makeBusy();
+    CADepthOrder::Ticket ticket = 0;
+    auto *const url = static_cast<CAURL *>(urlQueue->dequeue(&ticket));
     const std::uint32_t run = currentRun;
     if (client.connection != nullptr) {
         client.connection->beginRun(run);
     }
-    CADepthOrder::Ticket ticket = 0;
-    auto *const url = static_cast<CAURL *>(urlQueue->dequeue(&ticket));
     const bool blocked = url == nullptr && urlQueue->isOrderedByDepth();
     const bool parked = url != nullptr && ac.retryAfter != 0 && restingHosts.park(url, HTUptime());
     if (blocked || parked) {
@@ -539,6 +548,9 @@ void onePass(const Client &client)
     if (urlQueue->empty() != 0) {
         CATrace("Worker...... thread %d has nothing to do.\n", client.index + 1);
         HTSleep(kPollMilliseconds);
+    } else if (!proxyGate.isOpen() && client.connection != nullptr &&
+               !client.connection->isOpen()) {
+        waitForProxy(client, currentRun);
     } else if (waitForBudget(client)) {
         workOnNext(client);
     }
@@ -546,6 +558,11 @@ void onePass(const Client &client)
 }
 
 }  // namespace
+
+void CATellUnreached(CAURL *url)
+{
+    tellAllUnrequested(url, CAFailure::Connect);
+}
 
 void *ClientThread(void *arg)
 {

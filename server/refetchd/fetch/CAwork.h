@@ -8,6 +8,8 @@
 #include "fetch/CArunNumber.h"
 #include "htthread.h"
 
+class CAURL;
+
 // The record of one worker thread. The main thread makes and starts it, the master thread stops and
 // deletes it, and the worker thread shows in it what it is doing. Each flag is written by one side
 // and polled by the other. They are atomics in the default (sequentially consistent) order, so when
@@ -90,6 +92,10 @@ extern CAWorkerThread **workerThreads;
 
 // Interval of all polling, except for a shorter one with `breadthfirst` (CAwork.cpp).
 inline constexpr std::uint32_t kPollMilliseconds = 1000;
+
+// Reports a URL, in all variants that are left, as failed because the proxy cannot be reached. Any
+// thread that owns the URL.
+void CATellUnreached(CAURL *url);
 
 // The body of a worker thread; `arg` is its index in `workerThreads`. Returns null.
 void *ClientThread(void *arg);

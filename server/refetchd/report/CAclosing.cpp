@@ -200,16 +200,15 @@ std::string CAAwayText(const CAClosing &closing, const std::string &proxy)
            (closing.isProxyAway ? " up to the end of the run." : " and was waited for.");
 }
 
-int CAExitStatus(const CATally &tally, const CAClosing &closing, std::int32_t percent)
+int CAExitStatus(const CATally &tally, std::int32_t percent)
 {
     constexpr int kFailed = 3;
     constexpr int kNotRefreshed = 4;
     const std::int64_t all = requestsOf(tally);
-    const std::int64_t lost = closing.isProxyAway ? closing.queueLeft : 0;
     if (percent < 0) {
         return 0;
     }
-    if (isMoreThan(countOf(tally, CAVerdict::Failed) + lost, all + lost, percent)) {
+    if (isMoreThan(countOf(tally, CAVerdict::Failed), all, percent)) {
         return kFailed;
     }
     const std::int64_t old =

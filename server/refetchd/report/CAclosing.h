@@ -42,6 +42,5 @@ struct CAAdviceContext {
 
 // The exit status after a run: 3 when more than `percent` percent of its requests failed; 4 when
 // more than so many were served from the cache or are unknown; otherwise 0, also when `percent` is
-// below 0. URLs that are left because the proxy is away count as requests that failed.
-[[nodiscard]] int CAExitStatus(const CATally &tally, const CAClosing &closing,
-                               std::int32_t percent);
+// below 0.
+[[nodiscard]] int CAExitStatus(const CATally &tally, std::int32_t percent);
