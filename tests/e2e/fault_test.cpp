@@ -283,19 +283,40 @@ TEST(Fault, OutputIsIncompleteAndNobodyIsTold)
     EXPECT_EQ(agent.traced(full + " (and 2 more copies)\n"), 1) << agent.process->err();
 }
 
+struct SecondRow : Row {
+    std::string directives;
+    int status;
+    int pages;  // of both agents
+};
+
+class TwoAgents : public testing::TestWithParam<SecondRow> {};
+
 // The second agent begins and ends while the first one runs.
-TEST(Fault, TwoAgentsLoseTheReport)
+TEST_P(TwoAgents, LoseTheReport)
 {
     const ScriptedPeer peer({{"http://h/stuck", {{}, Then::Stall}}});
     Agent first(peer.port(), "serverroot @dir@; readtimeout 60; maxruntime 4; loadurl h/stuck");
+    first.dir.write(kReport, "earlier\n</body></html>\n");
     first.start();
     ASSERT_TRUE(peer.waitForRequests(1, kRunDeadline));
-    Agent second(peer.port(), "serverroot " + first.dir.path() + "; loadurl h/a");
-    second.run();
+    first.dir.write(kReport + ".tmp", "page of a run before\n");
+    Agent second(peer.port(), "serverroot " + first.dir.path() + "; " + GetParam().directives);
+    second.start();
+    second.finish(GetParam().status);
+    const bool isKept = std::filesystem::exists(first.dir.path(kReport + ".previous"));
+    EXPECT_EQ(isKept, GetParam().pages == 1);
     first.finish();
     std::string report = first.report();
-    EXPECT_EQ(replaceAll(&report, "</body></html>\n", ""), 2) << "one page each";
+    EXPECT_THAT(report, testing::StartsWith("page of a run before\n"));
+    EXPECT_EQ(replaceAll(&report, "</body></html>\n", ""), GetParam().pages);
+    EXPECT_FALSE(std::filesystem::exists(first.dir.path(kReport + ".previous")));
 }
+
+const SecondRow kSecond[] = {
+    {"BothFinish", "loadurl h/a", 0, 2},
+    {"SecondCannotStart", "loadurl h/a; numclients 0", 1, 1},
+};
+INSTANTIATE_TEST_SUITE_P(Fault, TwoAgents, testing::ValuesIn(kSecond), rowName);
 
 TEST(Fault, ReportReplacesAFileOnTheWayToIt)
 {
