@@ -2,6 +2,7 @@
 
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <barrier>
 #include <csignal>
@@ -184,7 +185,7 @@ TEST_F(Save, FileOfAKilledAgentStaysOrOneInUseIsTaken)
     a.end();
     dir_.write(name, "left behind");
     std::filesystem::create_symlink(dir_.path("proxy.conf"), dir_.path(name + "0"));
-    save("http://h/y");
+    std::jthread([] { save("http://h/y"); }).join();  // any thread
     EXPECT_THAT(names("save/h"), testing::UnorderedElementsAre("x", "y", aside[0] + "0"));
 }
 
@@ -211,6 +212,22 @@ TEST_F(Save, EarlierFileLosesItsModeOrItsLink)
     EXPECT_EQ(dir_.read("save/" + longest.substr(7)), longest);
     save((longest + "n").c_str());
     EXPECT_THAT(trace(), testing::HasSubstr("nn\" FAILED.\n"));
+}
+
+TEST_F(Save, CopyInAClosedDirectoryIsNotWritten)
+{
+    if (geteuid() == 0) {
+        GTEST_SKIP() << "root may write everywhere";
+    }
+    using std::filesystem::perms;
+    configure("slf on\nslr " + dir_.path("save") + "\n");
+    dir_.write("save/h/x", std::string(100, 'e'));
+    std::filesystem::permissions(dir_.path("save/h"), perms::owner_read | perms::owner_exec);
+    save("http://h/x");
+    save("http://h/new");
+    std::filesystem::permissions(dir_.path("save/h"), perms::owner_all);
+    EXPECT_EQ(dir_.read("save/h/x"), "http://h/x");
+    EXPECT_EQ(names("save/h"), Words{"x"});
 }
 
 TEST_F(Save, HalfAPageIsLeftOrAnEarlierOneIsLost)

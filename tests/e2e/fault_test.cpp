@@ -224,6 +224,12 @@ const CopyRow kCopies[] = {
     {"NothingCame", {{{kLength}}, Then::Reset}, nullptr, false},
     {"TooLong", {{{kText + "Content-Length: 3\r\n\r\nlonger"}}, Then::Close}, nullptr},
     {"Empty", Reply::ok(""), ""},
+    {"LengthIsNoNumber", {{{kText + "Content-Length: abc\r\n\r\n"}}}, nullptr, false},
+    {"LengthIsZero", {{{kText + "Content-Length:  00 \r\n\r\n"}}}, ""},
+    {"TwoTrailers", {{{kChunks + "5\r\nhello\r\n0\r\nX-T: 1\r\nX-B: 2\r\n\r\n"}}}, "hello"},
+    {"TrailerIsAChunk",
+     {{{kChunks + "2\r\nab\r\n0\r\nX: 1\r\nAge: 1\r\nX: 34567\r\n\r\n0\r\n\r\n"}}, Then::Close},
+     nullptr},
     {"NoLength", {{{kText + "\r\nNo chunks\r\n\r\n"}}, Then::Close}, nullptr, false},
     {"Chunks", {{{kChunks + "2\r\nab\r\n0\r\n\r\n"}}}, "ab"},
     {"ChunksCutShort", {{{kChunks + "2\r\nab\r\n"}}, Then::Close}, nullptr, true, "http11 on"},
@@ -283,19 +289,40 @@ TEST(Fault, OutputIsIncompleteAndNobodyIsTold)
     EXPECT_EQ(agent.traced(full + " (and 2 more copies)\n"), 1) << agent.process->err();
 }
 
+struct SecondRow : Row {
+    std::string directives;
+    int status;
+    int pages;  // of both agents
+};
+
+class TwoAgents : public testing::TestWithParam<SecondRow> {};
+
 // The second agent begins and ends while the first one runs.
-TEST(Fault, TwoAgentsLoseTheReport)
+TEST_P(TwoAgents, LoseTheReport)
 {
     const ScriptedPeer peer({{"http://h/stuck", {{}, Then::Stall}}});
     Agent first(peer.port(), "serverroot @dir@; readtimeout 60; maxruntime 4; loadurl h/stuck");
+    first.dir.write(kReport, "earlier\n</body></html>\n");
     first.start();
     ASSERT_TRUE(peer.waitForRequests(1, kRunDeadline));
-    Agent second(peer.port(), "serverroot " + first.dir.path() + "; loadurl h/a");
-    second.run();
+    first.dir.write(kReport + ".tmp", "page of a run before\n");
+    Agent second(peer.port(), "serverroot " + first.dir.path() + "; " + GetParam().directives);
+    second.start();
+    second.finish(GetParam().status);
+    const bool isKept = std::filesystem::exists(first.dir.path(kReport + ".previous"));
+    EXPECT_EQ(isKept, GetParam().pages == 1);
     first.finish();
     std::string report = first.report();
-    EXPECT_EQ(replaceAll(&report, "</body></html>\n", ""), 2) << "one page each";
+    EXPECT_THAT(report, testing::StartsWith("page of a run before\n"));
+    EXPECT_EQ(replaceAll(&report, "</body></html>\n", ""), GetParam().pages);
+    EXPECT_FALSE(std::filesystem::exists(first.dir.path(kReport + ".previous")));
 }
+
+const SecondRow kSecond[] = {
+    {"BothFinish", "loadurl h/a", 0, 2},
+    {"SecondCannotStart", "loadurl h/a; numclients 0", 1, 1},
+};
+INSTANTIATE_TEST_SUITE_P(Fault, TwoAgents, testing::ValuesIn(kSecond), rowName);
 
 TEST(Fault, ReportReplacesAFileOnTheWayToIt)
 {

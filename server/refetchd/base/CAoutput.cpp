@@ -1,6 +1,7 @@
 #include "base/CAoutput.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -164,18 +165,49 @@ int closeOutput(void *cookie)
     return 0;
 }
 
+// True when no other open file has a lock. On a file system without locks that is assumed.
+bool lockAlone(int descriptor)
+{
+    return flock(descriptor, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK;
+}
+
+// Truncates the file unless another process shares it. Its own lock is shared from then on. Returns
+// true if the file was truncated.
+bool truncateAlone(int descriptor)
+{
+    const bool isAlone = lockAlone(descriptor);
+    if (isAlone) {
+        // Fails for a device, which needs no truncation.
+        [[maybe_unused]] const int ignored = ftruncate(descriptor, 0);
+    }
+    flock(descriptor, LOCK_SH | LOCK_NB);
+    return isAlone;
+}
+
 }  // namespace
+
+bool CAIsShared(const char *path)
+{
+    const int descriptor = open(path, O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+    if (descriptor < 0) {
+        return false;
+    }
+    const bool isShared = !lockAlone(descriptor);
+    close(descriptor);
+    return isShared;
+}
 
 FILE *CAOpenOutput(const char *path, CAOutputState *state, CAOutputMode mode)
 {
-    const int append = mode == CAOutputMode::TruncateAndAppend ? O_APPEND : 0;
-    const int descriptor = open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | append, 0666);
+    const bool shares = mode == CAOutputMode::ShareAndAppend;
+    const int flags = shares ? O_APPEND : O_TRUNC;
+    const int descriptor = open(path, O_WRONLY | O_CREAT | O_CLOEXEC | flags, 0666);
     if (descriptor < 0) {
         return nullptr;
     }
     auto *const output = new Output{.descriptor = descriptor, .path = path, .own = {}, .state = {}};
     output->state = state != nullptr ? state : &output->own;
-    *output->state = {};
+    *output->state = {.isShared = shares && !truncateAlone(descriptor)};
     FILE *const stream = fopencookie(output, "w", {nullptr, writeOutput, nullptr, closeOutput});
     if (stream == nullptr) {
         const int error = errno;

@@ -7,16 +7,19 @@
 
 // What became of a stream of CAOpenOutput().
 struct CAOutputState {
-    bool written = false;  // something was written, or could not be
-    int error = 0;         // the errno of the first call that failed; 0: none. A stdio stream only
-                           // remembers that one has
+    bool written = false;   // something was written, or could not be
+    int error = 0;          // the errno of the first call that failed; 0: none. A stdio stream only
+                            // remembers that one has
+    bool isShared = false;  // ShareAndAppend: another process had the file open, so that it was not
+                            // truncated
 };
 
 // How an output is opened.
 enum class CAOutputMode {
     Truncate,
-    // Each write goes to the end of the file, wherever another process has written meanwhile.
-    TruncateAndAppend,
+    // Each write goes to the end of the file, wherever another process has written meanwhile. The
+    // file is truncated unless another process has it open in this mode (see CAIsShared()).
+    ShareAndAppend,
 };
 
 // Opens `path` for writing, as fopen() with "w" does; null with errno set on failure. The caller
@@ -25,6 +28,9 @@ enum class CAOutputMode {
 // closed; it stays the caller's.
 [[nodiscard]] FILE *CAOpenOutput(const char *path, CAOutputState *state = nullptr,
                                  CAOutputMode mode = CAOutputMode::Truncate);
+
+// True while a stream of ShareAndAppend, of any process, has the file `path` open.
+[[nodiscard]] bool CAIsShared(const char *path);
 
 // Notes that the output `path` could not be written whole, with the error number that says why.
 // Only the first error of a path counts.

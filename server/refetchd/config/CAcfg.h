@@ -229,7 +229,8 @@ private:
 extern CAConfig ac;
 
 // Puts the report of an earlier process back in place of the placeholder, if there was one and no
-// new one has taken its place. Safe in a signal handler.
+// new one has taken its place; not while another agent shares the report in progress. Safe in a
+// signal handler.
 void CAPutBackReport();
 
 // Owned heap strings, null until the configuration sets them.

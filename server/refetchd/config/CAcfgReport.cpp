@@ -5,6 +5,9 @@
 // A copy of the report of the night before lies beside it meanwhile (".previous"). It is put back
 // when no new report takes its place. If the process is killed, the next one finds the placeholder
 // and leaves the copy alone, so that nothing but a new report ever replaces an old one.
+//
+// Agents with one server root that run at the same time append to one report in progress. Only one
+// that has it for itself truncates or removes it, or puts the copy back.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -46,6 +49,9 @@ struct PreviousReport {
     std::array<char, PATH_MAX> copy{};
 };
 PreviousReport previous;
+
+// What became of the report stream. One is enough: only one CAConfig writes a report.
+CAOutputState reportState;
 
 // Copies all of one file to another. Returns false when that fails.
 bool copyAll(int from, int to)
@@ -114,9 +120,6 @@ void keepPrevious(const char *path)
     }
 }
 
-// What became of the report stream. One is enough: only one CAConfig writes a report.
-CAOutputState reportState;
-
 }  // namespace
 
 void CAConfig::setServerRoot(const char *root)
@@ -140,7 +143,8 @@ void CAConfig::setServerRoot(const char *root)
     if (reportStream != nullptr) {
         std::fclose(reportStream);
     }
-    reportStream = CAOpenOutput(g_catrace_filename, &reportState, CAOutputMode::TruncateAndAppend);
+    reportState = {};
+    reportStream = CAOpenOutput(g_catrace_filename, &reportState, CAOutputMode::ShareAndAppend);
     if (reportStream == nullptr) {
         CATrace("ldAgtConfig. filename \"%s\" can't be opened.\n", g_catrace_filename);
     } else {
@@ -150,7 +154,7 @@ void CAConfig::setServerRoot(const char *root)
 
 void CAPutBackReport()
 {
-    if (previous.copy[0] != '\0') {
+    if (previous.copy[0] != '\0' && !reportState.isShared) {
         rename(previous.copy.data(), previous.report.data());
         previous.copy[0] = '\0';
     }
@@ -216,8 +220,11 @@ void CAConfig::finishReport()
     reportStream = nullptr;
     const std::string inProgress(g_catrace_filename);
     char *const cut = std::strstr(g_catrace_filename, kInProgress);
+    reportState.isShared = CAIsShared(g_catrace_filename);
     if (!reportState.written) {
-        unlink(g_catrace_filename);  // no run has ended
+        if (!reportState.isShared) {
+            unlink(g_catrace_filename);  // no run has ended
+        }
     } else if (cut != nullptr) {
         *cut = '\0';  // kept: in a server root with such a name, the report's path is cut there
         if (moveReport(inProgress, g_catrace_filename) &&

@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cerrno>
 #include <cinttypes>
 #include <cstdio>
@@ -149,14 +148,6 @@ int createBeyond(char *dir, const char *place)
 // Files aside are locked (flock) by the agent that writes them, so that others can tell them from
 // those that a killed agent has left behind. On a file system without such locks all pass for used.
 
-// A number of the thread's own, from 0, so that threads seldom try the same name.
-int threadNumber()
-{
-    static std::atomic<int> count = 0;
-    thread_local const int number = count++;
-    return number;
-}
-
 // True when `name` is still the name of the open file.
 bool isNameOf(const std::string &name, int file)
 {
@@ -196,8 +187,9 @@ bool removeLeftBehind(const std::string &name)
     return isLeft;
 }
 
-// Creates a file aside for `target` and stores its name in `*aside`. Returns its descriptor; -1
-// with errno set on failure.
+// Creates a file aside for `target` and stores its name in `*aside`. The numbers begin at 0 in each
+// directory, so that those of a killed agent are soon used again. Returns its descriptor; -1 with
+// errno set on failure.
 int openAside(const std::string &target, std::string *aside)
 {
     constexpr int kTries = 256;
@@ -206,7 +198,7 @@ int openAside(const std::string &target, std::string *aside)
     int file = -1;
     errno = EEXIST;
     for (int i = 0; file < 0 && errno == EEXIST && i < kTries; ++i) {
-        *aside = start + std::to_string(threadNumber() + i);
+        *aside = start + std::to_string(i);
         file = createAside(*aside);
         if (file < 0 && errno == EEXIST) {
             file = removeLeftBehind(*aside) ? createAside(*aside) : -1;
@@ -270,6 +262,7 @@ void CAParseBinary::openFile()
     std::snprintf(fileName_, size, "%s%.*s/%s%s", ac.saveRoot, CALength(host), host.data(),
                   url_->path(), page);
     const bool inside = host != ".." && !climbsOut(url_->path());
+    const int before = errno;
     int error = 0;
     if (inside) {
         const PMutexGuard guard(namesMutex());
@@ -277,9 +270,20 @@ void CAParseBinary::openFile()
         file_ = openPlace();
         error = file_ == nullptr ? errno : 0;
     }
+    errno = error != 0 ? error : before;
     noteUnwritten(fileName_, error);
     CATrace("Creating.... file \"%s\" %s.\n", fileName_, file_ != nullptr ? "SUCCEEDED" : "FAILED");
 }
+
+namespace {
+
+// True when only the directory is the reason that no file aside could be created in it.
+bool isDirectoryClosed(int error)
+{
+    return error == EACCES || error == EPERM || error == EROFS;
+}
+
+}  // namespace
 
 // Opens the file that is written; null with errno set on failure. What has the name already must be
 // writable, as if it were written itself; a pipe that nobody reads is not waited for.
@@ -294,16 +298,30 @@ FILE *CAParseBinary::openPlace()
         if (fstat(there, &earlier) != 0 || !S_ISREG(earlier.st_mode)) {
             return streamOf(there);
         }
-        close(there);
     }
     target_ = CAMetricsTarget(fileName_);
     const int file = openAside(target_, &aside_);
+    if (there < 0) {
+        return file < 0 ? nullptr : streamOf(file);
+    }
+    return openAgain(there, earlier, file);
+}
+
+// Opens the file that replaces an earlier copy. Takes over the descriptors of that copy and of the
+// file aside, which is -1, with errno set, when there is none.
+FILE *CAParseBinary::openAgain(int there, const struct stat &earlier, int file)
+{
+    if (file < 0 && isDirectoryClosed(errno) && ftruncate(there, 0) == 0) {
+        aside_.clear();
+        return streamOf(there);
+    }
+    const int error = errno;
+    close(there);
+    errno = error;
     if (file < 0) {
         return nullptr;
     }
-    if (there >= 0) {
-        takeAfter(file, earlier);
-    }
+    takeAfter(file, earlier);
     return streamOf(file);
 }
 
@@ -363,6 +381,18 @@ void CAParseBinary::dropFile()
     fileName_ = nullptr;
 }
 
+namespace {
+
+// The error number of a write that seemed to succeed, or 0: a network file system reports some
+// failures only when a descriptor is closed.
+int lateError(FILE *file)
+{
+    const int twin = dup(fileno(file));
+    return twin >= 0 && close(twin) != 0 ? errno : 0;
+}
+
+}  // namespace
+
 // Renames the file aside, if it is whole, so that it replaces the earlier copy; otherwise removes
 // it. It stays open, and so locked, until its name is gone.
 void CAParseBinary::finishFile()
@@ -370,10 +400,12 @@ void CAParseBinary::finishFile()
     if (file_ == nullptr) {
         return;
     }
-    int error = 0;
+    int error = !aside_.empty() && isWhole_ ? lateError(file_) : 0;
     {
         const PMutexGuard guard(namesMutex());
-        error = aside_.empty() ? 0 : putInPlace();
+        if (!aside_.empty() && error == 0) {
+            error = putInPlace();
+        }
         if (!aside_.empty() && (error != 0 || !isWhole_)) {
             unlink(aside_.c_str());
         }
@@ -393,10 +425,6 @@ int CAParseBinary::putInPlace()
             renameat2(AT_FDCWD, aside_.c_str(), AT_FDCWD, target_.c_str(), RENAME_NOREPLACE);
         }
         return 0;
-    }
-    // A network file system reports some failed writes only when a descriptor is closed.
-    if (const int twin = dup(fileno(file_)); twin >= 0 && close(twin) != 0) {
-        return errno;
     }
     if (std::rename(aside_.c_str(), target_.c_str()) == 0) {
         return 0;

@@ -15,7 +15,8 @@
 // copy when the parser is deleted; so a copy is always one whole body. When the response has broken
 // off (breakOff()), or the disk is full, the earlier copy stays as it was; if there is none, a
 // response of which nothing was written leaves an empty file, and any other no file. Symbolic links
-// are followed to the file that they name. Pipes and devices are written directly.
+// are followed to the file that they name. Pipes and devices are written directly, and so is an
+// earlier copy in a directory where the agent may not create files: its text is lost at once.
 //
 // Parsers on different threads, and of several agents, may save at the same time, also to one name:
 // the last body that was whole stays. Names are changed under a lock of this module; the
@@ -24,7 +25,8 @@
 // would get.
 //
 // A file aside has a name that no URL leads to: ".refetchd", DEL and a number. One that a killed
-// agent has left behind is removed when its name is used again in that directory.
+// agent has left behind is removed when its name is used again: in each directory the numbers begin
+// at 0, and the lowest that is not in use is taken.
 class CAParseBinary : public CAParser {
 public:
     explicit CAParseBinary(CAURL *url);
@@ -43,6 +45,7 @@ private:
     void openFile();
     int create_place();
     [[nodiscard]] FILE *openPlace();
+    [[nodiscard]] FILE *openAgain(int there, const struct stat &earlier, int file);
     void dropFile();
     void finishFile();
     [[nodiscard]] int putInPlace();

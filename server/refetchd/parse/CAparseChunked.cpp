@@ -101,7 +101,11 @@ CAChunkDecoder::State CAChunkDecoder::onSize(Input *input)
         CATrace("HTTP........ the hexstring is too long!\n");
     }
     chunkRemaining_ = sizeOf(hexDigits_.data(), hexLength_);
-    hasSize_ = hexLength_ > 0;
+    if (hexLength_ > 0) {
+        // A trailer line that begins with digits was taken for a chunk: the data are wrong.
+        isSpoilt_ = isSpoilt_ || (hasLast_ && chunkRemaining_ > 0);
+        hasLast_ = hasLast_ || chunkRemaining_ == 0;
+    }
     hexLength_ = 0;
     if (chunkRemaining_ > maxChunkedSize) {
         CATrace("HTTP........ the Chunk size is too big, drop!\n");
@@ -131,7 +135,7 @@ CAChunkDecoder::State CAChunkDecoder::onLastFeed(Input *input, const Output &out
     }
     ++input->at;
     deliver(output);
-    hasEnded_ = hasSize_;
+    hasEnded_ = hasLast_ && !isSpoilt_;
     *output.finished = 1;
     return State::Size;
 }

@@ -6,8 +6,9 @@
 //
 // The first byte that is no hex digit ends the size, and a missing size counts as 0. Data reach the
 // sink only when the buffer of decoded bytes is full, and at the end of the body. A trailer line is
-// skipped, but the decoder then waits for another chunk: a body with a trailer does not end before
-// the connection is closed or times out.
+// skipped, but the decoder then takes the next line for the size of a chunk, which is 0 unless the
+// line begins with a hex digit: a body with an odd number of trailer lines does not end before the
+// connection is closed or times out.
 #pragma once
 
 #include <array>
@@ -66,7 +67,8 @@ private:
     bool deliver(const Output &output);
 
     State state_ = State::Size;
-    bool hasSize_ = false;  // the line of the current chunk's size has digits
+    bool hasLast_ = false;   // a last chunk has come whose size was written
+    bool isSpoilt_ = false;  // and then another chunk
     bool hasEnded_ = false;
     std::int32_t chunkRemaining_ = 0;
     std::uint32_t hexLength_ = 0;

@@ -383,6 +383,15 @@ bool leadsFurther(const CAURL &url)
     return url.depth() < ac.delveDepth && CAMatchWhen(ac.delveInto, url.source()) != 0;
 }
 
+// True for a number that is 0; false for what is no number.
+bool isZero(std::string_view number)
+{
+    const std::size_t end = number.find_last_not_of(" \t") + 1;
+    const std::size_t begin = std::min(number.find_first_not_of(" \t"), end);
+    const std::string_view digits = number.substr(begin, end - begin);
+    return !digits.empty() && digits.find_first_not_of('0') == std::string_view::npos;
+}
+
 bool isCoded(std::string_view codings)
 {
     return std::any_of(codings.begin(), codings.end(), [](char c) { return !HTIsBlank(c); }) &&
@@ -450,7 +459,7 @@ void CAParseHTTP::consumeBody(char **readP, char *const *writeP, std::int32_t *f
         *readP += avail;
         hasEnded_ = chunks_.hasEnded();
     } else {
-        hasEnded_ = contentLength_ == 0 && avail == 0;
+        hasEnded_ = isZero(header("Content-Length:")) && avail == 0;
         state_ = State::Discard;
     }
 }
