@@ -45,9 +45,9 @@ struct HTTLSFailure {
 // The version of the protocol, such as "TLSv1.3"; a static text.
 [[nodiscard]] const char *HTTLS_version(const HTTLSSession *session);
 
-// Reads up to `length` bytes, at least one. Waits for up to `timeoutMs` milliseconds (0 or less: not
-// at all). The count; 0 at the end of the stream, also when the peer does not announce it; -1 on
-// failure: with EAGAIN when nothing came in time, with EINPROGRESS when only a part of a record
+// Reads up to `length` bytes, at least one. Waits for up to `timeoutMs` milliseconds (0 or less:
+// not at all). The count; 0 at the end of the stream, also when the peer does not announce it; -1
+// on failure: with EAGAIN when nothing came in time, with EINPROGRESS when only a part of a record
 // did, and with EPROTO when the peer breaks the protocol.
 ssize_t HTTLS_read(HTTLSSession *session, void *buffer, std::size_t length, int timeoutMs);
 
