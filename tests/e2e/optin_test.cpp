@@ -501,9 +501,9 @@ const AccountRow kAccounts[] = {
      "moved not cacheable; to dropped; "},
     {"HasNoRoom11", kPatient + "http11 on; maxurls 1; loadurl h/moved", 2,
      "moved not cacheable; to dropped; "},
-    {"TakesThePlaceOfItsPage",
+    {"FindsTheQueueFull",
      kPatient + "followredirects all; maxqueuedepth 1; loadurl h/moved; loadurl h/1; loadurl h/2",
-     4, "moved not cacheable; "},
+     4, "moved not cacheable; to dropped; "},
 };
 INSTANTIATE_TEST_SUITE_P(Results, Account, testing::ValuesIn(kAccounts), rowName);
 

@@ -73,11 +73,9 @@ int CAURL::interesting(const CAURL *parent) const
 
 CADrop CALinkLimit()
 {
-    return urlQueue->getLength() >= ac.maxQueueDepth ? CADrop::MaxQueueDepth : CATargetLimit();
-}
-
-CADrop CATargetLimit()
-{
+    if (urlQueue->getLength() >= ac.maxQueueDepth) {
+        return CADrop::MaxQueueDepth;
+    }
     // Without a limit `maxUrls` is the number at which the total stops: it must not be compared.
     const bool isLimited = ac.maxUrls != kUnlimited;
     return isLimited && urlQueue->getTotalEnqueued() >= ac.maxUrls ? CADrop::MaxUrls : CADrop::None;

@@ -14,8 +14,5 @@ class CAURL;
 // The limit of the queue that excludes all links at the moment, MaxQueueDepth or MaxUrls;
 // CADrop::None when there is room. Any thread.
 [[nodiscard]] CADrop CALinkLimit();
-// The same for a target that takes the place of its redirection's URL, which is no longer in the
-// queue: MaxUrls alone.
-[[nodiscard]] CADrop CATargetLimit();
 // The words for such a limit in the trace.
 [[nodiscard]] const char *CALimitText(CADrop limit);

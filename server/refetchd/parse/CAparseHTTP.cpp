@@ -313,7 +313,7 @@ bool CAParseHTTP::leadsOn() const
 
 void CAParseHTTP::makeDecision()
 {
-    if (!followIfRedirected()) {
+    if (!followIfRedirected() && !decidesAtOnce()) {
         return;
     }
     if (rc_ != kOk) {
@@ -330,11 +330,9 @@ bool CAParseHTTP::followIfRedirected()
 }
 
 // Enqueues the target of a redirect if it is interesting. False when a limit of the queue keeps it
-// out for now; the state stays Complete then, and the next block tries again.
-//
-// A parser that decides at once does not compare the queue with `maxqueuedepth`: the target takes
-// the place of the URL that this worker thread has taken out of the queue. In that way the queue
-// exceeds the limit by no more than the number of worker threads, and no target is lost.
+// out. A parser that does not decide at once stays in the state Complete then, and the next block
+// tries again: it holds its worker thread until the read time-out, and nobody makes room when all
+// worker threads wait like that.
 bool CAParseHTTP::followRedirect()
 {
     CATrace("Parser...... return code was %d (will look for Location:)\n", rc_);
@@ -352,27 +350,27 @@ bool CAParseHTTP::followRedirect()
         useWebLinks();
     }
     waitsFor_ = CADrop::None;
-    const CADrop limit = decidesAtOnce() ? CATargetLimit() : CALinkLimit();
-    if (limit != CADrop::None) {
+    if (const CADrop limit = CALinkLimit(); limit != CADrop::None) {
         return refuse(location, limit);
     }
     takeIfInteresting(resolveFound(location, 0));
     return true;
 }
 
-// Does without a target that a limit keeps out. False when it is to be tried again.
+// Does without a target that a limit keeps out. True when that changes nothing, because it is
+// known.
 bool CAParseHTTP::refuse(const char *location, CADrop limit)
 {
     CATrace("Ignoring.... location URL \"%s\" (%s).\n", location, CALimitText(limit));
     if (sinkIfKnown(location, 0)) {
         return true;
     }
-    if (!decidesAtOnce()) {
+    if (decidesAtOnce()) {
+        reportDropped(location, 0, limit);
+    } else {
         waitsFor_ = limit;
-        return false;
     }
-    reportDropped(location, 0, limit);
-    return true;
+    return false;
 }
 
 namespace {

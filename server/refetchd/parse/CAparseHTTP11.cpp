@@ -150,12 +150,13 @@ CAParseHTTP11::State CAParseHTTP11::beginBody()
     CATrace("Parser...... body: %s, connection: %s.\n",
             kBodies[static_cast<std::size_t>(framing_.body())].data(),
             framing_.keepsConnection() ? "kept" : "closed");
-    static_cast<void>(followIfRedirected());  // decides at once
+    const bool hasRoom = followIfRedirected();
     if (rc_ == kOk) {
         // Without a type it is read all the same: the proxy stores it when it has all of it.
         static_cast<void>(chooseSink());
     } else {
-        CATrace("Parser...... abandoning response with RC=%d.\n", rc_);
+        CATrace("Parser...... abandoning response with RC=%d%s.\n", rc_,
+                hasRoom ? "" : ", its location has no room");
         isUnwanted_ = true;
     }
     if (framing_.body() == CAFraming::Body::None) {
