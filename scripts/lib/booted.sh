@@ -217,10 +217,12 @@ test_nights() {
     start_night refetchd.service exit-code 3 ' failed \(.*status 403'
     wait_until grep -q 'refetchd.service failed on' "$root/var/mail/test"
     inside systemctl stop squid.service
+    sed -i 's/^maxruntime .*/maxruntime 3/' "$root/etc/tarnproxy.conf" # it is waited for until then
     start_night refetchd.service exit-code 3 ' failed \(.*no connection'
     expect inside systemctl --failed --quiet | grep -q 'refetchd.service'
     expect_page "$root_directory" 'no connection'
     expect grep -q ' failed (.* no connection' "$root/var/mail/test"
+    sed -i 's/^maxruntime .*/maxruntime 2 hours/' "$root/etc/tarnproxy.conf"
     rm "$root/etc/squid/conf.d/deny.conf"
     inside systemctl start squid.service
 
