@@ -668,7 +668,7 @@ int CAConnection::readResponse(CAParser *parser)
 {
     std::int32_t finished = 0;
     std::int32_t closeConnection = 0;
-    const std::int64_t start = HTUptimeMillis();
+    const std::int64_t start = ac.answerTimeout > 0 ? HTUptimeMillis() : 0;
     while (finished == 0) {
         const std::int32_t count = receive(patienceFor(*parser, start));
         if (count > 0) {
