@@ -8,6 +8,8 @@
 #include <memory>
 #include <sstream>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "Process.h"
 #include "Row.h"
@@ -121,9 +123,9 @@ inline std::string seeds(int count)
 }
 
 // Answers requests with these replies in turn, and all later ones with a plain one.
-inline ScriptedPeer::Handler inTurn(const std::vector<Reply> &replies)
+inline ScriptedPeer::Handler inTurn(std::vector<Reply> replies)
 {
-    return [&replies](const ScriptedPeer &self, const ScriptedPeer::Request &) {
+    return [replies = std::move(replies)](const ScriptedPeer &self, const ScriptedPeer::Request &) {
         const std::size_t number = self.requests().size() - 1;
         return number < replies.size() ? replies[number] : Reply::ok();
     };
