@@ -96,8 +96,8 @@ inline constexpr ssize_t kHTPartial = -3;
 // Reads as HTSocket_read() does, but waits for at most `timeoutMs` milliseconds (not at all when 0
 // or less), which signals do not end: kHTTimedOut, with errno as it was, when nothing came. It is
 // HTSocket_isready() and HTSocket_read() in one, mostly at the cost of one system call. Not for
-// sockets that do not block, nor beside those two on one socket. With TLS, kHTPartial when
-// only a part of a record came.
+// sockets that do not block, nor beside those two on one socket. With TLS, kHTPartial when only a
+// part of a record came.
 ssize_t HTSocket_receive(HTSocket *socket, void *buffer, std::size_t length, int timeoutMs,
                          HTThreadContext *context);
 

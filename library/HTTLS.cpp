@@ -19,8 +19,9 @@
 
 struct HTTLSSession {
     SSL *ssl = nullptr;
-    int timeoutMs = 0;    // of the handshake and of each write
-    bool failed = false;  // nothing may be written any more
+    int timeoutMs = 0;     // of the handshake and of each write
+    bool failed = false;   // nothing may be written any more
+    bool hasPart = false;  // in the last call bytes came that are not a whole record yet
 };
 
 namespace {
@@ -98,13 +99,14 @@ Outcome attempt(HTTLSSession *session, const Call &call)
 }
 
 // Repeats a call until it needs no more bytes, or until the deadline, which is a failure with
-// ETIMEDOUT. Sets `*hasPart` when bytes have come that are not a whole record yet.
+// ETIMEDOUT.
 template <typename Call>
-Outcome untilDone(HTTLSSession *session, int timeoutMs, bool *hasPart, const Call &call)
+Outcome untilDone(HTTLSSession *session, int timeoutMs, const Call &call)
 {
     BIO *const input = SSL_get_rbio(session->ssl);
     const int fd = SSL_get_fd(session->ssl);
     const Deadline deadline(timeoutMs);
+    session->hasPart = false;
     for (;;) {
         const std::uint64_t before = BIO_number_read(input);
         const Outcome outcome = attempt(session, call);
@@ -112,8 +114,7 @@ Outcome untilDone(HTTLSSession *session, int timeoutMs, bool *hasPart, const Cal
             return outcome;
         }
         // Messages of TLS itself, which leave nothing behind, do not count.
-        *hasPart =
-            *hasPart || (BIO_number_read(input) != before && SSL_has_pending(session->ssl) != 0);
+        session->hasPart |= BIO_number_read(input) != before && SSL_has_pending(session->ssl) != 0;
         if (!deadline.wait(fd, outcome == Outcome::WantRead ? POLLIN : POLLOUT)) {
             return Outcome::Failed;
         }
@@ -267,8 +268,7 @@ HTTLSSession *HTTLS_connect(int fd, const char *host, int timeoutMs, HTTLSFailur
     errno = EPROTO;
     Outcome outcome = Outcome::Failed;
     if (setPeer(ssl, plainName(host)) && SSL_set_fd(ssl, fd) == 1) {
-        bool hasPart = false;
-        outcome = untilDone(session, timeoutMs, &hasPart, SSL_connect);
+        outcome = untilDone(session, timeoutMs, SSL_connect);
     }
     if (outcome == Outcome::Done) {
         errno = before;
@@ -291,13 +291,12 @@ ssize_t HTTLS_read(HTTLSSession *session, void *buffer, std::size_t length, int 
 {
     const int before = errno;
     int count = 0;
-    bool hasPart = false;
-    const Outcome outcome = untilDone(session, timeoutMs, &hasPart, [&](SSL *ssl) {
+    const Outcome outcome = untilDone(session, timeoutMs, [&](SSL *ssl) {
         return count = SSL_read(ssl, buffer, lengthFor(length));
     });
     if (outcome == Outcome::Failed) {
         const bool isLate = errno == ETIMEDOUT && !session->failed;
-        errno = !isLate ? errno : hasPart ? EINPROGRESS : EAGAIN;
+        errno = !isLate ? errno : session->hasPart ? EINPROGRESS : EAGAIN;
         return -1;
     }
     errno = before;
@@ -308,8 +307,7 @@ ssize_t HTTLS_write(HTTLSSession *session, const void *buffer, std::size_t lengt
 {
     const int before = errno;
     int count = 0;
-    bool hasPart = false;
-    const Outcome outcome = untilDone(session, session->timeoutMs, &hasPart, [&](SSL *ssl) {
+    const Outcome outcome = untilDone(session, session->timeoutMs, [&](SSL *ssl) {
         return count = SSL_write(ssl, buffer, lengthFor(length));
     });
     if (outcome != Outcome::Done) {

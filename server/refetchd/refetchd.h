@@ -1,7 +1,7 @@
 // Global state of start-up and the master thread. Other global state is declared where it belongs:
 // `ac` in config/CAcfg.h, `urlQueue`, `processedUrls`, `restingHosts` and `ht` in url/, `results`
-// in report/CAresults.h, `workerThreads` in fetch/CAwork.h, `currentRun` in
-// fetch/CArunNumber.h, `proxyGate` in fetch/CAproxyGate.h.
+// in report/CAresults.h, `workerThreads` in fetch/CAwork.h, `currentRun` in fetch/CArunNumber.h,
+// `proxyGate` in fetch/CAproxyGate.h.
 #pragma once
 
 #include <atomic>

@@ -122,6 +122,18 @@ inline std::string seeds(int count)
     return lines;
 }
 
+// A peer that ignores connections: its backlog is full, because one agent has already connected.
+struct FullBacklog {
+    FullBacklog()
+    {
+        first.start();
+        EXPECT_TRUE(first.process->waitForError("Net......... requesting", kRunDeadline));
+    }
+
+    const ScriptedPeer peer{nullptr};
+    Agent first{peer.port(), "readtimeout 60; loadurl h/"};
+};
+
 // Answers requests with these replies in turn, and all later ones with a plain one.
 inline ScriptedPeer::Handler inTurn(std::vector<Reply> replies)
 {

@@ -136,15 +136,10 @@ const HostRow kHostFaults[] = {
 };
 INSTANTIATE_TEST_SUITE_P(Fault, HostFault, testing::ValuesIn(kHostFaults), rowName);
 
-// The first agent's connection is all that the peer's backlog takes: the system leaves others
-// without any answer.
 TEST(Fault, ConnectionThatIsNeverMadeEndsWithTheRunTime)
 {
-    const ScriptedPeer peer(nullptr);
-    Agent first(peer.port(), "readtimeout 60; loadurl h/");
-    first.start();
-    ASSERT_TRUE(first.process->waitForError("Net......... requesting", kRunDeadline));
-    Agent agent(peer.port(), "serverroot @dir@; maxruntime 1; " + seeds(5));
+    const FullBacklog busy;
+    Agent agent(busy.peer.port(), "serverroot @dir@; maxruntime 1; " + seeds(5));
     agent.run();
     EXPECT_EQ(agent.traced("Net......... requesting"), 0);
     EXPECT_EQ(loaded(agent), 0);

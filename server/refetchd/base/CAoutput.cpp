@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -216,4 +217,27 @@ FILE *CAOpenOutput(const char *path, CAOutputState *state, CAOutputMode mode)
         errno = error;
     }
     return stream;
+}
+
+std::string CAOutputTarget(const std::string &path)
+{
+    constexpr int kMostLinks = 40;  // the kernel's own limit
+    std::string target = path;
+    for (int i = 0; i < kMostLinks; ++i) {
+        std::array<char, PATH_MAX> link{};
+        const ssize_t length = readlink(target.c_str(), link.data(), link.size());
+        if (length < 0) {
+            break;  // not a link, or it does not exist yet
+        }
+        const bool isRelative = link[0] != '/';
+        target.resize(isRelative ? target.rfind('/') + 1 : 0);
+        target.append(link.data(), static_cast<std::size_t>(length));
+    }
+    return target;
+}
+
+bool CAIsReplaceable(const std::string &target)
+{
+    struct stat status {};
+    return lstat(target.c_str(), &status) != 0 || S_ISREG(status.st_mode);
 }

@@ -43,3 +43,10 @@ void CANoteUnwrittenCopy(std::string_view path, int error);
 // Writes a line about each output that was noted to standard error, unless an earlier call did.
 // Async-signal-safe: takes no lock and no memory.
 void CATellUnwritten();
+
+// The file that replaces an output when `path` is configured: `path`, or the file that its symbolic
+// links lead to. It need not exist. Any thread.
+[[nodiscard]] std::string CAOutputTarget(const std::string &path);
+
+// False when the name belongs to anything but a regular file; true when it is free. Any thread.
+[[nodiscard]] bool CAIsReplaceable(const std::string &target);

@@ -9,10 +9,10 @@
 #include <iterator>
 
 #include "HTString.h"
+#include "base/CAoutput.h"
 #include "base/CAwhen.h"
 #include "config/CAcfgLines.h"
 #include "config/CAvariant.h"
-#include "report/CAmetrics.h"
 
 namespace {
 
@@ -41,7 +41,7 @@ CAArgumentVerdict judgeErrorLog(const std::string &word)
 
 CAArgumentVerdict judgeReplaced(const std::string &word)
 {
-    const std::string target = CAMetricsTarget(word);
+    const std::string target = CAOutputTarget(word);
     if (!CAIsReplaceable(target)) {
         return {word + ": not a regular file"};
     }

@@ -88,8 +88,7 @@ constexpr Rule kRules[] = {
     {"numclients",
      [](const CACheck &c) { return ac.numClients < 1 && ac.maxRuntime == 0 && c.seeds > 0; },
      "below 1 there are no worker threads, and without maxruntime the agent does not start: the "
-     "run "
-     "would never end"},
+     "run would never end"},
     {"readtimeout", [](const CACheck &) { return ac.readTimeout < 1; },
      "below 1 second the agent does not wait for any answer"},
     {"answertimeout",

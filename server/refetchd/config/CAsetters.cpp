@@ -381,14 +381,28 @@ void CASetVariant(const CADirectiveCall &call)
 }
 
 // A number with a unit, such as "100M", must not become a limit of 100 bytes.
-void CASetMaxAnswer(const CADirectiveCall &call)
+namespace {
+
+// True when the argument is digits. 0 switches such a limit off, so a word, which would count as
+// 0, is traced and changes nothing.
+bool isDigits(const CADirectiveCall &call, const char *directive)
 {
     const std::string_view text = call.argument();
-    if (!std::all_of(text.begin(), text.end(), HTIsDigit)) {
-        CATrace("LoadConfig.. invalid maxanswer: %s.\n", call.argument());
+    const bool is = std::all_of(text.begin(), text.end(), HTIsDigit);
+    if (!is) {
+        CATrace("LoadConfig.. invalid %s: %s.\n", directive, call.argument());
+    }
+    return is;
+}
+
+}  // namespace
+
+void CASetMaxAnswer(const CADirectiveCall &call)
+{
+    if (!isDigits(call, "maxanswer")) {
         return;
     }
-    call.config.maxAnswer = HTDecimal(text);
+    call.config.maxAnswer = HTDecimal(call.argument());
     CATrace("Max answer.. is %" PRId64 " bytes.\n", call.config.maxAnswer);
 }
 
@@ -399,15 +413,12 @@ void CASetRetries(const CADirectiveCall &call)
     CATrace("Retries..... %d.\n", call.config.retries);
 }
 
-// 0 means that there is no limit, so a word must not count as 0.
 void CASetBreadthWait(const CADirectiveCall &call)
 {
-    const std::string_view text = call.argument();
-    if (!std::all_of(text.begin(), text.end(), HTIsDigit)) {
-        CATrace("LoadConfig.. invalid breadthwait: %s.\n", call.argument());
+    if (!isDigits(call, "breadthwait")) {
         return;
     }
-    call.config.breadthWait = HTInteger(text);
+    call.config.breadthWait = HTInteger(call.argument());
     if (call.config.breadthWait == 0) {
         CATrace("Order....... a level waits for answers without a limit.\n");
     } else {

@@ -177,21 +177,25 @@ bool CAConnection::probe()
 
 namespace {
 
+// True when the `port` setting is one.
+bool isPort()
+{
+    return ac.port >= 0 && ac.port <= UINT16_MAX;
+}
+
 // The port of a peer whose name has none, in network order; 0: the `port` setting is invalid, and
 // the name must have one.
 in_port_t defaultPort()
 {
-    const bool isPort = ac.port >= 0 && ac.port <= UINT16_MAX;
-    return isPort ? htons(static_cast<std::uint16_t>(ac.port)) : in_port_t{0};
+    return isPort() ? htons(static_cast<std::uint16_t>(ac.port)) : in_port_t{0};
 }
 
 // True for an address that can be connected to.
 bool isUsable(const sockaddr_storage &address)
 {
-    const bool isPort = ac.port >= 0 && ac.port <= UINT16_MAX;
     // The port stands at the same place for both families.
     const auto port = reinterpret_cast<const sockaddr_in &>(address).sin_port;
-    return address.ss_family != AF_UNSPEC && (isPort || port != 0);
+    return address.ss_family != AF_UNSPEC && (isPort() || port != 0);
 }
 
 }  // namespace

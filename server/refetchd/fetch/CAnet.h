@@ -26,12 +26,12 @@ class CAURL;
 class CAConnection {
 public:
     // `peer` is "host" or "host:port"; without a port the `port` setting applies. An IPv6 address
-    // is in brackets. The name is resolved for the first request, which may block; if that fails,
-    // every request of the run fails. The IPv6 address of a name that also has an IPv4 address is
-    // looked up when it is needed first, because connecting over IPv4 fails.
+    // is in brackets. The name is resolved here, which may block; if that fails, every request of
+    // the run fails. The IPv6 address of a name that also has an IPv4 address is looked up when it
+    // is needed first, because connecting over IPv4 fails.
     //
-    // With `connecttimeout` or `retries`, resolving and connecting end after that time, or after
-    // `readtimeout`.
+    // With `connecttimeout` or `retries` the name is resolved for the first request, and resolving
+    // and connecting end after that time, or after `readtimeout`.
     explicit CAConnection(const char *peer);
     ~CAConnection();
     CAConnection(const CAConnection &) = delete;
@@ -62,7 +62,7 @@ public:
     {
         return failure_ == CAFailure::Connect || failure_ == CAFailure::Address;
     }
-    // True when the last request had a new connection.
+    // True when the peer accepted a new connection for the last request.
     [[nodiscard]] bool hasReached() const { return !wasKept_ && !isUnreachable(); }
     // True when the last exchange broke on a connection that had carried others before.
     [[nodiscard]] bool brokeWhenKept() const

@@ -7,9 +7,9 @@
 // Changes at the end of each run, so that a URL dequeued in one run is not retried in the next.
 extern std::atomic<std::uint32_t> currentRun;
 
-// Has each worker thread that still connects (with a time limit) or reads an answer for a run before
-// the current one give that up, which it does within kPatienceMilliseconds; but a TLS handshake
-// goes on. Master thread, after the change of `currentRun`.
+// Has each worker thread that still connects (with a time limit) or reads an answer for a run
+// before the current one give that up, which it does within kPatienceMilliseconds; but a TLS
+// handshake goes on. Master thread, after the change of `currentRun`.
 void CAGiveUpAnswers();
 
 // True when that was called for this run. Any thread.

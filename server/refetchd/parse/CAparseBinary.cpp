@@ -21,7 +21,6 @@
 #include "base/CAtrace.h"
 #include "config/CAcfg.h"
 #include "htthread.h"
-#include "report/CAmetrics.h"
 #include "report/CAresults.h"
 #include "url/CAURL.h"
 
@@ -294,12 +293,10 @@ FILE *CAParseBinary::openPlace()
     if (there < 0 && errno != ENOENT) {
         return nullptr;
     }
-    if (there >= 0) {
-        if (fstat(there, &earlier) != 0 || !S_ISREG(earlier.st_mode)) {
-            return streamOf(there);
-        }
+    if (there >= 0 && (fstat(there, &earlier) != 0 || !S_ISREG(earlier.st_mode))) {
+        return streamOf(there);
     }
-    target_ = CAMetricsTarget(fileName_);
+    target_ = CAOutputTarget(fileName_);
     const int file = openAside(target_, &aside_);
     if (there < 0) {
         return file < 0 ? nullptr : streamOf(file);

@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cinttypes>
-#include <climits>
 #include <cstdio>
 
 #include "base/CAoutput.h"
@@ -150,7 +149,7 @@ int replace(const std::string &target, const CATally &tally, const CARunEnd &end
 
 void CAWriteMetrics(const std::string &path, const CATally &tally, const CARunEnd &end)
 {
-    const std::string target = CAMetricsTarget(path);
+    const std::string target = CAOutputTarget(path);
     if (!CAIsReplaceable(target)) {
         CATrace("Metrics..... \"%s\" is not a regular file and is left as it is.\n", path.c_str());
         CAErrorLog(959, "The metrics file \"%s\" is not a regular file; it was left as it is.\n",
@@ -162,27 +161,4 @@ void CAWriteMetrics(const std::string &path, const CATally &tally, const CARunEn
         CATrace("Metrics..... could not write \"%s\"; errno=%d.\n", path.c_str(), error);
         CAErrorLog(958, "Could not write the metrics file \"%s\".\n", path.c_str());
     }
-}
-
-std::string CAMetricsTarget(const std::string &path)
-{
-    constexpr int kMostLinks = 40;  // the kernel's own limit
-    std::string target = path;
-    for (int i = 0; i < kMostLinks; ++i) {
-        std::array<char, PATH_MAX> link{};
-        const ssize_t length = readlink(target.c_str(), link.data(), link.size());
-        if (length < 0) {
-            break;  // not a link, or it does not exist yet
-        }
-        const bool isRelative = link[0] != '/';
-        target.resize(isRelative ? target.rfind('/') + 1 : 0);
-        target.append(link.data(), static_cast<std::size_t>(length));
-    }
-    return target;
-}
-
-bool CAIsReplaceable(const std::string &target)
-{
-    struct stat status {};
-    return lstat(target.c_str(), &status) != 0 || S_ISREG(status.st_mode);
 }

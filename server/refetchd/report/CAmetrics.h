@@ -54,10 +54,3 @@ struct CARunEnd {
 // followed to the file that they name; anything that is not a regular file is not replaced.
 // Failures are traced and written to the error log. One thread at a time.
 void CAWriteMetrics(const std::string &path, const CATally &tally, const CARunEnd &end);
-
-// The file that is written when `path` is configured: `path`, or the file that its symbolic links
-// lead to. It need not exist. Any thread.
-[[nodiscard]] std::string CAMetricsTarget(const std::string &path);
-
-// False when the name belongs to anything but a regular file; true when it is free. Any thread.
-[[nodiscard]] bool CAIsReplaceable(const std::string &target);

@@ -16,8 +16,8 @@
 class CAQueue;
 class CAURL;
 
-// Any thread may call, except release(). Times are those of HTUptime(). URLs that wait belong to the
-// table.
+// Any thread may call, except release(). Times are those of HTUptime(). URLs that wait belong to
+// the table.
 class CARestTable {
 public:
     // Lets `host` rest for `seconds` (0 to 3600, other values are limited to that) from `now`. A
