@@ -119,6 +119,9 @@ CAArgumentVerdict CAJudgeArgument(CAArgument argument, CAConfigLines *line)
     switch (argument) {
     case A::Number:
     case A::HostLimit: return {isNumber(word) ? "" : CAQuoted(word) + " is not a number"};
+    case A::Decimal:
+        return {CAReadDecimal(word) >= 0 ? "" : CAQuoted(word) + " is not a number",
+                CAReadDecimal(word) >= 0};
     case A::Percent: {
         const bool isGood = CAReadPercent(word.c_str()) >= -1;
         return {isGood ? "" : CAQuoted(word) + " is not a percentage from 0 to 100", isGood};
@@ -163,6 +166,30 @@ std::int32_t CAReadPercent(const char *word)
     }
     const std::int32_t percent = isNumber(word) ? HTInteger(word) : -2;
     return percent >= 0 && percent <= 100 ? percent : -2;
+}
+
+std::int32_t CAReadDecimal(std::string_view word)
+{
+    constexpr std::size_t kPlaces = 3;
+    const std::size_t point = std::min(word.find('.'), word.size());
+    const std::string whole(word.substr(0, point));
+    const std::string fraction(word.substr(std::min(point + 1, word.size())));
+    const std::string digits = whole + fraction;
+    if (digits.empty() || !std::all_of(digits.begin(), digits.end(), HTIsDigit)) {
+        return -1;
+    }
+    return HTInteger(whole + (fraction + "000").substr(0, kPlaces));
+}
+
+std::string CADecimalText(std::int32_t thousandths)
+{
+    constexpr std::int32_t kOne = 1000;
+    std::string text = std::to_string(thousandths / kOne);
+    if (thousandths % kOne != 0) {
+        text += "." + std::to_string(kOne + thousandths % kOne).substr(1);
+        text.resize(text.find_last_not_of('0') + 1);
+    }
+    return text;
 }
 
 std::string CAErrorLogPath(std::string_view name)

@@ -12,6 +12,7 @@ class CAConfigLines;
 enum class CAArgument : std::uint8_t {
     Text,
     Number,
+    Decimal,     // a number from 0 on, perhaps with a fraction
     Percent,     // 0 to 100, or an off word; anything else changes nothing
     Pause,       // milliseconds, or an on/off word
     Flag,        // an on/off word
@@ -77,6 +78,12 @@ struct CAArgumentVerdict {
 
 // The value of a percentage from 0 to 100; -1 for an off word, -2 for any other text.
 [[nodiscard]] std::int32_t CAReadPercent(const char *word);
+
+// The value of a number such as "1.5", in thousandths: 1500, at most INT32_MAX; -1 for any other
+// text. Digits behind the third of the fraction are cut.
+[[nodiscard]] std::int32_t CAReadDecimal(std::string_view word);
+// A number of thousandths, not below 0, as such a text, without zeros at its end.
+[[nodiscard]] std::string CADecimalText(std::int32_t thousandths);
 
 // Why the agent could not write the file `name`, as "NAME: REASON"; empty when it could. A file
 // that does not exist needs a directory that can be written to.

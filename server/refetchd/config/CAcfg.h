@@ -197,6 +197,12 @@ public:
     std::int32_t failWhen = -1;         // percentage for the exit status; below 0: none
     std::int32_t breadthFirst = 0;      // flag: URLs are requested level by level
     std::int32_t breadthWait = 30;      // seconds that a level waits for answers; 0: no limit
+    std::int32_t maxLoad = 0;           // load for each processor, in thousandths; below 1: none
+    std::int32_t delayFactor = 0;       // times an answer's time, in thousandths; below 1: none
+    std::int32_t slowStart = 0;         // seconds until all clients work; below 1: none
+    std::int32_t latencyLimit = 0;      // milliseconds, for the answers of a host; below 1: none
+    std::int32_t hostConnections = 0;   // most requests at a time to a host; below 1: no limit
+    std::int32_t limitsPerRun = 0;      // flag: `maxurls` and `maxhosturls` count for one run
     std::int32_t proxyTls = 0;          // flag: connections are TLS
     std::int32_t proxyTlsVerify = 1;    // flag: certificates are verified
     char *proxyTlsCa = nullptr;         // owned; file of trusted certificates; null: the system's

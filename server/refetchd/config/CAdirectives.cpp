@@ -54,6 +54,12 @@ std::string shownFailWhen(const CAConfig &config)
     return config.failWhen < 0 ? "off" : std::to_string(config.failWhen);
 }
 
+template <std::int32_t CAConfig::*Field>
+std::string shownDecimal(const CAConfig &config)
+{
+    return config.*Field < 1 ? "off" : CADecimalText(config.*Field);
+}
+
 std::string shownMaxAnswer(const CAConfig &config)
 {
     return config.maxAnswer < 1 ? "no limit" : std::to_string(config.maxAnswer);
@@ -78,6 +84,18 @@ consteval CADirective number(std::string_view name, const char *before, const ch
             .takes = A::Number,
             .set = set,
             .shown = shown<Field, Least>,
+            .number = Field,
+            .before = before,
+            .after = after};
+}
+
+template <std::int32_t CAConfig::*Field>
+consteval CADirective decimal(std::string_view name, const char *before, const char *after)
+{
+    return {.name = name,
+            .takes = A::Decimal,
+            .set = CASetThousandths,
+            .shown = shownDecimal<Field>,
             .number = Field,
             .before = before,
             .after = after};
@@ -159,6 +177,13 @@ constexpr std::array kDirectives = {
     number<&C::connectTimeout, 1>("connecttimeout", "ConnectTimeout... is ", ".\n"),
     number<&C::answerTimeout, 1>("answertimeout", "AnswerTimeout... is ", ".\n"),
     CADirective{"maxanswer", A::Number, CASetMaxAnswer, shownMaxAnswer},
+    decimal<&C::maxLoad>("maxload", "Max load.... is ", " for each processor.\n"),
+    decimal<&C::delayFactor>("delayfactor", "Delay....... is ", " times the time of an answer.\n"),
+    number<&C::slowStart>("slowstart", "Slow start.. takes ", " s.\n"),
+    number<&C::latencyLimit, 1>("latencylimit", "Latency..... limit is ", " ms.\n"),
+    number<&C::hostConnections, 1>("hostconnections", "Host........ gets at most ",
+                                   " requests at a time.\n"),
+    flag<&C::limitsPerRun>("limitsperrun", "Limits...... will ", "count for each run anew.\n"),
     flag<&C::transparentProxy>("transparentproxy", nullptr, nullptr, A::On, CASetExactOn),
     flag<&C::connectToHost>("connecttohost", nullptr, nullptr, A::On, CASetExactOn),
     CADirective{"service", A::Service, CASetService},

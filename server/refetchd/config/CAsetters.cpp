@@ -86,6 +86,17 @@ void CASetLimit(const CADirectiveCall &call)
     CATrace("%s%d%s", call.row.before, call.config.*call.row.number, call.row.after);
 }
 
+void CASetThousandths(const CADirectiveCall &call)
+{
+    const std::int32_t value = CAReadDecimal(call.argument());
+    if (value < 0) {
+        CATrace("LoadConfig.. invalid %s: %s.\n", call.row.name.data(), call.argument());
+        return;
+    }
+    call.config.*call.row.number = value;
+    CATrace("%s%s%s", call.row.before, CADecimalText(value).c_str(), call.row.after);
+}
+
 // The flag is a setting or an option of the parsers.
 void CASetFlag(const CADirectiveCall &call)
 {

@@ -12,6 +12,9 @@ void CASetNumber(const CADirectiveCall &call);
 void CASetLimit(const CADirectiveCall &call);
 void CASetFlag(const CADirectiveCall &call);
 void CASetExactOn(const CADirectiveCall &call);
+// Sets the field that the row names to a number with a fraction, in thousandths; another text is
+// traced and changes nothing.
+void CASetThousandths(const CADirectiveCall &call);
 
 void CASetTraceLog(const CADirectiveCall &call);
 void CASetErrorLog(const CADirectiveCall &call);
