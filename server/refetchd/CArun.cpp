@@ -20,6 +20,7 @@
 #include "report/CAresults.h"
 #include "report/CAsummary.h"
 #include "url/CAURL.h"
+#include "url/CAhost.h"
 #include "url/CAprocessed.h"
 #include "url/CAqueue.h"
 #include "url/CArest.h"
@@ -193,6 +194,10 @@ void seedAgain()
 {
     doneBefore = workDone();
     proxyGate.restart();
+    if (ac.limitsPerRun != 0) {
+        urlQueue->beginCount();
+        ht.beginCount();
+    }
     urlQueue->hold();
     ac.reloadURLs(urlQueue);
     urlQueue->release();
@@ -369,16 +374,15 @@ void warnOfUnsearched()
     }
 }
 
-// How many levels began early, with `breadthfirst`, in the most recent run. For the master thread
-// only.
-std::int32_t earlyLevels = 0;
+// What happened to the order in the most recent run. For the master thread only.
+CAQueue::Holdups holdups;
 
 // Warns when the order by depth was not kept, because links may then have been missed.
 void warnOfEarlyLevels()
 {
-    if (earlyLevels > 0) {
-        tell("breadthfirst: " + std::to_string(earlyLevels) +
-             (earlyLevels == 1 ? " level" : " levels") +
+    if (holdups.earlyLevels > 0) {
+        tell("breadthfirst: " + std::to_string(holdups.earlyLevels) +
+             (holdups.earlyLevels == 1 ? " level" : " levels") +
              " did not wait for answers that took longer than breadthwait (" +
              std::to_string(ac.breadthWait) + " s), so links within delvedepth may be missing.");
     }
@@ -585,7 +589,7 @@ void flushQueue()
 {
     CATrace("Flushing.... remove all non-processed URLs.\n");
     urlsLeft = drainQueue();
-    earlyLevels = urlQueue->closeLevels();
+    holdups = urlQueue->closeRun();
 }
 
 }  // namespace

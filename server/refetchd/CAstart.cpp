@@ -234,6 +234,16 @@ void fitClientsToDescriptors()
     }
 }
 
+// Limits the requests at a time to each host, if a directive asks for it.
+void limitHosts()
+{
+    if (ac.hostConnections > 0 || ac.latencyLimit > 0) {
+        urlQueue->limitHosts({.connections = ac.hostConnections,
+                              .clients = ac.numClients,
+                              .latencyMillis = ac.latencyLimit});
+    }
+}
+
 // Starts the master thread and waits for the end of all runs. If no thread can be created for it,
 // the main thread does its work.
 void runToTheEnd()
@@ -269,6 +279,7 @@ int CAMain(int argc, char **argv)
         urlQueue->orderByDepth(ac.breadthWait);
     }
     fitClientsToDescriptors();
+    limitHosts();
     HTSocketQueue_init(ac.numClients);
     CABlockSignals(results.isLogged());
     if (CAStartWorkers() == 0 && ac.numClients > 0) {

@@ -138,7 +138,7 @@ TEST_F(AgentTest, PageWaitsAtItsGreaterDepthOrIsRequestedTwiceOrBeforeTheSeedsAr
     EXPECT_FALSE(urlQueue->enqueueFound(&again));
     EXPECT_EQ(AgentState::drain(), std::vector<std::string>()) << "held";
     urlQueue->release();
-    CADepthOrder::Ticket ticket = 0;
+    CATicket ticket;
     const std::unique_ptr<CAURL> first(static_cast<CAURL *>(urlQueue->dequeue(&ticket)));
     EXPECT_EQ(first->stringitize() + std::to_string(first->depth()), "http://h/x0");
     EXPECT_EQ(AgentState::drain(), std::vector<std::string>()) << "in work";
@@ -199,6 +199,87 @@ const OrderRow kOrders[] = {
     {"RunBeforeClosesALevel", "+a0 a $ +b0 +c1 b /a - /b c"},
 };
 INSTANTIATE_TEST_SUITE_P(CADepthOrder, Order, testing::ValuesIn(kOrders), rowName);
+
+struct HostRow : Row {
+    // "+ax1" puts URL a of host x at depth 1, "=ax3" at rank 3; "a" takes a, "-" takes none, "/a"
+    // finishes it, "~a9" answers it ten times after 9 ms each, "#3" counts 3, "$3" drains 3.
+    std::string steps;
+    CAHostLimits limits = {.connections = 2, .clients = 9};
+    bool isByDepth = false;
+};
+
+class Host : public AgentTestWith<HostRow> {};
+
+TEST_P(Host, GetsMoreAtATimeOrHoldsBackOthers)
+{
+    std::map<char, CATicket> tickets;
+    urlQueue->limitHosts(GetParam().limits);
+    if (GetParam().isByDepth) {
+        urlQueue->orderByDepth(0);
+    }
+    std::istringstream steps(GetParam().steps);
+    for (std::string step; steps >> step;) {
+        const char kind = step.front();
+        const int last = step.back() - '0';
+        if (kind == '+' || kind == '=') {
+            auto *const url = new CAURL((std::string("http://") + step[2] + "/" + step[1]).c_str());
+            if (kind == '=') {
+                ASSERT_TRUE(urlQueue->enqueueInLane(url, static_cast<std::size_t>(last)));
+            } else {
+                url->setDepth(last);
+                urlQueue->enqueue(url);
+            }
+        } else if (kind == '/') {
+            urlQueue->finished(tickets[step[1]]);
+        } else if (kind == '~') {
+            for (int i = 0; i < 10; ++i) {
+                urlQueue->answered(tickets[step[1]], std::stol(step.substr(2)));
+            }
+        } else if (kind == '#') {
+            ASSERT_EQ(urlQueue->getLength(), last) << GetParam().steps;
+        } else if (kind == '$') {
+            for (int i = 0; i <= last; ++i) {
+                const std::unique_ptr<CAURL> url(static_cast<CAURL *>(urlQueue->drain()));
+                EXPECT_EQ(url == nullptr, i == last) << GetParam().steps;
+            }
+            urlQueue->closeRun();
+        } else {
+            CATicket ticket;
+            const std::unique_ptr<CAURL> url(static_cast<CAURL *>(urlQueue->dequeue(&ticket)));
+            ASSERT_EQ(url == nullptr ? '-' : url->stringitize()[9], kind) << GetParam().steps;
+            tickets[kind] = ticket;
+        }
+    }
+}
+
+const CAHostLimits kSlow = {.clients = 4, .latencyMillis = 100};
+
+const HostRow kHosts[] = {
+    {"AtMostTwo", "+ax0 +bx0 +cx0 +dx0 a b - #2 /a c - /c d #0 -"},
+    {"OthersGoOn", "+ax0 +bx0 +cx0 +dy0 +ex0 +fy0 a b d f - #2 /d - /b c /a e"},
+    {"MoreThanClients", "+ax0 +bx0 +cx0 a b - #1", {.connections = 5, .clients = 2}},
+    {"DrainsAllThatWait", "+ax0 +bx0 +cx0 +dx0 +ey0 a b e - /a $2 +gx0 +hx0 g - #1 /b h $0"},
+    {"SlowHostLosesClients", "+ax0 +bx0 +cx0 +dx0 a b c ~a101 /a - /b d - /c", kSlow},
+    {"SlowHostKeepsOne", "+ax0 +bx0 +cx0 +dx0 a ~a900 b ~b900 ~b900 - /a - /b c - /c d", kSlow},
+    {"FastHostGetsThemBack", "+ax0 +bx0 +cx0 +dx0 a b ~a900 /a - ~b49 c - ~b49 d", kSlow},
+    {"NotWellBelow", "+ax0 +bx0 +cx0 a b ~a900 /a - ~b51 -", kSlow},
+    {"HostsApart", "+ax0 +bx0 +cy0 +dy0 a b ~a900 c d ~b9 ~b9", kSlow},
+    {"LevelWaits",
+     "+ax0 +bx0 +cx0 +dy1 +ex1 a b - /a c - /b - /c d e",
+     {.connections = 2, .clients = 9},
+     true},
+    {"LevelGoesOn",
+     "+ax0 +bx0 +cy0 +dx1 a c - /c - /a b - /b d",
+     {.connections = 1, .clients = 9},
+     true},
+    {"DrainsALevel",
+     "+ax0 +bx0 +cx0 +dx1 a - /a $3 +ex1 e",
+     {.connections = 1, .clients = 9},
+     true},
+    {"LanesByRank", "=ax5 =bx2 =cx9 =dx2 b d a c -", {.clients = 9}},
+    {"LaneInUse", "+ax0 +bx0 +cx0 a b =dx0 =ex9 d c e", {.clients = 9}},
+};
+INSTANTIATE_TEST_SUITE_P(CAQueue, Host, testing::ValuesIn(kHosts), rowName);
 
 TEST(CAQueue, EmptiesOneOfItsTwentyLanesBeforeTheNext)
 {

@@ -78,7 +78,9 @@ CADrop CALinkLimit()
     }
     // Without a limit `maxUrls` is the number at which the total stops: it must not be compared.
     const bool isLimited = ac.maxUrls != kUnlimited;
-    return isLimited && urlQueue->getTotalEnqueued() >= ac.maxUrls ? CADrop::MaxUrls : CADrop::None;
+    const std::int32_t queued =
+        ac.limitsPerRun != 0 ? urlQueue->getEnqueuedOfRun() : urlQueue->getTotalEnqueued();
+    return isLimited && queued >= ac.maxUrls ? CADrop::MaxUrls : CADrop::None;
 }
 
 const char *CALimitText(CADrop limit)

@@ -92,6 +92,7 @@ struct Client {
     std::int32_t index = 0;
     HTThreadContext *context = nullptr;
     std::unique_ptr<CAConnection> connection;  // to the proxy; null when connectsPerUrl()
+    CATicket ticket;                           // of the URL that is fetched
 
     [[nodiscard]] bool keepsGoing() const { return worker->shouldKeepGoing() != 0; }
 };
@@ -141,9 +142,9 @@ bool waitForBudget(const Client &client, std::uint32_t run)
     return false;
 }
 
-// How long a worker thread sleeps, with `breadthfirst`, when all URLs in the queue must wait for
-// shallower ones in work.
-constexpr std::uint32_t kShallowerMilliseconds = 50;
+// How long a worker thread sleeps when all URLs in the queue must wait: with `breadthfirst` for
+// shallower ones in work, with a limit for each host for other requests to their hosts.
+constexpr std::uint32_t kHeldBackMilliseconds = 50;
 
 // Measures an exchange for the results, if anybody wants to know.
 class Stopwatch {
@@ -152,10 +153,13 @@ public:
     {
         if (results.observes()) {
             result_->started = CANowMilliseconds();
+        }
+        if (results.observes() || ac.latencyLimit > 0) {
             since_ = HTUptimeMillis();
         }
     }
-    void stop() { result_->milliseconds = HTUptimeMillis() - since_; }
+    [[nodiscard]] std::int64_t elapsed() const { return HTUptimeMillis() - since_; }
+    void stop() { result_->milliseconds = elapsed(); }
 
 private:
     CAExchange *const result_;
@@ -374,6 +378,9 @@ Next exchange(const Client &client, CAConnection *connection, CAURL *url, std::u
         return Next::Away;
     }
     tellGate(*connection);
+    if (ac.latencyLimit > 0 && !connection->isUnreachable()) {
+        urlQueue->answered(client.ticket, stopwatch.elapsed());
+    }
     result.status = parser->isHTTP() ? parser->getHTTPRequestRC() : 0;
     result.failure = failureOf(*parser, *connection);
     if (result.failure != CAFailure::None) {
@@ -514,16 +521,17 @@ void resend(const Client &client, CAConnection *connection, CAURL *url, std::uin
 
 // Takes the next URL, if there still is one, and fetches it. The worker is marked busy before it
 // dequeues: a thread that sees the queue empty because of that sees the worker busy.
-void workOnNext(const Client &client)
+void workOnNext(Client *worker)
 {
+    const Client &client = *worker;
     client.worker->makeBusy();
-    CADepthOrder::Ticket ticket = 0;
-    auto *const url = static_cast<CAURL *>(urlQueue->dequeue(&ticket));
+    worker->ticket = {};
+    auto *const url = static_cast<CAURL *>(urlQueue->dequeue(&worker->ticket));
     const std::uint32_t run = currentRun;
     if (client.connection != nullptr) {
         client.connection->beginRun(run);
     }
-    const bool blocked = url == nullptr && urlQueue->isOrderedByDepth();
+    const bool blocked = url == nullptr && urlQueue->mayHoldBack();
     const bool parked = url != nullptr && ac.retryAfter != 0 && restingHosts.park(url, HTUptime());
     if (blocked || parked) {
         CAWorkerThread::returnRequest();
@@ -531,16 +539,17 @@ void workOnNext(const Client &client)
         fetch(client, url, run);
     }
     if (url != nullptr) {
-        urlQueue->finished(ticket);
+        urlQueue->finished(client.ticket);
     }
     client.worker->makeIdle();
     if (blocked) {
-        HTSleep(kShallowerMilliseconds);
+        HTSleep(kHeldBackMilliseconds);
     }
 }
 
-void onePass(const Client &client)
+void onePass(Client *worker)
 {
+    const Client &client = *worker;
     HTWorkThread_svcThreadStartWork(1, client.context);
     if (ac.delayMs > 0) {
         HTSleep(static_cast<std::uint32_t>(ac.delayMs));
@@ -552,7 +561,7 @@ void onePass(const Client &client)
                !client.connection->isOpen()) {
         waitForProxy(client, currentRun);
     } else if (waitForBudget(client)) {
-        workOnNext(client);
+        workOnNext(worker);
     }
     HTWorkThread_svcThreadEndWork(1, client.context);
 }
@@ -570,13 +579,16 @@ void *ClientThread(void *arg)
     CATrace("Worker...... thread %d starting.\n", index + 1);
     HTThreadContext *const context = HTWorkThread_threadCreate(1);
     HTBlockSignals();
-    Client client{
-        .worker = workerThreads[index], .index = index, .context = context, .connection = nullptr};
+    Client client{.worker = workerThreads[index],
+                  .index = index,
+                  .context = context,
+                  .connection = nullptr,
+                  .ticket = {}};
     if (!connectsPerUrl()) {
         makeConnection(&client);
     }
     while (client.keepsGoing()) {
-        onePass(client);
+        onePass(&client);
     }
     HTWorkThread_threadExit(1, context);
     client.worker->notRunning();

@@ -34,6 +34,9 @@ CADepthOrder::Taken CADepthOrder::take(std::int64_t now)
     }
     const auto first = waiting_.begin();
     const std::int32_t depth = first->first.first;
+    if (!aside_.empty() && aside_.begin()->first < depth) {
+        return {};
+    }
     const std::size_t shallower = shallowerInWork(depth);
     if (shallower > 0 && (wait_ < 1 || now - lastTime_ < wait_)) {
         return {};
@@ -42,6 +45,22 @@ CADepthOrder::Taken CADepthOrder::take(std::int64_t now)
     inWork_.emplace(++lastTicket_, depth);
     lastTime_ = now;
     return {.url = remove(first), .ticket = lastTicket_, .overtaken = shallower};
+}
+
+void CADepthOrder::putAside(const Taken &taken)
+{
+    inWork_.erase(taken.ticket);
+    ++aside_[taken.url->depth()];
+}
+
+CADepthOrder::Ticket CADepthOrder::takeBack(const CAURL &url, std::int64_t now)
+{
+    if (const auto at = aside_.find(url.depth()); at != aside_.end() && --at->second == 0) {
+        aside_.erase(at);
+    }
+    inWork_.emplace(++lastTicket_, url.depth());
+    lastTime_ = now;
+    return lastTicket_;
 }
 
 CAURL *CADepthOrder::drain()

@@ -52,13 +52,22 @@ public:
     Taken take(std::int64_t now);
     void hold() { isHeld_ = true; }
     void release() { isHeld_ = false; }
+    [[nodiscard]] bool isHeld() const { return isHeld_; }
+    // Puts a URL aside that was taken and may not be requested yet: it still counts as waiting, but
+    // take() does not return it. takeBack() puts it in work after all, before any deeper URL.
+    void putAside(const Taken &taken);
+    [[nodiscard]] Ticket takeBack(const CAURL &url, std::int64_t now);
     // Takes out any URL that waits, without putting it in work; null when none waits.
     CAURL *drain();
     // A URL is no longer in work. To be called after the URLs found on it were put. Does nothing
     // when the URL was overtaken, or its level closed.
     void finished(Ticket ticket);
     // Nothing is in work any more: what a run leaves in work does not concern the next one.
-    void closeLevels() { inWork_.clear(); }
+    void closeLevels()
+    {
+        inWork_.clear();
+        aside_.clear();
+    }
 
 private:
     using Rank = std::pair<std::int32_t, std::int32_t>;  // depth, then hits as a negative number
@@ -73,6 +82,7 @@ private:
     std::unordered_map<std::string_view, Waiting::iterator, HTKeyedHasher> byText_;
     bool isHeld_ = false;
     std::map<Ticket, std::int32_t> inWork_;  // the depths that the URLs had when they were taken
+    std::map<std::int32_t, std::size_t> aside_;  // URLs put aside, by depth
     Ticket lastTicket_ = 0;
     std::int64_t lastTime_ = 0;  // when the last URL was taken
     std::int64_t wait_ = 0;

@@ -27,6 +27,7 @@ struct CAHost : HostName {
 
     const HeapString copy;  // null when memory is out
     std::int32_t hits = 0;
+    std::uint32_t count = 0;  // the one to which `hits` belongs
 };
 
 namespace {
@@ -87,6 +88,10 @@ void CAHostTable::addHits(std::string_view host, std::int32_t n)
         if (record == nullptr) {
             return;  // this host is not counted
         }
+        if (record->count != count_) {
+            record->count = count_;
+            record->hits = 0;
+        }
         if (__builtin_add_overflow(record->hits, n, &record->hits)) {
             record->hits = n < 0 ? INT32_MIN : INT32_MAX;
         }
@@ -94,6 +99,12 @@ void CAHostTable::addHits(std::string_view host, std::int32_t n)
     if (isNew) {
         CATrace("Added....... new host \"%.*s\" to host table.\n", CALength(host), host.data());
     }
+}
+
+void CAHostTable::beginCount()
+{
+    const PMutexGuard guard(*mutex_);
+    ++count_;
 }
 
 std::int32_t CAHostTable::getHits(std::string_view host)
@@ -104,7 +115,7 @@ std::int32_t CAHostTable::getHits(std::string_view host)
         const PMutexGuard guard(*mutex_);
         if (const CAHost *const record = find(hosts_, host); record != nullptr) {
             known = true;
-            hits = record->hits;
+            hits = record->count == count_ ? record->hits : 0;
         }
     }
     if (!known) {

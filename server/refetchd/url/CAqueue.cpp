@@ -1,5 +1,6 @@
 #include "url/CAqueue.h"
 
+#include <cinttypes>
 #include <utility>
 
 #include "HTWorkThread.h"
@@ -63,6 +64,9 @@ void CAQueue::countLocked(std::int32_t count)
     if (totalEnqueued_ != INT32_MAX) {
         totalEnqueued_ += count;
     }
+    if (enqueuedOfRun_ != INT32_MAX) {
+        enqueuedOfRun_ += count;
+    }
 }
 
 bool CAQueue::enqueueFound(CAURL *url)
@@ -106,22 +110,55 @@ void CAQueue::sink(const char *text, std::int32_t depth)
 
 void CAQueue::appendLocked(HTList *node)
 {
-    Lane &lane = lanes_[nextIn_];
+    link(node, &lanes_[nextIn_]);
     nextIn_ = nextLane(nextIn_);
-    lane.tail->next = node;
-    lane.tail = node;
 }
 
-void *CAQueue::dequeue(CADepthOrder::Ticket *ticket)
+void CAQueue::link(HTList *node, Lane *lane)
+{
+    lane->tail->next = node;
+    lane->tail = node;
+}
+
+bool CAQueue::enqueueInLane(CAURL *url, std::size_t rank)
+{
+    if (orderedByDepth_) {
+        return enqueueFound(url);
+    }
+    if (!CARecordProcessed(url)) {
+        return false;
+    }
+    HTList *const node = HTList_new(HTThread_context());
+    if (node != nullptr) {  // otherwise memory is out, and the URL is lost (reported by the list)
+        node->object = url;
+        const PMutexGuard guard(mutex_);
+        link(node, &lanes_[(nextOut_ + rank) % kLanes]);
+        countLocked(1);
+    }
+    return true;
+}
+
+void *CAQueue::dequeue(CATicket *ticket)
 {
     if (orderedByDepth_) {
         return takeByDepth(ticket);
     }
+    return limitsHosts_ ? takeLimited(ticket) : takeFromLane();
+}
+
+void *CAQueue::takeFromLane()
+{
     HTList *node = nullptr;
     {
         const PMutexGuard guard(mutex_);
         node = takeFirstLocked();
+        length_ -= node != nullptr ? 1 : 0;
     }
+    return elementOf(node);
+}
+
+void *CAQueue::elementOf(HTList *node)
+{
     if (node == nullptr) {
         return nullptr;
     }
@@ -130,34 +167,90 @@ void *CAQueue::dequeue(CADepthOrder::Ticket *ticket)
     return element;
 }
 
-void *CAQueue::drain()
+// True when the URL's host has no free slot: the URL waits for one. Otherwise it takes one.
+bool CAQueue::holdLocked(CAURL *url, CATicket *ticket)
 {
-    if (!orderedByDepth_) {
-        return dequeue();
+    if (!limitsHosts_) {
+        return false;
     }
+    ticket->host = slots_.enter(url->host());
+    if (ticket->host == nullptr) {
+        slots_.hold(url);
+    }
+    return ticket->host == nullptr;
+}
+
+// Takes the next URL whose host has a free slot. Each of those before it waits for a slot from then
+// on, so that no URL is looked at twice.
+void *CAQueue::takeLimited(CATicket *ticket)
+{
     const PMutexGuard guard(mutex_);
-    CAURL *const url = byDepth_.drain();
-    length_ -= url != nullptr ? 1 : 0;
+    CAURL *url = slots_.takeCalled(&ticket->host);
+    while (url == nullptr) {
+        url = static_cast<CAURL *>(elementOf(takeFirstLocked()));
+        if (url == nullptr) {
+            return nullptr;
+        }
+        url = holdLocked(url, ticket) ? nullptr : url;
+    }
+    --length_;
     return url;
 }
 
-void *CAQueue::takeByDepth(CADepthOrder::Ticket *ticket)
+void *CAQueue::drain()
 {
-    CADepthOrder::Taken taken;
     {
         const PMutexGuard guard(mutex_);
-        taken = byDepth_.take(HTUptimeMillis());
-        length_ -= taken.url != nullptr ? 1 : 0;
-        early_ += taken.overtaken > 0 ? 1 : 0;
+        CAURL *const held = slots_.drain();
+        CAURL *const url = held == nullptr && orderedByDepth_ ? byDepth_.drain() : held;
+        length_ -= url != nullptr ? 1 : 0;
+        if (url != nullptr || orderedByDepth_) {
+            return url;
+        }
     }
-    if (taken.url != nullptr && taken.overtaken > 0) {
+    return takeFromLane();
+}
+
+// `*early` becomes what was taken, if its level begins early.
+CAURL *CAQueue::takeDepthLocked(CATicket *ticket, CADepthOrder::Taken *early)
+{
+    const std::int64_t now = HTUptimeMillis();
+    CAURL *const called = byDepth_.isHeld() ? nullptr : slots_.takeCalled(&ticket->host);
+    if (called != nullptr) {
+        ticket->level = byDepth_.takeBack(*called, now);
+        return called;
+    }
+    for (;;) {
+        const CADepthOrder::Taken taken = byDepth_.take(now);
+        if (taken.overtaken > 0) {
+            ++holdups_.earlyLevels;
+            *early = taken;
+        }
+        if (taken.url == nullptr || !holdLocked(taken.url, ticket)) {
+            ticket->level = taken.ticket;
+            return taken.url;
+        }
+        byDepth_.putAside(taken);
+    }
+}
+
+CAURL *CAQueue::takeByDepth(CATicket *ticket)
+{
+    CATicket ignored;
+    CADepthOrder::Taken early;
+    CAURL *url = nullptr;
+    std::int32_t depth = 0;
+    {
+        const PMutexGuard guard(mutex_);
+        url = takeDepthLocked(ticket != nullptr ? ticket : &ignored, &early);
+        length_ -= url != nullptr ? 1 : 0;
+        depth = early.url != nullptr ? early.url->depth() : 0;
+    }
+    if (early.url != nullptr) {
         CATrace("Order....... depth %d begins although %zu shallower URLs are still in work.\n",
-                taken.url->depth(), taken.overtaken);
+                depth, early.overtaken);
     }
-    if (ticket != nullptr) {
-        *ticket = taken.ticket;
-    }
-    return taken.url;
+    return url;
 }
 
 void CAQueue::orderByDepth(std::int32_t waitSeconds)
@@ -177,22 +270,52 @@ void CAQueue::orderByDepth(std::int32_t waitSeconds)
     length_ = moved;
 }
 
-void CAQueue::finished(CADepthOrder::Ticket ticket)
+void CAQueue::limitHosts(const CAHostLimits &limits)
 {
-    if (orderedByDepth_) {
-        const PMutexGuard guard(mutex_);
-        byDepth_.finished(ticket);
+    const PMutexGuard guard(mutex_);
+    slots_.limit(limits);
+    limitsHosts_ = true;
+}
+
+void CAQueue::finished(const CATicket &ticket)
+{
+    if (!mayHoldBack()) {
+        return;
+    }
+    const PMutexGuard guard(mutex_);
+    byDepth_.finished(ticket.level);
+    if (ticket.host != nullptr) {
+        slots_.leave(ticket.host);
     }
 }
 
-std::int32_t CAQueue::closeLevels()
+void CAQueue::answered(const CATicket &ticket, std::int64_t milliseconds)
+{
+    if (ticket.host == nullptr) {
+        return;
+    }
+    CAHostSlots::Change change;
+    {
+        const PMutexGuard guard(mutex_);
+        change = slots_.answered(ticket.host, milliseconds);
+        holdups_.slowedHosts += change.isLoss ? 1 : 0;
+    }
+    if (change.slots > 0) {
+        CATrace("Latency..... of host %s is %" PRId64 " ms (%zu answers), it gets %d %s now.\n",
+                change.host.c_str(), change.median, change.answers, change.slots,
+                change.slots == 1 ? "client" : "clients");
+    }
+}
+
+CAQueue::Holdups CAQueue::closeRun()
 {
     const PMutexGuard guard(mutex_);
     byDepth_.closeLevels();
-    return std::exchange(early_, 0);
+    slots_.forget();
+    return std::exchange(holdups_, {});
 }
 
-// Unlinks the next element; null when there is none.
+// Unlinks the next element, which still counts; null when there is none.
 HTList *CAQueue::takeFirstLocked()
 {
     std::size_t index = nextOut_;
@@ -204,7 +327,6 @@ HTList *CAQueue::takeFirstLocked()
             if (lane.tail == node) {
                 lane.tail = lane.head;
             }
-            --length_;
             return node;
         }
         index = nextLane(index);

@@ -1,0 +1,136 @@
+#include "url/CAhostSlots.h"
+
+#include <algorithm>
+
+#include "url/CAURL.h"
+
+void CAHostSlots::limit(const CAHostLimits &limits)
+{
+    limits_ = limits;
+    isLimited_ = true;
+}
+
+std::int32_t CAHostSlots::mostSlots() const
+{
+    const std::int32_t clients = std::max(limits_.clients, 1);
+    return limits_.connections < 1 ? clients : std::min(limits_.connections, clients);
+}
+
+CAHostSlots::Host *CAHostSlots::find(std::string_view name)
+{
+    auto at = hosts_.find(name);
+    if (at == hosts_.end()) {
+        at = hosts_.try_emplace(std::string(name)).first;
+        at->second.name = at->first;
+        at->second.slots = mostSlots();
+    }
+    return &at->second;
+}
+
+CAHostSlots::Host *CAHostSlots::enter(std::string_view host)
+{
+    Host *const entry = find(host);
+    if (entry->taken >= entry->slots) {
+        return nullptr;
+    }
+    ++entry->taken;
+    entry->peak = std::max(entry->peak, entry->taken);
+    return entry;
+}
+
+void CAHostSlots::leave(Host *host)
+{
+    --host->taken;
+    call(host);
+}
+
+void CAHostSlots::hold(CAURL *url)
+{
+    find(url->host())->waiting.push_back(url);
+}
+
+// Calls the URLs for which the host has free slots.
+void CAHostSlots::call(Host *host)
+{
+    while (host->taken < host->slots && !host->waiting.empty()) {
+        ++host->taken;
+        host->peak = std::max(host->peak, host->taken);
+        called_.push_back(host->waiting.front());
+        host->waiting.pop_front();
+    }
+}
+
+CAURL *CAHostSlots::takeCalled(Host **slot)
+{
+    if (called_.empty()) {
+        return nullptr;
+    }
+    CAURL *const url = called_.front();
+    called_.pop_front();
+    *slot = find(url->host());
+    return url;
+}
+
+CAURL *CAHostSlots::drain()
+{
+    if (drained_.empty()) {
+        for (CAURL *const url : called_) {
+            --find(url->host())->taken;
+        }
+        drained_.swap(called_);
+        for (auto &[name, host] : hosts_) {
+            drained_.insert(drained_.end(), host.waiting.begin(), host.waiting.end());
+            host.waiting.clear();
+        }
+    }
+    if (drained_.empty()) {
+        return nullptr;
+    }
+    CAURL *const url = drained_.front();
+    drained_.pop_front();
+    return url;
+}
+
+CAHostSlots::Change CAHostSlots::answered(Host *host, std::int64_t milliseconds)
+{
+    if (limits_.latencyMillis < 1) {
+        return {};
+    }
+    if (host->times.size() < kAnswers) {
+        host->times.push_back(milliseconds);
+    } else {
+        host->times[host->answers % kAnswers] = milliseconds;
+    }
+    ++host->answers;
+    return host->answers < kLeast ? Change{} : judge(host);
+}
+
+// Takes a slot from the host, or gives it one back. A host that had fewer requests at a time than
+// it has slots would not notice the loss of one; it loses all that it did not use as well.
+CAHostSlots::Change CAHostSlots::judge(Host *host)
+{
+    std::vector<std::int64_t> times = host->times;
+    const auto middle = times.begin() + static_cast<std::ptrdiff_t>(times.size() / 2);
+    std::nth_element(times.begin(), middle, times.end());
+    Change change{.host = std::string(host->name), .median = *middle, .answers = times.size()};
+    const std::int32_t used = std::min(host->slots, host->peak);
+    if (*middle > limits_.latencyMillis && used > 1) {
+        change.slots = used - 1;
+        change.isLoss = true;
+    } else if (*middle < limits_.latencyMillis / 2 && host->slots < mostSlots()) {
+        change.slots = host->slots + 1;
+    } else {
+        return {};
+    }
+    host->slots = change.slots;
+    host->peak = host->taken;
+    host->times.clear();
+    host->answers = 0;
+    call(host);
+    return change;
+}
+
+void CAHostSlots::forget()
+{
+    std::erase_if(hosts_, [](const auto &entry) { return entry.second.taken == 0; });
+}
