@@ -436,7 +436,8 @@ void tellResults(int seconds)
                             .queueLeft = urlsLeft,
                             .stopped = runs.isCutShort,
                             .proxyWait = runs.proxyWait,
-                            .isProxyAway = runs.isProxyAway};
+                            .isProxyAway = runs.isProxyAway,
+                            .slowdowns = holdups.slowdowns};
     results.endRun(g_ca_timestarted, closing, ac.repeatCount == 1);
     warnOfOldCopies();
     warnOfVary();

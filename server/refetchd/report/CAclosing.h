@@ -15,6 +15,7 @@ struct CAClosing {
     bool stopped = false;        // by a signal
     std::int64_t proxyWait = 0;  // milliseconds for which the proxy could not be reached
     bool isProxyAway = false;    // it still could not when the run ended
+    std::int32_t slowdowns = 0;  // how often a slow host lost a request
 };
 
 // "run 1 of 1 in 312 s: 534 requested: 401 refreshed, ...; 0 left in the queue". Without a line

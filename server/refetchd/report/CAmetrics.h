@@ -48,6 +48,7 @@ struct CARunEnd {
     std::int32_t queueLeft = 0;  // URLs that were not requested before the run ended
     bool stopped = false;        // by a signal
     double proxyWait = 0;        // seconds for which the proxy could not be reached
+    std::int32_t slowdowns = 0;  // how often a slow host lost a request
 };
 
 // Writes the counts of a run to the file `path`, which is replaced in one step. Symbolic links are

@@ -421,6 +421,7 @@ void CAResults::endRun(std::time_t started, const CAClosing &closing, bool isLas
                         .seconds = closing.seconds,
                         .queueLeft = closing.queueLeft,
                         .stopped = closing.stopped,
-                        .proxyWait = static_cast<double>(closing.proxyWait) / 1000});
+                        .proxyWait = static_cast<double>(closing.proxyWait) / 1000,
+                        .slowdowns = closing.slowdowns});
     }
 }

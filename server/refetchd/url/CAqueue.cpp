@@ -298,7 +298,7 @@ void CAQueue::answered(const CATicket &ticket, std::int64_t milliseconds)
     {
         const PMutexGuard guard(mutex_);
         change = slots_.answered(ticket.host, milliseconds);
-        holdups_.slowedHosts += change.isLoss ? 1 : 0;
+        holdups_.slowdowns += change.isLoss ? 1 : 0;
     }
     if (change.slots > 0) {
         CATrace("Latency..... of host %s is %" PRId64 " ms (%zu answers), it gets %d %s now.\n",
