@@ -11,6 +11,7 @@
 #include "HTWorkThread.h"
 #include "base/CAtrace.h"
 #include "config/CAcfg.h"
+#include "fetch/CApace.h"
 #include "fetch/CAproxyGate.h"
 #include "fetch/CAwork.h"
 #include "htthread.h"
@@ -51,6 +52,7 @@ std::int32_t CAStartWorkers()
     std::int32_t started = 0;
     workerThreads = new CAWorkerThread *[static_cast<std::size_t>(count)] {};
     CAWorkerThread::resetCountPerSecond(ac.requestsPerSecond);
+    CABeginPace(HTUptimeMillis());
     for (std::int32_t i = 0; i < count; ++i) {
         CATrace("Starting.... client thread #%d.\n", i + 1);
         workerThreads[i] = new CAWorkerThread(i);
@@ -93,6 +95,9 @@ CAProgress progressOfRun()
     if (proxyGate.isAway()) {
         progress.proxyAway = static_cast<std::int32_t>(proxyGate.awayMillis() / 1000);
     }
+    if (loadPause.isPaused()) {
+        progress.paused = static_cast<std::int32_t>(loadPause.millis(HTUptimeMillis()) / 1000);
+    }
     return progress;
 }
 
@@ -115,6 +120,7 @@ struct Runs {
     bool saidProxyIsAway = false;
     bool isProxyAway = false;    // when the run ended
     std::int64_t proxyWait = 0;  // milliseconds of the run for which it was away
+    std::int64_t loadWait = 0;   // milliseconds of the run for which `maxload` paused it
     CAProgress atEnd;            // the progress when the run ended
 };
 Runs runs;
@@ -195,6 +201,7 @@ void seedAgain()
     proxyGate.restart();
     urlQueue->hold();
     ac.reloadURLs(urlQueue);
+    CABeginPace(HTUptimeMillis());
     urlQueue->release();
 }
 
@@ -432,7 +439,9 @@ void tellResults(int seconds)
                             .queueLeft = urlsLeft,
                             .stopped = runs.isCutShort,
                             .proxyWait = runs.proxyWait,
-                            .isProxyAway = runs.isProxyAway};
+                            .isProxyAway = runs.isProxyAway,
+                            .loadWait = runs.loadWait,
+                            .loadPauses = ac.maxLoad > 0 ? loadPause.pauses() : -1};
     results.endRun(g_ca_timestarted, closing, ac.repeatCount == 1);
     warnOfOldCopies();
     warnOfVary();
@@ -441,6 +450,9 @@ void tellResults(int seconds)
     tell(CAClosingLine(results.lastRun(), closing));
     if (const std::string away = CAAwayText(closing, ac.updateProxy); !away.empty()) {
         tell(away);
+    }
+    if (const std::string paused = CAPausedText(closing); !paused.empty()) {
+        tell(paused);
     }
     judgeRun();
 }
@@ -493,6 +505,7 @@ void endRun(const char *message)
     runs.isCutShort = runs.isEnding;
     runs.isProxyAway = proxyGate.isAway();
     runs.proxyWait = proxyGate.awayMillisOfRun();
+    runs.loadWait = loadPause.millisOfRun(HTUptimeMillis());
     ++currentRun;
     const int seconds = secondsElapsed();
     results.flush();
@@ -503,6 +516,7 @@ void endRun(const char *message)
     }
     tellResults(seconds);
     obey(CANextSignal(0));
+    loadPause.endRun();
     runs.isOver = false;
     runs.saidProxyIsAway = false;
     CATrace("%s", message);
@@ -528,6 +542,7 @@ void Run()
             writeProgress(progressOfRun());
         }
         waitForPoll();
+        CAWatchLoad();
         CAWorkerThread::resetCountPerSecond(ac.requestsPerSecond);
     }
 }

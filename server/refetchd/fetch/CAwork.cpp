@@ -9,6 +9,7 @@
 #include "base/CAtrace.h"
 #include "config/CAcfg.h"
 #include "fetch/CAnet.h"
+#include "fetch/CApace.h"
 #include "fetch/CAproxyGate.h"
 #include "parse/CAparseHTTP11.h"
 #include "report/CAresults.h"
@@ -92,6 +93,7 @@ struct Client {
     std::int32_t index = 0;
     HTThreadContext *context = nullptr;
     std::unique_ptr<CAConnection> connection;  // to the proxy; null when connectsPerUrl()
+    std::unique_ptr<CAClientPace> pace;        // null: nothing but the budget holds requests back
 
     [[nodiscard]] bool keepsGoing() const { return worker->shouldKeepGoing() != 0; }
 };
@@ -117,14 +119,30 @@ void makeConnection(Client *client)
     }
 }
 
-// Waits until the budget allows another request; false when the worker is stopped first.
+// Tries to get another request out of the budget; sleeps for a while when that is used up, or when
+// the pace of the client does not allow a request now.
+bool takeRequest(const Client &client)
+{
+    const std::int64_t wait =
+        client.pace == nullptr ? 0 : client.pace->millisToWait(HTUptimeMillis());
+    if (wait > 0) {
+        HTSleep(static_cast<std::uint32_t>(std::min<std::int64_t>(wait, kPatienceMilliseconds)));
+        return false;
+    }
+    if (CAWorkerThread::mayISendRequest() != 0) {
+        return true;
+    }
+    HTSleep(kPollMilliseconds);
+    return false;
+}
+
+// Waits until pace and budget allow another request; false when the worker is stopped first.
 bool waitForBudget(const Client &client)
 {
     while (client.keepsGoing()) {
-        if (CAWorkerThread::mayISendRequest() != 0) {
+        if (takeRequest(client)) {
             return client.keepsGoing();
         }
-        HTSleep(kPollMilliseconds);
     }
     return false;
 }
@@ -133,10 +151,9 @@ bool waitForBudget(const Client &client)
 bool waitForBudget(const Client &client, std::uint32_t run)
 {
     while (currentRun == run && client.keepsGoing()) {
-        if (CAWorkerThread::mayISendRequest() != 0) {
+        if (takeRequest(client)) {
             return true;
         }
-        HTSleep(kPollMilliseconds);
     }
     return false;
 }
@@ -285,6 +302,18 @@ CAParseOptions optionsFor(const CAURL &url)
     return options;
 }
 
+// Requests the URL, and tells the client's pace how long that took if the peer could be reached.
+void request(const Client &client, CAConnection *connection, const CAURL &url, std::uint32_t run,
+             CAParseHTTP *parser)
+{
+    const std::int64_t since = client.pace == nullptr ? 0 : HTUptimeMillis();
+    connection->requestURL(&url, parser);
+    if (client.pace != nullptr && !connection->isUnreachable()) {
+        const std::int64_t now = HTUptimeMillis();
+        client.pace->noteAnswer(now - since, run, now);
+    }
+}
+
 // With TLS, status 421 means that the server does not answer for this host on this connection. The
 // URL is then requested once more, with a new parser, on a new connection.
 void requestElsewhere(const Client &client, CAConnection *connection, CAURL *url, std::uint32_t run,
@@ -301,7 +330,7 @@ void requestElsewhere(const Client &client, CAConnection *connection, CAURL *url
     url->setMisdirected();
     connection->renew();
     *parser = CANewResponseParser(url, client.context, optionsFor(*url));
-    connection->requestURL(url, parser->get());
+    request(client, connection, *url, run, parser->get());
 }
 
 // While the worker threads wait for the proxy, each looks this often whether it can be reached.
@@ -368,7 +397,7 @@ Next exchange(const Client &client, CAConnection *connection, CAURL *url, std::u
         tellUnrequested(*url, CAFailure::Stopped);
         return Next::Done;
     }
-    connection->requestURL(url, parser.get());
+    request(client, connection, *url, run, parser.get());
     requestElsewhere(client, connection, url, run, &parser);
     if (mustWait(client, *connection, run)) {
         return Next::Away;
@@ -570,8 +599,11 @@ void *ClientThread(void *arg)
     CATrace("Worker...... thread %d starting.\n", index + 1);
     HTThreadContext *const context = HTWorkThread_threadCreate(1);
     HTBlockSignals();
-    Client client{
-        .worker = workerThreads[index], .index = index, .context = context, .connection = nullptr};
+    Client client{.worker = workerThreads[index],
+                  .index = index,
+                  .context = context,
+                  .connection = nullptr,
+                  .pace = CANewClientPace(index)};
     if (!connectsPerUrl()) {
         makeConnection(&client);
     }
