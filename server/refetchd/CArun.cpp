@@ -11,6 +11,7 @@
 #include "HTWorkThread.h"
 #include "base/CAtrace.h"
 #include "config/CAcfg.h"
+#include "fetch/CApace.h"
 #include "fetch/CAproxyGate.h"
 #include "fetch/CAwork.h"
 #include "htthread.h"
@@ -52,6 +53,7 @@ std::int32_t CAStartWorkers()
     std::int32_t started = 0;
     workerThreads = new CAWorkerThread *[static_cast<std::size_t>(count)] {};
     CAWorkerThread::resetCountPerSecond(ac.requestsPerSecond);
+    CABeginPace(HTUptimeMillis());
     for (std::int32_t i = 0; i < count; ++i) {
         CATrace("Starting.... client thread #%d.\n", i + 1);
         workerThreads[i] = new CAWorkerThread(i);
@@ -94,6 +96,9 @@ CAProgress progressOfRun()
     if (proxyGate.isAway()) {
         progress.proxyAway = static_cast<std::int32_t>(proxyGate.awayMillis() / 1000);
     }
+    if (loadPause.isPaused()) {
+        progress.paused = static_cast<std::int32_t>(loadPause.millis(HTUptimeMillis()) / 1000);
+    }
     return progress;
 }
 
@@ -116,6 +121,7 @@ struct Runs {
     bool saidProxyIsAway = false;
     bool isProxyAway = false;    // when the run ended
     std::int64_t proxyWait = 0;  // milliseconds of the run for which it was away
+    std::int64_t loadWait = 0;   // milliseconds of the run for which `maxload` paused it
     CAProgress atEnd;            // the progress when the run ended
 };
 Runs runs;
@@ -200,6 +206,7 @@ void seedAgain()
     }
     urlQueue->hold();
     ac.reloadURLs(urlQueue);
+    CABeginPace(HTUptimeMillis());
     urlQueue->release();
 }
 
@@ -437,7 +444,9 @@ void tellResults(int seconds)
                             .stopped = runs.isCutShort,
                             .proxyWait = runs.proxyWait,
                             .isProxyAway = runs.isProxyAway,
-                            .slowdowns = holdups.slowdowns};
+                            .loadWait = runs.loadWait,
+                            .loadPauses = ac.maxLoad > 0 ? loadPause.pauses() : -1,
+                            .slowdowns = ac.latencyLimit > 0 ? holdups.slowdowns : -1};
     results.endRun(g_ca_timestarted, closing, ac.repeatCount == 1);
     warnOfOldCopies();
     warnOfVary();
@@ -446,6 +455,9 @@ void tellResults(int seconds)
     tell(CAClosingLine(results.lastRun(), closing));
     if (const std::string away = CAAwayText(closing, ac.updateProxy); !away.empty()) {
         tell(away);
+    }
+    if (const std::string paused = CAPausedText(closing); !paused.empty()) {
+        tell(paused);
     }
     judgeRun();
 }
@@ -498,6 +510,7 @@ void endRun(const char *message)
     runs.isCutShort = runs.isEnding;
     runs.isProxyAway = proxyGate.isAway();
     runs.proxyWait = proxyGate.awayMillisOfRun();
+    runs.loadWait = loadPause.millisOfRun(HTUptimeMillis());
     ++currentRun;
     const int seconds = secondsElapsed();
     results.flush();
@@ -508,6 +521,7 @@ void endRun(const char *message)
     }
     tellResults(seconds);
     obey(CANextSignal(0));
+    loadPause.endRun();
     runs.isOver = false;
     runs.saidProxyIsAway = false;
     CATrace("%s", message);
@@ -533,6 +547,7 @@ void Run()
             writeProgress(progressOfRun());
         }
         waitForPoll();
+        CAWatchLoad();
         CAWorkerThread::resetCountPerSecond(ac.requestsPerSecond);
     }
 }

@@ -9,6 +9,7 @@
 #include "base/CAtrace.h"
 #include "config/CAcfg.h"
 #include "fetch/CAnet.h"
+#include "fetch/CApace.h"
 #include "fetch/CAproxyGate.h"
 #include "parse/CAparseHTTP11.h"
 #include "report/CAresults.h"
@@ -93,6 +94,7 @@ struct Client {
     HTThreadContext *context = nullptr;
     std::unique_ptr<CAConnection> connection;  // to the proxy; null when connectsPerUrl()
     CATicket ticket;                           // of the URL that is fetched
+    std::unique_ptr<CAClientPace> pace;        // null: nothing but the budget holds requests back
 
     [[nodiscard]] bool keepsGoing() const { return worker->shouldKeepGoing() != 0; }
 };
@@ -118,14 +120,30 @@ void makeConnection(Client *client)
     }
 }
 
-// Waits until the budget allows another request; false when the worker is stopped first.
+// Tries to get another request out of the budget; sleeps for a while when that is used up, or when
+// the pace of the client does not allow a request now.
+bool takeRequest(const Client &client)
+{
+    const std::int64_t wait =
+        client.pace == nullptr ? 0 : client.pace->millisToWait(HTUptimeMillis());
+    if (wait > 0) {
+        HTSleep(static_cast<std::uint32_t>(std::min<std::int64_t>(wait, kPatienceMilliseconds)));
+        return false;
+    }
+    if (CAWorkerThread::mayISendRequest() != 0) {
+        return true;
+    }
+    HTSleep(kPollMilliseconds);
+    return false;
+}
+
+// Waits until pace and budget allow another request; false when the worker is stopped first.
 bool waitForBudget(const Client &client)
 {
     while (client.keepsGoing()) {
-        if (CAWorkerThread::mayISendRequest() != 0) {
+        if (takeRequest(client)) {
             return client.keepsGoing();
         }
-        HTSleep(kPollMilliseconds);
     }
     return false;
 }
@@ -134,10 +152,9 @@ bool waitForBudget(const Client &client)
 bool waitForBudget(const Client &client, std::uint32_t run)
 {
     while (currentRun == run && client.keepsGoing()) {
-        if (CAWorkerThread::mayISendRequest() != 0) {
+        if (takeRequest(client)) {
             return true;
         }
-        HTSleep(kPollMilliseconds);
     }
     return false;
 }
@@ -153,13 +170,10 @@ public:
     {
         if (results.observes()) {
             result_->started = CANowMilliseconds();
-        }
-        if (results.observes() || ac.latencyLimit > 0) {
             since_ = HTUptimeMillis();
         }
     }
-    [[nodiscard]] std::int64_t elapsed() const { return HTUptimeMillis() - since_; }
-    void stop() { result_->milliseconds = elapsed(); }
+    void stop() { result_->milliseconds = HTUptimeMillis() - since_; }
 
 private:
     CAExchange *const result_;
@@ -289,6 +303,24 @@ CAParseOptions optionsFor(const CAURL &url)
     return options;
 }
 
+// Requests the URL. If the peer could be reached, those who want to know are told how long that
+// took.
+void request(const Client &client, CAConnection *connection, const CAURL &url, std::uint32_t run,
+             CAParseHTTP *parser)
+{
+    const bool isTimed = client.pace != nullptr || ac.latencyLimit > 0;
+    const std::int64_t since = isTimed ? HTUptimeMillis() : 0;
+    connection->requestURL(&url, parser);
+    if (!isTimed || connection->isUnreachable()) {
+        return;
+    }
+    const std::int64_t now = HTUptimeMillis();
+    urlQueue->answered(client.ticket, now - since);
+    if (client.pace != nullptr) {
+        client.pace->noteAnswer(now - since, run, now);
+    }
+}
+
 // With TLS, status 421 means that the server does not answer for this host on this connection. The
 // URL is then requested once more, with a new parser, on a new connection.
 void requestElsewhere(const Client &client, CAConnection *connection, CAURL *url, std::uint32_t run,
@@ -305,7 +337,7 @@ void requestElsewhere(const Client &client, CAConnection *connection, CAURL *url
     url->setMisdirected();
     connection->renew();
     *parser = CANewResponseParser(url, client.context, optionsFor(*url));
-    connection->requestURL(url, parser->get());
+    request(client, connection, *url, run, parser->get());
 }
 
 // While the worker threads wait for the proxy, each looks this often whether it can be reached.
@@ -372,15 +404,12 @@ Next exchange(const Client &client, CAConnection *connection, CAURL *url, std::u
         tellUnrequested(*url, CAFailure::Stopped);
         return Next::Done;
     }
-    connection->requestURL(url, parser.get());
+    request(client, connection, *url, run, parser.get());
     requestElsewhere(client, connection, url, run, &parser);
     if (mustWait(client, *connection, run)) {
         return Next::Away;
     }
     tellGate(*connection);
-    if (ac.latencyLimit > 0 && !connection->isUnreachable()) {
-        urlQueue->answered(client.ticket, stopwatch.elapsed());
-    }
     result.status = parser->isHTTP() ? parser->getHTTPRequestRC() : 0;
     result.failure = failureOf(*parser, *connection);
     if (result.failure != CAFailure::None) {
@@ -583,7 +612,8 @@ void *ClientThread(void *arg)
                   .index = index,
                   .context = context,
                   .connection = nullptr,
-                  .ticket = {}};
+                  .ticket = {},
+                  .pace = CANewClientPace(index)};
     if (!connectsPerUrl()) {
         makeConnection(&client);
     }

@@ -190,14 +190,30 @@ std::string CAUnsearchedText(std::int32_t pages, const std::string &reason)
            " not searched for links: " + reason + ".";
 }
 
+namespace {
+
+// So many milliseconds in whole seconds, rounded up.
+std::string secondsText(std::int64_t milliseconds)
+{
+    return std::to_string((milliseconds + 999) / 1000) + " s";
+}
+
+}  // namespace
+
 std::string CAAwayText(const CAClosing &closing, const std::string &proxy)
 {
     if (closing.proxyWait < 1) {
         return "";
     }
-    const std::string seconds = std::to_string((closing.proxyWait + 999) / 1000);
-    return "the proxy " + proxy + " could not be reached for " + seconds + " s" +
+    return "the proxy " + proxy + " could not be reached for " + secondsText(closing.proxyWait) +
            (closing.isProxyAway ? " up to the end of the run." : " and was waited for.");
+}
+
+std::string CAPausedText(const CAClosing &closing)
+{
+    return closing.loadPauses < 1
+               ? ""
+               : "maxload: no request was started for " + secondsText(closing.loadWait) + ".";
 }
 
 int CAExitStatus(const CATally &tally, std::int32_t percent)

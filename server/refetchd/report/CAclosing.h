@@ -12,10 +12,12 @@ struct CAClosing {
     std::int32_t runs = 1;  // in all; below 1: the agent runs for ever
     std::int32_t seconds = 0;
     std::int32_t queueLeft = 0;
-    bool stopped = false;        // by a signal
-    std::int64_t proxyWait = 0;  // milliseconds for which the proxy could not be reached
-    bool isProxyAway = false;    // it still could not when the run ended
-    std::int32_t slowdowns = 0;  // how often a slow host lost a request
+    bool stopped = false;          // by a signal
+    std::int64_t proxyWait = 0;    // milliseconds for which the proxy could not be reached
+    bool isProxyAway = false;      // it still could not when the run ended
+    std::int64_t loadWait = 0;     // milliseconds for which `maxload` let no request start
+    std::int32_t loadPauses = -1;  // how often; below 0: it is not set
+    std::int32_t slowdowns = -1;   // how often `latencylimit` took a client from a host; the same
 };
 
 // "run 1 of 1 in 312 s: 534 requested: 401 refreshed, ...; 0 left in the queue". Without a line
@@ -37,6 +39,9 @@ struct CAAdviceContext {
 // "the proxy HOST:PORT could not be reached for 12 s and was waited for.", or "... up to the end of
 // the run."; empty when it was always there.
 [[nodiscard]] std::string CAAwayText(const CAClosing &closing, const std::string &proxy);
+
+// "maxload: no request was started for 12 s."; empty when there was no pause.
+[[nodiscard]] std::string CAPausedText(const CAClosing &closing);
 
 // "77 pages were not searched for links: REASON."
 [[nodiscard]] std::string CAUnsearchedText(std::int32_t pages, const std::string &reason);

@@ -73,9 +73,18 @@ void put(FILE *file, const CATally &tally, const CARunEnd &end)
     putHead(file, "run_proxy_wait_seconds",
             "Time of the last run in which the proxy could not be reached and was waited for.");
     std::fprintf(file, "refetchd_run_proxy_wait_seconds %.1f\n", end.proxyWait);
-    putGauge(file, "run_host_slowdowns",
-             "How often in the last run a host got one client fewer because it was slow.",
-             end.slowdowns);
+    if (end.loadPauses >= 0) {
+        putHead(file, "run_load_wait_seconds",
+                "Time of the last run in which maxload let no request start.");
+        std::fprintf(file, "refetchd_run_load_wait_seconds %.1f\n", end.loadWait);
+        putGauge(file, "run_load_pauses", "How often maxload stopped new requests in the last run.",
+                 end.loadPauses);
+    }
+    if (end.slowdowns >= 0) {
+        putGauge(file, "run_host_slowdowns",
+                 "How often in the last run latencylimit took a client from a slow host.",
+                 end.slowdowns);
+    }
     putHead(file, "urls", "URLs of the last run by where they came from and what became of them.");
     for (std::size_t source = 0; source < CATally::kSources; ++source) {
         for (std::size_t verdict = 0; verdict < kVerdicts; ++verdict) {

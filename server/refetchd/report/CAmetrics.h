@@ -45,10 +45,12 @@ struct CATally {
 struct CARunEnd {
     std::time_t started = 0;
     std::int32_t seconds = 0;
-    std::int32_t queueLeft = 0;  // URLs that were not requested before the run ended
-    bool stopped = false;        // by a signal
-    double proxyWait = 0;        // seconds for which the proxy could not be reached
-    std::int32_t slowdowns = 0;  // how often a slow host lost a request
+    std::int32_t queueLeft = 0;    // URLs that were not requested before the run ended
+    bool stopped = false;          // by a signal
+    double proxyWait = 0;          // seconds for which the proxy could not be reached
+    double loadWait = 0;           // seconds for which `maxload` let no request start
+    std::int32_t loadPauses = -1;  // how often; below 0: it is not set, and neither is shown
+    std::int32_t slowdowns = -1;   // how often `latencylimit` took a client from a host; the same
 };
 
 // Writes the counts of a run to the file `path`, which is replaced in one step. Symbolic links are

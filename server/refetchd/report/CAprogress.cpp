@@ -25,9 +25,14 @@ void CAFormatProgress(char *buffer, std::size_t size, const CAProgress &progress
     if (progress.proxyAway >= 0) {
         std::snprintf(away.data(), away.size(), ", proxy away for %d s", progress.proxyAway);
     }
+    std::array<char, 48> paused{};
+    if (progress.paused >= 0) {
+        std::snprintf(paused.data(), paused.size(), ", paused by maxload for %d s",
+                      progress.paused);
+    }
     std::snprintf(buffer, size,
-                  "Progress.... %d done, %d succeeded, %d queued, %d busy, %.1f URLs/s, %s%s\n",
+                  "Progress.... %d done, %d succeeded, %d queued, %d busy, %.1f URLs/s, %s%s%s\n",
                   progress.done, progress.succeeded, progress.queued, progress.busy,
                   static_cast<double>(progress.done) / std::max(1, progress.elapsed), left.data(),
-                  away.data());
+                  away.data(), paused.data());
 }

@@ -13,6 +13,7 @@ struct CAProgress {
     std::int32_t elapsed = 0;     // seconds
     std::int32_t maxRuntime = 0;  // seconds; below 1: no limit
     std::int32_t proxyAway = -1;  // seconds for which the proxy is waited for; below 0: it is there
+    std::int32_t paused = -1;     // seconds for which `maxload` lasts; below 0: requests start
 };
 
 // Writes the line, with a line feed and a NUL, into `buffer` of `size` bytes; cut off when that is

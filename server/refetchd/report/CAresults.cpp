@@ -422,6 +422,8 @@ void CAResults::endRun(std::time_t started, const CAClosing &closing, bool isLas
                         .queueLeft = closing.queueLeft,
                         .stopped = closing.stopped,
                         .proxyWait = static_cast<double>(closing.proxyWait) / 1000,
+                        .loadWait = static_cast<double>(closing.loadWait) / 1000,
+                        .loadPauses = closing.loadPauses,
                         .slowdowns = closing.slowdowns});
     }
 }
