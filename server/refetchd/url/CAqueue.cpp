@@ -48,7 +48,8 @@ void CAQueue::put(void *element, std::int32_t count)
     }
     const PMutexGuard guard(mutex_);
     if (node != nullptr) {
-        appendLocked(node);
+        appendLocked(node, nextIn_);
+        nextIn_ = nextLane(nextIn_);
     } else {
         byDepth_.put(static_cast<CAURL *>(element));
     }
@@ -82,6 +83,25 @@ bool CAQueue::enqueueFound(CAURL *url)
     return true;
 }
 
+bool CAQueue::enqueueInLane(CAURL *url, std::size_t rank)
+{
+    if (orderedByDepth_) {
+        return enqueueFound(url);
+    }
+    if (!CARecordProcessed(url)) {
+        return false;
+    }
+    HTList *const node = HTList_new(HTThread_context());
+    if (node == nullptr) {
+        return true;  // out of memory, reported by the list
+    }
+    node->object = url;
+    const PMutexGuard guard(mutex_);
+    appendLocked(node, (nextOut_ + rank) % kLanes);
+    countLocked(1);
+    return true;
+}
+
 // What was enqueued late in the run before, and dequeued since, does not count either.
 void CAQueue::hold()
 {
@@ -104,10 +124,9 @@ void CAQueue::sink(const char *text, std::int32_t depth)
     }
 }
 
-void CAQueue::appendLocked(HTList *node)
+void CAQueue::appendLocked(HTList *node, std::size_t index)
 {
-    Lane &lane = lanes_[nextIn_];
-    nextIn_ = nextLane(nextIn_);
+    Lane &lane = lanes_[index];
     lane.tail->next = node;
     lane.tail = node;
 }

@@ -32,6 +32,11 @@ public:
     // meantime is not enqueued again: its depth goes to sink(). True when `url` was taken over,
     // false when it stays the caller's.
     [[nodiscard]] bool enqueueFound(CAURL *url);
+    // Records a seed in `processedUrls` and enqueues it in the lane that is `rank` lanes behind the
+    // one that dequeue() empties now: 0 is the next, 19 the last. Ordered by depth the rank does
+    // not count. False, and the URL stays the caller's, when it is recorded already: then its depth
+    // goes to sink().
+    [[nodiscard]] bool enqueueInLane(CAURL *url, std::size_t rank);
     // A link to the recorded URL `text` was found again, at this depth. Ordered by depth, the URL
     // takes the smaller depth if it still waits; in the default order nothing happens.
     void sink(const char *text, std::int32_t depth);
@@ -80,7 +85,7 @@ private:
     static std::size_t nextLane(std::size_t lane) { return lane + 1 == kLanes ? 0 : lane + 1; }
     void put(void *element, std::int32_t count);
     void countLocked(std::int32_t count) HT_REQUIRES(mutex_);
-    void appendLocked(HTList *node) HT_REQUIRES(mutex_);
+    void appendLocked(HTList *node, std::size_t lane) HT_REQUIRES(mutex_);
     HTList *takeFirstLocked() HT_REQUIRES(mutex_);
     void *takeByDepth(CADepthOrder::Ticket *ticket);
 
