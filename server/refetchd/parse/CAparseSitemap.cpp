@@ -48,7 +48,8 @@ CAParseSitemap::~CAParseSitemap()
     if (start_ == Start::Unknown) {
         reader_.read(head_);
     }
-    reader_.end(isWhole_);
+    const bool isBroken = decoder_ != nullptr && decoder_->state() == CADecoder::State::Broken;
+    reader_.end(isWhole_ && !isBroken);
     CATrace("Sitemap..... \"%s\": %zu entries, took %zu URLs, %zu entries are too old.\n",
             url_->stringitize(), reader_.entries(), taken_, old_);
     if (!reader_.fault().empty()) {

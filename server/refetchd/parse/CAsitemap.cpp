@@ -382,7 +382,9 @@ void Xml::end(bool isWhole)
 
 void Xml::tellFault()
 {
-    state_->stop(place() + "not well-formed: " + XML_ErrorString(XML_GetErrorCode(parser_)));
+    constexpr std::string_view kWords = "not well-formed";  // some of expat's texts begin so
+    const std::string error = XML_ErrorString(XML_GetErrorCode(parser_));
+    state_->stop(place() + (error.starts_with(kWords) ? "" : std::string(kWords) + ": ") + error);
 }
 
 void Xml::begin(std::string_view name, const char **attributes)
