@@ -23,11 +23,11 @@ const std::multimap<std::string, Reply> kSite = {
      Reply::ok("<sitemapindex><sitemap><loc>http://h/n.xml.gz</loc></sitemap><sitemap><loc>/s.xml"
                "</loc></sitemap></sitemapindex>")},
     {"http://h/n.xml.gz",
-     Reply::ok(
-         pack("gzip",
-              {"<urlset>" + url("/s.xml", "<priority>1.0</priority>") +
-               url("/low", "<priority>0.1</priority>") + url("/top", "<priority>1.0</priority>") +
-               url("/old", "<lastmod>2020-01-01</lastmod>") + url("http://o/x") + "</urlset>"}))},
+     Reply::ok(pack("gzip", {"<urlset>" + url("/s.xml", "<priority>1.0</priority>") +
+                             url("/low", "<priority>0.1</priority>") +
+                             url("/top", "<priority>1</priority><lastmod>x</lastmod>") +
+                             url("/old", "<lastmod>2020-01-01</lastmod>") + url("http://o/x") +
+                             "</urlset>"}))},
     {"http://h/coded.txt",
      Reply::ok(pack("br", {"http://h/a\nhttp://h/b\n"}), "text/html\r\nContent-Encoding: br")},
     {"http://h/cut.txt",
@@ -111,6 +111,7 @@ const RunRow kRuns[] = {
     {"RobotsInEachRun", "loadurl o/; loadsitemap auto; refetchdrepeat 2",
      "http://o/ http://o/robots.txt http://o/o.txt http://o/x "
      "http://o/ http://o/robots.txt http://o/o.txt http://o/x"},
+    {"MaxHostUrls", "loadsitemap h/s.xml; maxhosturls 3", "/s.xml /n.xml.gz /low"},
     {"MaxUrls", "loadsitemap h/s.xml; maxurls 3", "/s.xml /n.xml.gz /low"},
     {"ManyFaultsInTwoRuns", "loadsitemap h/many.xml; refetchdrepeat 2",
      "/many.xml" + nones() + " /many.xml" + nones(),

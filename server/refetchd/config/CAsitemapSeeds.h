@@ -13,7 +13,7 @@ class CAURL;
 struct CASitemapLine {
     bool isAuto = false;     // the sitemaps that robots.txt names; otherwise the first argument
     std::int32_t since = 0;  // seconds; below 1: all entries count
-    std::string fault = "";  // why the words behind the first do not count; empty: they do
+    std::string fault = {};  // why the words behind the first do not count; empty: they do
 };
 
 // Reads the current line; leaves its text as it is. Any thread.

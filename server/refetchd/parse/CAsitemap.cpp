@@ -192,37 +192,37 @@ enum class Kind : std::uint8_t { UrlSet, Index, Rss, Rdf, Feed };
 // lack the declaration of their namespace.
 struct Form {
     std::string_view root;
-    Kind kind;
     std::string_view entry;
     std::size_t depth;  // of its entries; that of the root is 1
+    Kind kind;
 };
 constexpr Form kForms[] = {
-    {"urlset", Kind::UrlSet, "url", 2}, {"sitemapindex", Kind::Index, "sitemap", 2},
-    {"rss", Kind::Rss, "item", 3},      {"RDF", Kind::Rdf, "item", 2},
-    {"feed", Kind::Feed, "entry", 2},
+    {"urlset", "url", 2, Kind::UrlSet}, {"sitemapindex", "sitemap", 2, Kind::Index},
+    {"rss", "item", 3, Kind::Rss},      {"RDF", "item", 2, Kind::Rdf},
+    {"feed", "entry", 2, Kind::Feed},
 };
 
 // The elements of an entry whose text counts. Of two dates the first kind counts.
 enum class Field : std::uint8_t { None, Url, Date, OtherDate, Priority, ChangeFreq, Image };
 struct FieldRow {
-    Kind kind;
     std::string_view name;
+    Kind kind;
     Field field;
 };
 constexpr FieldRow kFields[] = {
-    {Kind::UrlSet, "loc", Field::Url},
-    {Kind::UrlSet, "lastmod", Field::Date},
-    {Kind::UrlSet, "priority", Field::Priority},
-    {Kind::UrlSet, "changefreq", Field::ChangeFreq},
-    {Kind::Index, "loc", Field::Url},
-    {Kind::Index, "lastmod", Field::Date},
-    {Kind::Rss, "link", Field::Url},
-    {Kind::Rss, "pubDate", Field::Date},
-    {Kind::Rss, "date", Field::OtherDate},
-    {Kind::Rdf, "link", Field::Url},
-    {Kind::Rdf, "date", Field::Date},
-    {Kind::Feed, "updated", Field::Date},
-    {Kind::Feed, "published", Field::OtherDate},
+    {"loc", Kind::UrlSet, Field::Url},
+    {"lastmod", Kind::UrlSet, Field::Date},
+    {"priority", Kind::UrlSet, Field::Priority},
+    {"changefreq", Kind::UrlSet, Field::ChangeFreq},
+    {"loc", Kind::Index, Field::Url},
+    {"lastmod", Kind::Index, Field::Date},
+    {"link", Kind::Rss, Field::Url},
+    {"pubDate", Kind::Rss, Field::Date},
+    {"date", Kind::Rss, Field::OtherDate},
+    {"link", Kind::Rdf, Field::Url},
+    {"date", Kind::Rdf, Field::Date},
+    {"updated", Kind::Feed, Field::Date},
+    {"published", Kind::Feed, Field::OtherDate},
 };
 
 class Xml : public CASitemapForm {

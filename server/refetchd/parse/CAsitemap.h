@@ -41,7 +41,7 @@ struct CASitemapState {
     CASitemapSink *const sink;
     const bool takesImages;
     bool isDone = false;       // nothing more is read
-    std::string fault = "";    // why not, or what was wrong at the end
+    std::string fault = {};    // why not, or what was wrong at the end
     std::size_t entries = 0;   // as the file has them
     std::size_t tooLong = 0;   // URLs that were dropped because of their length
     std::size_t badLines = 0;  // of a text that are no URLs

@@ -85,7 +85,7 @@ private:
     static std::size_t nextLane(std::size_t lane) { return lane + 1 == kLanes ? 0 : lane + 1; }
     void put(void *element, std::int32_t count);
     void countLocked(std::int32_t count) HT_REQUIRES(mutex_);
-    void appendLocked(HTList *node, std::size_t lane) HT_REQUIRES(mutex_);
+    void appendLocked(HTList *node, std::size_t index) HT_REQUIRES(mutex_);
     HTList *takeFirstLocked() HT_REQUIRES(mutex_);
     void *takeByDepth(CADepthOrder::Ticket *ticket);
 
