@@ -3,7 +3,7 @@
 
 # What the build needs.
 build_packages=(g++ cmake ninja-build pkgconf libicu-dev libssl-dev zlib1g-dev libbrotli-dev libzstd-dev
-    libsimdjson-dev)
+    libexpat1-dev libsimdjson-dev)
 
 say() { printf '\n==> %s\n' "$*"; }
 

@@ -93,9 +93,17 @@ const DirectiveRow kDirectives[] = {
 INSTANTIATE_TEST_SUITE_P(CAcfg, Directive, testing::ValuesIn(kDirectives), rowName);
 
 // Traced before the message of the example; of no interest to readers of the document.
-const char *const kSeedIsSimplified =
-    "Simplify.... path down to \"/\".\nAdding...... 1 hit(s) for host \"www.example.com\".\n"
-    "Added....... new host \"www.example.com\" to host table.\n";
+// What is traced of a documented seed in front of its message.
+std::string tracedSeed(const std::string &directive)
+{
+    const bool isPage = directive == "loadurl";
+    const std::string host = isPage ? "www.example.com" : "shop.example.com";
+    return !isPage && directive != "loadsitemap"
+               ? ""
+               : "Simplify.... path down to \"/" + std::string(isPage ? "" : "sitemap.xml") +
+                     "\".\nAdding...... 1 hit(s) for host \"" + host +
+                     "\".\nAdded....... new host \"" + host + "\" to host table.\n";
+}
 
 std::vector<DirectiveRow> documentedDirectives()
 {
@@ -103,7 +111,7 @@ std::vector<DirectiveRow> documentedDirectives()
     std::ifstream file(SOURCE_DIRECTORY "/docs/directives.txt");
     for (std::string line; std::getline(file, line);) {
         if (!line.empty() && std::islower(line[0]) != 0) {
-            directives.push_back({line, "", line == "loadurl" ? kSeedIsSimplified : ""});
+            directives.push_back({line, "", tracedSeed(line)});
         } else if (line.starts_with("    example  ")) {
             directives.back().lines += line.substr(13) + "\n";
         } else if (line.starts_with("    default  ")) {

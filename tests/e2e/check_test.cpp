@@ -148,6 +148,23 @@ const CheckRow kMistakes[] = {
      "3: loadurl: browsers do not get pages with https:// from the cache of a forward proxy, "
      "unless "
      "it decrypts them: leave these lines out, or for a reverse proxy set transparentproxy on"},
+    {"SitemapsAreSeeds", "updateproxy h:1; loadsitemap h/s.xml since 2 days", ""},
+    {"Sitemaps",
+     "updateproxy h:1; loadsitemap auto; loadsitemap h/s sinc 1 day; LoadSitemap h/s since x; "
+     "loadsitemap h/s since; loadsitemap h/s since 0; loadsitemap file:/s; loadsitemap http:///s",
+     "3: loadsitemap: \"sinc\" is not \"since\": all entries are taken; "
+     "4: loadsitemap: \"x\" is not a time: all entries are taken; "
+     "5: loadsitemap: \"\" is not a time: all entries are taken; "
+     "6: loadsitemap: \"0\" is not a time: all entries are taken; "
+     "7: loadsitemap: \"file:/s\": " +
+         kScheme +
+         "; 8: loadsitemap: \"http:///s\": name the host, such as "
+         "http://www.example.com/sitemap.xml; "
+         "2: loadsitemap: auto needs loadurl lines: robots.txt is requested from their hosts"},
+    {"HttpsSitemap", kFine + "loadsitemap https://h/s",
+     "3: loadsitemap: browsers do not get pages with https:// from the cache of a forward proxy, "
+     "unless it decrypts them: leave these lines out, or for a reverse proxy set transparentproxy "
+     "on"},
     {"HttpsSeedsOfReverseProxy", kFine + "loadurl https://h/; transparentproxy on", ""},
     {"Patterns",
      kFine +
@@ -236,7 +253,8 @@ TEST(CheckOutput, LacksADirectiveOrASeedOrAFileIsWritten)
             "loadurl h/a; loadurl h/?q; loadurl h/?x; loadtopcached 4; caching on; "
             "errorlog @dir@/e; errorlog no; service /s internal:cacheagentservice; service x y; "
             "requestheader Host h; "
-            "serverroot @dir@; catracelog trace; resultslog r; metricsfile m\n"));
+            "serverroot @dir@; catracelog trace; resultslog r; metricsfile m; "
+            "loadsitemap auto; loadsitemap h/s since 1 day\n"));
     agent.startProgram(REFETCHD_CHECK " proxy.conf");
     agent.finish(1);
     const std::filesystem::recursive_directory_iterator entries(agent.dir.path());
@@ -246,12 +264,15 @@ TEST(CheckOutput, LacksADirectiveOrASeedOrAFileIsWritten)
     EXPECT_EQ(shown.find("\nrequestheader            Host"), shown.npos);
     for (const char *const part :
          {"\nuseragent                a b                     more.conf:1\n",
+          "\nloadsitemap              h/s since 1 day         @dir@/proxy.conf:21\n",
           "\nreadtimeout              4                       default\n",
           "\nservice                  /s internal:cacheagentservice @dir@/proxy.conf:13\n",
           "/cacheAgent-errors @dir@/proxy.conf:11\n",
           "\n; Seeds; ask   http://h/a   (loadurl, @dir@/proxy.conf:6); "
           "skip  http://h/?q   cachequeries   (loadurl, @dir@/proxy.conf:7); "
           "ask   http://h/?x   (loadurl, @dir@/proxy.conf:8); "
+          "ask   http://h/s   (loadsitemap, @dir@/proxy.conf:21); "
+          "ask   http://h/robots.txt   (loadsitemap, @dir@/proxy.conf:20); "
           "skip  http://h/a   processed   (9 hits, @dir@/logs/hitsfile.txt); "
           "skip  http://h/i   ignoreurl   (8 hits, @dir@/logs/hitsfile.txt); "
           "skip  http://h/?   cachequeries   (7 hits, @dir@/logs/hitsfile.txt); "

@@ -12,6 +12,7 @@
 #include "base/CAoutput.h"
 #include "base/CAwhen.h"
 #include "config/CAcfgLines.h"
+#include "config/CAsitemapSeeds.h"
 #include "config/CAvariant.h"
 
 namespace {
@@ -147,6 +148,10 @@ CAArgumentVerdict CAJudgeArgument(CAArgument argument, CAConfigLines *line)
     case A::Variant: {
         CAVariant variant;
         return refusal(*line, CAReadVariant(line, &variant));
+    }
+    case A::Sitemap: {
+        const std::string fault = CAReadSitemapLine(*line).fault;
+        return {fault.empty() ? "" : fault + ": all entries are taken"};
     }
     case A::Service: return {"", CAIsOwnService(*line)};
     case A::Pattern: return {word.empty() ? CAQuoted(word) + " matches nothing" : ""};

@@ -33,6 +33,7 @@ enum class CAArgument : std::uint8_t {
     ConfigFile,
     Header,   // name and value
     Variant,  // headers, with ";" between them
+    Sitemap,  // a URL or "auto", and perhaps an age (CAsitemapSeeds.h)
     Queries,  // an on word or "public", then patterns
     Pattern,
     HostLimit,  // a number, then patterns

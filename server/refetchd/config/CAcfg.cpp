@@ -14,6 +14,7 @@
 #include "base/CAtrace.h"
 #include "config/CAcfgLines.h"
 #include "config/CAdirectives.h"
+#include "config/CAsitemapSeeds.h"
 #include "report/CAresults.h"
 #include "url/CAqueue.h"
 
@@ -88,6 +89,7 @@ CAConfig::CAConfig()
 CAConfig::~CAConfig()
 {
     finishReport();
+    CAEndSitemapLines();
     if (workersLeft) {
         // The threads may be about to write a line or to match a pattern. The end of the process
         // frees everything.
@@ -160,6 +162,7 @@ int CAConfig::load(CAQueue *queue, const char *name)
         sent.emplace_back("User-Agent");
     }
     results.setSentHeaders(std::move(sent));
+    adminUrlCount += seedRobots(queue);
     loadURLsInHitsFile(queue, nullptr);
     seedCount = queue->getTotalEnqueued();
     if (proxyTls != 0 && !namesPort) {

@@ -11,7 +11,8 @@
 // CAdirectives.*      the table of directives
 // CAsetters.*         what each directive sets
 // CAargument.*        the kinds of arguments, and checks of them
-// CAcfgSeeds.cpp      the seed URLs: `loadurl` lines and the proxy's hits file
+// CAcfgSeeds.cpp      the seed URLs: `loadurl` and `loadsitemap` lines and the proxy's hits file
+// CAsitemapSeeds.*    the text of `loadsitemap` lines, and messages about sitemaps
 // CAcfgFilters.cpp    which URLs are ignored, wanted or limited
 // CAcfgReport.cpp     the report file: opening, placeholder page, renaming
 #pragma once
@@ -75,7 +76,8 @@ public:
     // `number` is 0.
     virtual void skipped(CASkip why, const char *file, int number, const char *word) = 0;
     // Called for each seed: `why` is None when it would be queued, otherwise the reason why not.
-    // url.source() shows whether it comes from the last `loadurl` line seen or from the hits file.
+    // url.source() shows whether it comes from the last `loadurl` or `loadsitemap` line seen or
+    // from the hits file. Those with the role Robots come after all lines.
     virtual void seed(const CAURL &url, CADrop why) = 0;
 };
 
@@ -110,14 +112,22 @@ public:
     // Applies the directives of one file. 1, or 0 when it could not be opened (reported).
     [[nodiscard]] int loadAgentConfig(CAQueue *queue, const char *file);
 
-    // Seeds `queue` again for another run: the `loadurl` lines of all files, then the hits file.
+    // Seeds `queue` again for another run: the `loadurl` and `loadsitemap` lines of all files, then
+    // the hits file. Ends the messages about sitemaps of the run before.
     void reloadURLs(CAQueue *queue);
     // Makes the URL of a `loadurl` argument, counts it for its host, records it as processed and
     // enqueues it on `queue`, even if it was recorded before. False when `cachequeries` does not
     // allow its query (traced), or when memory is out.
     bool seedAdminUrl(CAQueue *queue, const char *argument);
-    // Seeds from the `loadurl` lines of one file. 1, or 0 when it could not be opened (not
-    // reported).
+    // Makes the URL of a `loadsitemap` line, counts it for its host, records it as processed and
+    // enqueues it on `queue`, even if it was recorded before. `loadsitemap auto` is only noted, for
+    // seedRobots(). False unless a URL was enqueued.
+    bool seedSitemap(CAQueue *queue, const CAConfigLines &line);
+    // With `loadsitemap auto`, the same for the robots.txt of each host of a `loadurl` line; reads
+    // the files again for them. Returns how many there are.
+    std::int32_t seedRobots(CAQueue *queue);
+    // Seeds from the `loadurl` and `loadsitemap` lines of one file. 1, or 0 when it could not be
+    // opened (not reported).
     int loadURLsInConfigFile(CAQueue *queue, const char *file);
     // Seeds from the first `topCachedCount` good lines of the hits file, always to `urlQueue`; the
     // arguments are unused. 1, or 0 when the file was not read: no lines are wanted, or it is not
@@ -218,6 +228,9 @@ public:
     CAParseOptions parseOptions;
 
     bool namesPort = false;  // there is a `port` line
+
+    // The age limit of `loadsitemap auto` in seconds, 0 without a limit; below 0: no such line.
+    std::int32_t robotsSince = -1;
 
     // True when worker threads are still running that may use this object. Set by the master thread
     // after the last run, read by the destructor.

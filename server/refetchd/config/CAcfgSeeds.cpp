@@ -1,8 +1,12 @@
-// The seeds of the queue: `loadurl` lines of the configuration files, and the top of the hits file.
+// The seeds of the queue: `loadurl` and `loadsitemap` lines of the configuration files, and the top
+// of the hits file.
 #include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <memory>
+#include <set>
+#include <string>
 
 #include "HTFile.h"
 #include "HTMemory.h"
@@ -10,8 +14,10 @@
 #include "HTWorkThread.h"
 #include "base/CAhits.h"
 #include "base/CAtrace.h"
+#include "config/CAargument.h"
 #include "config/CAcfg.h"
 #include "config/CAcfgLines.h"
+#include "config/CAsitemapSeeds.h"
 #include "report/CAresults.h"
 #include "url/CAURL.h"
 #include "url/CAhost.h"
@@ -20,8 +26,8 @@
 
 namespace {
 
-// Makes the URL of a `loadurl` argument; one without a scheme or a leading slash begins with an
-// HTTP host. Null when memory is out.
+// Makes the URL of a `loadurl` or `loadsitemap` argument; one without a scheme or a leading slash
+// begins with an HTTP host. Null when memory is out.
 CAURL *adminUrl(const char *argument)
 {
     if (std::strstr(argument, "://") != nullptr || *argument == '/') {
@@ -57,6 +63,15 @@ void enqueueSeed(const CAConfig &config, CAQueue *queue, CAURL *url)
         return;
     }
     queue->enqueue(url);
+}
+
+// Enqueues a seed that the administrator names, even if it is known already.
+void seedNamed(const CAConfig &config, CAQueue *queue, CAURL *url)
+{
+    url->setSource(SOURCE_CONFIG);
+    ht.addHit(url->host());
+    CARecordProcessed(url);
+    enqueueSeed(config, queue, url);  // from here on it belongs to the queue
 }
 
 // Most characters that are read as one line. Kept one below kMaxHitsLine, with which the summary
@@ -127,13 +142,67 @@ bool CAConfig::seedAdminUrl(CAQueue *queue, const char *argument)
         dropSeed(*this, url, CADrop::CacheQueries);
         return false;
     }
-    url->setSource(SOURCE_CONFIG);
-    ht.addHit(url->host());
-    CARecordProcessed(url);
-    // Enqueued even if it is known already. From here on `url` belongs to the queue.
-    enqueueSeed(*this, queue, url);
+    seedNamed(*this, queue, url);
     CATrace("Will load... URL \"%s\".\n", argument);
     return true;
+}
+
+bool CAConfig::seedSitemap(CAQueue *queue, const CAConfigLines &line)
+{
+    const CASitemapLine words = CAReadSitemapLine(line);
+    if (!words.fault.empty()) {
+        CATrace("LoadConfig.. invalid loadsitemap: %s.\n", CAJoinWords(line, 2).c_str());
+    }
+    CAURL *const url = words.isAuto ? nullptr : adminUrl(line.word(1));
+    if (words.isAuto) {
+        robotsSince = words.since;
+        CATrace("Will load... sitemaps that robots.txt names.\n");
+    }
+    if (url == nullptr) {
+        return false;
+    }
+    url->setRole(CARole::Sitemap, 1, words.since);
+    seedNamed(*this, queue, url);
+    CATrace("Will load... sitemap \"%s\".\n", line.word(1));
+    return true;
+}
+
+namespace {
+
+// Adds where the hosts of the `loadurl` lines of one file have their robots.txt.
+void addRobots(const char *file, std::set<std::string> *robots)
+{
+    CAConfigLines line(file);
+    while (line.isOpen() && line.next()) {
+        if (std::strcmp(line.directive(), "loadurl") != 0) {
+            continue;
+        }
+        const std::unique_ptr<CAURL> url(adminUrl(line.word(1)));
+        const bool isOfWeb =
+            url != nullptr && (url->protocol() == "http" || url->protocol() == "https");
+        if (isOfWeb && !url->host().empty()) {
+            robots->insert(std::string(url->protocol()) + "://" + std::string(url->host()) +
+                           "/robots.txt");
+        }
+    }
+}
+
+}  // namespace
+
+std::int32_t CAConfig::seedRobots(CAQueue *queue)
+{
+    std::set<std::string> robots;
+    const HTList *entry = robotsSince < 0 ? nullptr : configFiles->next;
+    for (; entry != nullptr; entry = entry->next) {
+        addRobots(static_cast<const char *>(entry->object), &robots);
+    }
+    for (const std::string &text : robots) {
+        auto *const url = new CAURL(text.c_str());
+        url->setRole(CARole::Robots, 0, robotsSince);
+        seedNamed(*this, queue, url);
+        CATrace("Will load... sitemaps of \"%s\".\n", text.c_str());
+    }
+    return static_cast<std::int32_t>(robots.size());
 }
 
 int CAConfig::loadURLsInConfigFile(CAQueue *queue, const char *file)
@@ -146,6 +215,8 @@ int CAConfig::loadURLsInConfigFile(CAQueue *queue, const char *file)
     while (line.next()) {
         if (std::strcmp(line.directive(), "loadurl") == 0) {
             seedAdminUrl(queue, line.word(1));
+        } else if (std::strcmp(line.directive(), "loadsitemap") == 0) {
+            seedSitemap(queue, line);
         }
     }
     return 1;
@@ -181,8 +252,11 @@ int CAConfig::loadURLsInHitsFile(CAQueue * /*queue*/, const char * /*file*/)
 
 void CAConfig::reloadURLs(CAQueue *queue)
 {
+    CAEndSitemapLines();
+    robotsSince = -1;  // set again by the line
     for (const HTList *entry = configFiles->next; entry != nullptr; entry = entry->next) {
         loadURLsInConfigFile(queue, static_cast<const char *>(entry->object));
     }
+    seedRobots(queue);
     loadURLsInHitsFile(queue, nullptr);
 }

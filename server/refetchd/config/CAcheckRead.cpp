@@ -8,6 +8,7 @@
 #include "config/CAdirectives.h"
 #include "config/CAmistakes.h"
 #include "config/CAnearest.h"
+#include "config/CAsitemapSeeds.h"
 #include "url/CAURL.h"
 
 namespace {
@@ -89,6 +90,9 @@ void CACheck::keep(const CADirective &row, const CAConfigLines &line)
 void CACheck::directive(const char *file, CAConfigLines *line, const CADirective *row)
 {
     at = {file, line->number()};
+    if (row != nullptr && row->takes == CAArgument::Sitemap && CAReadSitemapLine(*line).isAuto) {
+        robotsLine = at;
+    }
     if (showsSeeds) {
         return;
     }
@@ -160,12 +164,16 @@ void CACheck::judgeName(std::string_view name)
 void CACheck::seed(const CAURL &url, CADrop why)
 {
     const bool configured = url.source() == SOURCE_CONFIG;
+    const std::string_view name = url.role() == CARole::Page ? "loadurl" : "loadsitemap";
+    const CAPlace &place = url.role() == CARole::Robots ? robotsLine : at;
     if (showsSeeds) {
-        CAShowSeed(url, why, configured ? "loadurl, " + CATextOf(at) : "");
+        CAShowSeed(url, why, configured ? std::string(name) + ", " + CATextOf(place) : "");
     } else if (why == CADrop::None) {
         ++seeds;
+        robots += url.role() == CARole::Robots ? 1 : 0;
         if (configured && httpsSeed.file == nullptr && url.protocol() == "https") {
-            httpsSeed = at;
+            httpsSeed = place;
+            httpsDirective = name;
         }
     } else if (configured) {
         warn(at, "loadurl", "no cachequeries line above allows " + CAQuoted(url.stringitize()));

@@ -46,10 +46,13 @@ struct CACheck : CAConfigObserver {
     std::map<std::string_view, CAFound> found;  // by directive, the last line that set it
     std::vector<CAFound> several;               // lines of directives that add up, all of them
     std::vector<CAFound> warnings;
-    std::vector<CAFound> notes;  // what is to do, but no mistake
-    CAPlace allHosts;            // the first limit for all hosts
-    CAPlace httpsSeed;           // the first seed with https
+    std::vector<CAFound> notes;       // what is to do, but no mistake
+    CAPlace allHosts;                 // the first limit for all hosts
+    CAPlace httpsSeed;                // the first seed with https
+    std::string_view httpsDirective;  // that of its line
+    CAPlace robotsLine;               // the last line `loadsitemap auto`
     std::int64_t seeds = 0;
+    std::int64_t robots = 0;   // seeds that are a robots.txt
     std::int64_t badHits = 0;  // malformed lines of the hits file
     bool refused = false;      // a file cannot be read
     bool isStrict = false;     // every unknown name is a mistake

@@ -161,10 +161,14 @@ void CAJudgeSettings(CACheck *check, bool forService)
     check->warn(check->lineOf("serverroot").at, "serverroot",
                 report != nullptr ? CAUnwritable(report) : "");
     if (check->httpsSeed.file != nullptr && ac.transparentProxy == 0) {
-        check->warn(check->httpsSeed, "loadurl",
+        check->warn(check->httpsSeed, check->httpsDirective,
                     "browsers do not get pages with https:// from the cache of a forward proxy, "
                     "unless it decrypts them: leave these lines out, or for a reverse proxy set "
                     "transparentproxy on");
+    }
+    if (check->robotsLine.file != nullptr && check->robots == 0) {
+        check->warn(check->robotsLine, "loadsitemap",
+                    "auto needs loadurl lines: robots.txt is requested from their hosts");
     }
     check->warn({}, "loadurl", check->seeds == 0 ? "no seeds: nothing will be requested" : "");
 }

@@ -72,7 +72,7 @@ void CAShowSettings(const CACheck &check)
         showRow(row.name, row.shown != nullptr ? row.shown(ac) : text,
                 line.at.file != nullptr ? CATextOf(line.at) : "default");
     }
-    showSeveral(check, CAArgument::ConfigFile, CAArgument::Variant);
+    showSeveral(check, CAArgument::ConfigFile, CAArgument::Sitemap);
 }
 
 void CAShowPatterns(const CACheck &check)

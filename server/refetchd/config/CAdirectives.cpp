@@ -206,6 +206,7 @@ constexpr std::array kDirectives = {
     CADirective{"configfile", A::ConfigFile, CASetConfigFile},
     CADirective{"requestheader", A::Header, CASetRequestHeader},
     CADirective{"variant", A::Variant, CASetVariant},
+    CADirective{"loadsitemap", A::Sitemap, CASetLoadSitemap},
     CADirective{"cachequeries", A::Queries, CASetCacheQueries},
     CADirective{"ignoreurl", A::Pattern, CASetIgnoreUrl},
     CADirective{"onlyurl", A::Pattern, CASetOnlyUrl},

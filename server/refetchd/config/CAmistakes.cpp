@@ -160,6 +160,10 @@ constexpr Mistake kMistakes[] = {
      "begin the URL with http:// or https://"},
     {"loadurl", [](Line *l) { return hasNoHost(l->word(1)); },
      "name the host, such as http://www.example.com/"},
+    {"loadsitemap", [](Line *l) { return hasOtherScheme(l->word(1)); },
+     "begin the URL with http:// or https://"},
+    {"loadsitemap", [](Line *l) { return hasNoHost(l->word(1)); },
+     "name the host, such as http://www.example.com/sitemap.xml"},
     {"loadurl", [](Line *l) { return l->count() > 2; },
      "only the first word is used: write another loadurl line for each further URL, and %20 for a "
      "blank"},

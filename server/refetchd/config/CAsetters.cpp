@@ -173,6 +173,13 @@ void CASetLoadUrl(const CADirectiveCall &call)
     }
 }
 
+void CASetLoadSitemap(const CADirectiveCall &call)
+{
+    if (call.config.seedSitemap(call.queue, call.line)) {
+        ++call.config.adminUrlCount;
+    }
+}
+
 void CASetIgnoreUrl(const CADirectiveCall &call)
 {
     addPattern(call.config.ignorePatterns, &call.config.ignoreCount, call.argument());

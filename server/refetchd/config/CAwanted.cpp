@@ -66,6 +66,27 @@ CADrop CAObjection(const CAURL &found, const CAURL &page)
     return hostIsExhausted(found) ? CADrop::MaxHostUrls : CADrop::None;
 }
 
+CADrop CASeedObjection(const CAURL &found, const CAURL &from)
+{
+    const char *const text = found.stringitize();
+    const bool isPage = found.role() == CARole::Page;
+    if (isPage && ac.queryURL(&found) != 0 && ac.cacheThisQuery(&found) == 0) {
+        CATrace("Not loading... URL with ? \"%s\".\n", text);
+        return CADrop::CacheQueries;
+    }
+    if (jumpsFromHost(found, from)) {
+        return CADrop::DelveAcrossHosts;
+    }
+    if (CAIsProcessed(text)) {
+        return CADrop::Processed;
+    }
+    if (const CADrop limit = CALinkLimit(); limit != CADrop::None) {
+        CATrace("Ignoring.... URL \"%s\" (%s).\n", text, CALimitText(limit));
+        return limit;
+    }
+    return hostIsExhausted(found) ? CADrop::MaxHostUrls : CADrop::None;
+}
+
 int CAURL::interesting(const CAURL *parent) const
 {
     return CAObjection(*this, *parent) == CADrop::None ? 1 : 0;

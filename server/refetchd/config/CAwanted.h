@@ -11,6 +11,10 @@ class CAURL;
 // Changes nothing. Any thread.
 [[nodiscard]] CADrop CAObjection(const CAURL &found, const CAURL &page);
 
+// The same for the seed `found`, which the file of the URL `from` names (CAparseSitemap.h): of the
+// filters only `cachequeries` applies, to pages alone, but the limits apply as for links.
+[[nodiscard]] CADrop CASeedObjection(const CAURL &found, const CAURL &from);
+
 // The limit of the queue that excludes all links at the moment, MaxQueueDepth or MaxUrls;
 // CADrop::None when there is room. Any thread.
 [[nodiscard]] CADrop CALinkLimit();

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <utility>
-#include <vector>
 
 #include "HTString.h"
 #include "base/CAtrace.h"
@@ -65,11 +64,9 @@ namespace {
 
 constexpr std::size_t kMostCodings = 3;
 
-using Decoders = std::vector<std::unique_ptr<CADecoder>>;
+}  // namespace
 
-// Makes a decoder for each coding, in the order in which the codings were applied. False when one
-// is unknown or there are too many.
-bool makeDecoders(std::string_view codings, Decoders *decoders)
+bool CAMakeDecoders(std::string_view codings, CADecoders *decoders)
 {
     while (!codings.empty()) {
         const std::string_view coding = HTTakeMember(&codings);
@@ -84,14 +81,22 @@ bool makeDecoders(std::string_view codings, Decoders *decoders)
     return true;
 }
 
-}  // namespace
+CAParser *CAPutDecoders(CAURL *url, HTThreadContext *threadContext, CADecoders *decoders,
+                        CAParser *parser)
+{
+    for (std::unique_ptr<CADecoder> &decoder : *decoders) {
+        CAParser *const copy = &decoder == &decoders->back() ? CANewCopy(url) : nullptr;
+        parser = new CAParseCoded(url, threadContext, std::move(decoder), parser, copy);
+    }
+    return parser;
+}
 
 CAParser *CANewPageParser(CAURL *url, HTThreadContext *threadContext, const CAParseOptions &options,
                           const CAPageHeaders &headers, bool *isUnknown)
 {
     const std::string_view codings = headers.contentEncoding;
-    Decoders decoders;
-    if (!codings.empty() && CAParseHTML::delves(url) && !makeDecoders(codings, &decoders)) {
+    CADecoders decoders;
+    if (!codings.empty() && CAParseHTML::delves(url) && !CAMakeDecoders(codings, &decoders)) {
         CATrace("Coding...... can't decode \"%.*s\", no links are looked for.\n",
                 static_cast<int>(codings.size()), codings.data());
         *isUnknown = true;
@@ -106,10 +111,5 @@ CAParser *CANewPageParser(CAURL *url, HTThreadContext *threadContext, const CAPa
     }
     CATrace("Coding...... will decode \"%.*s\".\n", static_cast<int>(codings.size()),
             codings.data());
-    CAParser *parser = page;
-    for (std::unique_ptr<CADecoder> &decoder : decoders) {
-        CAParser *const copy = &decoder == &decoders.back() ? CANewCopy(url) : nullptr;
-        parser = new CAParseCoded(url, threadContext, std::move(decoder), parser, copy);
-    }
-    return parser;
+    return CAPutDecoders(url, threadContext, &decoders, page);
 }

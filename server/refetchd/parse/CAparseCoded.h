@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <memory>
 #include <string_view>
+#include <vector>
 
 #include "parse/CAdecode.h"
 #include "parse/CAparse.h"
@@ -40,6 +41,17 @@ private:
     std::size_t decoded_ = 0;
     std::array<char, kBlock + 1> block_{};  // the sink may write one byte behind those that it gets
 };
+
+using CADecoders = std::vector<std::unique_ptr<CADecoder>>;
+
+// Makes a decoder for each coding of a Content-Encoding header, in the order in which the codings
+// were applied. False when one is unknown, or there are more than three.
+[[nodiscard]] bool CAMakeDecoders(std::string_view codings, CADecoders *decoders);
+
+// Puts the decoders, at least one, in front of `parser`; the first of the chain also saves the body
+// when copies are kept. The caller owns the result, and with it `parser`.
+[[nodiscard]] CAParser *CAPutDecoders(CAURL *url, HTThreadContext *threadContext,
+                                      CADecoders *decoders, CAParser *parser);
 
 // The values of the headers of a page; "" for one that is missing.
 struct CAPageHeaders {

@@ -12,10 +12,12 @@
 #include "HTString.h"
 #include "base/CAtrace.h"
 #include "config/CAcfg.h"
+#include "config/CAsitemapSeeds.h"
 #include "config/CAwanted.h"
 #include "parse/CAparseBinary.h"
 #include "parse/CAparseCoded.h"
 #include "parse/CAparseHTML.h"
+#include "parse/CAparseSitemap.h"
 #include "url/CAURL.h"
 
 namespace {
@@ -62,12 +64,22 @@ bool isBlankOrTab(char c)
     return c == ' ' || c == '\t';
 }
 
+// The administrator asks for what a sitemap says, so its body is read even if the connection ends
+// it.
+CAParseOptions optionsFor(const CAURL &url, CAParseOptions options)
+{
+    options.closeDelimitedBodies |= url.role() != CARole::Page;
+    return options;
+}
+
 }  // namespace
 
 CAParseHTTP::CAParseHTTP(CAURL *url) : CAParseHTTP(url, HTThread_context()) {}
 
 CAParseHTTP::CAParseHTTP(CAURL *url, HTThreadContext *threadContext, const CAParseOptions &options)
-    : CAParser(url, threadContext), options_(options), headers_(HTAssocList_new(threadContext))
+    : CAParser(url, threadContext),
+      options_(optionsFor(*url, options)),
+      headers_(HTAssocList_new(threadContext))
 {
 }
 
@@ -318,10 +330,24 @@ void CAParseHTTP::makeDecision()
     }
     if (rc_ != kOk) {
         CATrace("Parser...... abandoning response with RC=%d.\n", rc_);
+        tellAbandoned();
         state_ = State::Discard;
         return;
     }
     state_ = chooseSink() ? State::Body : State::Discard;
+}
+
+bool CAParseHTTP::namesSeeds() const
+{
+    return url_->role() != CARole::Page;
+}
+
+// Not for robots.txt, which many hosts lack.
+void CAParseHTTP::tellAbandoned() const
+{
+    if (url_->role() == CARole::Sitemap && !options_.takesNothing && !leadsOn()) {
+        CATellOfSitemap(*url_, "status " + std::to_string(rc_));
+    }
 }
 
 bool CAParseHTTP::followIfRedirected()
@@ -353,8 +379,21 @@ bool CAParseHTTP::followRedirect()
     if (const CADrop limit = CALinkLimit(); limit != CADrop::None) {
         return refuse(location, limit);
     }
-    takeIfInteresting(resolveFound(location, 0));
+    takeRedirect(location);
     return true;
+}
+
+void CAParseHTTP::takeRedirect(const char *location)
+{
+    CAURL *const found = resolveFound(location, 0);
+    if (found == nullptr || !namesSeeds()) {
+        return takeIfInteresting(found);
+    }
+    found->setRole(url_->role(), url_->nesting(), url_->since());
+    const CADrop why = CATakeSeed(std::unique_ptr<CAURL>(found), *page_, 0);
+    if (why != CADrop::None && why != CADrop::Processed) {
+        reportDropped(location, 0, why);
+    }
 }
 
 // Does without a target that a limit keeps out. True when that changes nothing, because it is
@@ -418,6 +457,10 @@ void CAParseHTTP::addPageSink(std::string_view contentType)
 
 bool CAParseHTTP::chooseSink()
 {
+    if (namesSeeds() && !options_.takesNothing) {
+        addSink(CANewSitemapParser(url_, threadContext_, options_, header("Content-Encoding:")));
+        return true;
+    }
     const char *const header = HTAssocList_lookupExact(headers_, "Content-type:");
     if (header == nullptr) {
         CATrace("Parser...... couldn't find the content-type.\n");

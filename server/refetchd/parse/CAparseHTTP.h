@@ -12,8 +12,9 @@
 #include "report/CAverdict.h"
 
 // Reads one response, in blocks that may end at any byte. After status 302, and after the other
-// redirects if the options say so, it enqueues the URL of "Location:". After status 200 it passes
-// the body to a sink for its type. All responses except a 200 are abandoned after their headers.
+// redirects if the options say so, it enqueues the URL of "Location:", which inherits the role of
+// the response's URL. After status 200 it passes the body to a sink for that role or for its type.
+// All responses except a 200 are abandoned after their headers.
 //
 // CAParseHTTP11 (CAparseHTTP11.h) does the same by the rules of HTTP/1.1.
 class CAParseHTTP : public CAParser {
@@ -67,6 +68,10 @@ protected:
     [[nodiscard]] bool isUseful(std::string_view name) const;
     // Keeps a header, unless the headers have used up their memory already.
     void keepHeader(const char *name, const char *value);
+    // True when the body names seeds (CARole).
+    [[nodiscard]] bool namesSeeds() const;
+    // Tells the administrator that the response to a sitemap's URL brings no seeds.
+    void tellAbandoned() const;
     // Follows a redirect. False when a limit of the queue keeps its target out for now.
     [[nodiscard]] bool followIfRedirected();
     // Installs the sink for the body of a 200. False (traced) when the response has no type.
@@ -97,7 +102,7 @@ protected:
     void readFraming(std::int32_t *closeConnection);
     [[nodiscard]] bool needsPageHeaders() const
     {
-        return options_.modernLinks || options_.keepMoreHeaders;
+        return options_.modernLinks || options_.keepMoreHeaders || namesSeeds();
     }
     [[nodiscard]] bool isChunked() const;
     [[nodiscard]] bool leadsOn() const;
@@ -107,6 +112,7 @@ protected:
         return options_.followAllRedirects || options_.http11;
     }
     [[nodiscard]] bool followRedirect();
+    void takeRedirect(const char *location);
     [[nodiscard]] bool refuse(const char *location, CADrop limit);
     void addPageSink(std::string_view contentType);
     void consumeBody(char **readP, char *const *writeP, std::int32_t *finished,

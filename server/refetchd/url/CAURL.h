@@ -9,6 +9,13 @@
 #include "base/CAwhen.h"
 #include "url/CAweb.h"
 
+// What a URL is requested for, besides being refreshed.
+enum class CARole : std::uint8_t {
+    Page,     // it may have links
+    Sitemap,  // it names seeds (CAparseSitemap.h)
+    Robots,   // a robots.txt, which may name sitemaps
+};
+
 // The record of one URL: made from a seed, a link or a redirection target, queued, fetched,
 // deleted.
 //
@@ -47,6 +54,15 @@ public:
     void setMisdirected() { misdirected_ = true; }
     // Marks a URL that is requested once more because a kept connection was reset.
     void setResent() { resent_ = true; }
+    // Makes it a URL that names seeds. `nesting` is the number of sitemaps that lead to it, itself
+    // included. Of its entries only those are taken that changed in the last `since` seconds; below
+    // 1: all.
+    void setRole(CARole role, std::uint8_t nesting, std::int32_t since)
+    {
+        role_ = role;
+        nesting_ = nesting;
+        since_ = since;
+    }
     // Goes on to the next variant, which has had no retries yet.
     void advanceVariant()
     {
@@ -73,6 +89,10 @@ public:
     [[nodiscard]] bool isResent() const { return resent_; }
     // The variant that is requested next, as an index of CAConfig::variants.
     [[nodiscard]] std::size_t variant() const { return variant_; }
+
+    [[nodiscard]] CARole role() const { return role_; }
+    [[nodiscard]] std::uint8_t nesting() const { return nesting_; }
+    [[nodiscard]] std::int32_t since() const { return since_; }
 
     // 1 when this URL, a link or redirection on the page `parent`, is to be enqueued, else 0. A
     // fixed operation of the record; as url/ knows no configuration, it is defined and decided in
@@ -103,4 +123,10 @@ private:
     bool resent_ = false;
     std::uint8_t retries_ = 0;  // at most 100, as `retries`
     std::uint8_t variant_ = 0;
+    CARole role_ = CARole::Page;
+    std::uint8_t nesting_ = 0;
+    std::int32_t since_ = 0;
 };
+
+// The queue may hold millions.
+static_assert(sizeof(CAURL) <= 32);
