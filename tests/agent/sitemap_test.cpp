@@ -248,14 +248,10 @@ TEST(SitemapBounds, RobotsFileIsMisread)
     EXPECT_EQ(robots("Sitemap: " + std::string(5000, 'x')), "");
 }
 
-struct DateRow {
-    const char *text;
-    const char *meant;  // as date(1) shows it in UTC
-};
-
 TEST(SitemapDate, IsMisreadOrTakenThoughNotValid)
 {
-    const DateRow rows[] = {
+    // With what date(1) shows in UTC.
+    const std::pair<const char *, const char *> rows[] = {
         {"2024", "2024-12-31T23:59:59"},
         {"2024-02", "2024-02-29T23:59:59"},
         {" 2024-05-01\n", "2024-05-01T23:59:59"},
@@ -272,10 +268,10 @@ TEST(SitemapDate, IsMisreadOrTakenThoughNotValid)
         {"Wednesday, 01-May-2024 10:11:12 UT", "2024-05-01T10:11:12"},
         {"01 September 99", "1999-09-01T23:59:59"},
     };
-    for (const DateRow &row : rows) {
+    for (const auto &[text, meant] : rows) {
         std::tm utc{};
-        ASSERT_NE(strptime(row.meant, "%Y-%m-%dT%H:%M:%S", &utc), nullptr);
-        EXPECT_EQ(CAReadDate(row.text), timegm(&utc)) << row.text;
+        ASSERT_NE(strptime(meant, "%Y-%m-%dT%H:%M:%S", &utc), nullptr);
+        EXPECT_EQ(CAReadDate(text), timegm(&utc)) << text;
     }
     for (const char *const text : {"",
                                    " ",
@@ -297,8 +293,7 @@ TEST(SitemapDate, IsMisreadOrTakenThoughNotValid)
                                    "Wed, 01 Mai 2024",
                                    "1 May",
                                    "99999999999999999999-01-01"}) {
-        const bool isDay = std::string_view(text) == "2024-05-01T";
-        EXPECT_EQ(CAReadDate(text).has_value(), isDay) << text;
+        EXPECT_FALSE(CAReadDate(text).has_value()) << text;
     }
 }
 
