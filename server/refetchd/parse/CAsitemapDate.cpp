@@ -159,8 +159,9 @@ MaybeSpan readNumbers(DateScanner *scanner)
     const bool hasDay = hasMonth && scanner->take("-");
     const int day = hasDay ? std::max(scanner->number(2, 2), 0) : kNone;
     const MaybeSpan span = spanOf(year, month, day);
-    const bool hasClock = span && hasDay && (scanner->take("Tt") || scanner->blanks());
-    return hasClock && !scanner->atEnd() ? readClock(scanner, *span) : span;
+    const bool hasClock =
+        span && hasDay && (scanner->take("Tt") || (scanner->blanks() && !scanner->atEnd()));
+    return hasClock ? readClock(scanner, *span) : span;
 }
 
 // The number of a month from its name in English, of which three letters count; 0: it is none.
