@@ -12,6 +12,8 @@
 // CAsetters.*         what each directive sets
 // CAargument.*        the kinds of arguments, and checks of them
 // CAcfgSeeds.cpp      the seed URLs: `loadurl` lines and the proxy's hits file
+// CAcfgLists.cpp      the seed URLs of the files that `loadlist` names
+// CAlistLines.*       such a file as a sequence of lines
 // CAcfgFilters.cpp    which URLs are ignored, wanted or limited
 // CAcfgReport.cpp     the report file: opening, placeholder page, renaming
 #pragma once
@@ -75,8 +77,12 @@ public:
     // `number` is 0.
     virtual void skipped(CASkip why, const char *file, int number, const char *word) = 0;
     // Called for each seed: `why` is None when it would be queued, otherwise the reason why not.
-    // url.source() shows whether it comes from the last `loadurl` line seen or from the hits file.
+    // url.source() shows whether it comes from the last `loadurl` or `loadlist` line seen or from
+    // the hits file.
     virtual void seed(const CAURL &url, CADrop why) = 0;
+    // Called when a list has been read, after its seeds: `fault` says what of it is left out, or
+    // why it cannot be read; empty: nothing.
+    virtual void listed(const std::string &fault) = 0;
 };
 
 inline constexpr std::int32_t kUnlimited = INT32_MAX;
@@ -110,14 +116,21 @@ public:
     // Applies the directives of one file. 1, or 0 when it could not be opened (reported).
     [[nodiscard]] int loadAgentConfig(CAQueue *queue, const char *file);
 
-    // Seeds `queue` again for another run: the `loadurl` lines of all files, then the hits file.
+    // Seeds `queue` again for another run: the `loadurl` and `loadlist` lines of all files, then
+    // the hits file.
     void reloadURLs(CAQueue *queue);
     // Makes the URL of a `loadurl` argument, counts it for its host, records it as processed and
     // enqueues it on `queue`, even if it was recorded before. False when `cachequeries` does not
     // allow its query (traced), or when memory is out.
     bool seedAdminUrl(CAQueue *queue, const char *argument);
-    // Seeds from the `loadurl` lines of one file. 1, or 0 when it could not be opened (not
-    // reported).
+    // The same for a URL of a list, but false also when it was recorded before.
+    bool seedListUrl(CAQueue *queue, const char *text);
+    // Seeds from the URLs of a list, the argument of a `loadlist` line. Returns how many. "-" is
+    // standard input, which is read once in the process, and never with an observer. Faults of the
+    // file and of its lines are reported.
+    std::int32_t seedList(CAQueue *queue, const char *file);
+    // Seeds from the `loadurl` and `loadlist` lines of one file. 1, or 0 when it could not be
+    // opened (not reported).
     int loadURLsInConfigFile(CAQueue *queue, const char *file);
     // Seeds from the first `topCachedCount` good lines of the hits file, always to `urlQueue`; the
     // arguments are unused. 1, or 0 when the file was not read: no lines are wanted, or it is not
@@ -136,6 +149,10 @@ public:
     [[nodiscard]] int cacheThisQuery(const CAURL *url) const;
     // The first `maxhosturls` limit that applies to `host`, for comparison with `ht`; 0: no limit.
     [[nodiscard]] std::int32_t getMaxHits(std::string_view host, HTPool *pool) const;
+
+    // Writes "refetchd: " and this text to standard error, as a line; not with an observer, and not
+    // when the trace, which has a line of its own for it, is there.
+    void tell(const std::string &text) const;
 
     // Prepares TLS for all connections. Returns why that is not possible; empty on success. Main
     // thread.
@@ -217,7 +234,8 @@ public:
 
     CAParseOptions parseOptions;
 
-    bool namesPort = false;  // there is a `port` line
+    bool namesPort = false;    // there is a `port` line
+    bool isInputRead = false;  // a `loadlist -` line has read standard input
 
     // True when worker threads are still running that may use this object. Set by the master thread
     // after the last run, read by the destructor.
@@ -228,7 +246,6 @@ private:
     [[nodiscard]] bool prepareTls();
     [[nodiscard]] bool canEnd(const CAQueue &queue) const;
     void checkProxyHost();
-    void tell(const std::string &fault) const;
     void finishReport();
 };
 

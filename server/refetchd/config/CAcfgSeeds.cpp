@@ -1,4 +1,5 @@
-// The seeds of the queue: `loadurl` lines of the configuration files, and the top of the hits file.
+// The seeds of the queue: `loadurl` lines of the configuration files, URLs of lists, and the top of
+// the hits file.
 #include <array>
 #include <cerrno>
 #include <cstdio>
@@ -114,25 +115,50 @@ void readHits(const CAConfig &config)
     }
 }
 
+// Makes the URL as adminUrl() does; null also when it has a query that may not be loaded, which is
+// reported.
+CAURL *wantedAdminUrl(const CAConfig &config, const char *argument)
+{
+    CAURL *const url = adminUrl(argument);
+    if (url == nullptr || config.queryURL(url) == 0 || config.cacheThisQuery(url) != 0) {
+        return url;
+    }
+    CATrace("Not loading... URL with ? \"%s\".\n", argument);
+    dropSeed(config, url, CADrop::CacheQueries);
+    return nullptr;
+}
+
 }  // namespace
 
 bool CAConfig::seedAdminUrl(CAQueue *queue, const char *argument)
 {
-    CAURL *const url = adminUrl(argument);
+    CAURL *const url = wantedAdminUrl(*this, argument);
     if (url == nullptr) {
         return false;
     }
-    if (queryURL(url) != 0 && cacheThisQuery(url) == 0) {
-        CATrace("Not loading... URL with ? \"%s\".\n", argument);
-        dropSeed(*this, url, CADrop::CacheQueries);
-        return false;
-    }
-    url->setSource(SOURCE_CONFIG);
     ht.addHit(url->host());
     CARecordProcessed(url);
     // Enqueued even if it is known already. From here on `url` belongs to the queue.
     enqueueSeed(*this, queue, url);
     CATrace("Will load... URL \"%s\".\n", argument);
+    return true;
+}
+
+bool CAConfig::seedListUrl(CAQueue *queue, const char *text)
+{
+    CAURL *const url = wantedAdminUrl(*this, text);
+    if (url == nullptr) {
+        return false;
+    }
+    if (!CARecordProcessed(url)) {
+        // A late worker of the last run may have queued it as a link: as a seed it has depth 0.
+        queue->sink(url->stringitize(), 0);
+        dropSeed(*this, url, CADrop::Processed);
+        return false;
+    }
+    ht.addHit(url->host());
+    enqueueSeed(*this, queue, url);
+    CATrace("Will load... URL \"%s\".\n", text);
     return true;
 }
 
@@ -146,6 +172,8 @@ int CAConfig::loadURLsInConfigFile(CAQueue *queue, const char *file)
     while (line.next()) {
         if (std::strcmp(line.directive(), "loadurl") == 0) {
             seedAdminUrl(queue, line.word(1));
+        } else if (std::strcmp(line.directive(), "loadlist") == 0) {
+            seedList(queue, line.word(1));
         }
     }
     return 1;

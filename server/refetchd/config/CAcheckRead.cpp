@@ -1,6 +1,7 @@
 #include "config/CAcheckRead.h"
 
 #include <cstring>
+#include <utility>
 
 #include "HTString.h"
 #include "config/CAcfgLines.h"
@@ -55,6 +56,11 @@ CAArgumentVerdict CACheck::judge(CAArgument argument, CAConfigLines *line)
 {
     if (argument == CAArgument::ConfigFile) {
         refused |= !CAIsReadable(line->word(1), " (configfile, " + CATextOf(at) + ")");
+    } else if (argument == CAArgument::List && std::strcmp(line->word(1), "-") == 0) {
+        if (input.file != nullptr) {
+            return {"no effect: " + CATextOf(input) + " reads standard input", false};
+        }
+        input = at;
     } else if (argument == CAArgument::Queries && ac.cacheAllQueries != 0) {
         return {"no effect: a line above allows all queries", false};
     } else if (argument == CAArgument::HostLimit && allHosts.file != nullptr) {
@@ -89,6 +95,7 @@ void CACheck::keep(const CADirective &row, const CAConfigLines &line)
 void CACheck::directive(const char *file, CAConfigLines *line, const CADirective *row)
 {
     at = {file, line->number()};
+    rowOfLine = row;
     if (showsSeeds) {
         return;
     }
@@ -161,13 +168,28 @@ void CACheck::seed(const CAURL &url, CADrop why)
 {
     const bool configured = url.source() == SOURCE_CONFIG;
     if (showsSeeds) {
-        CAShowSeed(url, why, configured ? "loadurl, " + CATextOf(at) : "");
+        CAShowSeed(url, why, configured ? std::string(rowOfLine->name) + ", " + CATextOf(at) : "");
     } else if (why == CADrop::None) {
         ++seeds;
-        if (configured && httpsSeed.file == nullptr && url.protocol() == "https") {
-            httpsSeed = at;
+        if (configured && httpsSeed.row == nullptr && url.protocol() == "https") {
+            httpsSeed = {at, "", rowOfLine};
         }
+    } else if (configured && rowOfLine->takes == CAArgument::List) {
+        listQueries += why == CADrop::CacheQueries ? 1 : 0;
     } else if (configured) {
         warn(at, "loadurl", "no cachequeries line above allows " + CAQuoted(url.stringitize()));
+    }
+}
+
+void CACheck::listed(const std::string &fault)
+{
+    const std::int64_t queries = std::exchange(listQueries, 0);
+    if (showsSeeds) {
+        return;
+    }
+    warn(at, "loadlist", fault);
+    if (queries > 0) {
+        warn(at, "loadlist",
+             "no cachequeries line above allows " + std::to_string(queries) + " of its URLs");
     }
 }
