@@ -16,6 +16,8 @@
 
 namespace {
 
+using namespace std::string_literals;
+
 struct DirectiveRow {
     std::string name;
     std::string lines;
@@ -31,6 +33,7 @@ TEST_P(Directive, IsReportedOtherwise)
     // Directories of an installed agent.
     std::filesystem::create_directories(dir_.path("var/lib/refetchd/pub/LOCALE/reports"));
     std::filesystem::create_directories(dir_.path("var/log/refetchd"));
+    dir_.write("var/lib/refetchd/urls.txt", "");
     const auto below = [this](const std::string &text) {
         return std::regex_replace(text, std::regex("/var/"), dir_.path("var/"));
     };
@@ -153,6 +156,53 @@ TEST_F(AgentTest, FlagsWithoutMessagesFollowTheirOwnRules)
     configure("slf off\nstressmode off\ntransparentproxy on\nconnecttohost on\n");
     EXPECT_EQ(flags(), (std::vector{1, 0, 1, 1}));
 }
+
+struct ListRow : Row {
+    std::string bytes;
+    std::string read;  // seeds in the queue, and then the bad lines
+};
+
+class List : public AgentTestWith<ListRow> {};
+
+TEST_P(List, LineIsReadOtherwise)
+{
+    configure("loadurl h/0\nloadlist " + dir_.write("list", GetParam().bytes) + "\n");
+    std::string read;
+    for (const std::string &seed : AgentState::drain()) {
+        read += seed.substr(2) + ";";
+    }
+    const std::string text = trace();
+    const std::regex bad("List.*list\": (line.*)[.]\n");
+    for (std::sregex_iterator at(text.begin(), text.end(), bad), end; at != end; ++at) {
+        read += (*at)[1].str() + ";";
+    }
+    EXPECT_EQ(read, "http://h/0;" + GetParam().read);
+    EXPECT_EQ(ac.adminUrlCount, std::count(read.begin(), read.end(), '/') / 3);
+}
+
+std::string line(std::size_t length)
+{
+    return "http://h/" + std::string(length - 9, 'x');
+}
+
+const std::string kOdd = " contains a blank or a control character;";
+const std::string kLong = " is longer than 4095 bytes;";
+
+const ListRow kLists[] = {
+    {"Urls", "h/a\nhttp://h/b#c\nftp://h/\xc3\xa9", "http://h/a;http://h/b;ftp://h/\xc3\xa9;"},
+    {"Skipped", "\n \t\n#\n\t #h/a\n#" + line(9000) + "\n \th/a\t \n", "http://h/a;"},
+    {"MarkAndLineEnds", "\xef\xbb\xbfh/a\r\nh/b \r\n\r\nh/c\r",
+     "http://h/a;http://h/b;http://h/c;"},
+    {"Odd", "h/a b\n\n#\nh/\ta\nh/\x7f\nh\r/\n"s + "h/\0\n\xef\xbb\xbf#\nh/b\n"s,
+     "http://\xef\xbb\xbf/;http://h/b;line 1" + kOdd + "line 4" + kOdd + "line 5" + kOdd +
+         "line 6" + kOdd + "line 7" + kOdd},
+    {"Long", line(4095) + "\r\n" + line(4096) + "\n" + line(4095) + "\n" + line(99999) + "\nh/a",
+     line(4095) + ";http://h/a;line 2" + kLong + "line 4" + kLong},
+    {"LongBehindMark", "\xef\xbb\xbf" + line(4095) + "\r\n", line(4095) + ";"},
+    {"TooLongBehindMark", "\xef\xbb\xbf" + line(4095) + "\rx\n", "line 1" + kLong},
+    {"QueriesAndDuplicates", "h/?q\nh/0\nh/a\nh/b/../a\nhttp://h/0", "http://h/a;"},
+};
+INSTANTIATE_TEST_SUITE_P(CAcfg, List, testing::ValuesIn(kLists), rowName);
 
 struct HostRow : Row {
     const char *directives;

@@ -211,6 +211,17 @@ const CheckRow kMistakes[] = {
      "6: \"metrics\" is not a directive: is metricsfile meant?; "
      "7: \"foo\" is not a directive; 8: \"foo\" is not a directive",
      "", "-q -s proxy.conf"},
+    {"Lists",
+     kFine + "loadlist logs/hitsfile.txt; loadlist none; loadlist logs; loadlist /dev/zero; "
+             "maxruntime 1; refetchdrepeat 2; loadlist -; loadlist -",
+     "3: loadlist: 2 bad lines in logs/hitsfile.txt, the first is line 2; "
+     "3: loadlist: no cachequeries line above allows 2 of its URLs; 4: loadlist: none" +
+         kAbsent +
+         "; 5: loadlist: logs: Is a directory; 6: loadlist: /dev/zero: Illegal seek; "
+         "10: loadlist: no effect: 9 reads standard input; "
+         "9: loadlist: only the first run can read standard input: name a file",
+     "h/a\na b\nh/?\nc d\nh/?x\nh/a"},
+    {"ListOfInput", "updateproxy h:1; loadlist -", ""},
     {"OptionsOfTheAgent", "updateproxy h:1; loadurl h/a; errorlog @dir@/e",
      "-rp: refetchdrepeat: needs maxruntime, or runs follow each other without a pause", "",
      "-q -vv -debug geturl -rp 0 -mc 2 -r proxy.conf"},
@@ -245,6 +256,7 @@ TEST(CheckOutput, LacksADirectiveOrASeedOrAFileIsWritten)
     agent.dir.write("more.conf",
                     "useragent a b\ntransparentproxy on\nrequestheader A b\nvariant A: b\n");
     agent.dir.write("trace", "old");
+    agent.dir.write("list", "h/l\n");
     agent.dir.write(
         "proxy.conf",
         agent.expand(
@@ -253,26 +265,27 @@ TEST(CheckOutput, LacksADirectiveOrASeedOrAFileIsWritten)
             "loadurl h/a; loadurl h/?q; loadurl h/?x; loadtopcached 4; caching on; "
             "errorlog @dir@/e; errorlog no; service /s internal:cacheagentservice; service x y; "
             "requestheader Host h; "
-            "serverroot @dir@; catracelog trace; resultslog r; metricsfile m; "
+            "serverroot @dir@; catracelog trace; resultslog r; metricsfile m; loadlist list; "
             "loadsitemap auto; loadsitemap h/s since 1 day\n"));
     agent.startProgram(REFETCHD_CHECK " proxy.conf");
     agent.finish(1);
     const std::filesystem::recursive_directory_iterator entries(agent.dir.path());
-    EXPECT_EQ(std::distance(begin(entries), end(entries)), 9);  // five files, four directories
+    EXPECT_EQ(std::distance(begin(entries), end(entries)), 10);  // six files, four directories
     EXPECT_EQ(agent.dir.read("trace"), "old");
     const std::string shown = agent.process->out();
     EXPECT_EQ(shown.find("\nrequestheader            Host"), shown.npos);
     for (const char *const part :
          {"\nuseragent                a b                     more.conf:1\n",
-          "\nloadsitemap              h/s since 1 day         @dir@/proxy.conf:21\n",
+          "\nloadsitemap              h/s since 1 day         @dir@/proxy.conf:22\n",
           "\nreadtimeout              4                       default\n",
           "\nservice                  /s internal:cacheagentservice @dir@/proxy.conf:13\n",
           "/cacheAgent-errors @dir@/proxy.conf:11\n",
           "\n; Seeds; ask   http://h/a   (loadurl, @dir@/proxy.conf:6); "
           "skip  http://h/?q   cachequeries   (loadurl, @dir@/proxy.conf:7); "
           "ask   http://h/?x   (loadurl, @dir@/proxy.conf:8); "
-          "ask   http://h/s   (loadsitemap, @dir@/proxy.conf:21); "
-          "ask   http://h/robots.txt   (loadsitemap, @dir@/proxy.conf:20); "
+          "ask   http://h/l   (loadlist, @dir@/proxy.conf:20); "
+          "ask   http://h/s   (loadsitemap, @dir@/proxy.conf:22); "
+          "ask   http://h/robots.txt   (loadsitemap, @dir@/proxy.conf:21); "
           "skip  http://h/a   processed   (9 hits, @dir@/logs/hitsfile.txt); "
           "skip  http://h/i   ignoreurl   (8 hits, @dir@/logs/hitsfile.txt); "
           "skip  http://h/?   cachequeries   (7 hits, @dir@/logs/hitsfile.txt); "

@@ -131,6 +131,33 @@ const TakenRow kTaken[] = {
 };
 INSTANTIATE_TEST_SUITE_P(CommandLine, Taken, testing::ValuesIn(kTaken), rowName);
 
+TEST(Lists, InputIsReadTwiceOrFaultsFloodStandardError)
+{
+    const ScriptedPeer peer;
+    Agent agent(peer.port(),
+                "numclients 1; serverroot @dir@; loadlist -; loadlist @dir@; "
+                "loadlist -; loadlist bad; loadlist none; loadurl h/c");
+    std::string error = "refetchd: " + agent.dir.path() + ": Is a directory.\n";
+    std::string lines;
+    for (int i = 1; i <= 12; ++i) {
+        lines += "a b\n";
+        error += i > 10 ? ""
+                        : "refetchd: bad: line " + std::to_string(i) +
+                              " contains a blank or a control character.\n";
+    }
+    error +=
+        "refetchd: bad: 2 more lines are left out.\n"
+        "refetchd: none: No such file or directory.\n";
+    agent.dir.write("bad", lines + "h/a\nh/c\n");
+    agent.dir.write("go", "printf 'h/a\\nh/b\\n' | (" REFETCHD_CHECK " proxy.conf >check; " +
+                              std::string(REFETCHD_BINARY) + " -r proxy.conf -rp 2)");
+    agent.startProgram("sh go");
+    agent.finish();
+    EXPECT_EQ(peer.asked(), "/a /b /c /c /a /c /c");
+    EXPECT_EQ(agent.process->err(), error + error);
+    EXPECT_THAT(agent.report(), testing::HasSubstr(" refresh:</td>\n <td align=right>4</td>"));
+}
+
 const std::string kRoot = "loadurl h/; ";
 const std::string kLevel = kRoot + "delvedepth 1; ";
 const std::string kTop = kRoot + "delvedepth 2; loadtopcached 3; hostname 127.0.0.1; ";

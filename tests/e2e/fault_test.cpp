@@ -160,8 +160,9 @@ TEST_P(BetweenRuns, FileChangesUnderTheAgentOrASignalEndsIt)
     const ScriptedPeer peer({{"http://h/stuck", {{}, Then::Stall}}});
     Agent agent(peer.port(),
                 "serverroot @dir@; caching always; loadtopcached 9; hostname 127.0.0.1; "
-                "maxruntime 2; numclients 1; loadurl h/admin",
+                "maxruntime 2; numclients 1; loadurl h/admin; loadlist list",
                 "9 5% http://h/top; ");
+    agent.dir.write("list", "");
     agent.start(row.signal == 0 ? "-rp 2" : "-rp -5");
     ASSERT_TRUE(peer.waitForRequests(2, kRunDeadline));
     std::filesystem::remove(agent.dir.path(row.file));
@@ -189,6 +190,8 @@ const ChangeRow kChanges[] = {
     {"ConfigurationNew", "proxy.conf", kNewSeeds, "/new /a /top"},
     {"HitsFileGone", "logs/hitsfile.txt", nullptr, "/admin"},
     {"HitsFileCutShort", "logs/hitsfile.txt", "9 5% http://h/t", "/admin /t"},
+    {"ListNew", "list", "h/l\nh/admin\nh/?", "/admin /l /top"},
+    {"ListGone", "list", nullptr, "/admin /top"},
     {"EndedBySigterm", "proxy.conf", kStuck, "/stuck", SIGTERM},
     {"EndedBySigint", "proxy.conf", kStuck, "/stuck", SIGINT},
     {"HitsFileIsNone", "logs/hitsfile.txt", kNoHits, "/admin /z"},

@@ -107,6 +107,9 @@ const HitsRow kFiles[] = {
      "1 of an unknown format, 3 of more than 65536 bytes",
      "(cat log; head -c 80M /dev/zero; cat log; head -c 80M /dev/zero | tr '\\0' a; echo; "
      "head -c 70K /dev/zero; echo; echo x; cat log log) | $hits | tail -n 1"},
+    {"ManyLongUrls", kSquid, "2 0.0% http://h/p\n", "110002 requests counted for 110001 URLs",
+     "u=$(printf %0900d 0); (seq 110000 | sed \"s|.*|1.1 4 c T/200 1 GET http://h/&$u - H/x t|\"; "
+     "cat log log) | $hits | tail -n 1"},
     {"Compressed", kSquid, "4 100.0% http://h/p\n", "1 lines written to standard output\n",
      "gzip -k log; xz -k log; bzip2 -k log; zstd -q log; $hits log.* | tail -n 1"},
     {"Input", kSquid, "2 100.0% http://h/p\n" + kP, "2 lines read",

@@ -1,6 +1,6 @@
-// The configuration loader and its reloads, with an included file and a hits file.
+// The configuration loader and its reloads, with an included file, a list and a hits file.
 //
-// Input: the configuration, a line "%%", and the hits file.
+// Input: the configuration, a line "%%", and the hits file, which is also read as a list.
 #include <array>
 #include <regex>
 #include <set>
@@ -19,7 +19,7 @@ using Forms = std::multiset<std::string>;
 std::string harmless(std::string_view file)
 {
     static const std::regex namesFile(
-        "catracelog|errorlog|configfile|serverroot|resultslog|metricsfile");
+        "catracelog|errorlog|configfile|serverroot|resultslog|metricsfile|loadlist");
     std::istringstream lines{std::string(file)};
     std::string result;
     for (std::string line; std::getline(lines, line);) {
@@ -54,7 +54,8 @@ void fuzz(std::string_view input)
     const std::size_t end = std::min(input.find("\n%%\n"), input.size());
     const std::string lines = dir.write("lines", harmless(input.substr(0, end)));
     const std::string main =
-        dir.write("main", "serverroot " + dir.path() + "\nconfigfile " + lines + "\n");
+        dir.write("main", "serverroot " + dir.path() + "\nconfigfile " + lines + "\nloadlist " +
+                              dir.path("logs/hitsfile.txt") + "\n");
     dir.write("logs/hitsfile.txt", std::string(input.substr(std::min(end + 4, input.size()))));
     dir.write("pub/reports/refetchd.html", "");
     HTSetHostName("localhost");

@@ -157,7 +157,8 @@ CAArgumentVerdict CAJudgeArgument(CAArgument argument, CAConfigLines *line)
     case A::Pattern: return {word.empty() ? CAQuoted(word) + " matches nothing" : ""};
     case A::ConfigFile:
     case A::Text:
-    case A::Readable:  // judged when it is read
+    case A::List:
+    case A::Readable:  // these are judged when they are read
     case A::Seed: break;
     }
     return {};

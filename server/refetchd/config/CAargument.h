@@ -31,6 +31,7 @@ enum class CAArgument : std::uint8_t {
     Service,
     // In the kinds below each line adds to those before (CAAddsUp()).
     ConfigFile,
+    List,     // a file to read, or "-"
     Header,   // name and value
     Variant,  // headers, with ";" between them
     Sitemap,  // a URL or "auto", and perhaps an age (CAsitemapSeeds.h)

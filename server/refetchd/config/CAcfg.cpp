@@ -177,11 +177,10 @@ int CAConfig::load(CAQueue *queue, const char *name)
     return 1;
 }
 
-// Writes why the agent cannot run to standard error, unless the trace says so there.
-void CAConfig::tell(const std::string &fault) const
+void CAConfig::tell(const std::string &text) const
 {
     if (observer == nullptr && traceStream != stderr) {
-        std::fprintf(stderr, "refetchd: %s\n", fault.c_str());
+        std::fprintf(stderr, "refetchd: %s\n", text.c_str());
     }
 }
 

@@ -11,7 +11,9 @@
 // CAdirectives.*      the table of directives
 // CAsetters.*         what each directive sets
 // CAargument.*        the kinds of arguments, and checks of them
-// CAcfgSeeds.cpp      the seed URLs: `loadurl` and `loadsitemap` lines and the proxy's hits file
+// CAcfgSeeds.cpp      the seed URLs: lines that name them, URLs of lists, the proxy's hits file
+// CAcfgLists.cpp      the files that `loadlist` names
+// CAlistLines.*       such a file as a sequence of lines
 // CAsitemapSeeds.*    the text of `loadsitemap` lines, and messages about sitemaps
 // CAcfgFilters.cpp    which URLs are ignored, wanted or limited
 // CAcfgReport.cpp     the report file: opening, placeholder page, renaming
@@ -76,9 +78,12 @@ public:
     // `number` is 0.
     virtual void skipped(CASkip why, const char *file, int number, const char *word) = 0;
     // Called for each seed: `why` is None when it would be queued, otherwise the reason why not.
-    // url.source() shows whether it comes from the last `loadurl` or `loadsitemap` line seen or
-    // from the hits file. Those with the role Robots come after all lines.
+    // url.source() shows whether it comes from the last `loadurl`, `loadlist` or `loadsitemap` line
+    // seen or from the hits file. Those with the role Robots come after all lines.
     virtual void seed(const CAURL &url, CADrop why) = 0;
+    // Called when a list has been read, after its seeds: `fault` says what of it is left out, or
+    // why it cannot be read; empty: nothing.
+    virtual void listed(const std::string &fault) = 0;
 };
 
 inline constexpr std::int32_t kUnlimited = INT32_MAX;
@@ -112,13 +117,19 @@ public:
     // Applies the directives of one file. 1, or 0 when it could not be opened (reported).
     [[nodiscard]] int loadAgentConfig(CAQueue *queue, const char *file);
 
-    // Seeds `queue` again for another run: the `loadurl` and `loadsitemap` lines of all files, then
-    // the hits file. Ends the messages about sitemaps of the run before.
+    // Seeds `queue` again for another run: the `loadurl`, `loadlist` and `loadsitemap` lines of all
+    // files, then the hits file. Ends the messages about sitemaps of the run before.
     void reloadURLs(CAQueue *queue);
     // Makes the URL of a `loadurl` argument, counts it for its host, records it as processed and
     // enqueues it on `queue`, even if it was recorded before. False when `cachequeries` does not
     // allow its query (traced), or when memory is out.
     bool seedAdminUrl(CAQueue *queue, const char *argument);
+    // The same for a URL of a list, but false also when it was recorded before.
+    bool seedListUrl(CAQueue *queue, const char *text);
+    // Seeds from the URLs of a list, the argument of a `loadlist` line. Returns how many. "-" is
+    // standard input, which is read once in the process, and never with an observer. Faults of the
+    // file and of its lines are reported.
+    std::int32_t seedList(CAQueue *queue, const char *file);
     // Makes the URL of a `loadsitemap` line, counts it for its host, records it as processed and
     // enqueues it on `queue`, even if it was recorded before. `loadsitemap auto` is only noted, for
     // seedRobots(). False unless a URL was enqueued.
@@ -126,7 +137,7 @@ public:
     // With `loadsitemap auto`, the same for the robots.txt of each host of a `loadurl` line; reads
     // the files again for them. Returns how many there are.
     std::int32_t seedRobots(CAQueue *queue);
-    // Seeds from the `loadurl` and `loadsitemap` lines of one file. 1, or 0 when it could not be
+    // Seeds from the lines of one file that name seeds. 1, or 0 when it could not be
     // opened (not reported).
     int loadURLsInConfigFile(CAQueue *queue, const char *file);
     // Seeds from the first `topCachedCount` good lines of the hits file, always to `urlQueue`; the
@@ -146,6 +157,10 @@ public:
     [[nodiscard]] int cacheThisQuery(const CAURL *url) const;
     // The first `maxhosturls` limit that applies to `host`, for comparison with `ht`; 0: no limit.
     [[nodiscard]] std::int32_t getMaxHits(std::string_view host, HTPool *pool) const;
+
+    // Writes "refetchd: " and this text to standard error, as a line; not with an observer, and not
+    // when the trace, which has a line of its own for it, is there.
+    void tell(const std::string &text) const;
 
     // Prepares TLS for all connections. Returns why that is not possible; empty on success. Main
     // thread.
@@ -227,7 +242,8 @@ public:
 
     CAParseOptions parseOptions;
 
-    bool namesPort = false;  // there is a `port` line
+    bool namesPort = false;    // there is a `port` line
+    bool isInputRead = false;  // a `loadlist -` line has read standard input
 
     // The age limit of `loadsitemap auto` in seconds, 0 without a limit; below 0: no such line.
     std::int32_t robotsSince = -1;
@@ -241,7 +257,6 @@ private:
     [[nodiscard]] bool prepareTls();
     [[nodiscard]] bool canEnd(const CAQueue &queue) const;
     void checkProxyHost();
-    void tell(const std::string &fault) const;
     void finishReport();
 };
 

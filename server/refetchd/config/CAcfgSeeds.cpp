@@ -1,5 +1,5 @@
-// The seeds of the queue: `loadurl` and `loadsitemap` lines of the configuration files, and the top
-// of the hits file.
+// The seeds of the queue: `loadurl` and `loadsitemap` lines of the configuration files, URLs of
+// lists, and the top of the hits file.
 #include <array>
 #include <cerrno>
 #include <cstdio>
@@ -129,17 +129,25 @@ void readHits(const CAConfig &config)
     }
 }
 
+// Makes the URL as adminUrl() does; null also when it has a query that may not be loaded, which is
+// reported.
+CAURL *wantedAdminUrl(const CAConfig &config, const char *argument)
+{
+    CAURL *const url = adminUrl(argument);
+    if (url == nullptr || config.queryURL(url) == 0 || config.cacheThisQuery(url) != 0) {
+        return url;
+    }
+    CATrace("Not loading... URL with ? \"%s\".\n", argument);
+    dropSeed(config, url, CADrop::CacheQueries);
+    return nullptr;
+}
+
 }  // namespace
 
 bool CAConfig::seedAdminUrl(CAQueue *queue, const char *argument)
 {
-    CAURL *const url = adminUrl(argument);
+    CAURL *const url = wantedAdminUrl(*this, argument);
     if (url == nullptr) {
-        return false;
-    }
-    if (queryURL(url) != 0 && cacheThisQuery(url) == 0) {
-        CATrace("Not loading... URL with ? \"%s\".\n", argument);
-        dropSeed(*this, url, CADrop::CacheQueries);
         return false;
     }
     seedNamed(*this, queue, url);
@@ -205,6 +213,24 @@ std::int32_t CAConfig::seedRobots(CAQueue *queue)
     return static_cast<std::int32_t>(robots.size());
 }
 
+bool CAConfig::seedListUrl(CAQueue *queue, const char *text)
+{
+    CAURL *const url = wantedAdminUrl(*this, text);
+    if (url == nullptr) {
+        return false;
+    }
+    if (!CARecordProcessed(url)) {
+        // A late worker of the last run may have queued it as a link: as a seed it has depth 0.
+        queue->sink(url->stringitize(), 0);
+        dropSeed(*this, url, CADrop::Processed);
+        return false;
+    }
+    ht.addHit(url->host());
+    enqueueSeed(*this, queue, url);
+    CATrace("Will load... URL \"%s\".\n", text);
+    return true;
+}
+
 int CAConfig::loadURLsInConfigFile(CAQueue *queue, const char *file)
 {
     CAConfigLines line(file);
@@ -217,6 +243,8 @@ int CAConfig::loadURLsInConfigFile(CAQueue *queue, const char *file)
             seedAdminUrl(queue, line.word(1));
         } else if (std::strcmp(line.directive(), "loadsitemap") == 0) {
             seedSitemap(queue, line);
+        } else if (std::strcmp(line.directive(), "loadlist") == 0) {
+            seedList(queue, line.word(1));
         }
     }
     return 1;

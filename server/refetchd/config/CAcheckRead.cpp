@@ -1,6 +1,7 @@
 #include "config/CAcheckRead.h"
 
 #include <cstring>
+#include <utility>
 
 #include "HTString.h"
 #include "config/CAcfgLines.h"
@@ -56,6 +57,11 @@ CAArgumentVerdict CACheck::judge(CAArgument argument, CAConfigLines *line)
 {
     if (argument == CAArgument::ConfigFile) {
         refused |= !CAIsReadable(line->word(1), " (configfile, " + CATextOf(at) + ")");
+    } else if (argument == CAArgument::List && std::strcmp(line->word(1), "-") == 0) {
+        if (input.file != nullptr) {
+            return {"no effect: " + CATextOf(input) + " reads standard input", false};
+        }
+        input = at;
     } else if (argument == CAArgument::Queries && ac.cacheAllQueries != 0) {
         return {"no effect: a line above allows all queries", false};
     } else if (argument == CAArgument::HostLimit && allHosts.file != nullptr) {
@@ -91,8 +97,9 @@ void CACheck::directive(const char *file, CAConfigLines *line, const CADirective
 {
     at = {file, line->number()};
     if (row != nullptr && row->takes == CAArgument::Sitemap && CAReadSitemapLine(*line).isAuto) {
-        robotsLine = at;
+        robotsLine = {at, "", row};
     }
+    rowOfLine = row;
     if (showsSeeds) {
         return;
     }
@@ -164,18 +171,33 @@ void CACheck::judgeName(std::string_view name)
 void CACheck::seed(const CAURL &url, CADrop why)
 {
     const bool configured = url.source() == SOURCE_CONFIG;
-    const std::string_view name = url.role() == CARole::Page ? "loadurl" : "loadsitemap";
-    const CAPlace &place = url.role() == CARole::Robots ? robotsLine : at;
+    const bool isRobots = url.role() == CARole::Robots;
+    const CAFound line = isRobots ? robotsLine : CAFound{at, "", rowOfLine};
     if (showsSeeds) {
-        CAShowSeed(url, why, configured ? std::string(name) + ", " + CATextOf(place) : "");
+        CAShowSeed(url, why,
+                   configured ? std::string(line.row->name) + ", " + CATextOf(line.at) : "");
     } else if (why == CADrop::None) {
         ++seeds;
-        robots += url.role() == CARole::Robots ? 1 : 0;
-        if (configured && httpsSeed.file == nullptr && url.protocol() == "https") {
-            httpsSeed = place;
-            httpsDirective = name;
+        robots += isRobots ? 1 : 0;
+        if (configured && httpsSeed.row == nullptr && url.protocol() == "https") {
+            httpsSeed = line;
         }
+    } else if (configured && rowOfLine->takes == CAArgument::List) {
+        listQueries += why == CADrop::CacheQueries ? 1 : 0;
     } else if (configured) {
         warn(at, "loadurl", "no cachequeries line above allows " + CAQuoted(url.stringitize()));
+    }
+}
+
+void CACheck::listed(const std::string &fault)
+{
+    const std::int64_t queries = std::exchange(listQueries, 0);
+    if (showsSeeds) {
+        return;
+    }
+    warn(at, "loadlist", fault);
+    if (queries > 0) {
+        warn(at, "loadlist",
+             "no cachequeries line above allows " + std::to_string(queries) + " of its URLs");
     }
 }

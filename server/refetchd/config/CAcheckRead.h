@@ -34,6 +34,7 @@ struct CACheck : CAConfigObserver {
     void directive(const char *file, CAConfigLines *line, const CADirective *row) override;
     void skipped(CASkip why, const char *file, int number, const char *word) override;
     void seed(const CAURL &url, CADrop why) override;
+    void listed(const std::string &fault) override;
 
     // Adds a warning about `place`, unless `fault` is empty; without a name, about the line itself.
     void warn(const CAPlace &place, std::string_view name, const std::string &fault);
@@ -43,20 +44,22 @@ struct CACheck : CAConfigObserver {
     [[nodiscard]] CAFound lineOf(std::string_view name) const;
 
     CAPlace at;                                 // the current line
+    const CADirective *rowOfLine = nullptr;     // its directive, if the agent has it
     std::map<std::string_view, CAFound> found;  // by directive, the last line that set it
     std::vector<CAFound> several;               // lines of directives that add up, all of them
     std::vector<CAFound> warnings;
-    std::vector<CAFound> notes;       // what is to do, but no mistake
-    CAPlace allHosts;                 // the first limit for all hosts
-    CAPlace httpsSeed;                // the first seed with https
-    std::string_view httpsDirective;  // that of its line
-    CAPlace robotsLine;               // the last line `loadsitemap auto`
+    std::vector<CAFound> notes;  // what is to do, but no mistake
+    CAPlace allHosts;            // the first limit for all hosts
+    CAFound httpsSeed;           // the line of the first seed with https
+    CAFound robotsLine;          // the last line `loadsitemap auto`
+    CAPlace input;               // the line that reads standard input
     std::int64_t seeds = 0;
-    std::int64_t robots = 0;   // seeds that are a robots.txt
-    std::int64_t badHits = 0;  // malformed lines of the hits file
-    bool refused = false;      // a file cannot be read
-    bool isStrict = false;     // every unknown name is a mistake
-    bool showsSeeds = false;   // this is the second reading
+    std::int64_t robots = 0;       // seeds that are a robots.txt
+    std::int64_t badHits = 0;      // malformed lines of the hits file
+    std::int64_t listQueries = 0;  // of the current list: URLs that are left out for their query
+    bool refused = false;          // a file cannot be read
+    bool isStrict = false;         // every unknown name is a mistake
+    bool showsSeeds = false;       // this is the second reading
 
 private:
     [[nodiscard]] CAArgumentVerdict judge(CAArgument argument, CAConfigLines *line);

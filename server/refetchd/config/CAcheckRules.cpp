@@ -160,15 +160,21 @@ void CAJudgeSettings(CACheck *check, bool forService)
     const char *const report = g_catrace_filename;
     check->warn(check->lineOf("serverroot").at, "serverroot",
                 report != nullptr ? CAUnwritable(report) : "");
-    if (check->httpsSeed.file != nullptr && ac.transparentProxy == 0) {
-        check->warn(check->httpsSeed, check->httpsDirective,
+    if (check->httpsSeed.row != nullptr && ac.transparentProxy == 0) {
+        check->warn(check->httpsSeed.at, check->httpsSeed.row->name,
                     "browsers do not get pages with https:// from the cache of a forward proxy, "
                     "unless it decrypts them: leave these lines out, or for a reverse proxy set "
                     "transparentproxy on");
     }
-    if (check->robotsLine.file != nullptr && check->robots == 0) {
-        check->warn(check->robotsLine, "loadsitemap",
+    if (check->robotsLine.row != nullptr && check->robots == 0) {
+        check->warn(check->robotsLine.at, "loadsitemap",
                     "auto needs loadurl lines: robots.txt is requested from their hosts");
     }
-    check->warn({}, "loadurl", check->seeds == 0 ? "no seeds: nothing will be requested" : "");
+    const bool seedsFromInput = check->input.file != nullptr;
+    check->warn(check->input, "loadlist",
+                seedsFromInput && ac.repeatCount != 1
+                    ? "only the first run can read standard input: name a file"
+                    : "");
+    check->warn({}, "loadurl",
+                check->seeds == 0 && !seedsFromInput ? "no seeds: nothing will be requested" : "");
 }

@@ -212,6 +212,7 @@ constexpr std::array kDirectives = {
     CADirective{"onlyurl", A::Pattern, CASetOnlyUrl},
     CADirective{"maxhosturls", A::HostLimit, CASetMaxHostUrls},
     CADirective{"loadurl", A::Seed, CASetLoadUrl},
+    CADirective{"loadlist", A::List, CASetLoadList},
 };
 
 }  // namespace

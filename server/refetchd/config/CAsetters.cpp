@@ -180,6 +180,11 @@ void CASetLoadSitemap(const CADirectiveCall &call)
     }
 }
 
+void CASetLoadList(const CADirectiveCall &call)
+{
+    call.config.adminUrlCount += call.config.seedList(call.queue, call.argument());
+}
+
 void CASetIgnoreUrl(const CADirectiveCall &call)
 {
     addPattern(call.config.ignorePatterns, &call.config.ignoreCount, call.argument());

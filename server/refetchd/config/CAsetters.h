@@ -32,6 +32,7 @@ void CASetConfigFile(const CADirectiveCall &call);
 void CASetCacheQueries(const CADirectiveCall &call);
 void CASetLoadUrl(const CADirectiveCall &call);
 void CASetLoadSitemap(const CADirectiveCall &call);
+void CASetLoadList(const CADirectiveCall &call);
 void CASetCaching(const CADirectiveCall &call);
 void CASetIgnoreUrl(const CADirectiveCall &call);
 void CASetOnlyUrl(const CADirectiveCall &call);

@@ -1,0 +1,64 @@
+#include "config/CAlistLines.h"
+
+#include <algorithm>
+
+#include "HTString.h"
+
+namespace {
+
+constexpr std::string_view kMark = "\xef\xbb\xbf";
+
+}  // namespace
+
+bool CAListLines::next()
+{
+    while (readLine()) {
+        trim();
+        if (!url_.empty() && url_.front() != '#') {
+            return true;
+        }
+    }
+    return false;
+}
+
+// Reads the next line without its line feed. Of a line that is too long its beginning is kept,
+// which shows whether it is a comment.
+bool CAListLines::readLine()
+{
+    std::size_t length = 0;
+    int c = getc_unlocked(file_);
+    const bool isThere = c != EOF;
+    for (; c != EOF && c != '\n'; c = getc_unlocked(file_)) {
+        if (length < line_.size()) {
+            line_[length++] = static_cast<char>(c);
+        }
+    }
+    number_ += isThere ? 1 : 0;
+    url_ = {line_.data(), length};
+    return isThere && std::ferror(file_) == 0;
+}
+
+void CAListLines::trim()
+{
+    if (number_ == 1 && url_.starts_with(kMark)) {
+        url_.remove_prefix(kMark.size());
+    }
+    if (url_.ends_with('\r')) {
+        url_.remove_suffix(1);
+    }
+    isTooLong_ = url_.size() > kMaxUrl;
+    url_.remove_prefix(std::min(url_.find_first_not_of(" \t"), url_.size()));
+    url_ = url_.substr(0, url_.find_last_not_of(" \t") + 1);
+    if (!isTooLong_) {
+        line_[static_cast<std::size_t>(url_.data() - line_.data()) + url_.size()] = '\0';
+    }
+}
+
+const char *CAListLines::fault() const
+{
+    if (isTooLong_) {
+        return "is longer than 4095 bytes";
+    }
+    const bool isOdd = HTHasControl(url_) || url_.find(' ') != url_.npos;
+    return isOdd ? "contains a blank or a control character" : nullptr;
+}
