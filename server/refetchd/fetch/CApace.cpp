@@ -23,7 +23,8 @@ constexpr std::int64_t kOne = 1000;
 // threads, which see a run's URLs only after its start because the queue has a lock.
 std::atomic<std::int64_t> runBegan = 0;
 
-// The load average of the last minute for each processor; below 0 when it is not known.
+// The load average of the last minute for each processor; below 0 when it is not known. The C
+// library asks the kernel itself, so that this works in the service, which sees no /proc/loadavg.
 double readLoad()
 {
     double load = 0;

@@ -120,6 +120,10 @@ void makeConnection(Client *client)
     }
 }
 
+// A worker thread whose next request is held back looks this often whether it still is, and whether
+// its run is over.
+constexpr std::int64_t kPaceMilliseconds = 250;
+
 // Tries to get another request out of the budget; sleeps for a while when that is used up, or when
 // the pace of the client does not allow a request now.
 bool takeRequest(const Client &client)
@@ -127,7 +131,7 @@ bool takeRequest(const Client &client)
     const std::int64_t wait =
         client.pace == nullptr ? 0 : client.pace->millisToWait(HTUptimeMillis());
     if (wait > 0) {
-        HTSleep(static_cast<std::uint32_t>(std::min<std::int64_t>(wait, kPatienceMilliseconds)));
+        HTSleep(static_cast<std::uint32_t>(std::min(wait, kPaceMilliseconds)));
         return false;
     }
     if (CAWorkerThread::mayISendRequest() != 0) {
