@@ -58,7 +58,9 @@ void CALoadPause::look(double load, std::int64_t now)
     } else if (isPaused_ && 10 * load <= 9 * limit) {
         before_ += now - since_;
         isPaused_ = false;
-        CATrace("Load........ is %.2f for each processor: requests start again.\n", load);
+        if (load >= 0) {
+            CATrace("Load........ is %.2f for each processor: requests start again.\n", load);
+        }
     }
 }
 
