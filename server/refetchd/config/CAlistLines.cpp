@@ -8,6 +8,12 @@ namespace {
 
 constexpr std::string_view kMark = "\xef\xbb\xbf";
 
+// The next byte, or EOF. No other thread reads the file, so its lock is not needed.
+int nextByte(FILE *file)
+{
+    return getc_unlocked(file);  // NOLINT(concurrency-mt-unsafe): see above
+}
+
 }  // namespace
 
 bool CAListLines::next()
@@ -26,9 +32,9 @@ bool CAListLines::next()
 bool CAListLines::readLine()
 {
     std::size_t length = 0;
-    int c = getc_unlocked(file_);
+    int c = nextByte(file_);
     const bool isThere = c != EOF;
-    for (; c != EOF && c != '\n'; c = getc_unlocked(file_)) {
+    for (; c != EOF && c != '\n'; c = nextByte(file_)) {
         if (length < line_.size()) {
             line_[length++] = static_cast<char>(c);
         }
