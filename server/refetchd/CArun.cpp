@@ -204,9 +204,9 @@ void seedAgain()
         urlQueue->beginCount();
         ht.beginCount();
     }
+    CABeginPace(HTUptimeMillis());  // first: the workers may take the first seed at once
     urlQueue->hold();
     ac.reloadURLs(urlQueue);
-    CABeginPace(HTUptimeMillis());
     urlQueue->release();
 }
 

@@ -148,7 +148,8 @@ TEST_F(AgentTest, PageWaitsAtItsGreaterDepthOrIsRequestedTwiceOrBeforeTheSeedsAr
 
 struct OrderRow : Row {
     // "+a1" puts URL a at depth 1, "@9" lets 9 seconds pass, "a" takes a, "!a" takes it early, "-"
-    // takes none (a millisecond earlier), "/a" finishes it, and "$" ends the run.
+    // takes none (a millisecond earlier), "/a" finishes it, "^a" puts it aside and "<a" takes it
+    // back, and "$" ends the run.
     std::string steps;
     std::int64_t wait = 30;
 };
@@ -158,7 +159,7 @@ class Order : public AgentTestWith<OrderRow> {};
 TEST_P(Order, LosesALevelOrWaitsForEver)
 {
     CADepthOrder order;
-    std::map<char, CADepthOrder::Ticket> tickets;
+    std::map<char, CADepthOrder::Taken> all;
     std::vector<std::unique_ptr<CAURL>> urls;
     std::int64_t now = 0;
     order.waitAtMost(GetParam().wait * 1000);
@@ -173,7 +174,11 @@ TEST_P(Order, LosesALevelOrWaitsForEver)
         } else if (kind == '@') {
             now += std::stol(step.substr(1)) * 1000;
         } else if (kind == '/') {
-            order.finished(tickets[last]);
+            order.finished(all[last].ticket);
+        } else if (kind == '^') {
+            order.putAside(all[last]);
+        } else if (kind == '<') {
+            all[last].ticket = order.takeBack(*all[last].url, now);
         } else if (kind == '$') {
             order.closeLevels();
         } else {
@@ -181,7 +186,7 @@ TEST_P(Order, LosesALevelOrWaitsForEver)
             const std::string text = taken.url == nullptr ? "-" : taken.url->stringitize();
             ASSERT_EQ(text.back(), last) << step << " of " << GetParam().steps;
             ASSERT_EQ(taken.overtaken > 0, kind == '!') << step;
-            tickets[last] = taken.ticket;
+            all[last] = taken;
         }
     }
 }
@@ -195,6 +200,8 @@ const OrderRow kOrders[] = {
     {"LateAnswerClosesTheNextLevel", "+a0 +b1 +c1 +d2 a @30 !b c /a - /b - /c d"},
     {"LateAnswerClosesItsOwnLevel", "+a0 +b1 a @30 !b +c0 +d1 c /a - /c d"},
     {"LinksOfALateAnswer", "+a0 +b2 a @30 !b +c1 +d3 c - /a - /b - /c d"},
+    {"AsideHoldsBack", "+a0 +b0 +c1 a b ^b /a - <b - /b c"},
+    {"AsideIsOvertaken", "+a0 +b0 +c1 +d2 a b ^b @29 - @1 !c <b - /c d"},
     {"RunBeforeHoldsBack", "+a0 a $ +b0 +c1 b - /b c"},
     {"RunBeforeClosesALevel", "+a0 a $ +b0 +c1 b /a - /b c"},
 };

@@ -327,6 +327,7 @@ std::string seedsOf(const SeedRow &row, const Cuts &cuts)
     CAURL url("http://h/s.xml");
     url.setRole(row.role, static_cast<std::uint8_t>(row.nesting), 86400);
     CARecordProcessed(&url);
+    CARecordSitemap(url.stringitize());
     {
         CAParseHTTP parser(&url, HTThread_context(), ac.parseOptions);
         feed(&parser, "HTTP/1.0 " + row.status + "\r\n" + row.headers + "\r\n", {});
@@ -386,7 +387,7 @@ std::vector<SeedRow> seedRows()
         {"UnknownCoding", "", kTwo, "", "its coding \"x\" is not known", "Content-Encoding: x\r\n"},
         {"GzipFile", "", gz, kBoth},
         {"GzipFileThatIsCoded", "", pack("zstd", {gz}), kBoth, "", "Content-Encoding: zstd\r\n"},
-        {"GzipFileCutOff", "", pack("gzip", {"<urlset>" + loc("/a")}, false), " /a", "not well-fo"},
+        {"GzipFileCutOff", "", pack("gzip", {"<urlset>" + loc("/a")}, false), " /a", "it is cut off here (1"},
         {"GzipFileBroken", "", pack("gzip", {"http://h/a\nx"}, false) + std::string(9, '\xFF'),
          " /a", "it is cut off (1 URL was taken before)"},
         {"OneByte", "", "x", "", "it is not a sitemap (0 URLs were taken before)"},

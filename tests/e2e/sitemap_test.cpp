@@ -38,6 +38,12 @@ const std::multimap<std::string, Reply> kSite = {
     {"http://h/robots.txt", Reply::ok("Sitemap: http://h/coded.txt\n")},
     {"http://o/robots.txt", Reply::ok("Sitemap: /o.txt\n")},
     {"http://o/o.txt", Reply::ok("http://o/x\n")},
+    {"http://h/away", Reply::head("302 Found\r\nLocation: http://www.h/s.xml")},
+    {"http://h/others.txt", Reply::ok("http://o/a\n")},
+    {"http://h/gone", {{}, Reply::Then::Close}},
+    {"http://h/footer", Reply::html("<a href=\"/coded.txt\">")},
+    {"http://h/i.xml",
+     Reply::ok("<sitemapindex><sitemap><loc>/coded.txt</loc></sitemap></sitemapindex>")},
     {"http://h/many.xml", Reply::ok(index(25))},
     {"http://h/page", Reply::html("<a href=\"/a\"><a href=\"/link\">")},
 };
@@ -111,6 +117,16 @@ const RunRow kRuns[] = {
     {"RobotsInEachRun", "loadurl o/; loadsitemap auto; refetchdrepeat 2",
      "http://o/ http://o/robots.txt http://o/o.txt http://o/x "
      "http://o/ http://o/robots.txt http://o/o.txt http://o/x"},
+    {"KnownAsALink", "loadurl h/footer; loadsitemap h/i.xml; delvedepth 1",
+     "/footer /i.xml /coded.txt " + kCoded},
+    {"MovedToAnotherHost", "loadsitemap h/away", "/away",
+     "refetchd: http://h/away: it is redirected to http://www.h/s.xml, which delveacrosshosts "
+     "excludes; "},
+    {"NoUrlIsWanted", "loadsitemap h/others.txt", "/others.txt",
+     "refetchd: http://h/others.txt: it names no URL that may be requested, the last one because "
+     "of delveacrosshosts; "},
+    {"NoAnswer", "loadsitemap h/gone", "/gone",
+     "refetchd: http://h/gone: connection closed before an answer; "},
     {"MaxHostUrls", "loadsitemap h/s.xml; maxhosturls 3", "/s.xml /n.xml.gz /low"},
     {"MaxUrls", "loadsitemap h/s.xml; maxurls 3", "/s.xml /n.xml.gz /low"},
     {"ManyFaultsInTwoRuns", "loadsitemap h/many.xml; refetchdrepeat 2",

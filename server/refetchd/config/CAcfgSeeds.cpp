@@ -170,6 +170,7 @@ bool CAConfig::seedSitemap(CAQueue *queue, const CAConfigLines &line)
         return false;
     }
     url->setRole(CARole::Sitemap, 1, words.since);
+    CARecordSitemap(url->stringitize());
     seedNamed(*this, queue, url);
     CATrace("Will load... sitemap \"%s\".\n", line.word(1));
     return true;
@@ -207,6 +208,7 @@ std::int32_t CAConfig::seedRobots(CAQueue *queue)
     for (const std::string &text : robots) {
         auto *const url = new CAURL(text.c_str());
         url->setRole(CARole::Robots, 0, robotsSince);
+        CARecordSitemap(text);
         seedNamed(*this, queue, url);
         CATrace("Will load... sitemaps of \"%s\".\n", text.c_str());
     }

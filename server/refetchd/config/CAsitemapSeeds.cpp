@@ -56,7 +56,7 @@ std::string printable(std::string_view text)
 
 void CATellOfSitemap(const CAURL &url, const std::string &fault)
 {
-    CATrace("Sitemap..... \"%s\": %s.\n", url.stringitize(), fault.c_str());
+    CATrace("Sitemap..... \"%s\": %s.\n", url.stringitize(), printable(fault).c_str());
     if (++told <= kMostSitemapLines && !isTraceOnStderr()) {
         std::fprintf(stderr, "refetchd: %s: %s\n", printable(url.stringitize()).c_str(),
                      printable(fault).c_str());

@@ -2,6 +2,7 @@
 
 #include <string_view>
 
+#include "HTString.h"
 #include "HTWorkThread.h"
 #include "base/CAtrace.h"
 #include "config/CAcfg.h"
@@ -74,10 +75,10 @@ CADrop CASeedObjection(const CAURL &found, const CAURL &from)
         CATrace("Not loading... URL with ? \"%s\".\n", text);
         return CADrop::CacheQueries;
     }
-    if (jumpsFromHost(found, from)) {
+    if (!HTEqualsNoCase(found.host(), from.host()) && jumpsFromHost(found, from)) {
         return CADrop::DelveAcrossHosts;
     }
-    if (CAIsProcessed(text)) {
+    if (isPage ? CAIsProcessed(text) : CAIsSitemapRead(text)) {
         return CADrop::Processed;
     }
     if (const CADrop limit = CALinkLimit(); limit != CADrop::None) {

@@ -38,6 +38,9 @@ double readLoad()
 
 void CALoadPause::endRun()
 {
+    if (isPaused_) {
+        CATrace("Load........ the pause ends with the run.\n");
+    }
     isPaused_ = false;
     pauses_ = 0;
     before_ = 0;

@@ -8,6 +8,7 @@
 #include "HTWorkThread.h"
 #include "base/CAtrace.h"
 #include "config/CAcfg.h"
+#include "config/CAsitemapSeeds.h"
 #include "fetch/CAnet.h"
 #include "fetch/CApace.h"
 #include "fetch/CAproxyGate.h"
@@ -307,8 +308,21 @@ CAParseOptions optionsFor(const CAURL &url)
     return options;
 }
 
-// Requests the URL. If the peer could be reached, those who want to know are told how long that
-// took.
+// True for an answer whose time shows how fast the host is: not when it failed at once, nor when a
+// redirection waited for room in the queue.
+bool showsLatency(const CAParseHTTP &parser, const CAConnection &connection)
+{
+    constexpr int kServerError = 500;
+    switch (failureOf(parser, connection)) {
+    case CAFailure::None: return parser.getHTTPRequestRC() < kServerError && !parser.waitsForRoom();
+    case CAFailure::TimedOut:
+    case CAFailure::TooSlow:
+    case CAFailure::TooLong: return true;
+    default: return false;
+    }
+}
+
+// Requests the URL. Those who want to know are told how long that took.
 void request(const Client &client, CAConnection *connection, const CAURL &url, std::uint32_t run,
              CAParseHTTP *parser)
 {
@@ -319,7 +333,9 @@ void request(const Client &client, CAConnection *connection, const CAURL &url, s
         return;
     }
     const std::int64_t now = HTUptimeMillis();
-    urlQueue->answered(client.ticket, now - since);
+    if (showsLatency(*parser, *connection)) {
+        urlQueue->answered(client.ticket, now - since);
+    }
     if (client.pace != nullptr) {
         client.pace->noteAnswer(now - since, run, now);
     }
@@ -396,6 +412,21 @@ void tellGate(const CAConnection &connection)
     }
 }
 
+// Tells the administrator that the response to a sitemap's URL brings no seeds. Many hosts lack a
+// robots.txt, so that is not told.
+void tellOfSitemap(const CAURL &url, const CAExchange &result, const CAParseHTTP &parser)
+{
+    if (url.role() != CARole::Sitemap || url.variant() > 0) {
+        return;
+    }
+    constexpr int kOk = 200;
+    if (result.status == 0) {
+        CATellOfSitemap(url, std::string(CAFailureText(result.failure)));
+    } else if (result.status != kOk && !parser.leadsOn()) {
+        CATellOfSitemap(url, "status " + std::to_string(result.status));
+    }
+}
+
 // Requests the URL's current variant once. The result is reported unless it is to be requested once
 // more.
 Next exchange(const Client &client, CAConnection *connection, CAURL *url, std::uint32_t run)
@@ -434,6 +465,7 @@ Next exchange(const Client &client, CAConnection *connection, CAURL *url, std::u
     if (url->variant() == 0) {
         client.worker->incrementFinished();
     }
+    tellOfSitemap(*url, result, *parser);
     if (results.observes()) {
         result.variant = variantOf(*url);
         stopwatch.stop();

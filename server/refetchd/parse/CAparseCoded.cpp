@@ -16,6 +16,14 @@ CAParseCoded::CAParseCoded(CAURL *url, HTThreadContext *threadContext,
     addSink(next);
 }
 
+// A body that ends within its coding is not whole, although its framing may be.
+CAParseCoded::~CAParseCoded()
+{
+    if (decoder_ != nullptr) {
+        CAParser::breakOff();
+    }
+}
+
 std::int32_t CAParseCoded::consume(char *data, std::int32_t length, std::int32_t *finished,
                                    std::int32_t *closeConnection)
 {
@@ -52,6 +60,7 @@ void CAParseCoded::stopWhenDone()
     if (decoder_->state() == CADecoder::State::Broken) {
         CATrace("Coding...... is broken after %zu bytes, no more links are looked for.\n",
                 decoded_);
+        CAParser::breakOff();
     } else if (decoded_ == kMostDecoded) {
         CATrace("Coding...... gave %zu bytes, no links are looked for in the rest.\n", decoded_);
     } else if (decoder_->state() == CADecoder::State::Reading) {

@@ -23,7 +23,7 @@ public:
                  CAParser *next, CAParser *copy);
     CAParseCoded(const CAParseCoded &) = delete;
     CAParseCoded &operator=(const CAParseCoded &) = delete;
-    ~CAParseCoded() override = default;
+    ~CAParseCoded() override;
 
     // Takes everything. Leaves both flags to the parsers behind it.
     std::int32_t consume(char *data, std::int32_t length, std::int32_t *finished,

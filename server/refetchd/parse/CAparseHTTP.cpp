@@ -330,7 +330,6 @@ void CAParseHTTP::makeDecision()
     }
     if (rc_ != kOk) {
         CATrace("Parser...... abandoning response with RC=%d.\n", rc_);
-        tellAbandoned();
         state_ = State::Discard;
         return;
     }
@@ -340,14 +339,6 @@ void CAParseHTTP::makeDecision()
 bool CAParseHTTP::namesSeeds() const
 {
     return url_->role() != CARole::Page;
-}
-
-// Not for robots.txt, which many hosts lack.
-void CAParseHTTP::tellAbandoned() const
-{
-    if (url_->role() == CARole::Sitemap && !options_.takesNothing && !leadsOn()) {
-        CATellOfSitemap(*url_, "status " + std::to_string(rc_));
-    }
 }
 
 bool CAParseHTTP::followIfRedirected()
@@ -364,6 +355,7 @@ bool CAParseHTTP::followRedirect()
     CATrace("Parser...... return code was %d (will look for Location:)\n", rc_);
     const char *const header = HTAssocList_lookupExact(headers_, "Location:");
     if (header == nullptr) {
+        tellOfRedirect("without a location");
         return true;
     }
     const HTPoolScope scope(&threadContext_->pool);
@@ -386,13 +378,28 @@ bool CAParseHTTP::followRedirect()
 void CAParseHTTP::takeRedirect(const char *location)
 {
     CAURL *const found = resolveFound(location, 0);
-    if (found == nullptr || !namesSeeds()) {
+    if (!namesSeeds()) {
         return takeIfInteresting(found);
     }
+    if (found == nullptr) {
+        return tellOfRedirect("to what is not a URL");
+    }
     found->setRole(url_->role(), url_->nesting(), url_->since());
+    const std::string target = std::string("to ") + found->stringitize() + ", ";
     const CADrop why = CATakeSeed(std::unique_ptr<CAURL>(found), *page_, 0);
-    if (why != CADrop::None && why != CADrop::Processed) {
+    if (why == CADrop::Processed) {
+        tellOfRedirect(target + "which has been read already");
+    } else if (why != CADrop::None) {
         reportDropped(location, 0, why);
+        tellOfRedirect(target + "which " + std::string(CADropName(why)) + " excludes");
+    }
+}
+
+// Tells the administrator why a redirection of a sitemap brings no seeds.
+void CAParseHTTP::tellOfRedirect(const std::string &fault) const
+{
+    if (url_->role() == CARole::Sitemap) {
+        CATellOfSitemap(*url_, "it is redirected " + fault);
     }
 }
 

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <string_view>
 
 #include "HTAssoc.h"
@@ -41,6 +42,9 @@ public:
     // True once the headers show that only the end of the connection marks the end of the body.
     [[nodiscard]] bool isUnframed() const { return unframed_; }
 
+    // True when the status is that of a redirect that is followed.
+    [[nodiscard]] bool leadsOn() const;
+
     // True while a limit of the queue keeps out the target of a redirect. Each further block of the
     // response tries it again; if none succeeds, the destructor reports the target as dropped. With
     // the options `followAllRedirects` and `http11` it is always false: the target is taken or
@@ -70,8 +74,6 @@ protected:
     void keepHeader(const char *name, const char *value);
     // True when the body names seeds (CARole).
     [[nodiscard]] bool namesSeeds() const;
-    // Tells the administrator that the response to a sitemap's URL brings no seeds.
-    void tellAbandoned() const;
     // Follows a redirect. False when a limit of the queue keeps its target out for now.
     [[nodiscard]] bool followIfRedirected();
     // Installs the sink for the body of a 200. False (traced) when the response has no type.
@@ -105,7 +107,6 @@ protected:
         return options_.modernLinks || options_.keepMoreHeaders || namesSeeds();
     }
     [[nodiscard]] bool isChunked() const;
-    [[nodiscard]] bool leadsOn() const;
     void makeDecision();
     [[nodiscard]] bool decidesAtOnce() const
     {
@@ -113,6 +114,7 @@ protected:
     }
     [[nodiscard]] bool followRedirect();
     void takeRedirect(const char *location);
+    void tellOfRedirect(const std::string &fault) const;
     [[nodiscard]] bool refuse(const char *location, CADrop limit);
     void addPageSink(std::string_view contentType);
     void consumeBody(char **readP, char *const *writeP, std::int32_t *finished,

@@ -157,7 +157,6 @@ CAParseHTTP11::State CAParseHTTP11::beginBody()
     } else {
         CATrace("Parser...... abandoning response with RC=%d%s.\n", rc_,
                 hasRoom ? "" : ", its location has no room");
-        tellAbandoned();
         isUnwanted_ = true;
     }
     if (framing_.body() == CAFraming::Body::None) {

@@ -13,6 +13,7 @@
 #include "parse/CAparseCoded.h"
 #include "parse/CAsitemapDate.h"
 #include "url/CAhost.h"
+#include "url/CAprocessed.h"
 #include "url/CAqueue.h"
 
 namespace {
@@ -48,14 +49,18 @@ CAParseSitemap::~CAParseSitemap()
     if (start_ == Start::Unknown) {
         reader_.read(head_);
     }
-    const bool isBroken = decoder_ != nullptr && decoder_->state() == CADecoder::State::Broken;
-    reader_.end(isWhole_ && !isBroken);
+    const bool isUnpacked = decoder_ == nullptr || decoder_->state() == CADecoder::State::Ended;
+    reader_.end(isWhole_ && isUnpacked);
     CATrace("Sitemap..... \"%s\": %zu entries, took %zu URLs, %zu entries are too old.\n",
             url_->stringitize(), reader_.entries(), taken_, old_);
     if (!reader_.fault().empty()) {
         CATellOfSitemap(*url_,
                         reader_.fault() + " (" +
                             counted(taken_, "URL was taken before)", "URLs were taken before)"));
+    }
+    if (taken_ == 0 && lastDrop_ != CADrop::None) {
+        CATellOfSitemap(*url_, "it names no URL that may be requested, the last one because of " +
+                                   std::string(CADropName(lastDrop_)));
     }
     tellCount(reader_.tooLong(), "longer than 4,095 bytes");
     tellCount(reader_.badLines(), "not a URL of http or https");
@@ -160,6 +165,7 @@ void CAParseSitemap::takeAs(const std::string &link, CARole role, std::size_t ra
     const CADrop why = CATakeSeed(std::move(found), *page_, rank);
     taken_ += why == CADrop::None ? 1 : 0;
     if (why != CADrop::None && why != CADrop::Processed) {
+        lastDrop_ = why;
         reportDropped(link.c_str(), 0, why);
     }
 }
@@ -200,13 +206,21 @@ CADrop CATakeSeed(std::unique_ptr<CAURL> found, const CAURL &from, std::size_t r
     const std::string host(found->host());
     CATrace("Will load... seed \"%s\".\n", found->stringitize());
     ht.addHit(host);
-    CAURL *const url = found.release();  // another thread's, once it is enqueued
-    if (!urlQueue->enqueueInLane(url, rank)) {
-        ht.addHits(host, -1);
-        delete url;
-        return CADrop::Processed;
+    const bool isPage = found->role() == CARole::Page;
+    if (!isPage) {
+        CARecordSitemap(found->stringitize());
     }
-    return CADrop::None;
+    CAURL *const url = found.release();  // another thread's, once it is enqueued
+    if (urlQueue->enqueueInLane(url, rank)) {
+        return CADrop::None;
+    }
+    if (!isPage) {  // known as a page, and now a sitemap as well
+        urlQueue->enqueue(url);
+        return CADrop::None;
+    }
+    ht.addHits(host, -1);
+    delete url;
+    return CADrop::Processed;
 }
 
 std::size_t CASitemapRank(std::string_view priority, std::string_view changefreq)

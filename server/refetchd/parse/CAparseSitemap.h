@@ -56,7 +56,8 @@ private:
     std::array<char, kBlock> unpacked_{};
     bool isWhole_ = true;
     std::size_t taken_ = 0;
-    std::size_t old_ = 0;  // entries that changed too long ago
+    CADrop lastDrop_ = CADrop::None;  // of a URL that a filter or limit excluded
+    std::size_t old_ = 0;             // entries that changed too long ago
     std::size_t notOfWeb_ = 0;
     std::size_t tooDeep_ = 0;  // sitemaps
 };

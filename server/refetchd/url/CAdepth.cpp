@@ -1,6 +1,7 @@
 #include "url/CAdepth.h"
 
 #include <algorithm>
+#include <numeric>
 
 #include "url/CAURL.h"
 
@@ -27,6 +28,12 @@ std::size_t CADepthOrder::shallowerInWork(std::int32_t depth) const
         inWork_.begin(), inWork_.end(), [depth](const auto &url) { return url.second < depth; }));
 }
 
+std::size_t CADepthOrder::shallowerAside(std::int32_t depth) const
+{
+    return std::accumulate(aside_.begin(), aside_.lower_bound(depth), std::size_t{0},
+                           [](std::size_t sum, const auto &level) { return sum + level.second; });
+}
+
 CADepthOrder::Taken CADepthOrder::take(std::int64_t now)
 {
     if (waiting_.empty() || isHeld_) {
@@ -34,14 +41,12 @@ CADepthOrder::Taken CADepthOrder::take(std::int64_t now)
     }
     const auto first = waiting_.begin();
     const std::int32_t depth = first->first.first;
-    if (!aside_.empty() && aside_.begin()->first < depth) {
-        return {};
-    }
-    const std::size_t shallower = shallowerInWork(depth);
+    const std::size_t shallower = shallowerInWork(depth) + shallowerAside(depth);
     if (shallower > 0 && (wait_ < 1 || now - lastTime_ < wait_)) {
         return {};
     }
     std::erase_if(inWork_, [depth](const auto &url) { return url.second < depth; });
+    aside_.erase(aside_.begin(), aside_.lower_bound(depth));
     inWork_.emplace(++lastTicket_, depth);
     lastTime_ = now;
     return {.url = remove(first), .ticket = lastTicket_, .overtaken = shallower};
@@ -55,7 +60,11 @@ void CADepthOrder::putAside(const Taken &taken)
 
 CADepthOrder::Ticket CADepthOrder::takeBack(const CAURL &url, std::int64_t now)
 {
-    if (const auto at = aside_.find(url.depth()); at != aside_.end() && --at->second == 0) {
+    const auto at = aside_.find(url.depth());
+    if (at == aside_.end()) {
+        return 0;  // a deeper level has begun early
+    }
+    if (--at->second == 0) {
         aside_.erase(at);
     }
     inWork_.emplace(++lastTicket_, url.depth());

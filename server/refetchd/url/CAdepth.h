@@ -54,7 +54,7 @@ public:
     void release() { isHeld_ = false; }
     [[nodiscard]] bool isHeld() const { return isHeld_; }
     // Puts a URL aside that was taken and may not be requested yet: it still counts as waiting, but
-    // take() does not return it. takeBack() puts it in work after all, before any deeper URL.
+    // take() does not return it. takeBack() puts it in work after all.
     void putAside(const Taken &taken);
     [[nodiscard]] Ticket takeBack(const CAURL &url, std::int64_t now);
     // Takes out any URL that waits, without putting it in work; null when none waits.
@@ -75,6 +75,7 @@ private:
 
     CAURL *remove(Waiting::iterator at);
     [[nodiscard]] std::size_t shallowerInWork(std::int32_t depth) const;
+    [[nodiscard]] std::size_t shallowerAside(std::int32_t depth) const;
 
     Waiting waiting_;
     // Index by text; the text is the CAURL's own. Of a seed that is listed twice only the first is

@@ -42,11 +42,15 @@ void CAHostSlots::leave(Host *host)
 {
     --host->taken;
     call(host);
+    if (host->taken == 0 && limits_.latencyMillis < 1) {
+        hosts_.erase(hosts_.find(host->name));  // nothing of it is worth knowing
+    }
 }
 
 void CAHostSlots::hold(CAURL *url)
 {
     find(url->host())->waiting.push_back(url);
+    ++waiting_;
 }
 
 // Calls the URLs for which the host has free slots.
@@ -57,6 +61,7 @@ void CAHostSlots::call(Host *host)
         host->peak = std::max(host->peak, host->taken);
         called_.push_back(host->waiting.front());
         host->waiting.pop_front();
+        --waiting_;
     }
 }
 
@@ -78,10 +83,7 @@ CAURL *CAHostSlots::drain()
             --find(url->host())->taken;
         }
         drained_.swap(called_);
-        for (auto &[name, host] : hosts_) {
-            drained_.insert(drained_.end(), host.waiting.begin(), host.waiting.end());
-            host.waiting.clear();
-        }
+        drainWaiting();
     }
     if (drained_.empty()) {
         return nullptr;
@@ -89,6 +91,19 @@ CAURL *CAHostSlots::drain()
     CAURL *const url = drained_.front();
     drained_.pop_front();
     return url;
+}
+
+// Does not look at the hosts when nothing waits: a caller empties the rest of a queue with it.
+void CAHostSlots::drainWaiting()
+{
+    if (waiting_ == 0) {
+        return;
+    }
+    for (auto &[name, host] : hosts_) {
+        drained_.insert(drained_.end(), host.waiting.begin(), host.waiting.end());
+        host.waiting.clear();
+    }
+    waiting_ = 0;
 }
 
 CAHostSlots::Change CAHostSlots::answered(Host *host, std::int64_t milliseconds)
@@ -106,7 +121,8 @@ CAHostSlots::Change CAHostSlots::answered(Host *host, std::int64_t milliseconds)
 }
 
 // Takes a slot from the host, or gives it one back. A host that had fewer requests at a time than
-// it has slots would not notice the loss of one; it loses all that it did not use as well.
+// it has slots would not notice the loss of one, so it loses all that it did not use as well; and
+// it gets one back only when it uses all that it has.
 CAHostSlots::Change CAHostSlots::judge(Host *host)
 {
     std::vector<std::int64_t> times = host->times;
@@ -117,7 +133,8 @@ CAHostSlots::Change CAHostSlots::judge(Host *host)
     if (*middle > limits_.latencyMillis && used > 1) {
         change.slots = used - 1;
         change.isLoss = true;
-    } else if (*middle < limits_.latencyMillis / 2 && host->slots < mostSlots()) {
+    } else if (*middle < limits_.latencyMillis / 2 && host->slots < mostSlots() &&
+               host->peak >= host->slots) {
         change.slots = host->slots + 1;
     } else {
         return {};

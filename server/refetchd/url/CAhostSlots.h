@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
+#include <list>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -31,7 +32,7 @@ public:
         std::int32_t slots = 0;           // given out at a time
         std::int32_t taken = 0;           // by requests, and by URLs that are called
         std::int32_t peak = 0;            // the most that were taken since `slots` changed
-        std::deque<CAURL *> waiting;      // for a slot
+        std::list<CAURL *> waiting;       // for a slot
         std::vector<std::int64_t> times;  // milliseconds of the latest answers, a ring
         std::size_t answers = 0;          // since `slots` changed
     };
@@ -76,6 +77,7 @@ private:
     [[nodiscard]] std::int32_t mostSlots() const;
     [[nodiscard]] Host *find(std::string_view name);
     void call(Host *host);
+    void drainWaiting();
     Change judge(Host *host);
 
     bool isLimited_ = false;
@@ -83,4 +85,5 @@ private:
     std::unordered_map<std::string, Host, HTKeyedHasher, std::equal_to<>> hosts_;
     std::deque<CAURL *> called_;   // a slot is kept for each
     std::deque<CAURL *> drained_;  // on their way out
+    std::size_t waiting_ = 0;      // for a slot, of all hosts
 };

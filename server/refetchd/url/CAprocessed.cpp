@@ -1,9 +1,12 @@
 #include "url/CAprocessed.h"
 
 #include <cstring>
-#include <string_view>
+#include <functional>
+#include <set>
+#include <string>
 
 #include "HTShared.h"
+#include "htthread.h"
 #include "url/CAURL.h"
 
 HashTable *processedUrls = nullptr;
@@ -56,7 +59,32 @@ void CAForgetProcessed(const char *text)
     release(HashRemove(processedUrls, text), nullptr);
 }
 
+namespace {
+
+// Never deleted, because a worker thread may outlive the last run.
+struct Sitemaps {
+    PMutex mutex;
+    std::set<std::string, std::less<>> texts HT_GUARDED_BY(mutex);
+};
+Sitemaps &sitemaps = *new Sitemaps;
+
+}  // namespace
+
+void CARecordSitemap(std::string_view text)
+{
+    const PMutexGuard guard(sitemaps.mutex);
+    sitemaps.texts.emplace(text);
+}
+
+bool CAIsSitemapRead(std::string_view text)
+{
+    const PMutexGuard guard(sitemaps.mutex);
+    return sitemaps.texts.contains(text);
+}
+
 void CAForgetAllProcessed()
 {
     HashDrain(processedUrls, release, nullptr);
+    const PMutexGuard guard(sitemaps.mutex);
+    sitemaps.texts.clear();
 }

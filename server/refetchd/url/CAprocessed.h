@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string_view>
 
 #include "HTHash.h"
 
@@ -25,7 +26,13 @@ bool CARecordProcessed(const CAURL *url);
 // Removes one URL, if it is recorded. Any thread.
 void CAForgetProcessed(const char *text);
 
-// Removes all URLs. A text that another thread records meanwhile may be removed or stay.
+// Record a URL that is requested as a sitemap, and look it up, in a table of their own: one that is
+// known as a page must still be read. Any thread.
+void CARecordSitemap(std::string_view text);
+[[nodiscard]] bool CAIsSitemapRead(std::string_view text);
+
+// Removes all URLs, of sitemaps as well. A text that another thread records meanwhile may be
+// removed or stay.
 void CAForgetAllProcessed();
 
 // Callbacks of the table; its items and keys are C strings.

@@ -83,7 +83,7 @@ public:
     // What happened to the order in a run.
     struct Holdups {
         std::int32_t earlyLevels = 0;  // ordered by depth: levels that began early
-        std::int32_t slowdowns = 0;  // how often a host lost a request because it was slow
+        std::int32_t slowdowns = 0;    // how often a host lost a request because it was slow
     };
     // To be called when a run ends and the queue is empty. URLs that are still in work do not count
     // for the levels of the next run. Returns what happened since the last call.
