@@ -140,10 +140,12 @@ bool CAQueue::enqueueInLane(CAURL *url, std::size_t rank)
 
 void *CAQueue::dequeue(CATicket *ticket)
 {
-    if (orderedByDepth_) {
-        return takeByDepth(ticket);
+    if (!mayHoldBack()) {
+        return takeFromLane();
     }
-    return limitsHosts_ ? takeLimited(ticket) : takeFromLane();
+    CATicket ignored;
+    CATicket *const taken = ticket != nullptr ? ticket : &ignored;
+    return orderedByDepth_ ? takeByDepth(taken) : takeLimited(taken);
 }
 
 void *CAQueue::takeFromLane()
@@ -236,13 +238,12 @@ CAURL *CAQueue::takeDepthLocked(CATicket *ticket, CADepthOrder::Taken *early)
 
 CAURL *CAQueue::takeByDepth(CATicket *ticket)
 {
-    CATicket ignored;
     CADepthOrder::Taken early;
     CAURL *url = nullptr;
     std::int32_t depth = 0;
     {
         const PMutexGuard guard(mutex_);
-        url = takeDepthLocked(ticket != nullptr ? ticket : &ignored, &early);
+        url = takeDepthLocked(ticket, &early);
         length_ -= url != nullptr ? 1 : 0;
         depth = early.url != nullptr ? early.url->depth() : 0;
     }
