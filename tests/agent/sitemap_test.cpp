@@ -47,7 +47,8 @@ std::string listing(std::string_view body, const Cuts &cuts = {}, bool isWhole =
         return number == 0 ? "" : what + std::to_string(number);
     };
     return list.text + (reader.fault().empty() ? "" : " !" + reader.fault()) +
-           count(" long ", reader.tooLong()) + count(" bad ", reader.badLines());
+           count(" long ", reader.tooLong()) + count(" bad ", reader.badUrls()) +
+           count(" more ", reader.moreLinks());
 }
 
 const std::string kXml = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
@@ -149,8 +150,15 @@ const FileRow kFiles[] = {
     {"Latin1", "<?xml version='1.0' encoding='ISO-8859-1'?><urlset>" + loc("\xE4") + kEnd, "<ä>"},
     {"Windows1251", "<?xml version='1.0' encoding='cp1251'?><urlset>" + loc("\xE4\x88") + kEnd,
      "<д€>"},
-    {"DoubleBytes", "<?xml version='1.0' encoding='gbk'?>" + kA + loc("/\xB0\xA1") + kEnd,
-     "</a> !line 1: not well-formed (invalid token)"},
+    {"Greek", "<?xml version='1.0' encoding='greek'?>" + kA + loc("\xE1") + loc("\xFF") + kEnd,
+     "</a><α> !line 1: not well-formed (invalid token)"},
+    {"Gbk", "<?xml version='1.0' encoding='gbk'?>" + kA + loc("\n/\xB0\xA1") + kEnd,
+     "</a> !line 2: its charset gbk is not read"},
+    {"ShiftJis", "<?xml version='1.0' encoding='Shift_JIS'?>" + kA + "<a \xB1='b'/>" + kEnd,
+     "</a> !line 1: its charset Shift_JIS is not read"},
+    {"Utf8", "<?xml version='1.0' encoding='UTF8'?>" + kA + loc("😀") + kEnd, "</a><😀>"},
+    {"Utf8NotWellFormed", "<?xml version='1.0' encoding='utf8'?>\n" + kA + loc("\xE4") + kEnd,
+     "</a> !line 2: not well-formed (invalid token)"},
     {"Utf16Little", utf16(kA + kEnd, false), "</a>"},
     {"Utf16Big", utf16(kA + kEnd, true), "</a>"},
     // Faulty.
@@ -163,6 +171,9 @@ const FileRow kFiles[] = {
     {"TextCutOff", "http://h/a\nhttp://h/bc", "<http://h/a> !it is cut off", false},
     {"Nul", kA + loc("/\0b"s) + kEnd, "</a> !line 1: not well-formed (invalid token)"},
     {"Html", "<!DOCTYPE html>\n<html><meta charset=utf-8>", " !it is not a sitemap"},
+    {"HtmlInLowerCase", "\n<!doctype html>\n<html>", " !it is not a sitemap"},
+    {"HtmlWithComment", "<!-- a --><!doctype html>\n<html>", " !it is not a sitemap"},
+    {"HtmlWithoutDoctype", "<HTML lang=en>", " !it is not a sitemap"},
     {"PlainText", "Not found\n", " !it is not a sitemap"},
     {"Nothing", "", " !it is empty"},
     {"NothingCutOff", "", " !it is cut off", false},
@@ -172,10 +183,21 @@ const FileRow kFiles[] = {
     {"FirstLocCounts", "<urlset><url><loc>/a</loc><loc>/b</loc></url></urlset>", "</a>"},
     // Hostile.
     {"BillionLaughs", "<!DOCTYPE u [<!ENTITY a 'ha'><!ENTITY b '&a;&a;'>]>" + loc("&b;"),
-     " !it declares entities, which are not read"},
+     " !it declares its own entities or attributes, which are not read"},
     {"FileAsEntity", "<!DOCTYPE u [<!ENTITY % a SYSTEM 'file:///etc/passwd'> %a;]><urlset/>",
-     " !it declares entities, which are not read"},
-    {"Dtd", "<!DOCTYPE urlset SYSTEM 'http://no/x.dtd'>" + kA + loc("/b&x;") + kEnd, "</a></b>"},
+     " !it declares its own entities or attributes, which are not read"},
+    {"DefaultAttributes", "<!DOCTYPE u [<!ATTLIST u a CDATA 'x'>]><u/>",
+     " !it declares its own entities or attributes, which are not read"},
+    {"Dtd",
+     "<!DOCTYPE urlset SYSTEM 'http://no/x.dtd'>" + kA +
+         "<url><loc>/b</loc><lastmod>2024&x;</lastmod></url>" + loc("/c&x;d") + kEnd,
+     "</a></b> bad 1"},
+    {"UndeclaredEntity", kA + loc("/b&x;") + kEnd,
+     "</a> !line 1: not well-formed: undefined entity"},
+    {"ControlCharacters",
+     kA + loc("/b&#13;&#10;c") +
+         "<url><loc>/d</loc><link rel='alternate' href='/&#9;e'/></url></urlset>",
+     "</a></d> bad 2"},
     {"LongestUrl", urlset(loc("\n" + kLong + "  ")), "<" + kLong + ">"},
     {"TooLongUrls", urlset(loc(kLong + "x") + loc("/a") + loc(kLong + " x")), "</a> long 2"},
     {"TooLongLine", "http://h/a\nhttp://h/" + kLong, "<http://h/a> long 1"},
@@ -220,6 +242,17 @@ TEST(SitemapBounds, AGibibyteTakesMemoryOrTime)
     EXPECT_LT(peakKiB() - before, 12 * 1024);
 }
 
+TEST(SitemapBounds, NamesTakeMemory)
+{
+    std::string names = "<urlset>";
+    for (int i = 0; i < 300000; ++i) {
+        names += "<a" + std::to_string(i) + "/>";
+    }
+    const long before = peakKiB();
+    EXPECT_EQ(listing(names), " !line 1: it needs too much memory");
+    EXPECT_LT(peakKiB() - before, 20 * 1024);
+}
+
 TEST(SitemapBounds, EntryOrByteTooManyIsTakenOrOneTooFewIs)
 {
     const std::string fault = " !more than 50000 entries";
@@ -227,10 +260,17 @@ TEST(SitemapBounds, EntryOrByteTooManyIsTakenOrOneTooFewIs)
     EXPECT_EQ(listing(urlset(many(50000, loc("a")))), entries);
     EXPECT_EQ(listing(urlset(many(50001, loc("a")))), entries + fault);
     EXPECT_EQ(listing(many(50001, "http://\n")), many(50000, "<http://>") + fault);
-    std::string list =
-        urlset("<url><loc>a</loc>" + many(1001, "<link rel='alternate' href='b'/>") + "</url>");
-    EXPECT_EQ(listing(list), "<a" + many(1000, " +b") + ">");
-    list = "<urlset>" + loc("a") + "</urlset>";
+    const auto linked = [](std::size_t links) {
+        return "<url><loc>a</loc>" + many(links, "<link rel='alternate' href='b'/>") + "</url>";
+    };
+    EXPECT_EQ(listing(urlset(linked(1001))), "<a" + many(1000, " +b") + "> more 1");
+    const std::string most = many(200, "<a" + many(999, " +b") + ">");
+    EXPECT_EQ(listing(urlset(many(200, linked(999)))), most);
+    EXPECT_EQ(listing(urlset(many(200, linked(999)) + loc("a"))),
+              most + " !more than 200,000 URLs");
+    EXPECT_EQ(listing(urlset(many(199, linked(999)) + linked(1000))),
+              most + " !more than 200,000 URLs");
+    std::string list = "<urlset>" + loc("a") + "</urlset>";
     list.resize(52428800, ' ');
     EXPECT_EQ(listing(list), "<a>");
     EXPECT_EQ(listing(list + " "), "<a> !it is longer than 52428800 bytes");

@@ -4,7 +4,8 @@
 
 #include <algorithm>
 #include <array>
-#include <cstring>
+#include <cstddef>
+#include <cstdlib>
 #include <utility>
 
 #include "HTString.h"
@@ -125,8 +126,8 @@ public:
         if (!isWhole) {
             state_->stop("it is cut off");
         } else if (state_->entries == 0 && state_->tooLong == 0) {
-            state_->stop(state_->badLines == 0 ? "it is empty" : "it is not a sitemap");
-            state_->badLines = 0;
+            state_->stop(state_->badUrls == 0 ? "it is empty" : "it is not a sitemap");
+            state_->badUrls = 0;
         }
     }
 
@@ -144,7 +145,7 @@ private:
             return;
         }
         if (!isUrl(text)) {
-            ++state_->badLines;
+            ++state_->badUrls;
         } else if (text.size() > CASitemapReader::kLongestValue) {
             ++state_->tooLong;
         } else if (state_->countEntry()) {
@@ -225,6 +226,80 @@ constexpr FieldRow kFields[] = {
     {"published", Kind::Feed, Field::OtherDate},
 };
 
+// Expat keeps each name of an element or attribute: the memory of a parser is counted, and refused
+// beyond a bound. Its functions that allocate are not told for which parser they do; a header in
+// front of each block remembers it.
+struct alignas(std::max_align_t) BlockHeader {
+    std::size_t size;   // with the header
+    std::size_t *used;  // the counter of the parser
+};
+
+// The counter for what expat allocates in this thread.
+thread_local std::size_t *usedByExpat = nullptr;
+
+// Makes `used` that counter for a call into expat.
+class ExpatCall {
+public:
+    explicit ExpatCall(std::size_t *used) : outer_(usedByExpat) { usedByExpat = used; }
+    ~ExpatCall() { usedByExpat = outer_; }
+    ExpatCall(const ExpatCall &) = delete;
+    ExpatCall &operator=(const ExpatCall &) = delete;
+
+private:
+    std::size_t *const outer_;
+};
+
+BlockHeader *headerOf(void *memory)
+{
+    return static_cast<BlockHeader *>(memory) - 1;
+}
+
+void *resized(BlockHeader *block, std::size_t *used, std::size_t size)
+{
+    const std::size_t others = *used - (block == nullptr ? 0 : block->size);
+    size += sizeof(BlockHeader);
+    if (size < sizeof(BlockHeader) || size > CASitemapReader::kMostMemory - others) {
+        return nullptr;
+    }
+    auto *const made = static_cast<BlockHeader *>(std::realloc(block, size));
+    if (made == nullptr) {
+        return nullptr;
+    }
+    *used = others + size;
+    *made = {size, used};
+    return made + 1;
+}
+
+void *allocate(std::size_t size)
+{
+    return resized(nullptr, usedByExpat, size);
+}
+
+void *reallocate(void *memory, std::size_t size)
+{
+    if (memory == nullptr) {
+        return allocate(size);
+    }
+    BlockHeader *const block = headerOf(memory);
+    return resized(block, block->used, size);
+}
+
+void release(void *memory)
+{
+    if (memory != nullptr) {
+        BlockHeader *const block = headerOf(memory);
+        *block->used -= block->size;
+        std::free(block);
+    }
+}
+
+XML_Parser newParser(std::size_t *used)
+{
+    constexpr XML_Memory_Handling_Suite kFunctions = {allocate, reallocate, release};
+    const ExpatCall call(used);
+    return XML_ParserCreate_MM(nullptr, &kFunctions, nullptr);
+}
+
 class Xml : public CASitemapForm {
 public:
     explicit Xml(CASitemapState *state);
@@ -237,7 +312,10 @@ public:
 
 private:
     void listen();
+    [[nodiscard]] bool parse(std::string_view bytes, bool isLast);
+    [[nodiscard]] bool parseFirst(std::string_view bytes);
     [[nodiscard]] std::string place() const;
+    [[nodiscard]] std::string reason() const;
     void tellFault();
     void stop(std::string why);
 
@@ -249,11 +327,19 @@ private:
     void takeLink(const char **attributes);
     void addLink(std::string_view url);
     void finish();
+    void finishEntry();
     void keepValue();
     void text(std::string_view part);
-    static int setEncoding(const char *name, XML_Encoding *encoding);
+    void skipReference();
+    int setEncoding(const char *name, XML_Encoding *encoding);
 
+    std::size_t memory_ = 0;  // that the parser uses
     const XML_Parser parser_;
+    bool isFirst_ = true;      // block
+    bool isHtml_ = false;      // by its first bytes
+    bool isUtf8_ = false;      // under a name that expat does not know
+    std::string charset_;      // with several bytes for a character
+    bool isUnread_ = false;    // because of a character of that
     bool sawToken_ = false;    // since the last block
     std::size_t pending_ = 0;  // bytes of a token that has not ended
     const Form *form_ = nullptr;
@@ -263,7 +349,8 @@ private:
     Field field_ = Field::None;
     std::size_t fieldDepth_ = 0;
     bool isTooLong_ = false;
-    std::string value_;  // of the field
+    bool isShortened_ = false;  // by a reference
+    std::string value_;         // of the field
     std::string otherDate_;
     CASitemapEntry entry_;
 };
@@ -274,18 +361,18 @@ std::string_view withoutPrefix(std::string_view name)
     return colon == name.npos ? name : name.substr(colon + 1);
 }
 
-Xml::Xml(CASitemapState *state) : CASitemapForm(state), parser_(XML_ParserCreate(nullptr))
+Xml::Xml(CASitemapState *state) : CASitemapForm(state), parser_(newParser(&memory_))
 {
     if (parser_ == nullptr) {
         state_->stop("out of memory");
         return;
     }
-    XML_SetUserData(parser_, this);
     listen();
 }
 
 void Xml::listen()
 {
+    XML_SetUserData(parser_, this);
     XML_SetElementHandler(
         parser_,
         [](void *data, const char *name, const char **attributes) {
@@ -299,18 +386,26 @@ void Xml::listen()
     XML_SetDefaultHandler(parser_, [](void *data, const char * /*part*/, int /*length*/) {
         static_cast<Xml *>(data)->sawToken_ = true;
     });
-    XML_SetEntityDeclHandler(
-        parser_, [](void *data, const char * /*name*/, int /*isParameter*/, const char * /*value*/,
-                    int /*length*/, const char * /*base*/, const char * /*system*/,
-                    const char * /*publicId*/, const char * /*notation*/) {
-            static_cast<Xml *>(data)->stop("it declares entities, which are not read");
+    // An entity of a document type that is elsewhere.
+    XML_SetSkippedEntityHandler(parser_,
+                                [](void *data, const char * /*name*/, int /*isParameter*/) {
+                                    static_cast<Xml *>(data)->skipReference();
+                                });
+    // Each element costs time for each attribute that is declared for it.
+    XML_SetStartDoctypeDeclHandler(
+        parser_, [](void *data, const char * /*name*/, const char * /*system*/,
+                    const char * /*publicId*/, int hasDeclarations) {
+            if (hasDeclarations != 0) {
+                static_cast<Xml *>(data)->stop(
+                    "it declares its own entities or attributes, which are not read");
+            }
         });
     XML_SetUnknownEncodingHandler(
         parser_,
-        [](void * /*data*/, const char *name, XML_Encoding *encoding) {
-            return setEncoding(name, encoding);
+        [](void *data, const char *name, XML_Encoding *encoding) {
+            return static_cast<Xml *>(data)->setEncoding(name, encoding);
         },
-        nullptr);
+        this);
 }
 
 // The one character of a text in UTF-8.
@@ -326,23 +421,52 @@ int codePoint(std::string_view utf8)
     return static_cast<int>(point & ((1U << bits) - 1));
 }
 
+// True when the charset has a Chinese character, as those do that need several bytes for some.
+bool isWide(const CACharset &charset)
+{
+    return !charset.encodeQuery("\xE4\xB8\x80").starts_with("%26%23");
+}
+
+void mapBytes(const CACharset &charset, XML_Encoding *encoding)
+{
+    constexpr std::string_view kReplacement = "\xEF\xBF\xBD";
+    for (std::size_t i = 0; i < std::size(encoding->map); ++i) {
+        const char byte = static_cast<char>(i);
+        const std::string utf8 = charset.toUtf8({&byte, 1});
+        encoding->map[i] = utf8.empty() || utf8 == kReplacement ? -1 : codePoint(utf8);
+    }
+}
+
+// Everything beyond ASCII begins a character of two bytes, for which expat asks the caller.
+void mapAscii(XML_Encoding *encoding)
+{
+    constexpr int kFirstBeyond = 128;
+    for (std::size_t i = 0; i < std::size(encoding->map); ++i) {
+        encoding->map[i] = i < kFirstBeyond ? static_cast<int>(i) : -2;
+    }
+}
+
 // For charsets with a byte for each character. Those with more bytes are read as long as they
 // contain ASCII alone.
 int Xml::setEncoding(const char *name, XML_Encoding *encoding)
 {
     const std::unique_ptr<CACharset> charset = CACharset::find(name);
-    if (charset == nullptr) {
+    isUtf8_ = charset != nullptr && charset->isUtf8();
+    if (charset == nullptr || isUtf8_) {
         return XML_STATUS_ERROR;
     }
-    constexpr std::string_view kReplacement = "\xEF\xBF\xBD";
-    for (std::size_t i = 0; i < std::size(encoding->map); ++i) {
-        const char byte = static_cast<char>(i);
-        const std::string utf8 = charset->toUtf8({&byte, 1});
-        encoding->map[i] = utf8.empty() || utf8 == kReplacement ? -1 : codePoint(utf8);
+    *encoding = {};
+    if (!isWide(*charset)) {
+        mapBytes(*charset, encoding);
+        return XML_STATUS_OK;
     }
-    encoding->data = nullptr;
-    encoding->convert = nullptr;
-    encoding->release = nullptr;
+    charset_ = name;
+    mapAscii(encoding);
+    encoding->data = this;
+    encoding->convert = [](void *data, const char * /*bytes*/) {
+        static_cast<Xml *>(data)->isUnread_ = true;
+        return -1;
+    };
     return XML_STATUS_OK;
 }
 
@@ -358,11 +482,40 @@ std::string Xml::place() const
            ": ";
 }
 
+bool Xml::parse(std::string_view bytes, bool isLast)
+{
+    const ExpatCall call(&memory_);
+    return XML_Parse(parser_, bytes.data(), static_cast<int>(bytes.size()),
+                     isLast ? XML_TRUE : XML_FALSE) == XML_STATUS_OK;
+}
+
+// A file that declares UTF-8 as "utf8", for example, is begun again: expat reads it itself then.
+bool Xml::parseFirst(std::string_view bytes)
+{
+    const auto begins = [bytes](std::string_view text) {
+        return HTEqualsNoCase(bytes.substr(0, text.size()), text);
+    };
+    isHtml_ = begins("<!doctype html") || begins("<html");
+    if (parse(bytes, false)) {
+        return true;
+    }
+    if (!isUtf8_) {
+        return false;
+    }
+    {
+        const ExpatCall call(&memory_);
+        XML_ParserReset(parser_, "UTF-8");
+    }
+    listen();
+    return parse(bytes, false);
+}
+
 void Xml::read(std::string_view bytes)
 {
     sawToken_ = false;
-    if (XML_Parse(parser_, bytes.data(), static_cast<int>(bytes.size()), XML_FALSE) !=
-        XML_STATUS_OK) {
+    const bool isParsed = isFirst_ ? parseFirst(bytes) : parse(bytes, false);
+    isFirst_ = false;
+    if (!isParsed) {
         return tellFault();
     }
     pending_ = sawToken_ ? 0 : pending_ + bytes.size();
@@ -374,17 +527,32 @@ void Xml::read(std::string_view bytes)
 
 void Xml::end(bool isWhole)
 {
-    if (XML_Parse(parser_, "", 0, XML_TRUE) == XML_STATUS_OK) {
+    if (parse("", true)) {
         return;
     }
     return isWhole ? tellFault() : state_->stop(place() + "it is cut off here");
 }
 
+std::string Xml::reason() const
+{
+    const XML_Error error = XML_GetErrorCode(parser_);
+    if (error == XML_ERROR_NO_MEMORY) {
+        return "it needs too much memory";
+    }
+    if (isUnread_) {
+        return "its charset " + charset_ + " is not read";
+    }
+    constexpr std::string_view kWords = "not well-formed";  // some of expat's texts begin so
+    const std::string text = XML_ErrorString(error);
+    return (text.starts_with(kWords) ? "" : std::string(kWords) + ": ") + text;
+}
+
+// Pages in HTML, such as those for errors, seldom get as far as their root element.
 void Xml::tellFault()
 {
-    constexpr std::string_view kWords = "not well-formed";  // some of expat's texts begin so
-    const std::string error = XML_ErrorString(XML_GetErrorCode(parser_));
-    state_->stop(place() + (error.starts_with(kWords) ? "" : std::string(kWords) + ": ") + error);
+    const bool isOther =
+        form_ == nullptr && (isHtml_ || XML_GetErrorCode(parser_) == XML_ERROR_SYNTAX);
+    state_->stop(isOther ? "it is not a sitemap" : place() + reason());
 }
 
 void Xml::begin(std::string_view name, const char **attributes)
@@ -454,6 +622,7 @@ void Xml::beginField(Field field)
         fieldDepth_ = depth_;
         value_.clear();
         isTooLong_ = false;
+        isShortened_ = false;
     }
 }
 
@@ -477,6 +646,8 @@ void Xml::takeLink(const char **attributes)
     }
     if (href.size() > CASitemapReader::kLongestValue) {
         ++state_->tooLong;
+    } else if (HTHasControl(href)) {
+        ++state_->badUrls;
     } else if (isFeed && entry_.url.empty()) {
         entry_.url = href;
     } else {
@@ -488,6 +659,8 @@ void Xml::addLink(std::string_view url)
 {
     if (entry_.links.size() < CASitemapReader::kMostLinks) {
         entry_.links.emplace_back(url);
+    } else {
+        ++state_->moreLinks;
     }
 }
 
@@ -503,6 +676,12 @@ void Xml::text(std::string_view part)
     value_.append(part.substr(0, room));
 }
 
+void Xml::skipReference()
+{
+    sawToken_ = true;
+    isShortened_ = isShortened_ || (field_ != Field::None && depth_ == fieldDepth_);
+}
+
 void Xml::finish()
 {
     sawToken_ = true;
@@ -514,13 +693,26 @@ void Xml::finish()
         field_ = Field::None;
     }
     if (inEntry_ && depth_ == form_->depth) {
-        inEntry_ = false;
-        entry_.date = entry_.date.empty() ? otherDate_ : entry_.date;
-        if (!entry_.url.empty() || !entry_.links.empty()) {
-            state_->sink->entry(entry_);
-        }
+        finishEntry();
     }
     --depth_;
+}
+
+void Xml::finishEntry()
+{
+    inEntry_ = false;
+    entry_.date = entry_.date.empty() ? otherDate_ : entry_.date;
+    const std::size_t own = entry_.url.empty() ? 0 : 1;
+    const std::size_t room = CASitemapReader::kMostUrls - state_->urls;
+    const bool isTooMuch = own + entry_.links.size() > room;
+    entry_.links.resize(std::min(entry_.links.size(), room - std::min(room, own)));
+    if (own <= room && own + entry_.links.size() > 0) {
+        state_->urls += own + entry_.links.size();
+        state_->sink->entry(entry_);
+    }
+    if (isTooMuch) {
+        stop("more than 200,000 URLs");
+    }
 }
 
 // The first text counts: some feeds put an empty element of the same name, but with another prefix,
@@ -535,6 +727,10 @@ void Xml::keepValue()
     const bool isUrl = field_ == Field::Url || field_ == Field::Image;
     if (isTooLong_) {
         state_->tooLong += isUrl ? 1 : 0;
+        return;
+    }
+    if (isShortened_ || (isUrl && HTHasControl(trimmed(value_)))) {
+        state_->badUrls += isUrl ? 1 : 0;
         return;
     }
     switch (field_) {

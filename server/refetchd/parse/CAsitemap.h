@@ -3,7 +3,8 @@
 // neither URLs nor the agent. An object belongs to one thread.
 //
 // All bounds are those of the sitemap protocol or generous: hostile bytes cost no more memory than
-// some megabytes, and time in proportion to their length.
+// some megabytes (16 MiB for the parser of XML, 4 MiB for an entry), and time in proportion to
+// their length.
 #pragma once
 
 #include <cstddef>
@@ -40,11 +41,13 @@ class CASitemapForm;
 struct CASitemapState {
     CASitemapSink *const sink;
     const bool takesImages;
-    bool isDone = false;       // nothing more is read
-    std::string fault = {};    // why not, or what was wrong at the end
-    std::size_t entries = 0;   // as the file has them
-    std::size_t tooLong = 0;   // URLs that were dropped because of their length
-    std::size_t badLines = 0;  // of a text that are no URLs
+    bool isDone = false;        // nothing more is read
+    std::string fault = {};     // why not, or what was wrong at the end
+    std::size_t entries = 0;    // as the file has them
+    std::size_t urls = 0;       // of the entries of XML, with links
+    std::size_t tooLong = 0;    // URLs that were dropped because of their length
+    std::size_t badUrls = 0;    // dropped as well: not of http or https, or not readable
+    std::size_t moreLinks = 0;  // dropped as well: beyond the number for one entry
     std::size_t skippedLines = 0;
 
     void stop(std::string why);
@@ -56,7 +59,9 @@ class CASitemapReader {
 public:
     static constexpr std::size_t kMostBytes = 52428800;
     static constexpr std::size_t kMostEntries = 50000;
-    static constexpr std::size_t kMostLinks = 1000;  // of one entry
+    static constexpr std::size_t kMostLinks = 1000;       // of one entry
+    static constexpr std::size_t kMostUrls = 200000;      // of all entries, with links
+    static constexpr std::size_t kMostMemory = 16777216;  // bytes for the parser of XML
     static constexpr std::size_t kLongestValue = 4095;
     static constexpr std::size_t kLongestToken = 1048576;
     static constexpr std::size_t kDeepest = 100;
@@ -84,7 +89,12 @@ public:
     [[nodiscard]] const std::string &fault() const { return state_.fault; }
     [[nodiscard]] std::size_t entries() const { return state_.entries; }
     [[nodiscard]] std::size_t tooLong() const { return state_.tooLong; }
-    [[nodiscard]] std::size_t badLines() const { return state_.badLines; }
+    // Lines of a text that are not URLs of http or https, and URLs in XML with control characters
+    // or with references to entities that are not declared in the file.
+    [[nodiscard]] std::size_t badUrls() const { return state_.badUrls; }
+    [[nodiscard]] std::size_t badLines() const { return badUrls(); }
+    // Links beyond kMostLinks of an entry.
+    [[nodiscard]] std::size_t moreLinks() const { return state_.moreLinks; }
 
 private:
     // A parser of XML begins again with each block in a token that has not ended: large blocks keep
