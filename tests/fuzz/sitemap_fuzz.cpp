@@ -45,7 +45,7 @@ std::string listing(std::string_view file, const Cuts &cuts, Body body)
     });
     reader.end(file.size() % 2 == 0);
     require(reader.isDone(), "done at the end");
-    return list.text + reader.fault() + std::to_string(reader.tooLong() + reader.badLines());
+    return list.text + reader.fault() + std::to_string(reader.tooLong() + reader.badUrls());
 }
 
 }  // namespace

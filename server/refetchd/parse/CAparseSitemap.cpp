@@ -63,8 +63,8 @@ CAParseSitemap::~CAParseSitemap()
                                    std::string(CADropName(lastDrop_)));
     }
     tellCount(reader_.tooLong(), "longer than 4,095 bytes");
-    tellCount(reader_.badLines(), "not a URL of http or https");
-    tellCount(notOfWeb_, "not a URL of http or https");
+    tellCount(reader_.badUrls() + notOfWeb_, "not a URL of http or https");
+    tellCount(reader_.moreLinks(), "beyond 1,000 alternates and images of a page");
     tellCount(tooDeep_, "a sitemap nested more than 5 deep");
 }
 

@@ -92,7 +92,6 @@ public:
     // Lines of a text that are not URLs of http or https, and URLs in XML with control characters
     // or with references to entities that are not declared in the file.
     [[nodiscard]] std::size_t badUrls() const { return state_.badUrls; }
-    [[nodiscard]] std::size_t badLines() const { return badUrls(); }
     // Links beyond kMostLinks of an entry.
     [[nodiscard]] std::size_t moreLinks() const { return state_.moreLinks; }
 
