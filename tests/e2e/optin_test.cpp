@@ -347,7 +347,7 @@ struct Graph {
     std::vector<std::size_t> depths;
 };
 
-class BreadthFirst : public testing::TestWithParam<int> {};
+class BreadthFirst : public testing::TestWithParam<std::string> {};
 
 // A page that is found as a link first and later as a frame or a redirection's end is not as deep.
 TEST_P(BreadthFirst, LosesAPageOrAsksTwice)
@@ -356,8 +356,7 @@ TEST_P(BreadthFirst, LosesAPageOrAsksTwice)
         const Graph graph(seed);
         const ScriptedPeer peer(graph.replies);
         Agent agent(peer.port(), "breadthfirst on; loadurl h/0; delvedepth " +
-                                     std::to_string(kMaxDepth) + "; numclients " +
-                                     std::to_string(GetParam()));
+                                     std::to_string(kMaxDepth) + "; numclients " + GetParam());
         agent.run();
         Words wanted = targets(kPages);
         std::erase_if(wanted, [&](const std::string &target) {
@@ -366,7 +365,8 @@ TEST_P(BreadthFirst, LosesAPageOrAsksTwice)
         EXPECT_THAT(peer.targets(), testing::UnorderedElementsAreArray(wanted)) << seed;
     }
 }
-INSTANTIATE_TEST_SUITE_P(OptIn, BreadthFirst, testing::Values(1, 3, 16));
+INSTANTIATE_TEST_SUITE_P(OptIn, BreadthFirst,
+                         testing::Values("1", "3", "16", "16; hostconnections 5; slowstart 1"));
 
 // The answer to one seed trickles beyond the end of the first run; the second run gets a short one.
 TEST(BreadthFirst, SlowSeedHoldsBackTheDeeperPagesOfBothRuns)
