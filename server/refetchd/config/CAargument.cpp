@@ -192,7 +192,7 @@ std::string CADecimalText(std::int32_t thousandths)
     constexpr std::int32_t kOne = 1000;
     std::string text = std::to_string(thousandths / kOne);
     if (thousandths % kOne != 0) {
-        text += "." + std::to_string(kOne + thousandths % kOne).substr(1);
+        text.append(".").append(std::to_string(kOne + thousandths % kOne), 1);
         text.resize(text.find_last_not_of('0') + 1);
     }
     return text;
