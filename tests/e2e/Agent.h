@@ -19,12 +19,6 @@
 inline constexpr Millis kRunDeadline{60000};
 inline const std::string kReport = "pub/de_DE/reports/refetchd.html";
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-inline constexpr bool kSanitized = true;  // takes memory and addresses of its own
-#else
-inline constexpr bool kSanitized = false;
-#endif
-
 // Replaces all occurrences; how many there were.
 inline int replaceAll(std::string *text, const std::string &from, const std::string &to)
 {

@@ -132,8 +132,8 @@ struct Output {
 
     void fail(int error) const
     {
-        if (state->error == 0) {
-            state->error = error;
+        int none = 0;
+        if (state->error.compare_exchange_strong(none, error)) {
             CANoteUnwritten(path, error);
         }
     }
@@ -208,7 +208,7 @@ FILE *CAOpenOutput(const char *path, CAOutputState *state, CAOutputMode mode)
     }
     auto *const output = new Output{.descriptor = descriptor, .path = path, .own = {}, .state = {}};
     output->state = state != nullptr ? state : &output->own;
-    *output->state = {.isShared = shares && !truncateAlone(descriptor)};
+    output->state->reset(shares && !truncateAlone(descriptor));
     FILE *const stream = fopencookie(output, "w", {nullptr, writeOutput, nullptr, closeOutput});
     if (stream == nullptr) {
         const int error = errno;

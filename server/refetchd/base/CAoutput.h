@@ -2,16 +2,24 @@
 // written whole, for a line about each when the process ends. Any thread, unless stated otherwise.
 #pragma once
 
+#include <atomic>
 #include <cstdio>
 #include <string_view>
 
 // What became of a stream of CAOpenOutput().
 struct CAOutputState {
-    bool written = false;   // something was written, or could not be
-    int error = 0;          // the errno of the first call that failed; 0: none. A stdio stream only
-                            // remembers that one has
+    std::atomic<bool> written = false;  // something was written, or could not be
+    // The errno of the first call that failed; 0: none. A stdio stream only remembers that one has.
+    std::atomic<int> error = 0;
     bool isShared = false;  // ShareAndAppend: another process had the file open, so that it was not
                             // truncated
+
+    void reset(bool shared = false)
+    {
+        written = false;
+        error = 0;
+        isShared = shared;
+    }
 };
 
 // How an output is opened.

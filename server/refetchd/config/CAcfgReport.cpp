@@ -143,7 +143,7 @@ void CAConfig::setServerRoot(const char *root)
     if (reportStream != nullptr) {
         std::fclose(reportStream);
     }
-    reportState = {};
+    reportState.reset();
     reportStream = CAOpenOutput(g_catrace_filename, &reportState, CAOutputMode::ShareAndAppend);
     if (reportStream == nullptr) {
         CATrace("ldAgtConfig. filename \"%s\" can't be opened.\n", g_catrace_filename);
@@ -196,8 +196,8 @@ bool moveReport(const std::string &inProgress, const char *target)
 {
     const auto own = std::string_view(inProgress)
                          .substr(0, inProgress.size() - std::string_view(kInProgress).size());
-    const int error =
-        reportState.error != 0 ? reportState.error : replaceReport(inProgress.c_str(), target, own);
+    const int error = reportState.error != 0 ? reportState.error.load()
+                                             : replaceReport(inProgress.c_str(), target, own);
     if (error == 0) {
         CATrace("%s successfully renamed to %s.\n", inProgress.c_str(), target);
     } else {
