@@ -195,7 +195,7 @@ check_metrics() {
     local name
     cat packaging/monitoring/refetchd.rules.yml packaging/monitoring/refetchd-dashboard.json | tr -d "\\\\" |
         grep -oE 'refetchd_[a-z_]+\b|\b(verdict|by|class|source)!?="[a-z0-9_]+"' | tr -d '!' | sort -u | while read -r name; do
-        grep -v '^#' "$1" | grep -qE "(^|[{,])$name([ {,}]|\$)" || fail "the agent writes no $name"
+        grep -qE "(^|[{,])$name([ {,}]|\$)" <(grep -v '^#' "$1") || fail "the agent writes no $name"
         printf '  %s\n' "$name"
     done
 }

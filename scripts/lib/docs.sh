@@ -120,7 +120,9 @@ check_examples() {
     [ -z "$untested" ] || fail "scripts/lib/docs.sh names no test for: $untested"
     examples_for scripts/test | while IFS= read -r code; do
         commands_in "$code" | while IFS= read -r command; do
-            [ "$command" = scripts/test ] || grep -hv '^ *#' scripts/test scripts/lib/docs.sh | grep -qE -- "(^|[ (])$command( |\$)" ||
+            # Not in a pipe: a grep that ends early would break it, and with pipefail that is a failure.
+            [ "$command" = scripts/test ] ||
+                grep -qE -- "(^|[ (])$command( |\$)" <(grep -hv '^ *#' scripts/test scripts/lib/docs.sh) ||
                 fail "scripts/test does not run: $command ($code)"
         done
     done
