@@ -113,7 +113,25 @@ constexpr bool HTEqualsNoCase(std::string_view a, std::string_view b)
                       [](char x, char y) { return HTLower(x) == HTLower(y); });
 }
 
-// The text without the blanks and tabs around it.
+// The text without the blanks (HTIsBlank) before it, behind it, or around it.
+constexpr std::string_view HTWithoutBlanksBefore(std::string_view text)
+{
+    const auto *const begin = std::find_if_not(text.begin(), text.end(), HTIsBlank);
+    return text.substr(static_cast<std::size_t>(begin - text.begin()));
+}
+constexpr std::string_view HTWithoutBlanksBehind(std::string_view text)
+{
+    while (!text.empty() && HTIsBlank(text.back())) {
+        text.remove_suffix(1);
+    }
+    return text;
+}
+constexpr std::string_view HTWithoutBlanks(std::string_view text)
+{
+    return HTWithoutBlanksBehind(HTWithoutBlanksBefore(text));
+}
+
+// The text without the spaces and tabs around it.
 constexpr std::string_view HTTrimmed(std::string_view text)
 {
     text.remove_prefix(std::min(text.find_first_not_of(" \t"), text.size()));

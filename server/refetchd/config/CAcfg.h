@@ -137,8 +137,8 @@ public:
     // With `loadsitemap auto`, the same for the robots.txt of each host of a `loadurl` line; reads
     // the files again for them. Returns how many there are.
     std::int32_t seedRobots(CAQueue *queue);
-    // Seeds from the lines of one file that name seeds. 1, or 0 when it could not be
-    // opened (not reported).
+    // Seeds from the lines of one file that name seeds. 1, or 0 when it could not be opened (not
+    // reported).
     int loadURLsInConfigFile(CAQueue *queue, const char *file);
     // Seeds from the first `topCachedCount` good lines of the hits file, always to `urlQueue`; the
     // arguments are unused. 1, or 0 when the file was not read: no lines are wanted, or it is not

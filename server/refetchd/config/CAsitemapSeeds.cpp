@@ -9,6 +9,7 @@
 #include "base/CAtrace.h"
 #include "base/CAwhen.h"
 #include "config/CAargument.h"
+#include "config/CAcfg.h"
 #include "config/CAcfgLines.h"
 #include "url/CAURL.h"
 
@@ -35,11 +36,6 @@ namespace {
 // Messages of the current run, those that were left out included.
 std::atomic<int> told = 0;
 
-bool isTraceOnStderr()
-{
-    return g_ca_trace == stderr;
-}
-
 // A site has chosen the text: nothing in it may control the terminal.
 std::string printable(std::string_view text)
 {
@@ -57,16 +53,15 @@ std::string printable(std::string_view text)
 void CATellOfSitemap(const CAURL &url, const std::string &fault)
 {
     CATrace("Sitemap..... \"%s\": %s.\n", url.stringitize(), printable(fault).c_str());
-    if (++told <= kMostSitemapLines && !isTraceOnStderr()) {
-        std::fprintf(stderr, "refetchd: %s: %s\n", printable(url.stringitize()).c_str(),
-                     printable(fault).c_str());
+    if (++told <= kMostSitemapLines) {
+        ac.tell(printable(url.stringitize()) + ": " + printable(fault));
     }
 }
 
 void CAEndSitemapLines()
 {
     const int more = told.exchange(0) - kMostSitemapLines;
-    if (more > 0 && !isTraceOnStderr()) {
-        std::fprintf(stderr, "refetchd: %d more messages about sitemaps\n", more);
+    if (more > 0) {
+        ac.tell(std::to_string(more) + " more messages about sitemaps");
     }
 }

@@ -51,7 +51,8 @@ public:
     // An exchange of run `run` has just ended, with or without success, after so many milliseconds.
     void noteAnswer(std::int64_t milliseconds, std::uint32_t run, std::int64_t now);
     // The milliseconds until the next request may start, as far as is known now; 0: it may start,
-    // and if it is the first one of the run, the client begins (traced with `slowstart`).
+    // and if it is the first one of the run, the client begins (traced with `slowstart`, except for
+    // the first client).
     [[nodiscard]] std::int64_t millisToWait(std::int64_t now);
 
 private:

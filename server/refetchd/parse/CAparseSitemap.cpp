@@ -203,13 +203,13 @@ CADrop CATakeSeed(std::unique_ptr<CAURL> found, const CAURL &from, std::size_t r
     if (why != CADrop::None) {
         return why;
     }
+    const bool isPage = found->role() == CARole::Page;
+    if (!isPage && !CARecordSitemap(found->stringitize())) {
+        return CADrop::Processed;  // another thread was faster
+    }
     const std::string host(found->host());
     CATrace("Will load... seed \"%s\".\n", found->stringitize());
     ht.addHit(host);
-    const bool isPage = found->role() == CARole::Page;
-    if (!isPage) {
-        CARecordSitemap(found->stringitize());
-    }
     CAURL *const url = found.release();  // another thread's, once it is enqueued
     if (urlQueue->enqueueInLane(url, rank)) {
         return CADrop::None;

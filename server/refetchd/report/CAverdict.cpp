@@ -45,17 +45,6 @@ bool contains(std::string_view text, std::string_view part)
     return text.find(part) != std::string_view::npos;
 }
 
-std::string_view withoutBlanks(std::string_view text)
-{
-    while (!text.empty() && HTIsBlank(text.front())) {
-        text.remove_prefix(1);
-    }
-    while (!text.empty() && HTIsBlank(text.back())) {
-        text.remove_suffix(1);
-    }
-    return text;
-}
-
 // Cuts off and returns, trimmed, the text before the first `mark` outside quotes, or all of it if
 // there is none. The mark is removed.
 std::string_view takeUntil(std::string_view *text, char mark)
@@ -71,7 +60,7 @@ std::string_view takeUntil(std::string_view *text, char mark)
     }
     const std::string_view taken = text->substr(0, at);
     text->remove_prefix(std::min(text->size(), at + 1));
-    return withoutBlanks(taken);
+    return HTWithoutBlanks(taken);
 }
 
 // The last member of a list, which the cache next to the agent added; empty for an empty list.
@@ -184,7 +173,7 @@ Word fromXCache(const CACacheHeaders &headers)
 // The value is the number of the request and, for a hit, that of the request that fetched the copy.
 Word fromXVarnish(std::string_view value)
 {
-    value = withoutBlanks(value);
+    value = HTWithoutBlanks(value);
     if (value.empty()) {
         return Word::None;
     }
@@ -288,7 +277,7 @@ std::int32_t ageOf(const CACacheHeaders &headers, std::time_t requested)
         const bool number = std::all_of(first.begin(), first.end(), HTIsDigit);
         return number ? HTInteger(first) : -1;
     }
-    const std::time_t date = timeOf(withoutBlanks(headers.date));
+    const std::time_t date = timeOf(HTWithoutBlanks(headers.date));
     if (date < 0 || requested - date <= kClockError) {
         return -1;
     }
@@ -307,7 +296,7 @@ bool isHeldOver(const CAExchange &exchange)
 {
     constexpr std::int64_t kHeldFor = 1800;
     const std::int64_t now = (exchange.started + exchange.milliseconds) / 1000;
-    const std::time_t expires = timeOf(withoutBlanks(exchange.headers.expires));
+    const std::time_t expires = timeOf(HTWithoutBlanks(exchange.headers.expires));
     return expires >= 0 && isFrom(exchange.headers, kTrafficServer) &&
            std::abs(expires - now - kHeldFor) <= kClockError;
 }
@@ -358,9 +347,9 @@ Control readControl(std::string_view list)
         } else if (HTEqualsNoCase(key, "private")) {
             control.isPrivate = control.isPrivate || isFlag;  // with a value: some headers only
         } else if (HTEqualsNoCase(key, "max-age")) {
-            control.maxAge = secondsIn(withoutBlanks(value));
+            control.maxAge = secondsIn(HTWithoutBlanks(value));
         } else if (HTEqualsNoCase(key, "s-maxage")) {
-            control.sharedMaxAge = secondsIn(withoutBlanks(value));
+            control.sharedMaxAge = secondsIn(HTWithoutBlanks(value));
         }
     }
     return control;
@@ -372,8 +361,8 @@ bool hasLifetime(const Control &control, const CAExchange &exchange)
     if (control.sharedMaxAge >= 0 || control.maxAge >= 0) {
         return (control.sharedMaxAge >= 0 ? control.sharedMaxAge : control.maxAge) > 0;
     }
-    const std::time_t date = timeOf(withoutBlanks(exchange.headers.date));
-    return timeOf(withoutBlanks(exchange.headers.expires)) >
+    const std::time_t date = timeOf(HTWithoutBlanks(exchange.headers.date));
+    return timeOf(HTWithoutBlanks(exchange.headers.expires)) >
            (date >= 0 ? date : exchange.started / 1000);
 }
 
@@ -436,7 +425,7 @@ Word wordOn(const CAExchange &exchange, std::int32_t age)
     const auto took = static_cast<std::int32_t>(exchange.milliseconds / 1000);
     const std::int32_t fresh = took > INT32_MAX - kJustNow ? INT32_MAX : took + kJustNow;
     const Word word = ownWord(exchange.headers);
-    if (word == Word::Hit && startsWith(withoutBlanks(exchange.headers.warning), "111")) {
+    if (word == Word::Hit && startsWith(HTWithoutBlanks(exchange.headers.warning), "111")) {
         return Word::OldCopy;  // Squid and httpd: "Revalidation failed"
     }
     return age < 0 ? word : byAge(word, age <= fresh, exchange);
@@ -510,7 +499,7 @@ std::int64_t CAAskedRest(std::int32_t status, std::string_view retryAfter)
     if (status != 429 && status != 503) {
         return 0;
     }
-    const std::string_view value = withoutBlanks(retryAfter);
+    const std::string_view value = HTWithoutBlanks(retryAfter);
     const bool isNumber = !value.empty() && HTIsDigit(value.front());
     return isNumber ? std::max<std::int64_t>(HTDecimal(value), 1) : kDefaultRest;
 }

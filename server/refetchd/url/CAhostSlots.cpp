@@ -1,13 +1,13 @@
 #include "url/CAhostSlots.h"
 
 #include <algorithm>
+#include <array>
 
 #include "url/CAURL.h"
 
 void CAHostSlots::limit(const CAHostLimits &limits)
 {
     limits_ = limits;
-    isLimited_ = true;
 }
 
 std::int32_t CAHostSlots::mostSlots() const
@@ -120,25 +120,33 @@ CAHostSlots::Change CAHostSlots::answered(Host *host, std::int64_t milliseconds)
     return host->answers < kLeast ? Change{} : judge(host);
 }
 
+// No heap memory is used, because the queue is locked meanwhile.
+std::int64_t CAHostSlots::median(const std::vector<std::int64_t> &times)
+{
+    std::array<std::int64_t, kAnswers> copy{};
+    auto *const end = std::copy(times.begin(), times.end(), copy.begin());
+    auto *const middle = copy.begin() + times.size() / 2;
+    std::nth_element(copy.begin(), middle, end);
+    return *middle;
+}
+
 // Takes a slot from the host, or gives it one back. A host that had fewer requests at a time than
 // it has slots would not notice the loss of one, so it loses all that it did not use as well; and
 // it gets one back only when it uses all that it has.
 CAHostSlots::Change CAHostSlots::judge(Host *host)
 {
-    std::vector<std::int64_t> times = host->times;
-    const auto middle = times.begin() + static_cast<std::ptrdiff_t>(times.size() / 2);
-    std::nth_element(times.begin(), middle, times.end());
-    Change change{.host = std::string(host->name), .median = *middle, .answers = times.size()};
+    Change change{.host = {}, .median = median(host->times), .answers = host->times.size()};
     const std::int32_t used = std::min(host->slots, host->peak);
-    if (*middle > limits_.latencyMillis && used > 1) {
+    if (change.median > limits_.latencyMillis && used > 1) {
         change.slots = used - 1;
         change.isLoss = true;
-    } else if (*middle < limits_.latencyMillis / 2 && host->slots < mostSlots() &&
+    } else if (change.median < limits_.latencyMillis / 2 && host->slots < mostSlots() &&
                host->peak >= host->slots) {
         change.slots = host->slots + 1;
     } else {
         return {};
     }
+    change.host = host->name;
     host->slots = change.slots;
     host->peak = host->taken;
     host->times.clear();

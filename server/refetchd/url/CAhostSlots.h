@@ -48,7 +48,6 @@ public:
 
     // Starts giving out slots; before this there are no limits.
     void limit(const CAHostLimits &limits);
-    [[nodiscard]] bool areLimited() const { return isLimited_; }
 
     // Takes a slot of `host`; null when none is free.
     [[nodiscard]] Host *enter(std::string_view host);
@@ -78,9 +77,9 @@ private:
     [[nodiscard]] Host *find(std::string_view name);
     void call(Host *host);
     void drainWaiting();
+    [[nodiscard]] static std::int64_t median(const std::vector<std::int64_t> &times);
     Change judge(Host *host);
 
-    bool isLimited_ = false;
     CAHostLimits limits_;
     std::unordered_map<std::string, Host, HTKeyedHasher, std::equal_to<>> hosts_;
     std::deque<CAURL *> called_;   // a slot is kept for each

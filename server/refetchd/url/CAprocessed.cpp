@@ -70,10 +70,10 @@ Sitemaps &sitemaps = *new Sitemaps;
 
 }  // namespace
 
-void CARecordSitemap(std::string_view text)
+bool CARecordSitemap(std::string_view text)
 {
     const PMutexGuard guard(sitemaps.mutex);
-    sitemaps.texts.emplace(text);
+    return sitemaps.texts.emplace(text).second;
 }
 
 bool CAIsSitemapRead(std::string_view text)

@@ -27,8 +27,8 @@ bool CARecordProcessed(const CAURL *url);
 void CAForgetProcessed(const char *text);
 
 // Record a URL that is requested as a sitemap, and look it up, in a table of their own: one that is
-// known as a page must still be read. Any thread.
-void CARecordSitemap(std::string_view text);
+// known as a page must still be read. Recording is false when it was recorded before. Any thread.
+bool CARecordSitemap(std::string_view text);
 [[nodiscard]] bool CAIsSitemapRead(std::string_view text);
 
 // Removes all URLs, of sitemaps as well. A text that another thread records meanwhile may be

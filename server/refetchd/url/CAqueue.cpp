@@ -156,11 +156,6 @@ void *CAQueue::takeFromLane()
         node = takeFirstLocked();
         length_ -= node != nullptr ? 1 : 0;
     }
-    return elementOf(node);
-}
-
-void *CAQueue::elementOf(HTList *node)
-{
     if (node == nullptr) {
         return nullptr;
     }
@@ -186,16 +181,22 @@ bool CAQueue::holdLocked(CAURL *url, CATicket *ticket)
 // on, so that no URL is looked at twice.
 void *CAQueue::takeLimited(CATicket *ticket)
 {
-    const PMutexGuard guard(mutex_);
-    CAURL *url = slots_.takeCalled(&ticket->host);
-    while (url == nullptr) {
-        url = static_cast<CAURL *>(elementOf(takeFirstLocked()));
-        if (url == nullptr) {
-            return nullptr;
+    HTList *spent = nullptr;  // discarded without the lock, because that may take another one
+    CAURL *url = nullptr;
+    {
+        const PMutexGuard guard(mutex_);
+        url = slots_.takeCalled(&ticket->host);
+        for (HTList *node = nullptr; url == nullptr && (node = takeFirstLocked()) != nullptr;) {
+            auto *const next = static_cast<CAURL *>(node->object);
+            url = holdLocked(next, ticket) ? nullptr : next;
+            node->next = std::exchange(spent, node);
         }
-        url = holdLocked(url, ticket) ? nullptr : url;
+        length_ -= url != nullptr ? 1 : 0;
     }
-    --length_;
+    while (HTList *const node = spent) {
+        spent = node->next;
+        HTList_discardElement(node, HTThread_context());
+    }
     return url;
 }
 

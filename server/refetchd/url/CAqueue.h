@@ -113,7 +113,6 @@ private:
     void countLocked(std::int32_t count) HT_REQUIRES(mutex_);
     void appendLocked(HTList *node) HT_REQUIRES(mutex_);
     static void link(HTList *node, Lane *lane);
-    [[nodiscard]] static void *elementOf(HTList *node);
     HTList *takeFirstLocked() HT_REQUIRES(mutex_);
     CAURL *takeByDepth(CATicket *ticket);
     CAURL *takeDepthLocked(CATicket *ticket, CADepthOrder::Taken *early) HT_REQUIRES(mutex_);
