@@ -1,12 +1,20 @@
 // An HTTP server that answers from memory, for measuring its clients. It answers as fast as it can;
 // with --delay, MS milliseconds after each request.
 //
-//     memory_peer [--delay MS] [--size BYTES] [--pages N] [--links K]
+//     memory_peer [--delay MS] [--size BYTES] [--tags T] [--pages N] [--links K] [--known M]
+//     [--names A]
+//                 [--chunk BYTES]
 //
 // Listens on a free port of 127.0.0.1, which it prints, until it is killed. A target that ends in
 // ".html" is a page; its number n is the last number in the target. It has links to pages n*K+1 to
 // n*K+K, as far as these are below N, and always to itself and to page 0, each written as
-// "page-0000000042.html". Any other target is a text of BYTES bytes.
+// "page-0000000042.html". With --known it has links to M pages before it instead of the last two, M
+// different ones if there are as many, and as much text without tags as makes it BYTES bytes long.
+//
+// Any other target is a text of BYTES bytes. With --tags it is HTML instead, with T tags, none of
+// which can be a link.
+//
+// With --chunk, an answer to a request of HTTP/1.1 comes in chunks of this size.
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/epoll.h>
@@ -33,7 +41,11 @@ struct Options {
     std::int64_t delay = 0;
     std::int64_t size = 8192;
     std::int64_t pages = 0;
+    std::int64_t tags = 0;
     std::int64_t links = 10;
+    std::int64_t known = 0;
+    std::int64_t names = 0;
+    std::int64_t chunk = 0;
 };
 
 std::int64_t lastNumber(std::string_view text)
@@ -46,20 +58,83 @@ std::int64_t lastNumber(std::string_view text)
     return number;
 }
 
-std::string answer(std::string_view type, std::string_view body)
+std::string inChunks(std::string_view body, std::size_t most)
+{
+    std::string text;
+    while (!body.empty()) {
+        const std::string_view chunk = body.substr(0, most);
+        std::array<char, 24> size{};
+        std::snprintf(size.data(), size.size(), "%zx\r\n", chunk.size());
+        text.append(size.data()).append(chunk).append("\r\n");
+        body.remove_prefix(chunk.size());
+    }
+    return text.append("0\r\n\r\n");
+}
+
+// Chunks of this size, or a length if it is 0.
+std::string answer(std::string_view type, std::string_view body, std::int64_t chunk)
 {
     std::string text = "HTTP/1.1 200 OK\r\nContent-Type: ";
     text.append(type).append("\r\nCache-Control: max-age=3600\r\nConnection: keep-alive\r\n");
+    if (chunk > 0) {
+        text.append("Transfer-Encoding: chunked\r\n\r\n");
+        return text.append(inChunks(body, static_cast<std::size_t>(chunk)));
+    }
     text.append("Content-Length: ").append(std::to_string(body.size())).append("\r\n\r\n");
     return text.append(body);
 }
 
+// Appends words until the body has so many bytes.
+void addText(std::string *body, std::size_t size)
+{
+    constexpr std::string_view words = "the quick brown fox jumps over the lazy dog and rests ";
+    while (body->size() < size) {
+        body->append(words.substr(0, size - body->size()));
+    }
+}
+
+// Appends as many tags as are wanted, at equal distances, with text between them, until the body
+// has so many bytes.
+void addTags(std::string *body, std::int64_t count, std::int64_t size)
+{
+    constexpr std::array<std::string_view, 10> tags = {
+        "<p>",  "<b>",          "</b>",  "<br>",  "</p>",
+        "<tr>", "<td class=n>", "</td>", "</tr>", "<a name=n>"};
+    const auto before = static_cast<std::int64_t>(body->size());
+    for (std::int64_t i = 0; i < count; ++i) {
+        body->append(tags[static_cast<std::size_t>(i) % tags.size()]);
+        addText(body, static_cast<std::size_t>(before + (size - before) * (i + 1) / count));
+    }
+    addText(body, static_cast<std::size_t>(size));
+}
+
+void addAnchor(std::string *page, std::string_view attribute, std::int64_t number)
+{
+    std::array<char, 32> target{};
+    std::snprintf(target.data(), target.size(), "page-%010ld.html", number);
+    page->append("<p><a ").append(attribute).append("=\"").append(target.data());
+    page->append("\">page</a> and text\n");
+}
+
 void addLink(std::string *page, std::int64_t number)
 {
-    std::array<char, 64> link{};
-    const int length = std::snprintf(link.data(), link.size(),
-                                     "<p><a href=\"page-%010ld.html\">page</a> and text\n", number);
-    page->append(link.data(), static_cast<std::size_t>(length));
+    addAnchor(page, "href", number);
+}
+
+// Links to pages before this one, which a client that asks for the pages in their order has seen.
+void addKnown(std::string *body, std::int64_t number, std::int64_t count)
+{
+    const std::int64_t step = number / count + 1;
+    for (std::int64_t i = 0; i < count; ++i) {
+        addLink(body, i * step % (number + 1));
+    }
+}
+
+std::string object(const Options &options)
+{
+    std::string body;
+    addTags(&body, options.tags, options.size);
+    return body;
 }
 
 std::string page(const Options &options, std::int64_t number)
@@ -69,9 +144,17 @@ std::string page(const Options &options, std::int64_t number)
     for (std::int64_t i = first; i < std::min(first + options.links, options.pages); ++i) {
         addLink(&body, i);
     }
-    addLink(&body, number);
-    addLink(&body, 0);
-    return answer("text/html", body.append("</body></html>\n"));
+    if (options.known > 0) {
+        addKnown(&body, number, options.known);
+        for (std::int64_t i = 0; i < options.names; ++i) {
+            addAnchor(&body, "name", i);
+        }
+        addTags(&body, options.tags, options.size);
+    } else {
+        addLink(&body, number);
+        addLink(&body, 0);
+    }
+    return body.append("</body></html>\n");
 }
 
 struct Connection {
@@ -93,7 +176,7 @@ public:
         : options_(options),
           listener_(listener),
           epoll_(epoll_create1(EPOLL_CLOEXEC)),
-          text_(answer("text/plain", std::string(static_cast<std::size_t>(options.size), 'x')))
+          object_(object(options))
     {
         watch(EPOLL_CTL_ADD, listener_, EPOLLIN);
     }
@@ -184,18 +267,26 @@ private:
             connection->input.append(block.data(), static_cast<std::size_t>(count));
         for (std::size_t end = input.find("\r\n\r\n"); end != std::string::npos;
              end = input.find("\r\n\r\n")) {
-            const std::size_t target = input.find(' ') + 1;
-            respond(descriptor, connection,
-                    std::string_view(input).substr(target, input.find(' ', target) - target));
+            respond(descriptor, connection, std::string_view(input).substr(0, input.find('\r')));
             input.erase(0, end + 4);
         }
         return true;
     }
 
-    void respond(int descriptor, Connection *connection, std::string_view target)
+    std::string answerTo(std::string_view line) const
     {
-        const std::string text =
-            target.ends_with(".html") ? page(options_, lastNumber(target)) : text_;
+        const std::size_t begin = line.find(' ') + 1;
+        const std::string_view target = line.substr(begin, line.find(' ', begin) - begin);
+        const std::int64_t chunk = line.ends_with("HTTP/1.1") ? options_.chunk : 0;
+        if (target.ends_with(".html")) {
+            return answer("text/html", page(options_, lastNumber(target)), chunk);
+        }
+        return answer(options_.tags > 0 ? "text/html" : "text/plain", object_, chunk);
+    }
+
+    void respond(int descriptor, Connection *connection, std::string_view line)
+    {
+        const std::string text = answerTo(line);
         if (options_.delay == 0) {
             send(descriptor, connection, text);
             return;
@@ -222,7 +313,7 @@ private:
     const Options options_;
     const int listener_;
     const int epoll_;
-    const std::string text_;
+    const std::string object_;
     std::map<int, Connection> connections_;
     std::deque<Answer> later_;  // in the order in which they are due, as all have the same delay
     std::uint64_t serial_ = 0;
@@ -248,10 +339,10 @@ int listenSomewhere()
 
 bool readOptions(int argc, char **argv, Options *options)
 {
-    const std::map<std::string_view, std::int64_t *> names = {{"--delay", &options->delay},
-                                                              {"--size", &options->size},
-                                                              {"--pages", &options->pages},
-                                                              {"--links", &options->links}};
+    const std::map<std::string_view, std::int64_t *> names = {
+        {"--delay", &options->delay}, {"--size", &options->size},   {"--tags", &options->tags},
+        {"--pages", &options->pages}, {"--links", &options->links}, {"--known", &options->known},
+        {"--names", &options->names}, {"--chunk", &options->chunk}};
     for (int i = 1; i < argc; i += 2) {
         const auto found = names.find(argv[i]);
         if (found == names.end() || i + 1 == argc) {
@@ -268,8 +359,10 @@ int main(int argc, char **argv)
 {
     Options options;
     if (!readOptions(argc, argv, &options)) {
-        std::fputs("usage: memory_peer [--delay MS] [--size BYTES] [--pages N] [--links K]\n",
-                   stderr);
+        std::fputs(
+            "usage: memory_peer [--delay MS] [--size BYTES] [--tags T] [--pages N]"
+            " [--links K] [--known M] [--names A] [--chunk BYTES]\n",
+            stderr);
         return 2;
     }
     const int listener = listenSomewhere();
