@@ -71,7 +71,7 @@ protected:
     // True for a header that somebody asks for later. The name includes the colon, also below.
     [[nodiscard]] bool isUseful(std::string_view name) const;
     // Keeps a header, unless the headers have used up their memory already.
-    void keepHeader(const char *name, const char *value);
+    void keepHeader(std::string_view name, std::string_view value);
     // True when the body names seeds (CARole).
     [[nodiscard]] bool namesSeeds() const;
     // Follows a redirect. False when a limit of the queue keeps its target out for now.

@@ -124,7 +124,7 @@ CAParseHTTP11::State CAParseHTTP11::readField(std::string_view line)
     const std::string tight = name.size() == colon ? "" : std::string(name) + ":";
     const std::string_view key = tight.empty() ? line.substr(0, colon + 1) : tight;
     if (isUseful(key)) {
-        keepHeader(std::string(key).c_str(), std::string(value).c_str());
+        keepHeader(key, value);
     }
     return State::Headers;
 }
