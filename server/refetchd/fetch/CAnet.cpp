@@ -540,10 +540,8 @@ std::int32_t CAConnection::composeRequest(const CAURL *url)
     }
     const bool http11 = ac.parseOptions.http11;
     const Visitor visitor = visitorFor(*url);
-    request << " " << (http11 ? "HTTP/1.1" : ac.httpVersion) << "\r\n"
-            << "Accept: " << visitor.accept << "\r\n"
-            << "User-Agent: " << visitor.userAgent << "\r\n"
-            << "Host: " << host << "\r\n"
+    request << " " << (http11 ? "HTTP/1.1" : ac.httpVersion) << "\r\nAccept: " << visitor.accept
+            << "\r\nUser-Agent: " << visitor.userAgent << "\r\nHost: " << host << "\r\n"
             << cacheDirective() << visitor.lines
             << (http11 ? "Connection: keep-alive\r\n\r\n" : "Connection: Keep-alive\r\n\r\n");
     if (!request.fits()) {

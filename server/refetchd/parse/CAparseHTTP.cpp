@@ -96,7 +96,7 @@ CAParseHTTP::~CAParseHTTP()
     HTAssocList_delete(headers_, threadContext_);
 }
 
-std::string_view CAParseHTTP::header(const char *name) const
+std::string_view CAParseHTTP::header(std::string_view name) const
 {
     const char *const value = HTAssocList_lookupExact(headers_, name);
     return value != nullptr ? value : "";

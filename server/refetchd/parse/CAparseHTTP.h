@@ -54,7 +54,7 @@ public:
     // The value of a header, unchanged, by its name with the colon, in any case; the last one if
     // there are several. "" if there is none or the header is not kept. Valid as long as the
     // parser.
-    [[nodiscard]] std::string_view header(const char *name) const;
+    [[nodiscard]] std::string_view header(std::string_view name) const;
 
     // Why links are not looked for in the body of a page although they would be followed.
     // Compression shows only if the options keep its header.
