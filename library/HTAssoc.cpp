@@ -5,67 +5,107 @@
 #include <algorithm>
 #include <cstdlib>
 #include <new>
-#include <string_view>
+#include <utility>
 
 #include "HTMemory.h"
-#include "HTString.h"
 
 namespace {
 
+// Enough for the headers of most responses.
+constexpr std::size_t kFirstRoom = 256;
+constexpr std::size_t kRoom = 2048;
+
 // The name and its NUL follow the record in memory, and the value follows them.
 struct Pair {
-    char *value;
+    Pair *older;
+    std::size_t nameLength;
 
     [[nodiscard]] char *name() { return reinterpret_cast<char *>(this + 1); }
+    [[nodiscard]] char *value() { return name() + nameLength + 1; }
+    [[nodiscard]] bool isNamed(std::string_view wanted)
+    {
+        return nameLength == wanted.size() && strncasecmp(name(), wanted.data(), nameLength) == 0;
+    }
 };
 
-Pair *newPair(std::string_view name, std::string_view value)
+// A block of memory; its room follows.
+struct Block {
+    Block *older;
+};
+
+}  // namespace
+
+// Room for pairs follows the record.
+struct HTAssocList {
+    Pair *newest = nullptr;
+    Block *blocks = nullptr;  // further ones
+    char *at = reinterpret_cast<char *>(this + 1);
+    std::size_t left = kFirstRoom;
+};
+
+namespace {
+
+bool addBlock(HTAssocList *list, std::size_t needed)
 {
-    const std::size_t size = sizeof(Pair) + name.size() + 1 + value.size() + 1;
-    void *const memory = std::malloc(size);
+    const std::size_t room = std::max(needed, kRoom);
+    void *const memory = std::malloc(sizeof(Block) + room);
     if (memory == nullptr) {
-        HTOutOfMemory("library/HTAssoc", "HTAssocList_add", __LINE__, size);
-        return nullptr;
+        HTOutOfMemory("library/HTAssoc", "HTAssocList_add", __LINE__, sizeof(Block) + room);
+        return false;
     }
-    auto *const pair = new (memory) Pair;
-    pair->value = pair->name() + name.size() + 1;
-    *std::copy(name.begin(), name.end(), pair->name()) = '\0';
-    *std::copy(value.begin(), value.end(), pair->value) = '\0';
-    return pair;
+    list->blocks = new (memory) Block{.older = list->blocks};
+    list->at = reinterpret_cast<char *>(list->blocks + 1);
+    list->left = room;
+    return true;
 }
 
 }  // namespace
 
-HTAssocList *HTAssocList_new(HTThreadContext *context)
+HTAssocList *HTAssocList_new(HTThreadContext * /*context*/)
 {
-    return HTList_new(context);
+    constexpr std::size_t size = sizeof(HTAssocList) + kFirstRoom;
+    void *const memory = std::malloc(size);
+    if (memory == nullptr) {
+        HTOutOfMemory("library/HTAssoc", "HTAssocList_new", __LINE__, size);
+        return nullptr;
+    }
+    return new (memory) HTAssocList;
 }
 
-bool HTAssocList_add(HTAssocList *list, const char *name, const char *value,
-                     HTThreadContext *context)
+bool HTAssocList_add(HTAssocList *list, std::string_view name, std::string_view value,
+                     HTThreadContext * /*context*/)
 {
-    Pair *const pair = newPair(name, value);
-    if (pair == nullptr || HTList_addObject(list, pair, context) == nullptr) {
-        std::free(pair);
+    constexpr std::size_t align = alignof(Pair);
+    const std::size_t bytes = sizeof(Pair) + name.size() + 1 + value.size() + 1;
+    const std::size_t size = (bytes + align - 1) / align * align;
+    if (list == nullptr || (size > list->left && !addBlock(list, size))) {
         return false;
     }
+    auto *const pair = new (list->at) Pair{.older = list->newest, .nameLength = name.size()};
+    *std::copy(name.begin(), name.end(), pair->name()) = '\0';
+    *std::copy(value.begin(), value.end(), pair->value()) = '\0';
+    list->newest = pair;
+    list->at += size;
+    list->left -= size;
     return true;
 }
 
-char *HTAssocList_lookupExact(const HTAssocList *list, const char *name)
+char *HTAssocList_lookupExact(const HTAssocList *list, std::string_view name)
 {
-    // Most names differ in the first letter already.
-    const char first = HTLower(*name);
-    for (const HTList *element = list->next; element != nullptr; element = element->next) {
-        auto *const pair = static_cast<Pair *>(element->object);
-        if (HTLower(*pair->name()) == first && strcasecmp(pair->name(), name) == 0) {
-            return pair->value;
-        }
+    Pair *pair = list == nullptr ? nullptr : list->newest;
+    while (pair != nullptr && !pair->isNamed(name)) {
+        pair = pair->older;
     }
-    return nullptr;
+    return pair == nullptr ? nullptr : pair->value();
 }
 
-void HTAssocList_delete(HTAssocList *list, HTThreadContext *context)
+void HTAssocList_delete(HTAssocList *list, HTThreadContext * /*context*/)
 {
-    HTList_deleteAndFreeContents(list, context);
+    if (list == nullptr) {
+        return;
+    }
+    for (Block *block = list->blocks; block != nullptr;) {
+        std::free(std::exchange(block, block->older));
+    }
+    std::free(list);
 }

@@ -1,6 +1,7 @@
 #include "HTSocket.h"
 
 #include <fcntl.h>
+#include <linux/tcp.h>
 #include <poll.h>
 #include <sys/time.h>
 #include <sys/uio.h>
@@ -101,22 +102,22 @@ HashTable *openSockets()
 bool enterOpen(HTSocket *socket)
 {
     HashTable *const table = openSockets();
-    return table != nullptr && HashAdd(table, socket) == 0;
+    socket->isOpen = table != nullptr && HashAdd(table, socket) == 0;
+    return socket->isOpen;
 }
 
-// Whether the table knows the descriptor; errno is EBADF if not.
+// Whether the table knows the descriptor; errno is EBADF if not. The record remembers it, so that
+// sending needs neither the table nor its lock.
 bool checkOpen(const HTSocket *socket)
 {
-    HashTable *const table = openSockets();
-    if (table == nullptr || HashLookup(table, socket) == nullptr) {
+    if (!socket->isOpen) {
         errno = EBADF;
-        return false;
     }
-    return true;
+    return socket->isOpen;
 }
 
 // Takes the descriptor out of the table; false, with errno EBADF, when it was not there.
-bool takeFromOpen(const HTSocket *socket)
+bool takeFromOpen(HTSocket *socket)
 {
     return checkOpen(socket) && HashRemove(openSockets(), socket) != nullptr;
 }
@@ -160,6 +161,7 @@ void giveRecordBack(HTSocket *socket)
     }
     socket->fd = -1;
     socket->isFree = true;
+    socket->isOpen = false;
     recordQueue().push(socket);
 }
 
@@ -545,6 +547,22 @@ ssize_t HTSocket_writemsg(HTSocket *socket, const void *buffer, std::size_t leng
     totalSent.fetch_add(static_cast<std::uint64_t>(count), std::memory_order_relaxed);
     socket->bytesWritten += static_cast<std::uint32_t>(count);
     return count;
+}
+
+std::int64_t HTSocket_unacknowledged(const HTSocket *socket)
+{
+    const ErrnoKeeper kept;
+    tcp_info info{};
+    socklen_t length = sizeof info;
+    constexpr std::size_t needed = offsetof(tcp_info, tcpi_bytes_acked) + sizeof(std::uint64_t);
+    if (socket == nullptr || socket->secure ||
+        ::getsockopt(socket->fd, IPPROTO_TCP, TCP_INFO, &info, &length) != 0 || length < needed) {
+        return -1;
+    }
+    // The handshake counts as one byte. The counts of the record wrap around, so this one does,
+    // too.
+    const std::uint64_t acknowledged = info.tcpi_bytes_acked - 1;
+    return socket->bytesWritten - static_cast<std::uint32_t>(acknowledged);
 }
 
 ssize_t receive_all(HTSocket *socket, void *buffer, std::size_t length, int flags)

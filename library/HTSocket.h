@@ -1,10 +1,10 @@
 // Sockets: a record around each descriptor, with the error and the byte counts of its life.
 //
 // Records come from a queue that is filled at start-up, and from the heap when it is empty. The
-// descriptors of all open records are kept in a table; a record whose descriptor is not in it is
-// refused with EBADF. Any thread may call; one record is used by one thread at a time. The last
-// argument of a call is the calling thread's context, which notes the times of network activity
-// (null notes nothing).
+// descriptors of all open records are kept in a table; a record notes whether its own is in it, and
+// is refused with EBADF if not. Any thread may call; one record is used by one thread at a time.
+// The last argument of a call is the calling thread's context, which notes the times of network
+// activity (null notes nothing).
 //
 // Calls that fail return -1 (or null) and leave errno as the failing system call set it; no call
 // changes errno otherwise. A null socket gives -1 with errno untouched.
@@ -35,6 +35,7 @@ struct HTSocket {
     int lastError = 0;       // errno of the last call that failed on it
     bool fromQueue = false;  // goes back to the queue when closed
     bool isFree = false;     // waits in the queue
+    bool isOpen = false;     // its descriptor is in the table of open ones
     HTSocketOption *options =
         nullptr;                  // newest first; only with HTLibraryConfig::keepSocketOptions
     bool secure = false;          // carries TLS
@@ -106,6 +107,11 @@ ssize_t HTSocket_receive(HTSocket *socket, void *buffer, std::size_t length, int
 // after the time given for the handshake.
 ssize_t HTSocket_writemsg(HTSocket *socket, const void *buffer, std::size_t length,
                           HTThreadContext *context);
+
+// How many of the bytes sent so far the peer's system has not acknowledged; -1 when that is not
+// known, as with TLS. When the stream has ended and that is all of a message, the peer had closed
+// its side before it could read any of it.
+[[nodiscard]] std::int64_t HTSocket_unacknowledged(const HTSocket *socket);
 
 // Reads until `length` bytes have come or the stream ends; recv() with `flags`. The count, or -1.
 // Not with TLS.

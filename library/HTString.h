@@ -134,8 +134,14 @@ constexpr std::string_view HTWithoutBlanks(std::string_view text)
 // The text without the spaces and tabs around it.
 constexpr std::string_view HTTrimmed(std::string_view text)
 {
-    text.remove_prefix(std::min(text.find_first_not_of(" \t"), text.size()));
-    return text.substr(0, text.find_last_not_of(" \t") + 1);
+    const auto isPadding = [](char c) { return c == ' ' || c == '\t'; };
+    while (!text.empty() && isPadding(text.front())) {
+        text.remove_prefix(1);
+    }
+    while (!text.empty() && isPadding(text.back())) {
+        text.remove_suffix(1);
+    }
+    return text;
 }
 
 // Takes the first member, trimmed, off a list with commas.

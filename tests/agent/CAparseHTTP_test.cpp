@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <utility>
 
 #include "AgentTest.h"
 #include "Feed.h"
@@ -209,6 +210,83 @@ const ResponseRow kResponses11[] = {
     broken("CodeOfFourDigits", "HTTP/1.1 2000\r\n", "no status line"),
 };
 INSTANTIATE_TEST_SUITE_P(CAParseHTTP11, Response, testing::ValuesIn(kResponses11), rowName);
+
+// Takes but a part of each piece, and writes into it.
+class Nibbler : public CAParser {
+public:
+    Nibbler(CAURL *url, std::string *body, std::int32_t divisor)
+        : CAParser(url), body_(body), divisor_(divisor)
+    {
+    }
+    std::int32_t consume(char *data, std::int32_t length, std::int32_t * /*finished*/,
+                         std::int32_t * /*close*/) override
+    {
+        EXPECT_EQ(data[length], '\0');
+        body_->append(data, static_cast<std::size_t>(length)).append("|");
+        std::fill_n(data, length / 2, '\0');
+        return divisor_ == 0 ? 0 : length / divisor_;
+    }
+
+private:
+    std::string *const body_;
+    const std::int32_t divisor_;
+};
+
+// What the parser takes of each block of at most `size` bytes, the first of which has `first`, and
+// what it offers to its sink.
+std::string nibbled(const std::string &bytes, std::size_t first, std::size_t size,
+                    std::int32_t divisor)
+{
+    CAURL url("http://h/dir/page");
+    std::string taken;
+    std::string body;
+    CAParseHTTP parser(&url);
+    parser.addSink(new Nibbler(&url, &body, divisor));
+    Flags flags;
+    Cuts cuts;
+    for (std::size_t at = first; at < bytes.size(); at += size) {
+        cuts.push_back(at);
+    }
+    inPieces(bytes, cuts, [&](char *block, std::int32_t length) {
+        taken += std::to_string(parser.consume(block, length, &flags.done, &flags.close)) + " ";
+        return flags.done == 0;
+    });
+    return taken + body + std::to_string(flags.done + flags.close);
+}
+
+class OddResponse : public AgentTestWith<ResponseRow> {};
+
+TEST_P(OddResponse, DependsOnTheTraceOrLosesItsPlace)
+{
+    const std::string &bytes = GetParam().bytes;
+    for (const std::int32_t divisor : {0, 1, 3}) {
+        for (std::size_t first = 1; first < std::min<std::size_t>(bytes.size(), 4096);
+             first += 1 + bytes.size() / 50) {
+            for (const std::size_t size : {3000U, 4096U}) {
+                const std::string traced = nibbled(bytes, first, size, divisor);
+                FILE *const stream = std::exchange(ac.traceStream, nullptr);
+                EXPECT_EQ(nibbled(bytes, first, size, divisor), traced) << first;
+                ac.traceStream = stream;
+            }
+        }
+    }
+    trace();
+    EXPECT_EQ(nibbled(bytes, 2000, 3000, 1), GetParam().outcome);
+    EXPECT_THAT(trace(), testing::HasSubstr(GetParam().message));
+}
+
+const std::string kLongHead = kLength + "20000\r\n\r\n";
+const std::string kLetters = times(400, "abcdefghijklmnopqrstuvwxy");  // 10,000
+
+const ResponseRow kOddResponses[] = {
+    // Of the second block a part is taken, and then its start once more.
+    {"PartlyTaken", kLongHead + kLetters.substr(0, 5000 - kLongHead.size()),
+     "2000 3000 " + kLetters.substr(0, 2000 - kLongHead.size()) + "|" +
+         kLetters.substr(2000 - kLongHead.size(), 2096) + "|" +
+         kLetters.substr(2000 - kLongHead.size(), 904) + "|-7",
+     "Buffer...... bs 4096, cs 0, sz 3000.\nHTTP"},
+};
+INSTANTIATE_TEST_SUITE_P(CAParseHTTP, OddResponse, testing::ValuesIn(kOddResponses), rowName);
 
 TEST(CABuffer, LosesBytesOrTakesMoreThanItMay)
 {

@@ -185,6 +185,9 @@ const ConnectionRow kConnections[] = {
     // Of these requests one is sent twice.
     {"ClosedInsteadOfAnAnswer", {Reply::ok(), {{}, Reply::Then::Close}}, 2, 2, 5},
     {"ResetInsteadOfAnAnswer", {Reply::ok(), {{}, Reply::Then::Reset}}, 2, 2, 5},
+    // The connection is not looked at before later requests.
+    {"ClosedInsteadOfALaterAnswer", {Reply::ok(), Reply::ok(), {{}, Reply::Then::Close}}, 2, 2, 5},
+    {"ResetInsteadOfALaterAnswer", {Reply::ok(), Reply::ok(), {{}, Reply::Then::Reset}}, 2, 2, 5},
     // It is not sent a third time.
     {"ClosedAgain", {Reply::ok(), {{}, Reply::Then::Close}, {{}, Reply::Then::Close}}, 3, 3, 5},
     {"ClosedWithoutAnyAnswer", {{{}, Reply::Then::Close}}, 2, 2},

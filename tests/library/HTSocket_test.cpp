@@ -85,6 +85,38 @@ TEST(HTSocket, SignalEndsTheWaitOrRestartsItOrLeavesItsError)
     ::close(ends[0]);
 }
 
+// Whether a peer that has ended its stream had got what was sent, or had gone before.
+TEST(HTSocket, LostMessageIsTakenForAReadOneOrSentTwice)
+{
+    for (const bool closesFirst : {true, false}) {
+        sockaddr_in address = {
+            .sin_family = AF_INET, .sin_port = 0, .sin_addr = {}, .sin_zero = {}};
+        socklen_t length = sizeof address;
+        auto *const at = reinterpret_cast<sockaddr *>(&address);
+        const int listener = ::socket(AF_INET, SOCK_STREAM, 0);
+        ASSERT_EQ(::bind(listener, at, length) + ::listen(listener, 1), 0);
+        ASSERT_EQ(::getsockname(listener, at, &length), 0);
+        HTSocket *socket = newSocket();
+        ASSERT_EQ(HTSocket_connect(&socket, at, length, nullptr), 0);
+        const int peer = ::accept(listener, nullptr, nullptr);
+        char bytes[8];
+        EXPECT_EQ(HTSocket_writemsg(socket, "abc", 3, nullptr), 3);
+        EXPECT_EQ(::recv(peer, bytes, 3, MSG_WAITALL), 3);
+        EXPECT_EQ(HTSocket_unacknowledged(socket), 0);
+        if (closesFirst) {
+            ::close(peer);
+        }
+        EXPECT_EQ(HTSocket_writemsg(socket, "defgh", 5, nullptr), 5);
+        if (!closesFirst) {
+            EXPECT_EQ(::recv(peer, bytes, 5, MSG_WAITALL), 5);
+            ::close(peer);
+        }
+        EXPECT_EQ(HTSocket_receive(socket, bytes, 1, 5000, nullptr), 0);
+        EXPECT_EQ(HTSocket_unacknowledged(socket), closesFirst ? 5 : 0);
+        EXPECT_EQ(endSocket(socket) + ::close(listener), 0);
+    }
+}
+
 TEST(HTSocket, HandshakeFailsOtherwiseOrNeverEnds)
 {
     const struct {

@@ -285,7 +285,8 @@ int CAConnection::requestURL(const CAURL *url, CAParser *parser)
     reason_ = {};
     received_ = 0;
     wasKept_ = false;
-    const std::time_t now = HTUptime();
+    begun_ = HTUptimeMillis();
+    const std::time_t now = begun_ / 1000;
     if (lastUsed_ == 0) {
         lastUsed_ = now;
     }
@@ -321,16 +322,22 @@ int CAConnection::requestURL(const CAURL *url, CAParser *parser)
 // Sends the request in the buffer and reads the response. 0, or -1 when it could not be sent.
 int CAConnection::exchange(std::int32_t length, CAParser *parser)
 {
-    if (const std::int32_t sent = sendRequest(length); sent != length) {
-        if (sent >= 0) {
-            closeSocket(__LINE__);  // the next request must not follow half of this one
-            failure_ = CAFailure::Send;
+    int closes = 0;
+    isLost_ = false;
+    do {
+        const std::int32_t sent = isLost_ ? sendAgain(length) : sendRequest(length);
+        if (sent != length) {
+            if (sent >= 0) {
+                closeSocket(__LINE__);  // the next request must not follow half of this one
+                failure_ = CAFailure::Send;
+            }
+            return -1;
         }
-        return -1;
-    }
-    wasKept_ = reused_;
-    reused_ = true;
-    if (readResponse(parser) != 0) {
+        wasKept_ = reused_;
+        reused_ = true;
+        closes = readResponse(parser);
+    } while (isLost_);  // once at most, because only a connection that was used can have lost it
+    if (closes != 0) {
         doneWithConnection();
     }
     return 0;
@@ -430,6 +437,7 @@ bool CAConnection::openSocket(std::size_t address)
     }
     reused_ = false;
     surplus_ = false;
+    isProven_ = false;
     const int on = 1;
     HTSocket_setsockopt(socket_, SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on), threadContext_);
     // Urgent data is read inline, as ordinary bytes: out of band it would be missing from the
@@ -520,7 +528,7 @@ void CAConnection::traceRefusal(const CAURL *url, const char *reason)
 
 std::int32_t CAConnection::composeRequest(const CAURL *url)
 {
-    RequestWriter request(buffer_.data(), kBlockSize);
+    RequestWriter request(buffer_.get(), kBlockSize);
     request << "GET ";
     const std::size_t targetStart = request.length();
     writeTarget(url, &request);
@@ -532,10 +540,8 @@ std::int32_t CAConnection::composeRequest(const CAURL *url)
     }
     const bool http11 = ac.parseOptions.http11;
     const Visitor visitor = visitorFor(*url);
-    request << " " << (http11 ? "HTTP/1.1" : ac.httpVersion) << "\r\n"
-            << "Accept: " << visitor.accept << "\r\n"
-            << "User-Agent: " << visitor.userAgent << "\r\n"
-            << "Host: " << host << "\r\n"
+    request << " " << (http11 ? "HTTP/1.1" : ac.httpVersion) << "\r\nAccept: " << visitor.accept
+            << "\r\nUser-Agent: " << visitor.userAgent << "\r\nHost: " << host << "\r\n"
             << cacheDirective() << visitor.lines
             << (http11 ? "Connection: keep-alive\r\n\r\n" : "Connection: Keep-alive\r\n\r\n");
     if (!request.fits()) {
@@ -543,26 +549,54 @@ std::int32_t CAConnection::composeRequest(const CAURL *url)
         return -1;
     }
     buffer_[request.length()] = '\0';
-    CATrace("Request..... built: %s\n", buffer_.data());
+    CATrace("Request..... built: %s\n", buffer_.get());
     return static_cast<std::int32_t>(request.length());
 }
 
 std::int32_t CAConnection::write(std::int32_t length)
 {
     return static_cast<std::int32_t>(HTSocket_writemsg(
-        socket_, buffer_.data(), static_cast<std::size_t>(length), threadContext_));
+        socket_, buffer_.get(), static_cast<std::size_t>(length), threadContext_));
+}
+
+// If the peer has closed its side, the first write still succeeds, and a reset follows; if bytes
+// have come already, they would be taken for the response. Either way the request would be lost, so
+// such a connection is treated as one on which writing failed.
+//
+// To look costs a system call. It is not made if the last response was complete just now, as long
+// as nothing came behind the first response on the connection: a peer that sends more than it
+// announces does so then, too. If such a connection turns out to be closed, hasLostRequest() sees
+// it afterwards; it needs what the system knows of the connection, which is tried here first.
+bool CAConnection::isStale()
+{
+    constexpr std::int64_t kJustNow = 1;
+    if (!reused_ || surplus_) {
+        return surplus_;
+    }
+    isUnchecked_ = isProven_ && begun_ - idleSince_ <= kJustNow;
+    if (isUnchecked_) {
+        return false;
+    }
+    if (HTSocket_isStale(socket_, threadContext_)) {
+        return true;
+    }
+    isProven_ = isProven_ || HTSocket_unacknowledged(socket_) == 0;
+    return false;
 }
 
 std::int32_t CAConnection::sendRequest(std::int32_t length)
 {
-    // If the peer has closed its side, the first write still succeeds, and a reset follows; if
-    // bytes have come already, they would be taken for the response. Either way the request would
-    // be lost, so such a connection is treated as one on which writing failed.
-    const bool stale = reused_ && (surplus_ || HTSocket_isStale(socket_, threadContext_));
-    std::int32_t sent = stale ? -1 : write(length);
-    if (sent >= 0) {
-        return sent;
-    }
+    isUnchecked_ = false;
+    requestLength_ = length;
+    const std::int32_t sent = isStale() ? -1 : write(length);
+    return sent >= 0 ? sent : sendAgain(length);
+}
+
+// Sends the request once more, on a new connection.
+std::int32_t CAConnection::sendAgain(std::int32_t length)
+{
+    isLost_ = false;
+    isUnchecked_ = false;
     closeSocket(__LINE__);
     CATrace("Net......... Unable to write, retrying. . .\n");
     if (checkConnection() != 0) {
@@ -570,7 +604,7 @@ std::int32_t CAConnection::sendRequest(std::int32_t length)
         CATrace("Net......... could not connect to partner; errno=%d.\n", error);
         return -1;
     }
-    sent = write(length);
+    const std::int32_t sent = write(length);
     if (sent < 0) {
         const int error = errno;
         CATrace("Net......... could not send request; errno=%d.\n", error);
@@ -580,11 +614,18 @@ std::int32_t CAConnection::sendRequest(std::int32_t length)
     return sent;
 }
 
+// At the end of the stream: true when it lay before the request, of which the peer has read nothing
+// then.
+bool CAConnection::hasLostRequest() const
+{
+    return isUnchecked_ && received_ == 0 && HTSocket_unacknowledged(socket_) == requestLength_;
+}
+
 // Hands the bytes read to the parser, in blocks of at most kBlockSize.
 void CAConnection::handOver(std::int32_t count, CAParser *parser, std::int32_t *finished,
                             std::int32_t *closeConnection)
 {
-    char *block = buffer_.data();
+    char *block = buffer_.get();
     char *const end = block + count;
     while (block != end && *finished == 0) {
         const auto length =
@@ -627,7 +668,7 @@ std::int32_t CAConnection::receive(int patience)
 {
     ssize_t count = kHTTimedOut;
     for (int left = patience; count == kHTTimedOut; left -= kPatienceMilliseconds) {
-        count = HTSocket_receive(socket_, buffer_.data(), kReadSize,
+        count = HTSocket_receive(socket_, buffer_.get(), kReadSize,
                                  std::min(left, kPatienceMilliseconds), threadContext_);
         if (left <= kPatienceMilliseconds || CAIsGivenUp(run_)) {
             break;
@@ -675,6 +716,10 @@ int CAConnection::readResponse(CAParser *parser)
     const std::int64_t start = ac.answerTimeout > 0 ? HTUptimeMillis() : 0;
     while (finished == 0) {
         const std::int32_t count = receive(patienceFor(*parser, start));
+        isLost_ = count == 0 && hasLostRequest();
+        if (isLost_) {
+            return 1;
+        }
         if (count > 0) {
             received_ += count;
             handOver(count, parser, &finished, &closeConnection);
@@ -693,5 +738,6 @@ int CAConnection::readResponse(CAParser *parser)
     if (closeConnection != 0) {
         CATrace("Net.. the socket will be closed.\n");
     }
+    idleSince_ = finished != 0 ? HTUptimeMillis() : 0;
     return closeConnection;
 }

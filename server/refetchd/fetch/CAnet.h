@@ -7,6 +7,7 @@
 #include <atomic>
 #include <cstdint>
 #include <ctime>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -88,7 +89,8 @@ public:
     // not fit, or when target or host contains a control character, which could inject a header.
     std::int32_t composeRequest(const CAURL *url);
     // Sends the first `length` bytes of the buffer. When that fails, or the kept connection is
-    // stale, it sends them once more on a new connection. Returns the bytes sent, which may be
+    // stale, it sends them once more on a new connection. (If only readResponse() shows that the
+    // peer had closed the connection, requestURL() does so.) Returns the bytes sent, which may be
     // fewer, or -1 (traced).
     std::int32_t sendRequest(std::int32_t length);
     // Reads the response. 1 when the connection must be closed after it, else 0.
@@ -102,7 +104,8 @@ public:
 
 private:
     static constexpr std::int32_t kBlockSize = 4096;
-    static constexpr std::int32_t kReadSize = 2 * kBlockSize;
+    // A page of 8 KiB comes with its headers in one read.
+    static constexpr std::int32_t kReadSize = 4 * kBlockSize;
     // Indexes of `addresses_`.
     static constexpr std::size_t kV4 = 0;
     static constexpr std::size_t kV6 = 1;
@@ -128,6 +131,9 @@ private:
                   std::int32_t *closeConnection);
     void traceRefusal(const CAURL *url, const char *reason);
     [[nodiscard]] std::int32_t write(std::int32_t length);
+    [[nodiscard]] bool isStale();
+    [[nodiscard]] bool hasLostRequest() const;
+    [[nodiscard]] std::int32_t sendAgain(std::int32_t length);
 
     HTSocket *socket_ = nullptr;  // null: closed
     // The peer's IPv4 and IPv6 address; the family is AF_UNSPEC while there is none.
@@ -137,14 +143,22 @@ private:
     bool reused_ = false;         // the open connection has carried a request already
     bool wasKept_ = false;        // it had when the last request was sent
     bool surplus_ = false;        // bytes followed the end of the last response
+    bool isProven_ = false;       // nothing came behind its first response, see isStale()
+    bool isUnchecked_ = false;    // the last request was sent without a look at the connection
+    bool isLost_ = false;         // and the peer had closed it before
+    std::int32_t requestLength_ = 0;
+    std::int64_t begun_ = 0;      // when the last request began, in milliseconds
+    std::int64_t idleSince_ = 0;  // when its response was complete; 0: it never was
     CAFailure failure_ = CAFailure::None;
     std::string_view reason_;
     std::int64_t received_ = 0;
     std::uint32_t run_ = 0;
-    bool isLookupLate_ = false;                 // the last one was given up
-    std::string tlsName_;                       // the name that the peer's certificate must carry
-    char *const peerName_;                      // owned
-    std::time_t lastUsed_ = 0;                  // when the last request began; 0: never
-    std::array<char, kReadSize + 1> buffer_{};  // the request, then each read of the response
+    bool isLookupLate_ = false;  // the last one was given up
+    std::string tlsName_;        // the name that the peer's certificate must carry
+    char *const peerName_;       // owned
+    std::time_t lastUsed_ = 0;   // when the last request began; 0: never
+    // The request, then each read of the response. Not cleared: pages that are never written to
+    // take no memory.
+    const std::unique_ptr<char[]> buffer_ = std::make_unique_for_overwrite<char[]>(kReadSize + 1);
     HTThreadContext *const threadContext_;
 };

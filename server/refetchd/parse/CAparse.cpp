@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <utility>
 
 #include "base/CAtrace.h"
 #include "config/CAcfg.h"
@@ -15,23 +16,28 @@
 #include "url/CAhost.h"
 #include "url/CAqueue.h"
 
-CABuffer::CABuffer(std::int32_t size) : size_(size), capacity_(size)
+CABuffer::CABuffer(std::int32_t size) : size_(size)
 {
     if (CATraceOn()) {
-        makeBlock();  // now, because the line shows its address
+        static_cast<void>(makeBlock());  // now, because the line shows its address
         CATraceLine("Buffer...... new a buffer %" PRIxPTR ".\n",
                     reinterpret_cast<std::uintptr_t>(buffer_));
     }
 }
 
-// If memory is out, the size becomes 0, so that the buffer never takes anything.
-void CABuffer::makeBlock()
+// Makes a block for `size_` bytes, unless there is one; its contents are not kept. If memory is
+// out, the size becomes 0, so that the buffer never takes anything.
+bool CABuffer::makeBlock()
 {
-    buffer_ = static_cast<char *>(std::malloc(static_cast<std::size_t>(size_) + 1));
-    if (buffer_ == nullptr) {
-        size_ = 0;
-        capacity_ = 0;
+    if (buffer_ != nullptr && capacity_ >= size_) {
+        return true;
     }
+    std::free(buffer_);
+    buffer_ = size_ == 0 ? nullptr
+                         : static_cast<char *>(std::malloc(static_cast<std::size_t>(size_) + 1));
+    size_ = buffer_ == nullptr ? 0 : size_;
+    capacity_ = size_;
+    return buffer_ != nullptr;
 }
 
 CABuffer::~CABuffer()
@@ -39,24 +45,25 @@ CABuffer::~CABuffer()
     std::free(buffer_);
 }
 
+bool CABuffer::mustGrow(std::int32_t length) const
+{
+    return std::int64_t{length} + contentSize_ >= size_ && size_ <= maxBufferSize;
+}
+
 std::int32_t CABuffer::addData(const char *data, std::int32_t length)
 {
     if (data == nullptr || length <= 0) {
         return 0;
     }
-    if (buffer_ == nullptr && size_ != 0) {
-        makeBlock();
-    }
-    if (buffer_ == nullptr) {
-        return 0;
+    if (readP_ == nullptr) {
+        if (!makeBlock()) {
+            return 0;
+        }
+        readP_ = buffer_ + start_;
+        writeP_ = readP_;
     }
     CATrace("Buffer...... bs %d, cs %d, sz %d.\n", size_, contentSize_, length);
-    if (readP_ == nullptr) {
-        readP_ = buffer_;
-        writeP_ = buffer_;
-        contentSize_ = 0;
-    }
-    if (std::int64_t{length} + contentSize_ >= size_ && size_ <= maxBufferSize) {
+    if (mustGrow(length)) {
         return grow(data, length);
     }
     if (readP_ - buffer_ > size_ >> 1) {
@@ -69,6 +76,48 @@ std::int32_t CABuffer::addData(const char *data, std::int32_t length)
     *writeP_ = '\0';
     adjustContentSize();
     return taken;
+}
+
+// Keeps account of size and positions as addData() does, so that it makes no difference to later
+// data, nor to the trace, whether these were copied.
+bool CABuffer::lend(char *data, std::int32_t length)
+{
+    if (length <= 0 || contentSize_ != 0 || size_ == 0 || length >= INT32_MAX - size_) {
+        return false;
+    }
+    const auto at = static_cast<std::int32_t>(readP_ == nullptr ? start_ : readP_ - buffer_);
+    const bool grows = mustGrow(length);
+    const std::int32_t start = grows || at > size_ >> 1 ? 0 : at;
+    if (!grows && length > size_ - start) {
+        return false;
+    }
+    CATrace("Buffer...... bs %d, cs %d, sz %d.\n", size_, contentSize_, length);
+    size_ += grows ? length : 0;
+    start_ = start;
+    lent_ = data;
+    readP_ = data;
+    writeP_ = data + length;
+    *writeP_ = '\0';
+    adjustContentSize();
+    return true;
+}
+
+void CABuffer::takeBack()
+{
+    const char *const unread = readP_;
+    start_ += static_cast<std::int32_t>(readP_ - std::exchange(lent_, nullptr));
+    readP_ = nullptr;
+    writeP_ = nullptr;
+    if (contentSize_ == 0) {
+        return;
+    }
+    if (!makeBlock()) {
+        contentSize_ = 0;
+        return;
+    }
+    readP_ = buffer_ + start_;
+    writeP_ = std::copy_n(unread, contentSize_, readP_);
+    *writeP_ = '\0';
 }
 
 // Increases the size by the offered length, so that the new bytes always fit after the unread
@@ -130,7 +179,7 @@ char *CABuffer::adjustReadP(std::int32_t n)
 CAParser::CAParser(CAURL *url) : CAParser(url, HTThread_context()) {}
 
 CAParser::CAParser(CAURL *url, HTThreadContext *threadContext)
-    : url_(url), threadContext_(threadContext), buffer_(new CABuffer(kBufferSize))
+    : url_(url), threadContext_(threadContext)
 {
 }
 
@@ -140,7 +189,6 @@ CAParser::~CAParser()
         results.droppedMore(*url_, moreDrops_);
     }
     delete sink_;
-    delete buffer_;
 }
 
 std::int32_t CAParser::consume(char *data, std::int32_t length, std::int32_t *finished,

@@ -36,13 +36,22 @@ public:
     // unchanged, when the buffer had to grow and could not.
     std::int32_t addData(const char *data, std::int32_t length);
 
+    // Does the same without a copy: the positions point into `data` until takeBack(), which must be
+    // called before anything else is added and while `data` is valid. Writes a NUL to
+    // `data[length]`. False, with the buffer as it was, while bytes are unread, or if addData()
+    // would not take all `length` bytes.
+    [[nodiscard]] bool lend(char *data, std::int32_t length);
+    // Copies what is still unread of the data that lend() took. It is lost if memory is out.
+    void takeBack();
+
     // Marks `n` bytes as read; a negative `n` makes bytes unread again. The buffer is emptied when
     // all bytes are read or `n` is out of range. Returns the new read position.
     char *adjustReadP(std::int32_t n);
 
     [[nodiscard]] std::int32_t getBufferSize() const { return size_; }
     [[nodiscard]] std::int32_t getContentSize() const { return contentSize_; }
-    // All null until data are added; while tracing is on, the block is allocated at once.
+    // The block is null until data are added, or allocated at once while tracing is on. The
+    // positions may be null while nothing is unread.
     [[nodiscard]] char *getBuffer() const { return buffer_; }
     [[nodiscard]] char *getReadP() const { return readP_; }
     [[nodiscard]] char *getWriteP() const { return writeP_; }
@@ -52,14 +61,17 @@ public:
     void adjustContentSize() { contentSize_ = static_cast<std::int32_t>(writeP_ - readP_); }
 
 private:
-    void makeBlock();
+    [[nodiscard]] bool mustGrow(std::int32_t length) const;
+    [[nodiscard]] bool makeBlock();
     std::int32_t grow(const char *data, std::int32_t length);
     void compact();
 
-    std::int32_t size_;      // most bytes that are kept
-    std::int32_t capacity_;  // bytes of the block, not counting the one for the NUL
+    std::int32_t size_;          // most bytes that are kept
+    std::int32_t capacity_ = 0;  // bytes of the block, not counting the one for the NUL
     std::int32_t contentSize_ = 0;
-    char *buffer_ = nullptr;  // owned
+    std::int32_t start_ = 0;      // where in the block the next data go, while readP_ is null
+    const char *lent_ = nullptr;  // the data that lend() took; null: none
+    char *buffer_ = nullptr;      // owned
     char *readP_ = nullptr;
     char *writeP_ = nullptr;
 };
@@ -122,7 +134,7 @@ protected:
     const CAURL *base_ = url_;                 // links are relative to this
     const CACharset *queryCharset_ = nullptr;  // of the next link, as browsers see it; null: UTF-8
     HTThreadContext *const threadContext_;
-    CABuffer *const buffer_;  // owned; input that waits to be parsed
+    CABuffer buffer_{kBufferSize};  // input that waits to be parsed
     bool isUnwanted_ = false;
 
 private:

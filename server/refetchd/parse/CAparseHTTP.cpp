@@ -96,7 +96,7 @@ CAParseHTTP::~CAParseHTTP()
     HTAssocList_delete(headers_, threadContext_);
 }
 
-std::string_view CAParseHTTP::header(const char *name) const
+std::string_view CAParseHTTP::header(std::string_view name) const
 {
     const char *const value = HTAssocList_lookupExact(headers_, name);
     return value != nullptr ? value : "";
@@ -123,16 +123,19 @@ std::int32_t CAParseHTTP::consume(char *data, std::int32_t length, std::int32_t 
     if (length <= 0) {
         return 0;
     }
-    data[length] = '\0';
     std::int32_t taken = 0;
     int idlePasses = 0;
     while (length > 0 && idlePasses < kMaxIdlePasses) {
         // Kept: if only a part is taken, `data` does not advance, so the same start is offered
-        // again. This happens only when the buffer is full and may grow no further.
-        const std::int32_t added = buffer_->addData(data, length);
+        // again. Therefore only what is taken as a whole is read, and written to, in place.
+        const bool inPlace = buffer_.lend(data, length);
+        const std::int32_t added = inPlace ? length : buffer_.addData(data, length);
         ++idlePasses;
-        if (buffer_->getReadP() != nullptr) {
+        if (buffer_.getReadP() != nullptr) {
             step(finished, closeConnection);
+        }
+        if (inPlace) {
+            buffer_.takeBack();
         }
         if (added > 0) {
             idlePasses = 0;
@@ -147,8 +150,8 @@ std::int32_t CAParseHTTP::consume(char *data, std::int32_t length, std::int32_t 
 // with a whole response goes through all of them.
 void CAParseHTTP::step(std::int32_t *finished, std::int32_t *closeConnection)
 {
-    char **const readP = buffer_->getReadPP();
-    char *const *const writeP = buffer_->getWritePP();
+    char **const readP = buffer_.getReadPP();
+    char *const *const writeP = buffer_.getWritePP();
     if (state_ == State::StatusLine) {
         consumeRC(readP, writeP);
     }
@@ -167,7 +170,7 @@ void CAParseHTTP::step(std::int32_t *finished, std::int32_t *closeConnection)
         *finished = 1;
         *closeConnection = 1;
     }
-    buffer_->adjustContentSize();
+    buffer_.adjustContentSize();
 }
 
 void CAParseHTTP::consumeRC(char **readP, char *const *writeP)
@@ -229,16 +232,16 @@ bool CAParseHTTP::isUseful(std::string_view name) const
            (needsPageHeaders() && isAmong(kPageHeaders, name));
 }
 
-void CAParseHTTP::keepHeader(const char *name, const char *value)
+void CAParseHTTP::keepHeader(std::string_view name, std::string_view value)
 {
     std::string all;
-    if (strcasecmp(name, "Vary:") == 0 && !header(name).empty()) {
-        value = all.append(header(name)).append(", ").append(value).c_str();
+    if (HTEqualsNoCase(name, "Vary:") && !header("Vary:").empty()) {
+        value = all.append(header("Vary:")).append(", ").append(value);
     }
     if (headerBytes_ > kMaxHeaderBytes) {
         return;
     }
-    headerBytes_ += kHeaderRecord + std::strlen(name) + std::strlen(value);
+    headerBytes_ += kHeaderRecord + name.size() + value.size();
     if (headerBytes_ > kMaxHeaderBytes) {
         CATrace("Parser...... too many headers, ignoring the rest.\n");
         return;
@@ -257,7 +260,7 @@ void CAParseHTTP::addHeader(char *line)
     const std::string_view name(line, static_cast<std::size_t>(space - line));
     const char *const value = space + 1;
     if (isUseful(name)) {
-        keepHeader(line, value);
+        keepHeader(name, value);
     }
     CATrace("Parser...... found header %s %s.\n", line, value);
 }
@@ -274,12 +277,11 @@ void CAParseHTTP::addWithoutBlank(const char *line)
     if (colon == nullptr || colon[1] == ' ') {
         return;
     }
-    const std::string name(line, colon + 1);
-    const bool isOther =
-        isAmong(kMoreHeaders, name) || strcasecmp(name.c_str(), "Transfer-Encoding:") == 0;
+    const std::string_view name(line, static_cast<std::size_t>(colon + 1 - line));
+    const bool isOther = isAmong(kMoreHeaders, name) || HTEqualsNoCase(name, "Transfer-Encoding:");
     const bool isOfPage = isAmong(kPageHeaders, name);
     if ((needsOthers && isOther) || (needsPageHeaders() && isOfPage)) {
-        keepHeader(name.c_str(), colon + 1);
+        keepHeader(name, colon + 1);
     }
 }
 

@@ -54,7 +54,7 @@ public:
     // The value of a header, unchanged, by its name with the colon, in any case; the last one if
     // there are several. "" if there is none or the header is not kept. Valid as long as the
     // parser.
-    [[nodiscard]] std::string_view header(const char *name) const;
+    [[nodiscard]] std::string_view header(std::string_view name) const;
 
     // Why links are not looked for in the body of a page although they would be followed.
     // Compression shows only if the options keep its header.
@@ -71,7 +71,7 @@ protected:
     // True for a header that somebody asks for later. The name includes the colon, also below.
     [[nodiscard]] bool isUseful(std::string_view name) const;
     // Keeps a header, unless the headers have used up their memory already.
-    void keepHeader(const char *name, const char *value);
+    void keepHeader(std::string_view name, std::string_view value);
     // True when the body names seeds (CARole).
     [[nodiscard]] bool namesSeeds() const;
     // Follows a redirect. False when a limit of the queue keeps its target out for now.

@@ -10,7 +10,6 @@
 namespace {
 
 constexpr std::int32_t kSwitchingProtocols = 101;
-constexpr std::string_view kBlanks = " \t";
 
 // A peer may send lines and interim responses for ever.
 constexpr std::size_t kMaxHead = 262144;
@@ -103,7 +102,7 @@ CAParseHTTP11::State CAParseHTTP11::readStatusLine(std::string_view line)
 //     field := name ':' blanks value blanks
 CAParseHTTP11::State CAParseHTTP11::readField(std::string_view line)
 {
-    if (kBlanks.find(line.front()) != std::string_view::npos) {
+    if (line.front() == ' ' || line.front() == '\t') {
         return broken("a folded header");
     }
     const std::size_t colon = line.find(':');
@@ -124,7 +123,7 @@ CAParseHTTP11::State CAParseHTTP11::readField(std::string_view line)
     const std::string tight = name.size() == colon ? "" : std::string(name) + ":";
     const std::string_view key = tight.empty() ? line.substr(0, colon + 1) : tight;
     if (isUseful(key)) {
-        keepHeader(std::string(key).c_str(), std::string(value).c_str());
+        keepHeader(key, value);
     }
     return State::Headers;
 }

@@ -112,6 +112,9 @@ std::size_t CAQuotedLength(std::string_view text)
 
 std::string_view CACut(std::string_view text, std::size_t most)
 {
+    if (text.size() <= most / kEscape) {
+        return text;  // it fits, whatever it contains
+    }
     std::size_t end = fitIn(text, most).length;
     if (end < text.size()) {
         const std::size_t percent = text.substr(0, end).rfind('%');

@@ -104,15 +104,12 @@ void CAResults::finished(const CAURL &url, const CAExchange &exchange)
                         .why = judged.why,
                         .isOldCopy = judged.isOldCopy,
                         .exchange = exchange};
-    const std::uint64_t key = CADropped::keyOf(record.url);
     int error = 0;
     {
         const PMutexGuard guard(mutex_);
+        const std::uint64_t key = endFlightLocked(url);
         if (!isOver_) {
             dropsLocked().request(key);
-        }
-        for (Flight &flight : flights_) {
-            flight.url = flight.url == &url ? nullptr : flight.url;
         }
         // A page counts once, however many variants it has.
         if (exchange.status == 200 && exchange.variant <= 1 && !isOver_) {
@@ -121,6 +118,18 @@ void CAResults::finished(const CAURL &url, const CAExchange &exchange)
         error = tellLocked(record);
     }
     reportFailure(logPath_, error);
+}
+
+// Returns the URL's key. Few URLs are reported that were never in flight; only theirs is computed.
+std::uint64_t CAResults::endFlightLocked(const CAURL &url)
+{
+    const auto flight = std::find_if(flights_.begin(), flights_.end(),
+                                     [&url](const Flight &each) { return each.url == &url; });
+    if (flight == flights_.end()) {
+        return CADropped::keyOf(url.stringitize());
+    }
+    flight->url = nullptr;
+    return flight->key;
 }
 
 void CAResults::setSentHeaders(std::vector<std::string> names)
@@ -142,7 +151,12 @@ void CAResults::setInFlight(std::int32_t client, const CAURL *url, std::int32_t 
     if (index >= flights_.size()) {
         flights_.resize(index + 1);
     }
-    flights_[index] = {url, variant, lastVariant, now, HTUptimeMillis()};
+    flights_[index] = {.url = url,
+                       .variant = variant,
+                       .lastVariant = lastVariant,
+                       .started = now,
+                       .since = url != nullptr ? HTUptimeMillis() : 0,
+                       .key = key};
 }
 
 // Each int function below returns 0, or an error number that the caller must report. Only the first

@@ -137,7 +137,10 @@ private:
         std::int32_t lastVariant = 0;
         std::int64_t started = 0;  // the date, as in CAExchange
         std::int64_t since = 0;    // the same moment by HTUptimeMillis()
+        std::uint64_t key = 0;     // of the URL, for CADropped
     };
+
+    [[nodiscard]] std::uint64_t endFlightLocked(const CAURL &url) HT_REQUIRES(mutex_);
 
     [[nodiscard]] int tellFlightsLocked() HT_REQUIRES(mutex_);
     [[nodiscard]] int tellFlightLocked(const Flight &flight) HT_REQUIRES(mutex_);
