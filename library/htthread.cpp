@@ -140,6 +140,49 @@ int pmutex_release(pmutex handle)
     return pthread_mutex_unlock(mutexOf(handle));
 }
 
+PCondition::PCondition() : condition_{}
+{
+    pthread_condattr_t attributes;
+    pthread_condattr_init(&attributes);
+    pthread_condattr_setclock(&attributes, CLOCK_MONOTONIC);
+    pthread_cond_init(&condition_, &attributes);
+    pthread_condattr_destroy(&attributes);
+}
+
+PCondition::~PCondition()
+{
+    pthread_cond_destroy(&condition_);
+}
+
+timespec PCondition::timeIn(std::uint32_t ms)
+{
+    constexpr long kSecond = 1'000'000'000;
+    timespec time{};
+    clock_gettime(CLOCK_MONOTONIC, &time);
+    const long nanoseconds = time.tv_nsec + (ms % 1000) * 1'000'000L;
+    time.tv_sec += ms / 1000 + nanoseconds / kSecond;
+    time.tv_nsec = nanoseconds % kSecond;
+    return time;
+}
+
+bool PCondition::waitUntil(PMutex &mutex, const timespec &time)
+{
+    if (mutex.handle_ == 0) {
+        return clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &time, nullptr) == EINTR;
+    }
+    return pthread_cond_timedwait(&condition_, mutexOf(mutex.handle_), &time) != ETIMEDOUT;
+}
+
+void PCondition::wakeOne()
+{
+    pthread_cond_signal(&condition_);
+}
+
+void PCondition::wakeAll()
+{
+    pthread_cond_broadcast(&condition_);
+}
+
 int millisleep(std::uint32_t ms)
 {
     const timespec duration = {.tv_sec = ms / 1000, .tv_nsec = (ms % 1000) * 1'000'000L};

@@ -3,6 +3,8 @@
 // thread.
 #pragma once
 
+#include <pthread.h>
+
 #include <cstdint>
 #include <ctime>
 
@@ -86,7 +88,30 @@ public:
     }
 
 private:
+    friend class PCondition;
+
     const pmutex handle_;
+};
+
+// Lets threads wait for a change of what a PMutex guards.
+class PCondition {
+public:
+    PCondition();
+    ~PCondition();
+    PCondition(const PCondition &) = delete;
+    PCondition &operator=(const PCondition &) = delete;
+
+    // The time in so many milliseconds, for waitUntil().
+    [[nodiscard]] static std::timespec timeIn(std::uint32_t ms);
+    // Unlocks the mutex, waits to be woken, and locks it again. False when the time has come; true
+    // otherwise, for which there need not be a reason. Without a mutex (memory was out) it sleeps.
+    bool waitUntil(PMutex &mutex, const std::timespec &time) HT_REQUIRES(mutex);
+    // Wakes one thread that waits, or all of them; the mutex need not be held.
+    void wakeOne();
+    void wakeAll();
+
+private:
+    pthread_cond_t condition_;
 };
 
 // Holds a PMutex from its construction to the end of its scope.

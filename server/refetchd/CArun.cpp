@@ -13,6 +13,7 @@
 #include "config/CAcfg.h"
 #include "fetch/CApace.h"
 #include "fetch/CAproxyGate.h"
+#include "fetch/CAwake.h"
 #include "fetch/CAwork.h"
 #include "htthread.h"
 #include "refetchd.h"
@@ -135,32 +136,43 @@ void endRuns()
     for (std::int32_t i = 0; i < workerCount() && !runs.areWorkersStopped; ++i) {
         workerThreads[i]->stop();
     }
+    CAWakeStopped();
 }
 
 void obey(CASignal signal)
 {
     switch (signal) {
-    case CASignal::None: return;
+    case CASignal::None:
+    case CASignal::Wake: return;
     case CASignal::Progress: return writeProgress(runs.isOver ? runs.atEnd : progressOfRun());
     case CASignal::Reopen: return results.reopen();
     case CASignal::End: return endRuns();
     }
 }
 
-// Waits for the polling interval and obeys the signals that come meanwhile. Returns at once when
-// one ends the run.
-void waitForPoll()
+using Clock = std::chrono::steady_clock;
+
+Clock::time_point nextPoll()
+{
+    return Clock::now() + std::chrono::milliseconds(kPollMilliseconds);
+}
+
+// Waits until the next poll and obeys the signals that come meanwhile. True when it has come; false
+// when a signal ends the run, or when a worker thread wakes the master thread.
+bool waitForPoll(Clock::time_point poll)
 {
     using std::chrono::milliseconds;
-    using std::chrono::steady_clock;
-    const auto end = steady_clock::now() + milliseconds(kPollMilliseconds);
     const bool wasEnding = runs.isEnding;
     for (;;) {
-        const auto left = std::chrono::ceil<milliseconds>(end - steady_clock::now());
-        if (left.count() <= 0 || runs.isEnding != wasEnding) {
-            return;
+        const auto left = std::chrono::ceil<milliseconds>(poll - Clock::now());
+        if (left.count() <= 0) {
+            return true;
         }
-        obey(CANextSignal(left.count()));
+        const CASignal signal = CANextSignal(left.count());
+        obey(signal);
+        if (signal == CASignal::Wake || runs.isEnding != wasEnding) {
+            return false;
+        }
     }
 }
 
@@ -191,7 +203,7 @@ void waitWhileAnyWorker(std::int32_t (CAWorkerThread::*state)() const, void (*me
 void waitOutRunTime()
 {
     while (!runs.isEnding && secondsElapsed() < ac.maxRuntime) {
-        waitForPoll();
+        waitForPoll(nextPoll());
     }
 }
 
@@ -532,6 +544,7 @@ void endRun(const char *message)
 void Run()
 {
     obey(CANextSignal(0));  // one may have come before the first run
+    Clock::time_point poll = nextPoll();
     for (;;) {
         updatetimeRep(0);
         restingHosts.release(HTUptime(), urlQueue);
@@ -546,9 +559,11 @@ void Run()
         if (progressClock.isDue(secondsElapsed(), ac.progressSeconds)) {
             writeProgress(progressOfRun());
         }
-        waitForPoll();
-        CAWatchLoad();
-        CAWorkerThread::resetCountPerSecond(ac.requestsPerSecond);
+        if (waitForPoll(poll)) {
+            poll = nextPoll();
+            CAWatchLoad();
+            CAWorkerThread::resetCountPerSecond(ac.requestsPerSecond);
+        }
     }
 }
 
@@ -567,6 +582,16 @@ bool deleteWorker(CAWorkerThread *worker)
     return true;
 }
 
+// Waits for the polling interval; with `wakeclients` no longer than the workers need.
+void letWorkersLeave()
+{
+    if (ac.wakeClients != 0) {
+        waitWhileAnyWorker(&CAWorkerThread::areYouRunning, [] {});
+    } else {
+        waitForPoll(nextPoll());
+    }
+}
+
 // Stops and deletes all workers. Those that do not leave by themselves give up their answers, and
 // all together get another second for that. False when some of them still run.
 bool stopWorkers()
@@ -577,7 +602,8 @@ bool stopWorkers()
         CATrace("Stopping.... client thread #%d.\n", i + 1);
         workerThreads[i]->stop();
     }
-    waitForPoll();
+    CAWakeStopped();
+    letWorkersLeave();
     CAGiveUpAnswers();
     waitWhileAnyWorker(&CAWorkerThread::areYouRunning, [] {});
     std::int32_t deleted = 0;

@@ -9,6 +9,7 @@
 
 #include "base/CAoutput.h"
 #include "config/CAcfg.h"
+#include "fetch/CAwake.h"
 
 namespace {
 
@@ -108,6 +109,7 @@ void CABlockSignals(bool reopens)
 {
     sigemptyset(&taken);
     sigaddset(&taken, SIGUSR1);
+    sigaddset(&taken, CAWakeSignal());
     for (const int signal : kEndSignals) {
         if (!isIgnored(signal)) {
             sigaddset(&taken, signal);
@@ -123,7 +125,11 @@ CASignal CANextSignal(std::int64_t milliseconds)
 {
     const std::timespec wait{.tv_sec = milliseconds / 1000,
                              .tv_nsec = milliseconds % 1000 * 1000000};
-    switch (sigtimedwait(&taken, nullptr, &wait)) {
+    const int signal = sigtimedwait(&taken, nullptr, &wait);
+    if (signal == CAWakeSignal()) {
+        return CASignal::Wake;
+    }
+    switch (signal) {
     case SIGUSR1: return CASignal::Progress;
     case SIGHUP: return CASignal::Reopen;
     case SIGTERM:

@@ -19,6 +19,7 @@ enum class CASignal : std::uint8_t {
     End,
     Progress,
     Reopen,
+    Wake,  // something that the master thread waits for may have happened
 };
 
 // Until CABlockSignals(), SIGTERM and SIGINT end the process with status 0. SIGUSR1 is blocked.

@@ -253,9 +253,6 @@ void runToTheEnd()
         run_loop(nullptr);
         return;
     }
-    while (done == 0) {
-        HTSleep(kPollMilliseconds);
-    }
     JoinThread(master);
 }
 

@@ -227,6 +227,7 @@ public:
     std::int32_t slowStart = 0;         // seconds until all clients work; below 1: none
     std::int32_t latencyLimit = 0;      // milliseconds, for the answers of a host; below 1: none
     std::int32_t hostConnections = 0;   // most requests at a time to a host; below 1: no limit
+    std::int32_t wakeClients = 0;       // flag: waiting threads are woken before their poll
     std::int32_t limitsPerRun = 0;      // flag: `maxurls` and `maxhosturls` count for one run
     std::int32_t proxyTls = 0;          // flag: connections are TLS
     std::int32_t proxyTlsVerify = 1;    // flag: certificates are verified

@@ -183,6 +183,7 @@ constexpr std::array kDirectives = {
     number<&C::latencyLimit, 1>("latencylimit", "Latency..... limit is ", " ms.\n"),
     number<&C::hostConnections, 1>("hostconnections", "Host........ gets at most ",
                                    " requests at a time.\n"),
+    flag<&C::wakeClients>("wakeclients", "Clients..... will ", "be woken.\n"),
     flag<&C::limitsPerRun>("limitsperrun", "Limits...... will ", "count for each run anew.\n"),
     flag<&C::transparentProxy>("transparentproxy", nullptr, nullptr, A::On, CASetExactOn),
     flag<&C::connectToHost>("connecttohost", nullptr, nullptr, A::On, CASetExactOn),

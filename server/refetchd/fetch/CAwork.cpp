@@ -12,6 +12,7 @@
 #include "fetch/CAnet.h"
 #include "fetch/CApace.h"
 #include "fetch/CAproxyGate.h"
+#include "fetch/CAwake.h"
 #include "parse/CAparseHTTP11.h"
 #include "report/CAresults.h"
 #include "url/CAURL.h"
@@ -21,14 +22,36 @@
 CAWorkerThread **workerThreads = nullptr;
 
 PMutex *const CAWorkerThread::mutex = new PMutex;
+std::atomic<std::int32_t> CAWorkerThread::busyWorkers = 0;
+std::atomic<std::int32_t> CAWorkerThread::runningWorkers = 0;
 std::int32_t CAWorkerThread::countPerSecond = 0;
 std::int32_t CAWorkerThread::maxCountPerSecond = 0;
 
 HTThreadHandle CAWorkerThread::start()
 {
     keepGoing_ = 1;
+    ++runningWorkers;
     thread_ = StartThread(ClientThread, reinterpret_cast<void *>(std::intptr_t{index_}));
+    runningWorkers -= thread_ == 0 ? 1 : 0;
     return thread_;
+}
+
+void CAWorkerThread::notRunning()
+{
+    running_ = 0;
+    --runningWorkers;
+}
+
+void CAWorkerThread::makeBusy()
+{
+    busy_ = 1;
+    ++busyWorkers;
+}
+
+void CAWorkerThread::makeIdle()
+{
+    busy_ = 0;
+    --busyWorkers;
 }
 
 std::int32_t CAWorkerThread::mayISendRequest()
@@ -106,6 +129,31 @@ bool connectsPerUrl()
     return ac.transparentProxy != 0 && ac.connectToHost != 0;
 }
 
+// Sleeps for something else than a URL. With `wakeclients` the end of the worker ends it early.
+void nap(const Client &client, std::int64_t milliseconds)
+{
+    const auto ms = static_cast<std::uint32_t>(milliseconds);
+    if (ac.wakeClients == 0) {
+        HTSleep(ms);
+        return;
+    }
+    const CASleepers::News seen = heldClients.news();
+    if (client.keepsGoing()) {
+        heldClients.sleep(seen, ms);
+    }
+}
+
+// Sleeps because the queue has no URL for this worker. With `wakeclients` a URL that comes after
+// `seen` ends it early.
+void waitForUrl(const Client &client, CASleepers::News seen, std::uint32_t milliseconds)
+{
+    if (ac.wakeClients == 0) {
+        HTSleep(milliseconds);
+    } else if (client.keepsGoing()) {
+        urlQueue->sleepers().sleep(seen, milliseconds);
+    }
+}
+
 // Waits until another connection is allowed, and makes it; none when the worker is stopped first.
 void makeConnection(Client *client)
 {
@@ -114,7 +162,7 @@ void makeConnection(Client *client)
             return;
         }
         CATrace("Worker...... waiting for a Connection.\n");
-        HTSleep(kPollMilliseconds);
+        nap(*client, kPollMilliseconds);
     }
     if (client->keepsGoing()) {
         client->connection = std::make_unique<CAConnection>(ac.updateProxy);
@@ -132,13 +180,14 @@ bool takeRequest(const Client &client)
     const std::int64_t wait =
         client.pace == nullptr ? 0 : client.pace->millisToWait(HTUptimeMillis());
     if (wait > 0) {
-        HTSleep(static_cast<std::uint32_t>(std::min(wait, kPaceMilliseconds)));
+        urlQueue->sleepers().wakeOne();  // it need not be this client that takes the next URL
+        nap(client, std::min(wait, kPaceMilliseconds));
         return false;
     }
     if (CAWorkerThread::mayISendRequest() != 0) {
         return true;
     }
-    HTSleep(kPollMilliseconds);
+    nap(client, kPollMilliseconds);
     return false;
 }
 
@@ -369,7 +418,7 @@ void waitAtGate(const Client &client, std::uint32_t run, std::int64_t millisecon
     const std::int64_t end = HTUptimeMillis() + milliseconds;
     std::int64_t left = milliseconds;
     while (left > 0 && !proxyGate.isOpen() && currentRun == run && client.keepsGoing()) {
-        HTSleep(static_cast<std::uint32_t>(std::min(left, kGateMilliseconds)));
+        nap(client, std::min(left, kGateMilliseconds));
         left = end - HTUptimeMillis();
     }
 }
@@ -490,7 +539,7 @@ Next advance(const Client &client, const InFlight &inFlight, CAURL *url, std::ui
     }
     inFlight.note(*url);
     if (ac.delayMs > 0) {
-        HTSleep(static_cast<std::uint32_t>(ac.delayMs));
+        nap(client, ac.delayMs);
     }
     if (waitForBudget(client, run)) {
         return Next::Variant;
@@ -586,7 +635,7 @@ void resend(const Client &client, CAConnection *connection, CAURL *url, std::uin
 
 // Takes the next URL, if there still is one, and fetches it. The worker is marked busy before it
 // dequeues: a thread that sees the queue empty because of that sees the worker busy.
-void workOnNext(Client *worker)
+void workOnNext(Client *worker, CASleepers::News seen)
 {
     const Client &client = *worker;
     client.worker->makeBusy();
@@ -607,8 +656,11 @@ void workOnNext(Client *worker)
         urlQueue->finished(client.ticket);
     }
     client.worker->makeIdle();
+    if (!CAWorkerThread::isAnyBusy() && urlQueue->empty() != 0) {
+        CAWakeMaster();
+    }
     if (blocked) {
-        HTSleep(kHeldBackMilliseconds);
+        waitForUrl(client, seen, kHeldBackMilliseconds);
     }
 }
 
@@ -617,16 +669,17 @@ void onePass(Client *worker)
     const Client &client = *worker;
     HTWorkThread_svcThreadStartWork(1, client.context);
     if (ac.delayMs > 0) {
-        HTSleep(static_cast<std::uint32_t>(ac.delayMs));
+        nap(client, ac.delayMs);
     }
+    const CASleepers::News seen = urlQueue->sleepers().news();
     if (urlQueue->empty() != 0) {
         CATrace("Worker...... thread %d has nothing to do.\n", client.index + 1);
-        HTSleep(kPollMilliseconds);
+        waitForUrl(client, seen, kPollMilliseconds);
     } else if (!proxyGate.isOpen() && client.connection != nullptr &&
                !client.connection->isOpen()) {
         waitForProxy(client, currentRun);
     } else if (waitForBudget(client)) {
-        workOnNext(worker);
+        workOnNext(worker, seen);
     }
     HTWorkThread_svcThreadEndWork(1, client.context);
 }
@@ -658,6 +711,9 @@ void *ClientThread(void *arg)
     }
     HTWorkThread_threadExit(1, context);
     client.worker->notRunning();
+    if (!CAWorkerThread::isAnyRunning()) {
+        CAWakeMaster();
+    }
     if (client.connection != nullptr) {
         client.connection.reset();
         CAWorkerThread::releaseAConnection();

@@ -29,13 +29,16 @@ public:
     [[nodiscard]] std::int32_t shouldKeepGoing() const { return keepGoing_; }
 
     // The worker thread has left its loop, and does not touch its record any more.
-    void notRunning() { running_ = 0; }
+    void notRunning();
     [[nodiscard]] std::int32_t areYouRunning() const { return running_; }
 
     // Busy while the worker thread holds a URL.
-    void makeBusy() { busy_ = 1; }
-    void makeIdle() { busy_ = 0; }
+    void makeBusy();
+    void makeIdle();
     [[nodiscard]] std::int32_t areYouBusy() const { return busy_; }
+    // True while any worker thread is busy, or has not left its loop.
+    [[nodiscard]] static bool isAnyBusy() { return busyWorkers > 0; }
+    [[nodiscard]] static bool isAnyRunning() { return runningWorkers > 0; }
 
     // URLs answered with status 200.
     void incrementSuccesses() { ++successes_; }
@@ -76,6 +79,10 @@ private:
     static PMutex *const mutex;
     static std::int32_t countPerSecond HT_GUARDED_BY(*mutex);     // granted since the reset
     static std::int32_t maxCountPerSecond HT_GUARDED_BY(*mutex);  // the budget
+
+    // How many threads are busy, or were started and have not left their loops.
+    static std::atomic<std::int32_t> busyWorkers;
+    static std::atomic<std::int32_t> runningWorkers;
 
     const std::int32_t index_;  // from 0; traces show one more
     HTThreadHandle thread_ = 0;

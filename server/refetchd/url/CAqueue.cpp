@@ -47,13 +47,16 @@ void CAQueue::put(void *element, std::int32_t count)
         }
         node->object = element;
     }
-    const PMutexGuard guard(mutex_);
-    if (node != nullptr) {
-        appendLocked(node);
-    } else {
-        byDepth_.put(static_cast<CAURL *>(element));
+    {
+        const PMutexGuard guard(mutex_);
+        if (node != nullptr) {
+            appendLocked(node);
+        } else {
+            byDepth_.put(static_cast<CAURL *>(element));
+        }
+        countLocked(count);
     }
-    countLocked(count);
+    sleepers_.wakeOne();
 }
 
 // Counts an element that was put in; `count` is added to the total.
@@ -76,13 +79,16 @@ bool CAQueue::enqueueFound(CAURL *url)
         enqueue(url);
         return true;
     }
-    const PMutexGuard guard(mutex_);
-    if (!CARecordProcessed(url)) {
-        byDepth_.sink(url->stringitize(), url->depth());
-        return false;
+    {
+        const PMutexGuard guard(mutex_);
+        if (!CARecordProcessed(url)) {
+            byDepth_.sink(url->stringitize(), url->depth());
+            return false;
+        }
+        byDepth_.put(url);
+        countLocked(1);
     }
-    byDepth_.put(url);
-    countLocked(1);
+    sleepers_.wakeOne();
     return true;
 }
 
@@ -96,8 +102,11 @@ void CAQueue::hold()
 
 void CAQueue::release()
 {
-    const PMutexGuard guard(mutex_);
-    byDepth_.release();
+    {
+        const PMutexGuard guard(mutex_);
+        byDepth_.release();
+    }
+    sleepers_.wakeOne();
 }
 
 void CAQueue::sink(const char *text, std::int32_t depth)
@@ -131,9 +140,12 @@ bool CAQueue::enqueueInLane(CAURL *url, std::size_t rank)
     HTList *const node = HTList_new(HTThread_context());
     if (node != nullptr) {  // otherwise memory is out, and the URL is lost (reported by the list)
         node->object = url;
-        const PMutexGuard guard(mutex_);
-        link(node, &lanes_[(nextOut_ + rank) % kLanes]);
-        countLocked(1);
+        {
+            const PMutexGuard guard(mutex_);
+            link(node, &lanes_[(nextOut_ + rank) % kLanes]);
+            countLocked(1);
+        }
+        sleepers_.wakeOne();
     }
     return true;
 }
@@ -145,7 +157,11 @@ void *CAQueue::dequeue(CATicket *ticket)
     }
     CATicket ignored;
     CATicket *const taken = ticket != nullptr ? ticket : &ignored;
-    return orderedByDepth_ ? takeByDepth(taken) : takeLimited(taken);
+    void *const element = orderedByDepth_ ? takeByDepth(taken) : takeLimited(taken);
+    if (element != nullptr && length_ > 0) {
+        sleepers_.wakeOne();  // one finished URL may let many begin: each thread wakes the next one
+    }
+    return element;
 }
 
 void *CAQueue::takeFromLane()
@@ -284,11 +300,14 @@ void CAQueue::finished(const CATicket &ticket)
     if (!mayHoldBack()) {
         return;
     }
-    const PMutexGuard guard(mutex_);
-    byDepth_.finished(ticket.level);
-    if (ticket.host != nullptr) {
-        slots_.leave(ticket.host);
+    {
+        const PMutexGuard guard(mutex_);
+        byDepth_.finished(ticket.level);
+        if (ticket.host != nullptr) {
+            slots_.leave(ticket.host);
+        }
     }
+    sleepers_.wakeOne();
 }
 
 void CAQueue::answered(const CATicket &ticket, std::int64_t milliseconds)

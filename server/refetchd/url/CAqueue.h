@@ -6,6 +6,7 @@
 #include <cstdint>
 
 #include "HTList.h"
+#include "base/CAsleepers.h"
 #include "htthread.h"
 #include "url/CAdepth.h"
 #include "url/CAhostSlots.h"
@@ -91,6 +92,10 @@ public:
     // Starts the count of getEnqueuedOfRun() anew.
     void beginCount() { enqueuedOfRun_ = 0; }
 
+    // Where threads may sleep that find nothing to do here. Each element that is enqueued is news
+    // for them, and, with mayHoldBack(), each that need not wait any more.
+    [[nodiscard]] CASleepers &sleepers() { return sleepers_; }
+
     [[nodiscard]] int empty() const { return length_ == 0 ? 1 : 0; }
     [[nodiscard]] std::int32_t getLength() const { return length_; }
     // Elements enqueued since the queue was made, over all runs; stops at INT32_MAX.
@@ -127,6 +132,7 @@ private:
     CADepthOrder byDepth_ HT_GUARDED_BY(mutex_);     // used instead of the lanes
     CAHostSlots slots_ HT_GUARDED_BY(mutex_);        // unused without limitHosts()
     Holdups holdups_ HT_GUARDED_BY(mutex_);
+    CASleepers sleepers_;
     bool orderedByDepth_ = false;  // these two are written before any other thread exists
     bool limitsHosts_ = false;
 
