@@ -199,11 +199,14 @@ void waitWhileAnyWorker(std::int32_t (CAWorkerThread::*state)() const, void (*me
 }
 
 // Waits until `maxruntime` seconds have passed since the start of the run, before the next one may
-// start, or until a signal ends the process.
-void waitOutRunTime()
+// start, or until a signal ends the process. With `wakeclients` short runs without `maxruntime`
+// must not follow each other at once: without it, each of them takes a polling interval.
+void waitOutRunTime(Clock::time_point firstPoll)
 {
     while (!runs.isEnding && secondsElapsed() < ac.maxRuntime) {
         waitForPoll(nextPoll());
+    }
+    while (ac.wakeClients != 0 && !runs.isEnding && !waitForPoll(firstPoll)) {
     }
 }
 
@@ -227,9 +230,10 @@ void runOnce(HTThreadContext *context)
 {
     HTWorkThread_svcThreadStartWork(1, context);
     ++runs.number;
+    const Clock::time_point firstPoll = nextPoll();
     Run();
     if (ac.repeatCount != 1) {
-        waitOutRunTime();
+        waitOutRunTime(firstPoll);
     }
     if (runs.isEnding && !runs.areWorkersStopped) {  // the signal came after the end of the run
         CACleanup();
