@@ -4,6 +4,8 @@
 #include <array>
 #include <charconv>
 #include <cstdint>
+#include <cstring>
+#include <numeric>
 
 #include "HTString.h"
 #include "base/CAtrace.h"
@@ -92,7 +94,8 @@ char *writeUtf8(std::uint32_t code, char *out)
 
 char *CADecodeReferences(char *at, char *end)
 {
-    char *out = at = std::find(at, end, '&');
+    void *const first = std::memchr(at, '&', static_cast<std::size_t>(end - at));
+    char *out = at = first == nullptr ? end : static_cast<char *>(first);
     while (at != end) {
         const Reference reference =
             *at == '&' ? referenceAt({at, static_cast<std::size_t>(end - at)}) : Reference();
@@ -115,7 +118,12 @@ std::string_view CACutLink(char *at, char *end, std::size_t longest)
     while (end != at && isBlank(end[-1])) {
         --end;
     }
-    end = std::remove_if(at, end, [](char c) { return c == '\t' || c == '\n' || c == '\r'; });
+    const auto isControl = [](bool any, char c) {
+        return any | (static_cast<unsigned char>(c) < ' ');
+    };
+    if (std::accumulate(at, end, false, isControl)) {
+        end = std::remove_if(at, end, [](char c) { return c == '\t' || c == '\n' || c == '\r'; });
+    }
     *end = '\0';
     const std::string_view url(at, static_cast<std::size_t>(end - at));
     if (url.size() <= longest && url.find('\0') == std::string_view::npos) {

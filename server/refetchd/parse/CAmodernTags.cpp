@@ -33,22 +33,30 @@ constexpr std::array<CAModernTag, 22> kTags = {{
     {"video", {{{"src", Use::Link}, {"poster", Use::Image}}}},
 }};
 
-// Sets of rows, one bit for each: by the first byte of the name, in either case, and by its length.
-// Few other tags of a page are in both sets, so few names must be compared.
+// Sets of rows, one bit for each: by the length of the name, and for each of the first bytes of a
+// tag, in either case. What ends a name counts as its last byte. Few other tags of a page are in
+// all sets, so few names must be compared.
 struct TagIndex {
-    std::array<std::uint32_t, 256> byLetter{};
     std::array<std::uint32_t, 13> byLength{};
+    std::array<std::array<std::uint32_t, 256>, 3> byByte{};
 };
+
+consteval bool fits(std::string_view name, std::size_t place, char c)
+{
+    constexpr HTCharacterSet kEnds(" \t\n\f\r/>");
+    return place < name.size() ? name[place] == HTLower(c) : place > name.size() || kEnds.has(c);
+}
 
 consteval TagIndex indexTags()
 {
     TagIndex index;
     for (std::size_t i = 0; i < kTags.size(); ++i) {
         const std::string_view name = kTags[i].name;
-        const auto letter = static_cast<unsigned char>(name.front());
-        index.byLetter[letter] |= 1U << i;
-        index.byLetter[letter - 'a' + 'A'] |= 1U << i;
         index.byLength[name.size()] |= 1U << i;
+        for (std::size_t at = 0; at < index.byByte.size() * 256; ++at) {
+            const bool isSet = fits(name, at / 256, static_cast<char>(at % 256));
+            index.byByte[at / 256][at % 256] |= isSet ? 1U << i : 0U;
+        }
     }
     return index;
 }
@@ -62,7 +70,7 @@ const CAModernTag *CAFindModernTag(std::string_view name)
     if (name.size() >= kTagIndex.byLength.size()) {
         return nullptr;
     }
-    std::uint32_t set = kTagIndex.byLetter[static_cast<unsigned char>(name.front())] &
+    std::uint32_t set = kTagIndex.byByte[0][static_cast<unsigned char>(name.front())] &
                         kTagIndex.byLength[name.size()];
     for (; set != 0; set &= set - 1) {
         const CAModernTag &tag = kTags[static_cast<std::size_t>(std::countr_zero(set))];
@@ -71,4 +79,17 @@ const CAModernTag *CAFindModernTag(std::string_view name)
         }
     }
     return nullptr;
+}
+
+bool CAMayBeModernTag(const char *text)
+{
+    std::uint32_t set = ~0U;
+    for (const auto &byByte : kTagIndex.byByte) {
+        const char c = *text++;
+        set &= byByte[static_cast<unsigned char>(c)];
+        if (set == 0 || c == '>') {
+            break;
+        }
+    }
+    return set != 0;
 }

@@ -38,6 +38,10 @@ struct CAModernTag {
 // empty.
 [[nodiscard]] const CAModernTag *CAFindModernTag(std::string_view name);
 
+// False if its first bytes, in any case, show that no tag of the table begins at `text`, which
+// holds a ">".
+[[nodiscard]] bool CAMayBeModernTag(const char *text);
+
 // True when `text` equals `word`, ignoring case. `word` must be in lower case.
 inline bool CAIsWord(std::string_view text, std::string_view word)
 {

@@ -3,6 +3,7 @@
 #include <bit>
 #include <cstdint>
 #include <cstring>
+#include <limits>
 #include <string_view>
 
 #include "HTString.h"
@@ -34,23 +35,36 @@ constexpr std::array<Target, 12> Targets = {{
     {"meta ", "url", false, false},
 }};
 
-// For each byte, one bit for every target whose name begins with it, in either case. Most tags of a
-// page are no targets, and this rules them out quickly.
+// One bit for every target.
 using TargetSet = std::uint16_t;
+static_assert(Targets.size() <= 16, "a bit for each");
 
-consteval std::array<TargetSet, 256> targetsByLetter()
+// For each of the first three places of a tag and each byte there, the targets that allow it, in
+// either case. Most tags of a page are no targets, and this rules them out quickly.
+using TargetIndex = std::array<std::array<TargetSet, 256>, 3>;
+
+consteval TargetIndex indexTargets()
 {
-    std::array<TargetSet, 256> sets{};
-    for (std::size_t c = 0; c < sets.size(); ++c) {
-        for (std::size_t i = 0; i < Targets.size(); ++i) {
-            const bool begins = Targets[i].tag.front() == HTLower(static_cast<char>(c));
-            sets[c] = static_cast<TargetSet>(sets[c] | (begins ? 1U << i : 0U));
+    TargetIndex index{};
+    for (std::size_t place = 0; place < index.size(); ++place) {
+        for (std::size_t c = 0; c < 256; ++c) {
+            for (std::size_t i = 0; i < Targets.size(); ++i) {
+                const std::string_view tag = Targets[i].tag;
+                const bool fits =
+                    place >= tag.size() || tag[place] == HTLower(static_cast<char>(c));
+                index[place][c] |= static_cast<TargetSet>(fits ? 1U << i : 0U);
+            }
         }
     }
-    return sets;
+    return index;
 }
 
-constexpr std::array<TargetSet, 256> kTargetsByLetter = targetsByLetter();
+constexpr TargetIndex kTargetIndex = indexTargets();
+
+bool isSpace(char c)
+{
+    return c == ' ' || (c >= '\t' && c <= '\r');
+}
 
 // True when `text` begins with `word`, ignoring case. `word` is in lower case; `text` ends in a
 // NUL.
@@ -64,9 +78,28 @@ bool begins(const char *text, std::string_view word)
     return true;
 }
 
+// The targets that a text can begin with. Reads nothing after a NUL or a ">", which no target has.
+TargetSet targetsAt(const char *text)
+{
+    TargetSet set = std::numeric_limits<TargetSet>::max();
+    for (const auto &place : kTargetIndex) {
+        set &= place[static_cast<unsigned char>(*text++)];
+        if (set == 0) {
+            break;
+        }
+    }
+    return set;
+}
+
+// True unless the bytes behind a "<" show that its tag holds no link.
+bool mayBeTarget(const char *text)
+{
+    return targetsAt(text) != 0 || isSpace(*text);
+}
+
 const Target *targetOf(const char *text)
 {
-    TargetSet set = kTargetsByLetter[static_cast<unsigned char>(*text)];
+    TargetSet set = targetsAt(text);
     for (; set != 0; set = static_cast<TargetSet>(set & (set - 1))) {
         const Target &target = Targets[static_cast<std::size_t>(std::countr_zero(set))];
         if (begins(text, target.tag)) {
@@ -76,11 +109,6 @@ const Target *targetOf(const char *text)
     return nullptr;
 }
 
-bool isSpace(char c)
-{
-    return c == ' ' || (c >= '\t' && c <= '\r');
-}
-
 char *skipSpace(char *text)
 {
     while (isSpace(*text)) {
@@ -88,6 +116,8 @@ char *skipSpace(char *text)
     }
     return text;
 }
+
+constexpr HTCharacterSet kEndsValue({" \t\r\n>\0", 6});  // an unquoted one
 
 // The value of an attribute; `text` begins after its "=". Ends the value with a NUL, in place.
 // Null when no end is found. This includes the unquoted value of <a href=x>, because scan() has
@@ -101,9 +131,12 @@ char *cutValue(char *text)
         text = skipSpace(text + 1);
         end = std::strchr(text, quote);
     } else {
-        end = std::strpbrk(text, " \t\r\n>");
+        end = text;
+        while (!kEndsValue.has(*end)) {
+            ++end;
+        }
     }
-    if (end == nullptr) {
+    if (end == nullptr || *end == '\0') {
         return nullptr;
     }
     while (end > text && isSpace(end[-1])) {
@@ -118,8 +151,9 @@ char *cutValue(char *text)
 // count. Null without a value.
 char *valueOf(std::string_view attribute, char *text)
 {
+    const char first = attribute.front();
     for (; *text != '\0'; ++text) {
-        if (begins(text, attribute)) {
+        if (HTLower(*text) == first && begins(text, attribute)) {
             char *const equals = skipSpace(text + attribute.size());
             return *equals == '=' ? cutValue(equals + 1) : nullptr;
         }
@@ -132,6 +166,16 @@ char *find(char *from, const char *end, char wanted)
     return static_cast<char *>(std::memchr(from, wanted, static_cast<std::size_t>(end - from)));
 }
 
+// True if the "<" at `open` begins a tag: the mark before it is a ">". Behind another "<" it is
+// within a tag; without a mark before it, if the window begins within one. So a tag can be judged
+// without a look at those before it.
+bool isTag(std::size_t open, CAMarks opens, CAMarks closes, bool beginsWithin)
+{
+    const CAMarks opensBefore = CAMarksBefore(opens, open);
+    const CAMarks closesBefore = CAMarksBefore(closes, open);
+    return closesBefore > opensBefore || (closesBefore == opensBefore && !beginsWithin);
+}
+
 unsigned count(std::size_t length)
 {
     return static_cast<unsigned>(length);
@@ -141,18 +185,46 @@ unsigned count(std::size_t length)
 
 void CAScanHTML::scan(char *data, char *end)
 {
-    char *at = reassemblyLength_ != 0 ? finishPending(data, end) : data;
-    while (char *const tag = find(at, end, '<')) {
-        char *const close = find(tag, end, '>');
-        if (close == nullptr) {
-            bufferIncomplete(tag, static_cast<std::size_t>(end - tag),
-                             static_cast<std::size_t>(tag - data));
-            return;
-        }
-        *close = '\0';
-        parseTag(tag);
-        at = close + 1;
+    char *const at = reassemblyLength_ != 0 ? finishPending(data, end) : data;
+    const char *const tag = parseTags(at, end);
+    if (tag != nullptr) {
+        bufferIncomplete(tag, static_cast<std::size_t>(end - tag),
+                         static_cast<std::size_t>(tag - data));
     }
+}
+
+// Parses the tags in [at, end). Returns the "<" of the one that does not end there; null if all do.
+char *CAScanHTML::parseTags(char *at, char *end)
+{
+    char *tag = nullptr;
+    for (; static_cast<std::size_t>(end - at) >= kCAWindow; at += kCAWindow) {
+        tag = parseWindow(CAWindow(at), at, tag);
+    }
+    return parseWindow(CALastWindow(at, static_cast<std::size_t>(end - at)), at, tag);
+}
+
+// Parses the tags that end in the window onto the bytes at `at`. `tag` is the "<" of a tag that
+// began before it, or null. Returns the same for the next window.
+char *CAScanHTML::parseWindow(const CAWindow &window, char *at, char *tag)
+{
+    const CAMarks opens = window.of('<');
+    const CAMarks closes = window.of('>');
+    if (tag != nullptr && closes != 0) {
+        parseTag(tag, at + CAFirstMark(closes));
+    }
+    const CAMarks ends = window.of('/') >> 1U;  // the "<" of most end tags; they hold no link
+    for (CAMarks left = opens & ~ends; left != 0; left &= left - 1) {
+        const std::size_t open = CAFirstMark(left);
+        const CAMarks closesAfter = CAMarksFrom(closes, open);
+        if (mayBeTarget(at + open + 1) && closesAfter != 0 &&
+            isTag(open, opens, closes, tag != nullptr)) {
+            parseTag(at + open, at + CAFirstMark(closesAfter));
+        }
+    }
+    if (closes == 0 && (tag != nullptr || opens == 0)) {
+        return tag;
+    }
+    return opens > closes ? at + CAFirstMark(CAMarksBehind(opens, closes)) : nullptr;
 }
 
 // Completes the pending tag with the start of the block. Returns where the scan of the block
@@ -196,7 +268,7 @@ void CAScanHTML::parsePending(const char *piece, std::size_t length)
         std::memcpy(&reassembly_[reassemblyLength_], piece, length);
         reassembly_[total] = '\0';
         CATrace("HTML........ parser parsing reconstructed tag \"%s\".\n", reassembly_.data());
-        parseTag(reassembly_.data());
+        parseTag(reassembly_.data(), &reassembly_[total]);
     } else {
         CATrace("HTML........ parser ran out of reassembly space (%u extra bytes needed).\n",
                 count(total - (kReassemblySize - 1)));
@@ -217,8 +289,9 @@ void CAScanHTML::bufferIncomplete(const char *tag, std::size_t length, std::size
     reassemblyLength_ = length;
 }
 
-// `tag` points at the "<" of a text that ends in a NUL. NULs are written into the text.
-void CAScanHTML::parseTag(char *tag)
+// Parses the tag from its "<" to its end, which may be its ">" or the NUL behind it. NULs are
+// written into the tag.
+void CAScanHTML::parseTag(char *tag, char *end)
 {
     char *const text = skipSpace(tag + 1);
     const Target *const target = targetOf(text);
@@ -229,6 +302,7 @@ void CAScanHTML::parseTag(char *tag)
         CATrace("HTMLconsume. Forgetting about image since LoadInlineImages is set to NO.\n");
         return;
     }
+    *end = '\0';
     const char *const link = valueOf(target->attribute, skipSpace(text + target->tag.size()));
     if (link == nullptr) {
         return;

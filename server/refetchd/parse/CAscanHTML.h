@@ -5,6 +5,8 @@
 #include <array>
 #include <cstddef>
 
+#include "parse/CAmarks.h"
+
 // Receives the links of a page. Called on the thread that scans.
 class CALinkSink {
 public:
@@ -38,11 +40,13 @@ private:
     // The longest tag that is put together from several blocks, plus one for the NUL.
     static constexpr std::size_t kReassemblySize = 512;
 
+    char *parseTags(char *at, char *end);
+    char *parseWindow(const CAWindow &window, char *at, char *tag);
     char *finishPending(char *data, char *end);
     void queueUp(const char *data, std::size_t length);
     void parsePending(const char *piece, std::size_t length);
     void bufferIncomplete(const char *tag, std::size_t length, std::size_t offset);
-    void parseTag(char *tag);
+    void parseTag(char *tag, char *end);
 
     CALinkSink *const sink_;
     const bool inlineImages_;

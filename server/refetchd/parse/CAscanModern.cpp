@@ -8,6 +8,7 @@
 #include "base/CAtrace.h"
 #include "parse/CAlinkText.h"
 #include "parse/CAmodernTags.h"
+#include "parse/CAplainTags.h"
 
 namespace {
 
@@ -87,9 +88,13 @@ CAScanModern::State CAScanModern::step(Input *input)
 {
     switch (state_) {
     case State::Text:
-        state_ = skipPast('<', State::TagOpen, input);
+        input->at = CAPassPlainTags(input->at, input->end);
         if (input->at == input->end) {
-            return state_;
+            return State::Text;
+        }
+        state_ = State::TagOpen;
+        if (++input->at == input->end) {
+            return State::TagOpen;
         }
         [[fallthrough]];
     case State::TagOpen: return onTagOpen(State::TagName, input);
@@ -107,7 +112,7 @@ CAScanModern::State CAScanModern::step(Input *input)
     case State::RawOpen: return onMark(input);
     case State::TagName:
     case State::EndTagName:
-    case State::Name: return onName(input);
+    case State::Name: return onName(input->at, input);
     case State::RawEndName: return onRawEndName(input);
     case State::BeforeName:
     case State::AfterName:
@@ -190,42 +195,49 @@ CAScanModern::State CAScanModern::onTagOpen(State name, Input *input)
     }
     state_ = name;
     nameLength_ = 0;
-    return onName(input);
+    return onName(input->at, input);
 }
 
-// Collects the rest of a name. A name too long for name_ is cut off, and is then still longer than
-// any name in the table.
-CAScanModern::State CAScanModern::onName(Input *input)
+// Reads a name, or the rest of one whose begin is in name_. Its next bytes are [begin, input->at),
+// whatever they are, and those up to a byte that ends it. A name that the block holds whole is read
+// in its place.
+CAScanModern::State CAScanModern::onName(const char *begin, Input *input)
 {
-    const HTCharacterSet &ends = state_ == State::Name ? kEndsName : kEndsTagName;
-    const char *at = input->at;
-    std::size_t length = nameLength_;
-    for (; at != input->end && !ends.has(*at); ++at) {
-        if (length < name_.size()) {
-            name_[length++] = *at;
-        }
+    const bool isTag = state_ != State::Name;
+    input->at = find(input->at, input->end, isTag ? kEndsTagName : kEndsName);
+    std::string_view name(begin, static_cast<std::size_t>(input->at - begin));
+    if (nameLength_ != 0 || input->at == input->end) {
+        name = keepName(name);
     }
-    nameLength_ = length;
-    input->at = at;
-    if (at == input->end) {
+    if (input->at == input->end) {
         return state_;
     }
-    if (state_ == State::Name) {
-        return onNameEnd(input);
-    }
-    tag_ = state_ == State::TagName ? CAFindModernTag({name_.data(), nameLength_}) : nullptr;
+    return isTag ? onTagNameEnd(name, input) : onNameEnd(name, input);
+}
+
+// Adds to the name in name_. What does not fit is cut off; the name is then still longer than any
+// in the table. Returns it as far as it is there.
+std::string_view CAScanModern::keepName(std::string_view piece)
+{
+    nameLength_ += piece.copy(name_.data() + nameLength_, name_.size() - nameLength_);
+    return {name_.data(), nameLength_};
+}
+
+CAScanModern::State CAScanModern::onTagNameEnd(std::string_view name, Input *input)
+{
+    tag_ = state_ == State::TagName ? CAFindModernTag(name) : nullptr;
     isWanted_ = tag_ != nullptr && tag_->word.empty();
     isContentType_ = false;
     seen_ = 0;
     setState_ = SetState::BeforeUrl;
     valueCount_ = 0;
     used_ = 0;
-    return *at == '>' ? onTagEnd(false, input) : State::BeforeName;
+    return *input->at == '>' ? onTagEnd(false, input) : State::BeforeName;
 }
 
-CAScanModern::State CAScanModern::onNameEnd(Input *input)
+CAScanModern::State CAScanModern::onNameEnd(std::string_view name, Input *input)
 {
-    attribute_ = newAttribute();
+    attribute_ = newAttribute(name);
     valueLength_ = 0;
     if (input->end - input->at > 2 && input->at[0] == '=' && input->at[1] == '"') {
         input->at += 2;
@@ -271,11 +283,9 @@ CAScanModern::State CAScanModern::onTagMark(Input *input)
         ++input->at;
         return State::Slash;
     }
-    name_[0] = c;
-    nameLength_ = 1;
-    ++input->at;
+    nameLength_ = 0;
     state_ = State::Name;
-    return input->at == input->end ? state_ : onName(input);
+    return onName(input->at++, input);
 }
 
 // A closed tag such as <script/> counts as an element without text. Browsers do so only within SVG;
@@ -338,14 +348,14 @@ void CAScanModern::onValueEnd()
 }
 
 // The attribute whose name was read; null when it is not in the tag's row, or is a repetition.
-const CAModernAttribute *CAScanModern::newAttribute()
+const CAModernAttribute *CAScanModern::newAttribute(std::string_view name)
 {
     if (tag_ == nullptr) {
         return nullptr;
     }
     for (std::size_t i = 0; i < tag_->attributes.size(); ++i) {
         const CAModernAttribute &attribute = tag_->attributes[i];
-        if (CAIsWord({name_.data(), nameLength_}, attribute.name)) {
+        if (CAIsWord(name, attribute.name)) {
             const bool isFirst = (seen_ & 1U << i) == 0;
             seen_ |= 1U << i;
             return isFirst ? &attribute : nullptr;

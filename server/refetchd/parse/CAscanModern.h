@@ -97,8 +97,10 @@ private:
     State skipPast(char wanted, State next, Input *input) const;
     State onMark(Input *input);
     State onTagOpen(State name, Input *input);
-    State onName(Input *input);
-    State onNameEnd(Input *input);
+    State onName(const char *begin, Input *input);
+    std::string_view keepName(std::string_view piece);
+    State onTagNameEnd(std::string_view name, Input *input);
+    State onNameEnd(std::string_view name, Input *input);
     State onRawEndName(Input *input);
     State onTagMark(Input *input);
     State onTagEnd(bool isClosed, Input *input);
@@ -107,7 +109,7 @@ private:
 
     void onValueEnd();
 
-    const CAModernAttribute *newAttribute();
+    const CAModernAttribute *newAttribute(std::string_view name);
     void addToValue(const char *from, const char *to);
     void emptySet();
     char *passWord(char *begin, char *end);
