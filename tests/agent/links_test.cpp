@@ -1,6 +1,10 @@
 // Links in pages: as browsers find them, as the plain scanner does, and what becomes of them.
+#include <random>
+
 #include "AgentTest.h"
 #include "Feed.h"
+#include "PlainLinks.h"
+#include "parse/CAmarks.h"
 #include "parse/CAparseHTML.h"
 #include "parse/CAscanModern.h"
 
@@ -246,6 +250,126 @@ TEST_F(AgentTest, PlainScanFindsOtherLinks)
         const Cuts cuts{row.cut, std::max(row.cut, row.end)};
         EXPECT_EQ(linksOf<CAScanHTML>(row.page, cuts), row.links)
             << row.page << " cut at " << row.cut;
+    }
+}
+
+// What random pages are made of.
+const std::string kPieces[] = {"<",
+                               "<",
+                               "<",
+                               ">",
+                               ">",
+                               ">",
+                               "</",
+                               "<a ",
+                               "<A ",
+                               "<a\t",
+                               "< \n a ",
+                               "<img ",
+                               "<link ",
+                               "<li>",
+                               "<frame ",
+                               "<iframe ",
+                               "<object ",
+                               "<layer ",
+                               "<ilayer ",
+                               "<script ",
+                               "<area ",
+                               "<body ",
+                               "<meta ",
+                               "<img src='i'>",
+                               "<p class=\"t\">",
+                               "<b x='>' y=1>",
+                               "<b x= y=\"a>b\"=\"c>",
+                               "</p>",
+                               "</script>",
+                               "<!--",
+                               "-->",
+                               "href",
+                               "HREF",
+                               "src",
+                               "srcset",
+                               "data",
+                               "background",
+                               "url",
+                               "content",
+                               "=",
+                               "=",
+                               "=",
+                               "\"",
+                               "\"",
+                               "'",
+                               "'",
+                               " ",
+                               " ",
+                               "\n",
+                               "\v",
+                               "/",
+                               "!",
+                               "-",
+                               "x",
+                               "page.html",
+                               "&amp;",
+                               "\xE9",
+                               "<a href='1'>",
+                               "<a href=2>",
+                               "href=\"3\" ",
+                               "\0"s,
+                               text(58),
+                               text(500)};
+
+// Each page is cut in three ways. For other pages: --gtest_shuffle --gtest_repeat=N.
+TEST(CAScan, RandomPagesGiveTheLinksOfAPlainReading)
+{
+    std::mt19937 random(static_cast<unsigned>(testing::UnitTest::GetInstance()->random_seed()));
+    for (int i = 0; i < 1000; ++i) {
+        std::string page;
+        for (std::size_t left = random() % 60; left > 0; --left) {
+            page += kPieces[random() % std::size(kPieces)];
+        }
+        Cuts cuts;
+        for (std::size_t at = random() % 90; at < page.size(); at += random() % 300) {
+            cuts.push_back(at);
+        }
+        const bool images = i % 4 != 0;
+        const auto modern = linksOf<CAScanModern>(page, everyByte(page.size()), images);
+        for (const Cuts &some : {Cuts{}, cuts, everyByte(page.size())}) {
+            ASSERT_EQ(linksOf<CAScanHTML>(page, some, images), plainLinksOf(page, some, images))
+                << page;
+            ASSERT_EQ(linksOf<CAScanModern>(page, some, images), modern) << page;
+        }
+    }
+}
+
+template <typename Window>
+class Marks : public testing::Test {
+};
+
+#ifdef __SSE2__
+using Windows = testing::Types<CAPlainWindow, CASse2Window>;
+#else
+using Windows = testing::Types<CAPlainWindow>;
+#endif
+TYPED_TEST_SUITE(Marks, Windows);
+
+TYPED_TEST(Marks, AreThoseOfTheBytes)
+{
+    std::mt19937 random(1);
+    for (std::size_t length = 0; length <= kCAWindow; ++length) {
+        std::string bytes;
+        while (bytes.size() < length) {
+            constexpr std::string_view kNear = "<=;>\xBC !\x1F\xA0\x7F\x80\xFF\1";
+            bytes += random() % 2 != 0 ? kNear[random() % kNear.size()] : char(random());
+        }
+        const TypeParam window = length < kCAWindow ? CALastWindow<TypeParam>(bytes.data(), length)
+                                                    : TypeParam(bytes.data());
+        bytes.resize(kCAWindow);
+        for (std::size_t i = 0; i < bytes.size(); ++i) {
+            const auto byte = static_cast<unsigned char>(bytes[i]);
+            EXPECT_EQ(window.of('<') >> i & 1U, byte == '<' ? 1U : 0U) << i;
+            EXPECT_EQ(window.of('\xBC') >> i & 1U, byte == 0xBC ? 1U : 0U) << i;
+            EXPECT_EQ(window.upTo(' ') >> i & 1U, byte <= ' ' ? 1U : 0U) << i;
+        }
     }
 }
 
