@@ -231,8 +231,9 @@ Entry *takeSpareEntry(HashTable *table)
     return entry;
 }
 
-// An entry of `item` that is in no bucket yet; null (reported) when memory is out.
-Entry *newEntry(HashTable *table, void *item)
+// An entry of `item`, whose hash is `hash`, that is in no bucket yet; null (reported) when memory
+// is out.
+Entry *newEntry(HashTable *table, void *item, std::uint32_t hash)
 {
     const bool recycling = table->freeListLength != 0;
     Entry *const entry = recycling ? takeSpareEntry(table) : new (std::nothrow) Entry;
@@ -244,7 +245,7 @@ Entry *newEntry(HashTable *table, void *item)
         }
         return nullptr;
     }
-    *entry = {.item = item, .next = nullptr, .hash = hashOf(table, item)};
+    *entry = {.item = item, .next = nullptr, .hash = hash};
     return entry;
 }
 
@@ -393,24 +394,38 @@ bool addEntry(HashTable *table, Entry *entry, Duplicates duplicates)
 
 int HashAdd(HashTable *table, void *item)
 {
-    Entry *const entry = newEntry(table, item);
+    Entry *const entry = newEntry(table, item, hashOf(table, item));
     return entry != nullptr && addEntry(table, entry, Duplicates::Allowed) ? 0 : 1;
+}
+
+HashProbe::HashProbe(HashTable *table, const void *key)
+    : table_(table), key_(key), hash_(hashOf(table, key))
+{
 }
 
 int HashAddUnique(HashTable *table, void *item)
 {
-    Entry *const entry = newEntry(table, item);
+    return HashAddUnique(HashProbe(table, item), item);
+}
+
+int HashAddUnique(const HashProbe &probe, void *item)
+{
+    Entry *const entry = newEntry(probe.table_, item, probe.hash_);
     if (entry == nullptr) {
         return -1;
     }
-    return addEntry(table, entry, Duplicates::Refused) ? 0 : 1;
+    return addEntry(probe.table_, entry, Duplicates::Refused) ? 0 : 1;
 }
 
 void *HashLookup(HashTable *table, const void *key)
 {
-    const std::uint32_t hash = hashOf(table, key);
-    const HandleGuard guard(lockOf(table, hash));
-    const Entry *const entry = *findLocked(table, hash, key);
+    return HashLookup(HashProbe(table, key));
+}
+
+void *HashLookup(const HashProbe &probe)
+{
+    const HandleGuard guard(lockOf(probe.table_, probe.hash_));
+    const Entry *const entry = *findLocked(probe.table_, probe.hash_, probe.key_);
     return entry == nullptr ? nullptr : entry->item;
 }
 

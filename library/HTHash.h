@@ -41,6 +41,22 @@ using HashText = std::string_view (*)(const void *key);
 [[nodiscard]] HashTable *HashCreateKeyed(std::uint32_t size, HashComparator comparator,
                                          HashHasher hasher, HashText text, std::uint32_t lockCount);
 
+// A key of a table with its hash, so that several calls hash it once. The key must stay as it is
+// meanwhile; the table may change.
+class HashProbe {
+public:
+    HashProbe(HashTable *table, const void *key);
+    [[nodiscard]] const void *key() const { return key_; }
+
+private:
+    friend int HashAddUnique(const HashProbe &probe, void *item);
+    friend void *HashLookup(const HashProbe &probe);
+
+    HashTable *table_;
+    const void *key_;
+    std::uint32_t hash_;
+};
+
 // Adds `item` at the head of its bucket. Equal items stay; look-ups find the new one. 0, or 1
 // (reported) when memory is out.
 int HashAdd(HashTable *table, void *item);
@@ -48,9 +64,12 @@ int HashAdd(HashTable *table, void *item);
 // The same unless the table holds an equal item; atomic for other threads. 0 when it was added, 1
 // when there is an equal item, -1 (reported) when memory is out.
 [[nodiscard]] int HashAddUnique(HashTable *table, void *item);
+// The same for an item that equals the probe's key.
+[[nodiscard]] int HashAddUnique(const HashProbe &probe, void *item);
 
 // The newest item that equals `key`, or null.
 [[nodiscard]] void *HashLookup(HashTable *table, const void *key);
+[[nodiscard]] void *HashLookup(const HashProbe &probe);
 
 // Takes the newest item that equals `key` out of the table and returns it; null when there is none.
 void *HashRemove(HashTable *table, const void *key);

@@ -1,70 +1,88 @@
 #include "HTParse.h"
 
-#include <strings.h>
-
-#include <cstring>
+#include "HTString.h"
 
 namespace {
 
 constexpr std::size_t kFirstSchemeColon = 2;
 
-// Cuts the scheme off into `access`. Returns the place behind it, `buffer` itself without a scheme.
-char *cutScheme(char *buffer, char **access)
+// Gives what is behind the scheme, the whole text without one.
+std::string_view cutScheme(std::string_view text, std::string_view *access)
 {
-    char *rest = buffer;
-    for (char *at = buffer + std::strcspn(buffer, ":/#"); *at == ':';
-         at += 1 + std::strcspn(at + 1, ":/#")) {
-        if (static_cast<std::size_t>(at - buffer) < kFirstSchemeColon) {
+    if (text.find(':') == std::string_view::npos) {
+        return text;
+    }
+    std::size_t begin = 0;
+    for (std::size_t at = 0; at < text.size() && text[at] != '/'; ++at) {
+        if (text[at] != ':' || at < kFirstSchemeColon) {
             continue;
         }
-        *at = '\0';
-        char *const scheme = rest;
-        rest = at + 1;
-        if (strcasecmp(scheme, "URL") != 0) {
+        const std::string_view scheme = text.substr(begin, at - begin);
+        begin = at + 1;
+        if (!HTEqualsNoCase(scheme, "URL")) {
             *access = scheme;
             break;
         }
     }
-    return rest;
+    return text.substr(begin);
 }
 
-// Cuts the URL at its first '#'.
-char *cutAnchor(char *buffer, std::size_t length)
+// `text` begins behind "//": the host, and the path behind it.
+void cutHost(std::string_view text, HTURIViews *parts)
 {
-    char *anchor = nullptr;
-    for (char *at = buffer + length; at-- != buffer;) {
-        if (*at == '#') {
-            *at = '\0';
-            anchor = at + 1;
-        }
+    const std::size_t slash = text.find('/');
+    parts->host = text.substr(0, slash);
+    if (slash != std::string_view::npos) {
+        parts->absolute = text.substr(slash + 1);
     }
-    return anchor;
 }
 
-// `rest` begins with "//": the host, and the path behind it.
-void cutHost(char *rest, HTURIParts *parts)
+// Gives what is in front of the first '#'.
+std::string_view cutAnchor(std::string_view text, std::string_view *anchor)
 {
-    *rest = '\0';
-    parts->host = rest + 2;
-    char *const slash = std::strchr(parts->host, '/');
-    if (slash != nullptr) {
-        *slash = '\0';
-        parts->absolute = slash + 1;
+    const std::size_t mark = text.find('#');
+    if (mark == std::string_view::npos) {
+        return text;
     }
+    *anchor = text.substr(mark + 1);
+    *anchor = anchor->substr(0, anchor->find('#'));
+    return text.substr(0, mark);
+}
+
+// Ends `part` with a NUL in the buffer in which it lies. Null for one that is missing.
+char *terminated(char *buffer, std::string_view part)
+{
+    if (part.data() == nullptr) {
+        return nullptr;
+    }
+    char *const begin = buffer + (part.data() - buffer);
+    begin[part.size()] = '\0';
+    return begin;
 }
 
 }  // namespace
 
+HTURIViews HTParse_split(std::string_view text)
+{
+    HTURIViews parts;
+    const std::string_view rest = cutScheme(cutAnchor(text, &parts.anchor), &parts.access);
+    if (rest.starts_with("//") && parts.access.data() != nullptr) {
+        cutHost(rest.substr(2), &parts);
+    } else if (rest.starts_with('/')) {
+        parts.absolute = rest.substr(1);
+    } else if (!rest.empty()) {
+        parts.relative = rest;
+    }
+    return parts;
+}
+
 void HTParse_scan(char *buffer, HTURIParts *parts, std::size_t length)
 {
-    *parts = {};
-    char *const rest = cutScheme(buffer, &parts->access);
-    parts->anchor = cutAnchor(buffer, length);
-    if (rest[0] == '/' && rest[1] == '/' && parts->access != nullptr) {
-        cutHost(rest, parts);
-    } else if (rest[0] == '/') {
-        parts->absolute = rest + 1;
-    } else if (rest[0] != '\0') {
-        parts->relative = rest;
-    }
+    const HTURIViews views = HTParse_split({buffer, length});
+    const auto take = [buffer](std::string_view part) { return terminated(buffer, part); };
+    parts->access = take(views.access);
+    parts->host = take(views.host);
+    parts->absolute = take(views.absolute);
+    parts->relative = take(views.relative);
+    parts->anchor = take(views.anchor);
 }

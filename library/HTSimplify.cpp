@@ -19,12 +19,43 @@ bool isSeparator(char c)
     return c == '/' || c == '\\';
 }
 
-bool needsWork(const char *path)
+// 16 bytes that are compared at once; compilers take the machine's widest instructions for them.
+using Bytes = std::uint8_t __attribute__((vector_size(16)));
+
+Bytes load(const char *from)
 {
-    const std::string_view text(path);
-    constexpr std::array<std::string_view, 4> kMarks = {":", "./", "//", ".."};
-    return std::any_of(kMarks.begin(), kMarks.end(),
-                       [text](std::string_view mark) { return text.find(mark) != text.npos; });
+    Bytes bytes;
+    std::memcpy(&bytes, from, sizeof(bytes));
+    return bytes;
+}
+
+// True when a path is worth a closer look because of one of `bytes` and the one behind it, from
+// `next`: ":", "./", "//" or "..".
+bool hasMark(Bytes bytes, Bytes next)
+{
+    const auto dots = bytes == '.';
+    const auto marks =
+        (bytes == ':') | ((dots | (bytes == '/')) & (next == '/')) | (dots & (next == '.'));
+    std::array<std::uint64_t, 2> words{};
+    std::memcpy(words.data(), &marks, sizeof(words));
+    return (words[0] | words[1]) != 0;
+}
+
+// `path` ends with a NUL, which is read as well.
+bool needsWork(std::string_view path)
+{
+    if (path.size() < sizeof(Bytes)) {
+        std::array<char, sizeof(Bytes) + 1> padded{};
+        std::copy(path.begin(), path.end(), padded.begin());
+        return hasMark(load(padded.data()), load(padded.data() + 1));
+    }
+    const char *const last = path.data() + path.size() - sizeof(Bytes);
+    for (const char *at = path.data(); at < last; at += sizeof(Bytes)) {
+        if (hasMark(load(at), load(at + 1))) {
+            return true;
+        }
+    }
+    return hasMark(load(last), load(last + 1));
 }
 
 constexpr std::uint32_t kNoPort = UINT32_MAX;
@@ -254,27 +285,33 @@ void simplifyFrom(char *path, Start start)
 
 }  // namespace
 
-void HTSimplify(char *path, HTPool * /*pool*/)
+void HTSimplify(char *path, HTPool *pool)
+{
+    HTSimplify(path, std::strlen(path), pool);
+}
+
+std::size_t HTSimplify(char *path, std::size_t length, HTPool * /*pool*/)
 {
     const bool traced = HTTrace_on(kTraceUri);
     if (traced) {
         tfprintf(stderr, "HTSimplify.. simplifying `%s' \n", path);
     }
-    if (!needsWork(path)) {
+    if (!needsWork({path, length})) {
         if (traced) {
             tfprintf(stderr, "HTSimplify.. nothing to do!\n");
         }
-        return;
+        return length;
     }
     const Start start = findStart(path);
     if (*start.cursor == '\0') {
         if (traced) {
             tfprintf(stderr, "HTSimplify.. No simplification possible\n");
         }
-        return;
+        return std::strlen(path);
     }
     simplifyFrom(path, start);
     if (traced) {
         tfprintf(stderr, "HTSimplify.. into `%s'\n", path);
     }
+    return std::strlen(path);
 }

@@ -2,6 +2,8 @@
 // own.
 #pragma once
 
+#include <cstddef>
+
 #include "HTMemory.h"
 
 // Rewrites `path` in place: removes "." segments, "name/.." pairs, repeated separators and the
@@ -12,3 +14,6 @@
 // path without "./", "//", ".." and ":" is left as it is. Takes linear time; `pool` is not used at
 // present. Traces as module kTraceUri.
 void HTSimplify(char *path, HTPool *pool);
+
+// The same for a path of `length` bytes. Gives the new length.
+std::size_t HTSimplify(char *path, std::size_t length, HTPool *pool);

@@ -15,9 +15,12 @@ namespace {
 
 bool jumpsFromHost(const CAURL &found, const CAURL &page)
 {
+    if (ac.delveAcrossHosts != 0) {
+        return false;
+    }
     const std::string_view from = page.host();
     const std::string_view to = found.host();
-    if (ac.delveAcrossHosts != 0 || from == to) {
+    if (from == to) {
         return false;
     }
     CATrace("URL......... %s will be ignored: jump from host %.*s to %.*s.\n", found.stringitize(),
@@ -29,6 +32,9 @@ bool hostIsExhausted(const CAURL &found)
 {
     const std::string_view name = found.host();
     const std::int32_t max = ac.getMaxHits(name, &HTThread_context()->pool);
+    if (max == 0 && !CATraceOn()) {
+        return false;  // otherwise the trace shows which hosts are new
+    }
     const std::int32_t hits = ht.getHits(name);
     if (max == 0 || hits < max) {
         return false;
@@ -41,6 +47,12 @@ bool hostIsExhausted(const CAURL &found)
 }  // namespace
 
 CADrop CAObjection(const CAURL &found, const CAURL &page)
+{
+    CAUrlKey key(found);
+    return CAObjection(found, page, &key);
+}
+
+CADrop CAObjection(const CAURL &found, const CAURL &page, CAUrlKey *key)
 {
     const char *const text = found.stringitize();
     if (found.depth() > ac.delveDepth) {
@@ -60,7 +72,7 @@ CADrop CAObjection(const CAURL &found, const CAURL &page)
     if (jumpsFromHost(found, page)) {
         return CADrop::DelveAcrossHosts;
     }
-    if (CAIsProcessed(text)) {
+    if (key->isProcessed()) {
         CATrace("URL......... %s will be ignored: already processed.\n", text);
         return CADrop::Processed;
     }

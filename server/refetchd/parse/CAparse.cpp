@@ -14,6 +14,7 @@
 #include "report/CAresults.h"
 #include "url/CAURL.h"
 #include "url/CAhost.h"
+#include "url/CAprocessed.h"
 #include "url/CAqueue.h"
 
 CABuffer::CABuffer(std::int32_t size) : size_(size)
@@ -222,10 +223,13 @@ void CAParser::useWebLinks()
     base_ = page_;
 }
 
-CAURL *CAParser::resolveFound(const char *link, std::int32_t deeper) const
+CAURL *CAParser::resolveFound(const char *link, std::int32_t deeper)
 {
-    CAURL *const found =
-        webLinks_ ? CAURL::fromLink(link, *base_, queryCharset_).release() : new CAURL(link, base_);
+    if (!webLinks_ && !linkBase_) {
+        linkBase_.emplace(*url_);
+    }
+    CAURL *const found = webLinks_ ? CAURL::fromLink(link, *base_, queryCharset_).release()
+                                   : new CAURL(link, *linkBase_);
     if (found == nullptr) {
         return nullptr;
     }
@@ -262,7 +266,7 @@ void CAParser::reportDropped(const char *link, std::int32_t deeper, CADrop why)
     }
 }
 
-bool CAParser::sinkIfKnown(const char *link, std::int32_t deeper) const
+bool CAParser::sinkIfKnown(const char *link, std::int32_t deeper)
 {
     if (!urlQueue->isOrderedByDepth()) {
         return false;
@@ -280,7 +284,8 @@ void CAParser::takeIfInteresting(CAURL *found)
     if (found == nullptr) {
         return;
     }
-    if (const CADrop why = CAObjection(*found, *page_); why != CADrop::None) {
+    CAUrlKey key(*found);
+    if (const CADrop why = CAObjection(*found, *page_, &key); why != CADrop::None) {
         CATrace("Not......... interested in URL \"%s\".\n", found->stringitize());
         if (why == CADrop::Processed) {
             urlQueue->sink(found->stringitize(), found->depth());
@@ -295,7 +300,7 @@ void CAParser::takeIfInteresting(CAURL *found)
     CATrace("Interested.. in URL \"%s\".\n", found->stringitize());
     CATrace("Interested..   for host \"%.*s\".\n", CALength(host), host.data());
     ht.addHit(host);  // before the URL becomes another thread's
-    if (!urlQueue->enqueueFound(found)) {
+    if (!urlQueue->enqueueFound(found, &key)) {
         ht.addHits(host, -1);
         delete found;
     }

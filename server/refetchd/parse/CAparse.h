@@ -9,14 +9,15 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 
 #include "HTWorkThread.h"
 #include "base/CAoutcome.h"
 #include "config/CAoptions.h"
 #include "report/CAdropped.h"
+#include "url/CAURL.h"
 
 class CACharset;
-class CAURL;
 
 // A byte buffer with a read and a write position. A NUL always follows the unread bytes.
 class CABuffer {
@@ -113,14 +114,14 @@ protected:
     // Makes the URL of a link or redirection of this response; its depth is `deeper` levels more
     // than that of the response's URL. The caller owns it. Null (traced) when browsers make no URL
     // of it.
-    [[nodiscard]] CAURL *resolveFound(const char *link, std::int32_t deeper) const;
+    [[nodiscard]] CAURL *resolveFound(const char *link, std::int32_t deeper);
     // Reports to `results`, if outcomes are collected, that a limit keeps this link out. After many
     // links that are dropped, the rest are only counted.
     void reportDropped(const char *link, std::int32_t deeper, CADrop why);
     // For a link that a limit keeps out; does nothing, and is false, unless the queue is ordered by
     // depth. True when the link's URL is recorded; if it still waits, it takes the smaller depth,
     // which needs no room in the queue.
-    [[nodiscard]] bool sinkIfKnown(const char *link, std::int32_t deeper) const;
+    [[nodiscard]] bool sinkIfKnown(const char *link, std::int32_t deeper);
     // Takes `found` over, which may be null. If it is interesting, it is counted for its host,
     // recorded as processed and enqueued. Otherwise it is deleted, and reported as dropped unless
     // it was recorded before.
@@ -141,6 +142,7 @@ private:
     [[nodiscard]] bool countsDropsOnly() const { return drops_ >= CADropped::kMostOfPage; }
     void reportDropped(const CAURL &found, CADrop why);
 
+    std::optional<const CALinkBase> linkBase_;  // url_, once there is a link
     std::int32_t drops_ = 0;
     std::int64_t moreDrops_ = 0;
 };

@@ -30,30 +30,31 @@ constexpr DefaultPort kDefaultPorts[] = {
     {"file", ""},
 };
 
-bool differ(const char *a, const char *b)
+bool isThere(std::string_view part)
 {
-    return a != nullptr && b != nullptr && std::strcmp(a, b) != 0;
+    return part.data() != nullptr;
 }
 
-// Cuts the scheme's default port off `host`, in place.
-void cutPort(char *host, const char *protocol)
+bool differ(std::string_view a, std::string_view b)
 {
-    char *const colon = std::strchr(host, ':');
-    if (colon == nullptr) {
-        return;
+    return isThere(a) && isThere(b) && a != b;
+}
+
+// The host without the scheme's default port.
+std::string_view withoutPort(std::string_view host, std::string_view protocol)
+{
+    const std::size_t colon = host.find(':');
+    if (colon == std::string_view::npos) {
+        return host;
     }
-    const std::string_view port(colon);
+    const std::string_view port = host.substr(colon);
     for (const DefaultPort &row : kDefaultPorts) {
-        if (protocol != nullptr && row.protocol == protocol &&
-            (row.port.empty() || row.port == port)) {
-            *colon = '\0';
-            return;
+        if (row.protocol == protocol && (row.port.empty() || row.port == port)) {
+            return host.substr(0, colon);
         }
     }
     // Surprising but wanted: in "h.:8080" the port is cut together with the dot before it.
-    if (colon > host && colon[-1] == '.') {
-        colon[-1] = '\0';
-    }
+    return colon > 0 && host[colon - 1] == '.' ? host.substr(0, colon - 1) : host;
 }
 
 bool isSeparator(char c)
@@ -76,32 +77,40 @@ std::size_t keptLength(std::string_view page)
     return at == 0 ? 0 : at + 1;
 }
 
-std::string_view orEmpty(const char *text)
+// A path without its leading "/".
+struct JoinedPath {
+    std::string_view kept = {};  // of the page's path
+    std::string_view rest = {};
+};
+
+// `page` is the directory of the path `related.absolute`.
+JoinedPath joinPath(const HTURIViews &given, const HTURIViews &related, std::string_view page)
 {
-    return text == nullptr ? "" : text;
+    if (isThere(given.absolute)) {
+        return {.rest = given.absolute};
+    }
+    if (!isThere(related.absolute)) {
+        return {.rest = isThere(given.relative) ? given.relative : related.relative};
+    }
+    if (!isThere(given.relative)) {
+        return {.rest = related.absolute};
+    }
+    return {.kept = page, .rest = given.relative};
 }
 
-// Writes the joined path into `out`, beginning with "/". `out` has room for both paths, the "/" and
-// a NUL.
-void joinPath(const HTURIParts &given, const HTURIParts &related, char *out)
+// Writes the path into the pool, simplified. Null when memory is out.
+std::string_view simplified(const JoinedPath &path, HTPool *pool)
 {
-    std::string_view kept;
-    std::string_view rest;
-    if (given.absolute != nullptr) {
-        rest = given.absolute;
-    } else if (related.absolute == nullptr) {
-        rest = orEmpty(given.relative != nullptr ? given.relative : related.relative);
-    } else if (given.relative == nullptr) {
-        rest = related.absolute;
-    } else {
-        const std::string_view page(related.absolute);
-        kept = page.substr(0, keptLength(page));
-        rest = given.relative;
+    const std::size_t length = 1 + path.kept.size() + path.rest.size();
+    char *const text = static_cast<char *>(pool->alloc(length + 1));
+    if (text == nullptr) {
+        return {};
     }
-    *out++ = '/';
-    out = std::copy(kept.begin(), kept.end(), out);
-    out = std::copy(rest.begin(), rest.end(), out);
-    *out = '\0';
+    text[0] = '/';
+    char *const end = std::copy(path.rest.begin(), path.rest.end(),
+                                std::copy(path.kept.begin(), path.kept.end(), text + 1));
+    *end = '\0';
+    return {text, HTSimplify(text, length, pool)};
 }
 
 constexpr std::string_view kHostMark = "://";
@@ -137,7 +146,7 @@ CAURLParts split(const char *text)
         const std::string_view protocol(path.data() + path.size() + 1);
         return {.protocol = protocol, .host = protocol.data() + protocol.size() + 1, .path = path};
     }
-    const char *const mark = std::strstr(text, kHostMark.data());
+    const char *const mark = std::strchr(text, '/') - 1;
     const char *const host = mark + kHostMark.size();
     const char *const path = std::strchr(host, '/');
     return {.protocol = {text, static_cast<std::size_t>(mark - text)},
@@ -158,23 +167,35 @@ const char *faultText(CAWebFault fault)
 
 }  // namespace
 
+CALinkBase::CALinkBase(const char *text) : text_(text), parts_(HTParse_split(text))
+{
+    directory_ = parts_.absolute.substr(0, keptLength(parts_.absolute));
+}
+
+CALinkBase::CALinkBase(const CAURL &page) : CALinkBase(page.stringitize())
+{
+    depth_ = page.depth();
+    source_ = page.source();
+}
+
 CAURL::CAURL(const char *name)
 {
-    parseMe(name, "");
+    parseMe(name, CALinkBase(""));
 }
 
 CAURL::CAURL(const char *name, const char *base)
 {
-    parseMe(name, base);
+    parseMe(name, CALinkBase(base));
     CATrace("URL......... [n+n] \"%s\" + \"%s\" --> \"%s\".\n", name, base, stringitize());
 }
 
-CAURL::CAURL(const char *name, const CAURL *parent)
-    : depth_(parent->depth_), source_(parent->source_)
+CAURL::CAURL(const char *name, const CAURL *parent) : CAURL(name, CALinkBase(*parent)) {}
+
+CAURL::CAURL(const char *name, const CALinkBase &page) : depth_(page.depth_)
 {
-    parseMe(name, parent->stringitize());
-    CATrace("URL......... [n+u] \"%s\" + \"%s\" --> \"%s\".\n", name, parent->stringitize(),
-            stringitize());
+    setSource(page.source_);
+    parseMe(name, page);
+    CATrace("URL......... [n+u] \"%s\" + \"%s\" --> \"%s\".\n", name, page.text_, stringitize());
 }
 
 CAURL::CAURL(const CAURLParts &parts, const CAURL &base)
@@ -213,41 +234,30 @@ CAURL::~CAURL()
     HTShared_release(text_);
 }
 
-void CAURL::parseMe(const char *name, const char *base)
+void CAURL::parseMe(std::string_view name, const CALinkBase &base)
 {
     HTPool *const pool = &HTThread_context()->pool;
     const HTPoolScope scope(pool);
-    const std::size_t nameLength = std::strlen(name);
-    const std::size_t baseLength = std::strlen(base);
-    char *const givenText = pool->copy(name, nameLength);
-    char *const relatedText = pool->copy(base, baseLength);
-    char *const path = static_cast<char *>(pool->alloc(nameLength + baseLength + sizeof("/")));
-    if (givenText == nullptr || relatedText == nullptr || path == nullptr) {
+    const HTURIViews given = HTParse_split(name);
+    HTURIViews related = base.parts_;
+
+    const std::string_view protocol = isThere(given.access) ? given.access : related.access;
+    if (differ(given.access, related.access)) {
+        related = HTURIViews{};  // nothing is inherited across schemes
+    }
+    const std::string_view host =
+        withoutPort(isThere(given.host) ? given.host : related.host, protocol);
+    if (isThere(given.host) && differ(host, related.host)) {
+        related.absolute = {};
+        related.relative = {};
+    }
+
+    const std::string_view path = simplified(joinPath(given, related, base.directory_), pool);
+    if (!isThere(path)) {
         return;
     }
-    HTURIParts given{};
-    HTURIParts related{};
-    HTParse_scan(givenText, &given, nameLength);
-    HTParse_scan(relatedText, &related, baseLength);
-
-    const char *const protocol = given.access != nullptr ? given.access : related.access;
-    if (differ(given.access, related.access)) {
-        related = HTURIParts{};  // nothing is inherited across schemes
-    }
-
-    char *const host = given.host != nullptr ? given.host : related.host;
-    if (host != nullptr) {
-        cutPort(host, protocol);
-    }
-    if (differ(given.host, related.host)) {
-        related.absolute = nullptr;
-        related.relative = nullptr;
-    }
-
-    joinPath(given, related, path);
-    HTSimplify(path, pool);
-    CATrace("Simplify.... path down to \"%s\".\n", path);
-    text_ = newText(orEmpty(protocol), orEmpty(host), path);
+    CATrace("Simplify.... path down to \"%s\".\n", path.data());
+    text_ = newText(protocol, host, path);
 }
 
 CAURLParts CAURL::parts() const

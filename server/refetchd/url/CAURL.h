@@ -6,6 +6,7 @@
 #include <memory>
 #include <string_view>
 
+#include "HTParse.h"
 #include "base/CAwhen.h"
 #include "url/CAweb.h"
 
@@ -14,6 +15,25 @@ enum class CARole : std::uint8_t {
     Page,     // it may have links
     Sitemap,  // it names seeds (CAparseSitemap.h)
     Robots,   // a robots.txt, which may name sitemaps
+};
+
+class CAURL;
+
+// A page, or a text, against which links are resolved: its own text is split once for all of them.
+// Both that text and the page must outlive it.
+class CALinkBase {
+public:
+    explicit CALinkBase(const char *text);
+    explicit CALinkBase(const CAURL &page);
+
+private:
+    friend class CAURL;
+
+    const char *text_;
+    HTURIViews parts_;
+    std::string_view directory_;  // of the path: relative links go behind it
+    std::int32_t depth_ = 0;
+    _source source_ = SOURCE_CONFIG;
 };
 
 // The record of one URL: made from a seed, a link or a redirection target, queued, fetched,
@@ -31,6 +51,7 @@ public:
     explicit CAURL(const char *name);
     CAURL(const char *name, const char *base);
     CAURL(const char *name, const CAURL *parent);
+    CAURL(const char *name, const CALinkBase &page);  // as with `parent`, for many links of a page
     // Resolve as browsers do (CAweb.h), which gives null when they make no URL of it, or when
     // memory is out: `link`, found on the page `base`, whose source and depth it takes over
     // (traced), with its query in `charset` (null: UTF-8); or this URL's own text. `base` must be a
@@ -42,24 +63,24 @@ public:
     CAURL(const CAURL &) = delete;
     CAURL &operator=(const CAURL &) = delete;
 
-    void setSource(_source source) { source_ = source; }
+    void setSource(_source source) { source_ = source == SOURCE_HITS ? 1 : 0; }
     void setDepth(std::int32_t depth) { depth_ = depth; }
     void setHits(std::int32_t hits) { hits_ = hits; }
     void incrementHits() { ++hits_; }
     // Counts one retry of the current variant.
     void countRetry() { ++retries_; }
     // Marks a URL that is requested once more because its host asked for a pause.
-    void setRepeated() { repeated_ = true; }
+    void setRepeated() { repeated_ = 1; }
     // Marks a URL whose server has refused the connection (status 421).
-    void setMisdirected() { misdirected_ = true; }
+    void setMisdirected() { misdirected_ = 1; }
     // Marks a URL that is requested once more because a kept connection was reset.
-    void setResent() { resent_ = true; }
+    void setResent() { resent_ = 1; }
     // Makes it a URL that names seeds. `nesting` is the number of sitemaps that lead to it, itself
     // included. Of its entries only those are taken that changed in the last `since` seconds; below
     // 1: all.
     void setRole(CARole role, std::uint8_t nesting, std::int32_t since)
     {
-        role_ = role;
+        role_ = static_cast<std::uint32_t>(role) & 3U;
         nesting_ = nesting;
         since_ = since;
     }
@@ -68,9 +89,9 @@ public:
     {
         ++variant_;
         retries_ = 0;
-        repeated_ = false;
-        misdirected_ = false;
-        resent_ = false;
+        repeated_ = 0;
+        misdirected_ = 0;
+        resent_ = 0;
     }
 
     // The scheme without ":"; the host, with its port unless that is the default of http or gopher
@@ -80,18 +101,18 @@ public:
     [[nodiscard]] std::string_view protocol() const;
     [[nodiscard]] std::string_view host() const;
     [[nodiscard]] const char *path() const;
-    [[nodiscard]] _source source() const { return source_; }
+    [[nodiscard]] _source source() const { return static_cast<_source>(source_); }
     [[nodiscard]] std::int32_t depth() const { return depth_; }
     [[nodiscard]] std::int32_t hits() const { return hits_; }
-    [[nodiscard]] std::int32_t retries() const { return retries_; }
-    [[nodiscard]] bool isRepeated() const { return repeated_; }
-    [[nodiscard]] bool isMisdirected() const { return misdirected_; }
-    [[nodiscard]] bool isResent() const { return resent_; }
+    [[nodiscard]] std::int32_t retries() const { return static_cast<std::int32_t>(retries_); }
+    [[nodiscard]] bool isRepeated() const { return repeated_ != 0; }
+    [[nodiscard]] bool isMisdirected() const { return misdirected_ != 0; }
+    [[nodiscard]] bool isResent() const { return resent_ != 0; }
     // The variant that is requested next, as an index of CAConfig::variants.
     [[nodiscard]] std::size_t variant() const { return variant_; }
 
-    [[nodiscard]] CARole role() const { return role_; }
-    [[nodiscard]] std::uint8_t nesting() const { return nesting_; }
+    [[nodiscard]] CARole role() const { return static_cast<CARole>(role_); }
+    [[nodiscard]] std::uint8_t nesting() const { return static_cast<std::uint8_t>(nesting_); }
     [[nodiscard]] std::int32_t since() const { return since_; }
 
     // 1 when this URL, a link or redirection on the page `parent`, is to be enqueued, else 0. A
@@ -109,7 +130,7 @@ public:
 
 private:
     CAURL(const CAURLParts &parts, const CAURL &base);
-    void parseMe(const char *name, const char *base);
+    void parseMe(std::string_view name, const CALinkBase &base);
     [[nodiscard]] CAURLParts parts() const;
 
     // A shared text (HTShared.h); null when memory ran out. Either the absolute form, or, when
@@ -117,16 +138,17 @@ private:
     const char *text_ = nullptr;
     std::int32_t depth_ = 0;  // links from the seed to this URL
     std::int32_t hits_ = 1;
-    _source source_ = SOURCE_CONFIG;
-    bool repeated_ = false;
-    bool misdirected_ = false;
-    bool resent_ = false;
-    std::uint8_t retries_ = 0;  // at most 100, as `retries`
-    std::uint8_t variant_ = 0;
-    CARole role_ = CARole::Page;
-    std::uint8_t nesting_ = 0;
     std::int32_t since_ = 0;
+    // Packed, because a run may hold millions.
+    std::uint32_t variant_ : 8 = 0;
+    std::uint32_t retries_ : 8 = 0;  // at most 100, as `retries`
+    std::uint32_t nesting_ : 8 = 0;
+    std::uint32_t role_ : 2 = 0;    // of CARole
+    std::uint32_t source_ : 1 = 0;  // of _source
+    std::uint32_t repeated_ : 1 = 0;
+    std::uint32_t misdirected_ : 1 = 0;
+    std::uint32_t resent_ : 1 = 0;
 };
 
 // The queue may hold millions.
-static_assert(sizeof(CAURL) <= 32);
+static_assert(sizeof(CAURL) <= 24);

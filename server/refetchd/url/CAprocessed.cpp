@@ -39,14 +39,32 @@ HashTable *CANewProcessedUrls()
         [](const void *key) { return std::string_view(static_cast<const char *>(key)); }, 1);
 }
 
-bool CARecordProcessed(const CAURL *url)
+const HashProbe &CAUrlKey::probe()
 {
-    const char *const text = url->holdText();
-    const int failed = text == nullptr ? 0 : HashAddUnique(processedUrls, const_cast<char *>(text));
+    if (!probe_) {
+        probe_.emplace(processedUrls, url_.stringitize());
+    }
+    return *probe_;
+}
+
+bool CAUrlKey::isProcessed()
+{
+    return HashLookup(probe()) != nullptr;
+}
+
+bool CAUrlKey::record()
+{
+    const char *const text = url_.holdText();
+    const int failed = text == nullptr ? 0 : HashAddUnique(probe(), const_cast<char *>(text));
     if (failed != 0) {
         HTShared_release(text);
     }
     return failed <= 0;  // below 0, without memory, it is not recorded and may be queued again
+}
+
+bool CARecordProcessed(const CAURL *url)
+{
+    return CAUrlKey(*url).record();
 }
 
 bool CAIsProcessed(const char *text)

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string_view>
 
 #include "HTHash.h"
@@ -16,11 +17,28 @@ extern HashTable *processedUrls;
 // Makes an empty table of this kind.
 [[nodiscard]] HashTable *CANewProcessedUrls();
 
-// Records the text of `url`. False when it is recorded already; true also when memory is out and it
-// could not be recorded. Any thread that owns `url`.
-bool CARecordProcessed(const CAURL *url);
+// The text of a URL with its hash, which is computed at the first use and serves both to look the
+// URL up and to record it. For the owner of the URL, which must stay.
+class CAUrlKey {
+public:
+    explicit CAUrlKey(const CAURL &url) : url_(url) {}
 
-// True when `text`, the form that CAURL::stringitize() gives, is recorded. Any thread.
+    // True when the URL is recorded.
+    [[nodiscard]] bool isProcessed();
+    // Records it. False when it is recorded already; true also when memory is out and it could not
+    // be recorded.
+    bool record();
+
+private:
+    [[nodiscard]] const HashProbe &probe();
+
+    const CAURL &url_;
+    std::optional<const HashProbe> probe_;
+};
+
+// CAUrlKey::record() and isProcessed() for one use. Any thread that owns `url`; `text` has the form
+// that CAURL::stringitize() gives.
+bool CARecordProcessed(const CAURL *url);
 [[nodiscard]] bool CAIsProcessed(const char *text);
 
 // Removes one URL, if it is recorded. Any thread.

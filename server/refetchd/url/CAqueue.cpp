@@ -74,14 +74,20 @@ void CAQueue::countLocked(std::int32_t count)
 
 bool CAQueue::enqueueFound(CAURL *url)
 {
+    CAUrlKey key(*url);
+    return enqueueFound(url, &key);
+}
+
+bool CAQueue::enqueueFound(CAURL *url, CAUrlKey *key)
+{
     if (!orderedByDepth_) {
-        CARecordProcessed(url);
+        key->record();
         enqueue(url);
         return true;
     }
     {
         const PMutexGuard guard(mutex_);
-        if (!CARecordProcessed(url)) {
+        if (!key->record()) {
             byDepth_.sink(url->stringitize(), url->depth());
             return false;
         }

@@ -11,6 +11,8 @@
 #include "url/CAdepth.h"
 #include "url/CAhostSlots.h"
 
+class CAUrlKey;
+
 // What a worker thread holds for a URL that it dequeued.
 struct CATicket {
     CADepthOrder::Ticket level = 0;
@@ -40,6 +42,7 @@ public:
     // meantime is not enqueued again: its depth goes to sink(). True when `url` was taken over,
     // false when it stays the caller's.
     [[nodiscard]] bool enqueueFound(CAURL *url);
+    [[nodiscard]] bool enqueueFound(CAURL *url, CAUrlKey *key);  // `key` is the one of `url`
     // A link to the recorded URL `text` was found again, at this depth. Ordered by depth, the URL
     // takes the smaller depth if it still waits; in the default order nothing happens.
     void sink(const char *text, std::int32_t depth);
