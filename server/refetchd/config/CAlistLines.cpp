@@ -29,19 +29,25 @@ bool CAListLines::next()
 
 // Reads the next line without its line feed. Of a line that is too long its beginning is kept,
 // which shows whether it is a comment.
+//
+// Both pointers are local: a byte that is stored through a member could change the other members,
+// so the compiler would read them again for each byte.
 bool CAListLines::readLine()
 {
-    std::size_t length = 0;
-    int c = nextByte(file_);
+    FILE *const file = file_;
+    char *const begin = line_.data();
+    char *const end = begin + line_.size();
+    char *out = begin;
+    int c = nextByte(file);
     const bool isThere = c != EOF;
-    for (; c != EOF && c != '\n'; c = nextByte(file_)) {
-        if (length < line_.size()) {
-            line_[length++] = static_cast<char>(c);
+    for (; c != EOF && c != '\n'; c = nextByte(file)) {
+        if (out != end) {
+            *out++ = static_cast<char>(c);
         }
     }
     number_ += isThere ? 1 : 0;
-    url_ = {line_.data(), length};
-    return isThere && std::ferror(file_) == 0;
+    url_ = {begin, static_cast<std::size_t>(out - begin)};
+    return isThere && std::ferror(file) == 0;
 }
 
 void CAListLines::trim()
