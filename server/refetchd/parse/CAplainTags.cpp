@@ -1,5 +1,8 @@
 #include "parse/CAplainTags.h"
 
+#include <algorithm>
+#include <cstring>
+
 #include "HTString.h"
 #include "parse/CAmarks.h"
 #include "parse/CAmodernTags.h"
@@ -27,13 +30,9 @@ public:
     }
 
     // Passes text and plain tags up to the first tag that does not end in the window, or is not
-    // plain, or has a quote of which it is not clear whether it begins a value.
-    [[nodiscard]] Passed pass() const
+    // plain, or has a quote of which it is not clear whether it begins a value. `opens`: every "<".
+    [[nodiscard]] Passed pass(CAMarks opens) const
     {
-        CAMarks opens = window_.of('<');
-        if (opens == 0) {
-            return {length_, false};
-        }
         const CAMarks closes = window_.of('>');
         const CAMarks doubles = window_.of('"');
         const CAMarks singles = window_.of('\'');
@@ -110,8 +109,14 @@ const char *CAPassPlainTags(const char *at, const char *end)
     Passed passed{0, false};
     while (at != end && !passed.isEnd) {
         const auto left = static_cast<std::size_t>(end - at);
-        passed = left >= kCAWindow ? Tags(CAWindow(at), at, kCAWindow).pass()
-                                   : Tags(CALastWindow(at, left), at, left).pass();
+        const CAWindow window = left >= kCAWindow ? CAWindow(at) : CALastWindow(at, left);
+        const CAMarks opens = window.of('<');
+        if (opens == 0) {  // much text: the fastest search for a single byte
+            const void *const open = std::memchr(at, '<', left);
+            at = open == nullptr ? end : static_cast<const char *>(open);
+            continue;
+        }
+        passed = Tags(window, at, std::min(left, kCAWindow)).pass(opens);
         at += passed.length;
     }
     return at;

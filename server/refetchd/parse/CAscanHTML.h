@@ -41,7 +41,7 @@ private:
     static constexpr std::size_t kReassemblySize = 512;
 
     char *parseTags(char *at, char *end);
-    char *parseWindow(const CAWindow &window, char *at, char *tag);
+    char *parseWindow(const CAWindow &window, CAMarks opens, char *at, char *tag);
     char *finishPending(char *data, char *end);
     void queueUp(const char *data, std::size_t length);
     void parsePending(const char *piece, std::size_t length);
