@@ -32,6 +32,29 @@ TEST(HTSimplify, PathGetsAnotherForm)
     }
 }
 
+// The place of what is to be simplified does not matter, nor the length of the path.
+TEST(HTSimplify, MarkIsMissed)
+{
+    for (std::size_t before = 1; before < 40; ++before) {
+        for (std::size_t behind = 1; behind < 40; ++behind) {
+            const std::string start = "/" + std::string(before, 'x');
+            const std::string end(behind, 'y');
+            const std::pair<std::string, std::string> rows[] = {
+                {start + "//" + end, start + "/" + end},
+                {start + "/./" + end, start + "/" + end},
+                {start + "/../" + end, "/" + end},
+                {"/" + end + start + "/..", "/" + end},
+                {"a/http:/" + start + "/" + end, "a/http:" + start + "/" + end}};
+            for (const auto &[path, form] : rows) {
+                const GuardedText text(path);
+                HTPool pool;
+                HTSimplify(text.data(), &pool);
+                EXPECT_EQ(text.data(), form) << path;
+            }
+        }
+    }
+}
+
 // A walk back from every ".." took minutes for a path of this size; the runner's time-out ends such
 // a test.
 TEST(HTSimplify, HostilePathTakesQuadraticTime)
