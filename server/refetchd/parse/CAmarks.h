@@ -119,7 +119,7 @@ public:
     {
         const __m128i highest = _mm_set1_epi8(last);
         return collect([highest](__m128i part) {
-            return _mm_cmpeq_epi8(_mm_max_epu8(part, highest), highest);
+            return _mm_cmpeq_epi8(_mm_subs_epu8(part, highest), _mm_setzero_si128());
         });
     }
 

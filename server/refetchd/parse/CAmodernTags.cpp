@@ -41,9 +41,10 @@ struct TagIndex {
     std::array<std::array<std::uint32_t, 256>, 3> byByte{};
 };
 
+constexpr HTCharacterSet kEnds(" \t\n\f\r/>");
+
 consteval bool fits(std::string_view name, std::size_t place, char c)
 {
-    constexpr HTCharacterSet kEnds(" \t\n\f\r/>");
     return place < name.size() ? name[place] == HTLower(c) : place > name.size() || kEnds.has(c);
 }
 
