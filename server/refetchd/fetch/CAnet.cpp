@@ -614,11 +614,13 @@ std::int32_t CAConnection::sendAgain(std::int32_t length)
     return sent;
 }
 
-// At the end of the stream: true when it lay before the request, of which the peer has read nothing
-// then.
-bool CAConnection::hasLostRequest() const
+// Sets isLost_, and returns it: `count`, the result of a read, shows the end of the stream, and
+// that lay before the request, of which the peer has read nothing then.
+bool CAConnection::hasLostRequest(std::int32_t count)
 {
-    return isUnchecked_ && received_ == 0 && HTSocket_unacknowledged(socket_) == requestLength_;
+    isLost_ = count == 0 && isUnchecked_ && received_ == 0 &&
+              HTSocket_unacknowledged(socket_) == requestLength_;
+    return isLost_;
 }
 
 // Hands the bytes read to the parser, in blocks of at most kBlockSize.
@@ -716,16 +718,15 @@ int CAConnection::readResponse(CAParser *parser)
     const std::int64_t start = ac.answerTimeout > 0 ? HTUptimeMillis() : 0;
     while (finished == 0) {
         const std::int32_t count = receive(patienceFor(*parser, start));
-        isLost_ = count == 0 && hasLostRequest();
-        if (isLost_) {
+        if (hasLostRequest(count)) {
             return 1;
         }
         if (count > 0) {
             received_ += count;
             handOver(count, parser, &finished, &closeConnection);
         }
-        const bool hasEnded = finished != 0 || count == 0 || count == -1;
-        if (!hasEnded && isBeyondLimits(start)) {
+        if (const bool hasEnded = finished != 0 || count == 0 || count == -1;
+            !hasEnded && isBeyondLimits(start)) {
             return 1;
         }
         if (count <= 0 && count != kHTPartial) {

@@ -132,7 +132,7 @@ private:
     void traceRefusal(const CAURL *url, const char *reason);
     [[nodiscard]] std::int32_t write(std::int32_t length);
     [[nodiscard]] bool isStale();
-    [[nodiscard]] bool hasLostRequest() const;
+    [[nodiscard]] bool hasLostRequest(std::int32_t count);
     [[nodiscard]] std::int32_t sendAgain(std::int32_t length);
 
     HTSocket *socket_ = nullptr;  // null: closed

@@ -95,7 +95,7 @@ private:
         return (high >> 7U) * (kIsLittle ? 0x0102040810204080U : 0x8040201008040201U) >> 56U;
     }
 
-    std::array<Word, kCAWindow / sizeof(Word)> words_;
+    std::array<Word, kCAWindow / sizeof(Word)> words_{};
 };
 
 #ifdef __SSE2__
@@ -136,7 +136,7 @@ private:
     }
 
     static constexpr std::size_t kParts = kCAWindow / sizeof(__m128i);
-    __m128i parts_[kParts];  // no std::array, which would drop the alignment of the type
+    __m128i parts_[kParts]{};  // no std::array, which would drop the alignment of the type
 };
 using CAWindow = CASse2Window;
 #else
