@@ -257,6 +257,8 @@ TEST_P(Host, GetsMoreAtATimeOrHoldsBackOthers)
             tickets[kind] = ticket;
         }
     }
+    while (const auto left = std::unique_ptr<CAURL>(static_cast<CAURL *>(urlQueue->drain()))) {
+    }
 }
 
 const CAHostLimits kSlow = {.clients = 4, .latencyMillis = 100};
