@@ -5,6 +5,8 @@
 //   SIGUSR1           writes a line of progress
 //   SIGHUP            opens the results log again; if there is none, it ends the process at once
 //
+// With `wakeclients` the agent itself sends SIGRTMIN (CAwake.h), which has no other effect.
+//
 // Whenever a signal ends the process at once, the previous report is put back first.
 //
 // While the configuration is read, SIGTERM and SIGINT end the process at once. Before the worker

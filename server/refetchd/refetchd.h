@@ -13,7 +13,7 @@
 extern std::time_t g_ca_timestarted;
 extern std::time_t g_ca_uptimestarted;
 
-// 1 when the last run is over. Written once by the master thread, polled by the main thread.
+// 1 when the last run is over. Written once by the master thread, just before it ends.
 extern std::atomic<std::int32_t> done;
 
 // The "LOCPATH=..." entry of the environment, or null. putenv() keeps the pointer, so it is never

@@ -61,36 +61,4 @@ TEST(CASleepers, WakeWithoutNewsOrStayForOldNews)
     EXPECT_LT(HTUptimeMillis() - begin, kLong / 2);
 }
 
-// One call wakes one of them.
-TEST(CASleepers, AreAllWokenByOneCall)
-{
-    CASleepers sleepers;
-    std::atomic<int> asleep = 0;
-    std::atomic<int> awake = 0;
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 3; ++i) {
-        threads.emplace_back([&] {
-            const CASleepers::News seen = sleepers.news();
-            ++asleep;
-            sleepers.sleep(seen, kLong);
-            ++awake;
-        });
-    }
-    for (int i = 0; i < 1000 && asleep < 3; ++i) {
-        HTSleep(5);
-    }
-    HTSleep(100);  // until the last one is in sleep()
-    sleepers.wakeOne();
-    for (int i = 0; i < 1000 && awake < 1; ++i) {
-        HTSleep(5);
-    }
-    HTSleep(100);  // for others, who should not wake
-    EXPECT_EQ(awake, 1);
-    sleepers.wakeAll();
-    for (std::thread &thread : threads) {
-        thread.join();
-    }
-    EXPECT_EQ(awake, 3);
-}
-
 }  // namespace

@@ -8,7 +8,7 @@
 
 // Counts the memory of one parser.
 struct CAExpatMemory {
-    const std::size_t most;  // bytes; beyond that the parser gets none
+    std::size_t most = 0;  // bytes; beyond that the parser gets none
     std::size_t used = 0;
 };
 
