@@ -1,7 +1,7 @@
 #include "parse/CAscanHTML.h"
 
-#include <algorithm>
-#include <bit>
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <limits>
@@ -9,39 +9,48 @@
 
 #include "HTString.h"
 #include "base/CAtrace.h"
+#include "parse/CAmarks.h"
 
 namespace {
 
-// A tag that holds a link. The name includes the space after it, so a name followed by a tab or a
-// line feed is not found.
+// A tag that holds a link. A space must follow its name: with a tab or a line feed it is not found.
 struct Target {
-    std::string_view tag;
+    std::string_view name;  // in lower case, like the attribute
     std::string_view attribute;
     bool raisesDepth;  // the link is one level deeper than the page
     bool isImage;
 };
 
 constexpr std::array<Target, 12> Targets = {{
-    {"a ", "href", true, false},
-    {"img ", "src", false, true},
-    {"link ", "href", true, false},
-    {"frame ", "src", false, false},
-    {"iframe ", "src", true, false},
-    {"object ", "data", false, false},
-    {"layer ", "src", false, false},
-    {"ilayer ", "src", false, false},
-    {"script ", "src", false, false},
-    {"area ", "href", false, false},
-    {"body ", "background", false, false},
-    {"meta ", "url", false, false},
+    {"a", "href", true, false},
+    {"img", "src", false, true},
+    {"link", "href", true, false},
+    {"frame", "src", false, false},
+    {"iframe", "src", true, false},
+    {"object", "data", false, false},
+    {"layer", "src", false, false},
+    {"ilayer", "src", false, false},
+    {"script", "src", false, false},
+    {"area", "href", false, false},
+    {"body", "background", false, false},
+    {"meta", "url", false, false},
 }};
 
-// One bit for every target.
-using TargetSet = std::uint16_t;
-static_assert(Targets.size() <= 16, "a bit for each");
+// The bit that makes a capital letter a small one. No other byte becomes a letter by it.
+constexpr char kLowerCase = 'a' ^ 'A';
 
-// For each of the first three places of a tag and each byte there, the targets that allow it, in
-// either case. Most tags of a page are no targets, and this rules them out quickly.
+constexpr bool isSpace(char c)
+{
+    return c == ' ' || (c >= '\t' && c <= '\r');
+}
+
+// One bit for every target, and one for white space, behind which any of them may come.
+using TargetSet = std::uint16_t;
+constexpr TargetSet kSpace = 0x8000;
+static_assert(Targets.size() <= 15, "a bit for each");
+
+// For each of the first three places behind a "<" and each byte there, the targets that allow it,
+// in either case. Most tags of a page are no targets, and this rules them out quickly.
 using TargetIndex = std::array<std::array<TargetSet, 256>, 3>;
 
 consteval TargetIndex indexTargets()
@@ -49,10 +58,13 @@ consteval TargetIndex indexTargets()
     TargetIndex index{};
     for (std::size_t place = 0; place < index.size(); ++place) {
         for (std::size_t c = 0; c < 256; ++c) {
+            const char byte = static_cast<char>(c);
+            index[place][c] = place > 0 || isSpace(byte) ? kSpace : 0;
             for (std::size_t i = 0; i < Targets.size(); ++i) {
-                const std::string_view tag = Targets[i].tag;
-                const bool fits =
-                    place >= tag.size() || tag[place] == HTLower(static_cast<char>(c));
+                const std::string_view name = Targets[i].name;
+                const bool fits = place < name.size()    ? name[place] == HTLower(byte)
+                                  : place == name.size() ? byte == ' '
+                                                         : true;
                 index[place][c] |= static_cast<TargetSet>(fits ? 1U << i : 0U);
             }
         }
@@ -62,48 +74,37 @@ consteval TargetIndex indexTargets()
 
 constexpr TargetIndex kTargetIndex = indexTargets();
 
-bool isSpace(char c)
+template <std::size_t Place>
+TargetSet targetsWith(const char *text)
 {
-    return c == ' ' || (c >= '\t' && c <= '\r');
+    return kTargetIndex[Place][static_cast<unsigned char>(text[Place])];
 }
 
-// True when `text` begins with `word`, ignoring case. `word` is in lower case; `text` ends in a
-// NUL.
+// True unless the first three bytes behind a "<" show that its tag holds no link. Two of them tell
+// most tags.
+bool mayBeTarget(const char *text)
+{
+    const TargetSet set = targetsWith<0>(text) & targetsWith<1>(text);
+    return set != 0 && (set & targetsWith<2>(text)) != 0;
+}
+
+// True when `text` begins with `word`, ignoring case. `word` has only letters in lower case; `text`
+// ends in a NUL or a ">".
 bool begins(const char *text, std::string_view word)
 {
-    for (const char c : word) {
-        if (HTLower(*text++) != c) {
+    for (const char letter : word) {
+        if ((*text++ | kLowerCase) != letter) {
             return false;
         }
     }
     return true;
 }
 
-// The targets that a text can begin with. Reads nothing after a NUL or a ">", which no target has.
-TargetSet targetsAt(const char *text)
-{
-    TargetSet set = std::numeric_limits<TargetSet>::max();
-    for (const auto &place : kTargetIndex) {
-        set &= place[static_cast<unsigned char>(*text++)];
-        if (set == 0) {
-            break;
-        }
-    }
-    return set;
-}
-
-// True unless the bytes behind a "<" show that its tag holds no link.
-bool mayBeTarget(const char *text)
-{
-    return targetsAt(text) != 0 || isSpace(*text);
-}
-
+// The target whose name `text` begins with; null if there is none. The text ends as above.
 const Target *targetOf(const char *text)
 {
-    TargetSet set = targetsAt(text);
-    for (; set != 0; set = static_cast<TargetSet>(set & (set - 1))) {
-        const Target &target = Targets[static_cast<std::size_t>(std::countr_zero(set))];
-        if (begins(text, target.tag)) {
+    for (const Target &target : Targets) {
+        if (begins(text, target.name) && text[target.name.size()] == ' ') {
             return &target;
         }
     }
@@ -154,7 +155,7 @@ char *valueOf(std::string_view attribute, char *text)
 {
     const char first = attribute.front();
     for (; *text != '\0'; ++text) {
-        if (HTLower(*text) == first && begins(text, attribute)) {
+        if ((*text | kLowerCase) == first && begins(text, attribute)) {
             char *const equals = skipSpace(text + attribute.size());
             return *equals == '=' ? cutValue(equals + 1) : nullptr;
         }
@@ -167,22 +168,121 @@ char *find(char *from, const char *end, char wanted)
     return static_cast<char *>(std::memchr(from, wanted, static_cast<std::size_t>(end - from)));
 }
 
-// True if the "<" at `open` begins a tag: the mark before it is a ">". Behind another "<" it is
-// within a tag; without a mark before it, if the window begins within one. So a tag can be judged
-// without a look at those before it.
-bool isTag(std::size_t open, CAMarks opens, CAMarks closes, bool beginsWithin)
+char *findOrEnd(char *from, char *end, char wanted)
 {
-    const CAMarks opensBefore = CAMarksBefore(opens, open);
-    const CAMarks closesBefore = CAMarksBefore(closes, open);
-    return closesBefore > opensBefore || (closesBefore == opensBefore && !beginsWithin);
+    char *const found = find(from, end, wanted);
+    return found == nullptr ? end : found;
 }
 
-// Where the next "<" is; `end` if there is none. Faster than windows where there is much text.
-char *passText(char *at, char *end)
+// True if `at` is within a tag: a "<" is in [outside, at), and no ">" behind it. `outside` is
+// outside of a tag.
+bool isWithin(const char *outside, const char *at)
 {
-    char *const open = find(at, end, '<');
-    return open == nullptr ? end : open;
+    if (at <= outside) {
+        return false;
+    }
+    const auto *const open =
+        static_cast<const char *>(memrchr(outside, '<', static_cast<std::size_t>(at - outside)));
+    return open != nullptr &&
+           std::memchr(open, '>', static_cast<std::size_t>(at - open)) == nullptr;
 }
+
+// Finds the tags of a block that may hold a link. It looks for each "<", but only where the name of
+// a target follows for a ">": before it, because a "<" within another tag begins none, and behind.
+class TagSearch {
+public:
+    struct Tag {
+        char *open;
+        char *close;  // its ">"; null if there are no more tags
+    };
+
+    // `at` is outside of a tag.
+    TagSearch(char *at, char *end) : at_(at), next_(at), outside_(at), end_(end) {}
+
+    // The caller may change the tag afterwards.
+    Tag next()
+    {
+        constexpr std::ptrdiff_t kRead = kCAWindow + kTargetIndex.size();
+        for (;;) {
+            while (left_ != 0) {
+                const std::size_t open = CAFirstMark(left_);
+                left_ &= left_ - 1;
+                if (!mayBeTarget(at_ + open + 1)) {
+                    continue;
+                }
+                const CAMarks closes = CAWindow(at_).of('>');
+                if (isOutside(open, closes)) {
+                    return tagAt(open, CAMarksFrom(closes, open));
+                }
+            }
+            if (end_ - next_ < kRead) {
+                return tagOfRest();
+            }
+            at_ = next_;
+            left_ = opens_ = CAWindow(at_).of('<');
+            next_ = opens_ != 0 ? at_ + kCAWindow : findOrEnd(at_, end_, '<');
+        }
+    }
+
+    // The "<" of the tag that does not end in the block; null if there is none.
+    [[nodiscard]] char *unfinished() const
+    {
+        const auto length = static_cast<std::size_t>(end_ - outside_);
+        auto *const close = static_cast<char *>(memrchr(outside_, '>', length));
+        return find(close == nullptr ? outside_ : close, end_, '<');
+    }
+
+private:
+    // True if the "<" at this place of the window is not within another tag.
+    [[nodiscard]] bool isOutside(std::size_t open, CAMarks closes) const
+    {
+        const CAMarks opensBefore = CAMarksBefore(opens_, open);
+        const CAMarks closesBefore = CAMarksBefore(closes, open);
+        return closesBefore > opensBefore ||
+               (closesBefore == opensBefore && !isWithin(outside_, at_));
+    }
+
+    // The tag at this place of the window. `closes`: each ">" behind it in the window.
+    Tag tagAt(std::size_t open, CAMarks closes)
+    {
+        if (closes == 0) {
+            left_ = 0;
+            return tagTo(at_ + open, find(next_, end_, '>'));
+        }
+        const std::size_t close = CAFirstMark(closes);
+        opens_ = CAMarksFrom(opens_, close);
+        left_ = opens_;
+        outside_ = at_ + close + 1;
+        return {at_ + open, at_ + close};
+    }
+
+    // For the last bytes of the block, which are too few for a window.
+    Tag tagOfRest()
+    {
+        while (char *const open = find(next_, end_, '<')) {
+            if (!isWithin(outside_, open)) {
+                return tagTo(open, find(open, end_, '>'));
+            }
+            next_ = open + 1;
+        }
+        return {nullptr, nullptr};
+    }
+
+    // A tag that ends behind the window.
+    Tag tagTo(char *open, char *close)
+    {
+        next_ = close == nullptr ? end_ : close + 1;
+        outside_ = close == nullptr ? outside_ : next_;
+        return {open, close};
+    }
+
+    char *at_;           // the window
+    CAMarks opens_ = 0;  // each "<" in the window, from `outside_` on
+    CAMarks left_ = 0;   // those that are not yet looked at
+    char *next_;         // where the next window begins
+    char *outside_;      // outside of a tag: the begin, or behind the last tag found
+    char *const end_;
+};
 
 unsigned count(std::size_t length)
 {
@@ -201,45 +301,15 @@ void CAScanHTML::scan(char *data, char *end)
     }
 }
 
-// Parses the tags in [at, end). Returns the "<" of the one that does not end there; null if all do.
+// Parses the tags in [at, end), which begins outside of a tag. Returns the "<" of the one that does
+// not end there; null if all do.
 char *CAScanHTML::parseTags(char *at, char *end)
 {
-    char *tag = nullptr;
-    while (at != end) {
-        const auto left = static_cast<std::size_t>(end - at);
-        const CAWindow window = left >= kCAWindow ? CAWindow(at) : CALastWindow(at, left);
-        const CAMarks opens = window.of('<');
-        if (opens == 0 && tag == nullptr) {
-            at = passText(at, end);
-            continue;
-        }
-        tag = parseWindow(window, opens, at, tag);
-        at += std::min(left, kCAWindow);
+    TagSearch search(at, end);
+    for (TagSearch::Tag tag = search.next(); tag.close != nullptr; tag = search.next()) {
+        parseTag(tag.open, tag.close);
     }
-    return tag;
-}
-
-// Parses the tags that end in the window onto the bytes at `at`, which has "<" at `opens`. `tag` is
-// the "<" of a tag that began before it, or null. Returns the same for the next window.
-char *CAScanHTML::parseWindow(const CAWindow &window, CAMarks opens, char *at, char *tag)
-{
-    const CAMarks closes = window.of('>');
-    if (tag != nullptr && closes != 0) {
-        parseTag(tag, at + CAFirstMark(closes));
-    }
-    const CAMarks ends = window.of('/') >> 1U;  // the "<" of most end tags; they hold no link
-    for (CAMarks left = opens & ~ends; left != 0; left &= left - 1) {
-        const std::size_t open = CAFirstMark(left);
-        const CAMarks closesAfter = CAMarksFrom(closes, open);
-        if (mayBeTarget(at + open + 1) && closesAfter != 0 &&
-            isTag(open, opens, closes, tag != nullptr)) {
-            parseTag(at + open, at + CAFirstMark(closesAfter));
-        }
-    }
-    if (closes == 0 && (tag != nullptr || opens == 0)) {
-        return tag;
-    }
-    return opens > closes ? at + CAFirstMark(CAMarksBehind(opens, closes)) : nullptr;
+    return search.unfinished();
 }
 
 // Completes the pending tag with the start of the block. Returns where the scan of the block
@@ -318,7 +388,7 @@ void CAScanHTML::parseTag(char *tag, char *end)
         return;
     }
     *end = '\0';
-    const char *const link = valueOf(target->attribute, skipSpace(text + target->tag.size()));
+    const char *const link = valueOf(target->attribute, text + target->name.size());
     if (link == nullptr) {
         return;
     }

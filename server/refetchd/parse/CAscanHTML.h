@@ -5,8 +5,6 @@
 #include <array>
 #include <cstddef>
 
-#include "parse/CAmarks.h"
-
 // Receives the links of a page. Called on the thread that scans.
 class CALinkSink {
 public:
@@ -41,7 +39,6 @@ private:
     static constexpr std::size_t kReassemblySize = 512;
 
     char *parseTags(char *at, char *end);
-    char *parseWindow(const CAWindow &window, CAMarks opens, char *at, char *tag);
     char *finishPending(char *data, char *end);
     void queueUp(const char *data, std::size_t length);
     void parsePending(const char *piece, std::size_t length);
