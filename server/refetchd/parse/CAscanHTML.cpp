@@ -220,7 +220,7 @@ public:
             }
             at_ = next_;
             left_ = opens_ = CAWindow(at_).of('<');
-            next_ = opens_ != 0 ? at_ + kCAWindow : findOrEnd(at_, end_, '<');
+            next_ = opens_ != 0 ? at_ + kCAWindow : findOrEnd(at_ + kCAWindow, end_, '<');
         }
     }
 
