@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "HTMemory.h"
+#include "HTRecord.h"
 #include "HTSipHash.h"
 #include "htthread.h"
 #include "tfprintf.h"
@@ -231,12 +232,20 @@ Entry *takeSpareEntry(HashTable *table)
     return entry;
 }
 
+static_assert(sizeof(Entry) <= kHTRecordSize);
+
+Entry *newSingleEntry()
+{
+    void *const memory = HTRecord_new();
+    return memory == nullptr ? nullptr : new (memory) Entry{};
+}
+
 // An entry of `item`, whose hash is `hash`, that is in no bucket yet; null (reported) when memory
 // is out.
 Entry *newEntry(HashTable *table, void *item, std::uint32_t hash)
 {
     const bool recycling = table->freeListLength != 0;
-    Entry *const entry = recycling ? takeSpareEntry(table) : new (std::nothrow) Entry;
+    Entry *const entry = recycling ? takeSpareEntry(table) : newSingleEntry();
     if (entry == nullptr) {
         outOfMemory(recycling ? "HashAllocateRecords" : "GetHashtableEntry", __LINE__,
                     recycling ? sizeof(EntryBlock) : sizeof(Entry));
@@ -252,7 +261,7 @@ Entry *newEntry(HashTable *table, void *item, std::uint32_t hash)
 void releaseEntry(HashTable *table, Entry *entry)
 {
     if (table->freeListLength == 0) {
-        delete entry;
+        HTRecord_delete(entry);
         return;
     }
     const HandleGuard guard(table->freeLock);
