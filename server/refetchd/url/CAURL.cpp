@@ -182,7 +182,8 @@ CALinkBase::CALinkBase(const CAURL &page) : CALinkBase(page.stringitize())
 
 CAURL::CAURL(const char *name)
 {
-    parseMe(name, CALinkBase(""));
+    static const CALinkBase nothing("");
+    parseMe(name, nothing);
 }
 
 CAURL::CAURL(const char *name, const char *base)
