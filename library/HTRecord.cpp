@@ -11,12 +11,12 @@
 namespace {
 
 constexpr std::size_t kBlockRecords = 2730;  // with the block's header just below 64 KiB
-constexpr std::uint32_t kBatch = 64;         // records that a thread takes or gives at once
+constexpr std::uint32_t kBatch = 16;         // records that a thread takes or gives at once
 
 // A free record. In the common store the first one of each chain also knows the chain's length, and
 // the next chain.
 struct Free {
-    Free *next;
+    Free *next = nullptr;
     Free *nextChain = nullptr;
     std::uint32_t length = 0;
 };
@@ -105,7 +105,7 @@ constinit thread_local std::uint32_t kept = 0;
 void giveToStore(std::uint32_t length)
 {
     Free *chain = nullptr;
-    for (std::uint32_t n = 1; n <= length; ++n) {
+    for (std::uint32_t n = 1; n <= length && newest != nullptr; ++n) {
         Free *const record = newest;
         newest = record->next;
         record->next = chain;

@@ -35,24 +35,33 @@ bool give(const std::vector<Record *> &records, std::size_t mark)
     });
 }
 
+// Three threads take and give records at the same time; true when all were intact. What they keep
+// goes to `*seen`, and is given back by this thread.
+bool takeInThreads(std::set<const Record *> *seen)
+{
+    std::array<std::vector<Record *>, 3> taken;
+    std::array<std::thread, 3> threads;
+    for (std::size_t i = 0; i < threads.size(); ++i) {
+        threads[i] = std::thread([&taken, i] {
+            EXPECT_TRUE(give(take(i), i));
+            taken[i] = take(i);
+        });
+    }
+    bool areIntact = true;
+    for (std::size_t i = 0; i < threads.size(); ++i) {
+        threads[i].join();
+        seen->insert(taken[i].begin(), taken[i].end());
+        areIntact &= give(taken[i], i);
+    }
+    return areIntact;
+}
+
 TEST(HTRecord, RecordIsGivenToTwoOwnersOrLostWithItsThread)
 {
     HTRecord_delete(nullptr);
     std::set<const Record *> seen;
     for (int round = 0; round < 3; ++round) {
-        std::array<std::vector<Record *>, 3> taken;
-        std::array<std::thread, 3> threads;
-        for (std::size_t i = 0; i < threads.size(); ++i) {
-            threads[i] = std::thread([&taken, i] {
-                EXPECT_TRUE(give(take(i), i));
-                taken[i] = take(i);
-            });
-        }
-        for (std::size_t i = 0; i < threads.size(); ++i) {
-            threads[i].join();
-            seen.insert(taken[i].begin(), taken[i].end());
-            EXPECT_TRUE(give(taken[i], i)) << "by another thread, in round " << round;
-        }
+        EXPECT_TRUE(takeInThreads(&seen)) << round;
     }
     // The main thread may keep some of each round, and each thread while it runs.
     EXPECT_TRUE(kHTRecordIsOfHeap || seen.size() < 3 * kRecords + 1000) << seen.size();
