@@ -1,4 +1,5 @@
-// Compiler attributes, as macros. Any file may include this one.
+// Compiler attributes and what the compiler tells of itself, as macros. Any file may include this
+// one.
 #pragma once
 
 // A printf-like function: which argument is the format, and which the first to be formatted (both
@@ -18,3 +19,15 @@
 #define HT_REQUIRES(mutex) HT_THREAD_ATTRIBUTE(requires_capability(mutex))
 #define HT_ACQUIRE(...) HT_THREAD_ATTRIBUTE(acquire_capability(__VA_ARGS__))
 #define HT_RELEASE(...) HT_THREAD_ATTRIBUTE(release_capability(__VA_ARGS__))
+
+// true when the program is built with AddressSanitizer. g++ and clang tell it in different ways.
+#if defined(__SANITIZE_ADDRESS__)
+#define HT_ADDRESS_SANITIZER true
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define HT_ADDRESS_SANITIZER true
+#endif
+#endif
+#ifndef HT_ADDRESS_SANITIZER
+#define HT_ADDRESS_SANITIZER false
+#endif

@@ -2,11 +2,13 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cstddef>
 #include <new>
 #include <utility>
 
 #include "HTMemory.h"
+#include "HTRecord.h"
 #include "HTSipHash.h"
 #include "htthread.h"
 #include "tfprintf.h"
@@ -45,7 +47,9 @@ struct HashTable {
     // Changed under all locks, or the owner's; the numbers only in a table that grows.
     Entry **buckets = nullptr;
     std::uint32_t size = 0;
-    std::uint32_t count = 0;  // of items; kept in tables that grow
+    // Of items; kept in tables that grow. Written under the lock, read without it: a thread that
+    // knows of an item knows of its count, too.
+    std::atomic<std::uint32_t> count = 0;
 
     // Recycling, guarded by freeLock; the length is set before the table is shared.
     Entry *freeEntries = nullptr;
@@ -174,8 +178,9 @@ void growLocked(HashTable *table)
     if (!table->grows) {
         return;
     }
-    ++table->count;
-    if (table->count / kMostPerBucket < table->size || table->size > kWholeRange / 2) {
+    const std::uint32_t count = table->count.load(std::memory_order_relaxed) + 1;
+    table->count.store(count, std::memory_order_relaxed);
+    if (count / kMostPerBucket < table->size || table->size > kWholeRange / 2) {
         return;
     }
     const std::uint32_t oldSize = table->size;
@@ -231,12 +236,20 @@ Entry *takeSpareEntry(HashTable *table)
     return entry;
 }
 
+static_assert(sizeof(Entry) <= kHTRecordSize);
+
+Entry *newSingleEntry()
+{
+    void *const memory = HTRecord_new();
+    return memory == nullptr ? nullptr : new (memory) Entry{};
+}
+
 // An entry of `item`, whose hash is `hash`, that is in no bucket yet; null (reported) when memory
 // is out.
 Entry *newEntry(HashTable *table, void *item, std::uint32_t hash)
 {
     const bool recycling = table->freeListLength != 0;
-    Entry *const entry = recycling ? takeSpareEntry(table) : new (std::nothrow) Entry;
+    Entry *const entry = recycling ? takeSpareEntry(table) : newSingleEntry();
     if (entry == nullptr) {
         outOfMemory(recycling ? "HashAllocateRecords" : "GetHashtableEntry", __LINE__,
                     recycling ? sizeof(EntryBlock) : sizeof(Entry));
@@ -252,7 +265,7 @@ Entry *newEntry(HashTable *table, void *item, std::uint32_t hash)
 void releaseEntry(HashTable *table, Entry *entry)
 {
     if (table->freeListLength == 0) {
-        delete entry;
+        HTRecord_delete(entry);
         return;
     }
     const HandleGuard guard(table->freeLock);
@@ -261,9 +274,13 @@ void releaseEntry(HashTable *table, Entry *entry)
     ++table->freeCount;
 }
 
-// Unlinks the newest entry that equals `key`; null when there is none.
+// Unlinks the newest entry that equals `key`; null when there is none. An empty table, from which a
+// run's end removes each URL that is left, does not even hash the key.
 Entry *unlinkEntry(HashTable *table, const void *key)
 {
+    if (table->grows && table->count.load(std::memory_order_relaxed) == 0) {
+        return nullptr;
+    }
     const std::uint32_t hash = hashOf(table, key);
     const HandleGuard guard(lockOf(table, hash));
     Entry **const link = findLocked(table, hash, key);

@@ -103,7 +103,7 @@ void HashLockTable(HashTable *table);
 void HashUnlockTable(HashTable *table);
 
 // Recycling: with a `length` other than 0 entries are allocated ten at a time and reused until
-// HashDestroy(); with 0, the initial value, each entry is a heap allocation of its own. Does
+// HashDestroy(); with 0, the initial value, each entry is a record of its own (HTRecord.h). Does
 // nothing while the table holds items. Call before other threads use the table.
 void HashSetFreelistLength(HashTable *table, std::uint32_t length);
 // Allocates spare entries until there are `length` of them. 0, or 1 (reported) when memory is out.

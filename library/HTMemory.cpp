@@ -15,7 +15,8 @@ void HTOutOfMemory(const char *source, const char *function, int line, std::size
 namespace {
 
 constexpr std::size_t kAlignment = alignof(std::max_align_t);
-constexpr std::size_t kBlockSize = 2048;  // most uses take some hundreds of bytes
+constexpr std::size_t kBlockSize =
+    1024;  // most uses take some hundreds of bytes; each thread has one
 
 constexpr std::size_t roundUp(std::size_t size)
 {

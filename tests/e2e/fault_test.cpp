@@ -127,7 +127,7 @@ const HostRow kHostFaults[] = {
     {"DescriptorsForTheAsking", kMany, 300, "client thread #50.\n", "prlimit --nofile=20:99"},
     {"SomeThreads", seeds(30) + "numclients 6", 30, "#5 could not be started.\n", kSixThreads},
     {"NoThread", seeds(30), 0, kNoClient, kOneThread, "", 1},
-    {"NoMemory", seeds(30000), 0, "out of memory", "prlimit --data=4000000", "", 1},
+    {"NoMemory", seeds(30000), 0, "out of memory", "prlimit --data=3400000", "", 1},
     {"NoMemoryInThreads", seeds(9), 0, "out of memory", "LD_PRELOAD=" NO_MEMORY, "", 1},
     {"DiskFullForTheTrace", seeds(30) + "catracelog @dir@/full", 30, "", "", "full"},
     {"DiskFullForTheReport", seeds(30), 30, ".html (rename errno=28);", "", kReport + ".tmp"},

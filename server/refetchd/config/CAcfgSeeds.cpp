@@ -78,6 +78,20 @@ void seedNamed(const CAConfig &config, CAQueue *queue, CAURL *url)
 // reads the same file.
 constexpr std::size_t kLoadedLine = 1023;
 
+// Records the URL of a good line of the hits file. False when it is recorded already exactly as it
+// is spelt in the line, which is seldom another spelling than its own: then one look-up does both.
+bool recordTopUrl(const CAHitsLine &words, const CAURL *url)
+{
+    if (words.url == url->stringitize()) {
+        return CARecordProcessed(url);
+    }
+    if (CAIsProcessed(words.url.data())) {
+        return false;
+    }
+    CARecordProcessed(url);
+    return true;
+}
+
 // Enqueues the URL of a good line of the hits file, unless it is filtered out, or recorded already
 // exactly as it is spelt in the line.
 void seedTopUrl(const CAConfig &config, const CAHitsLine &words)
@@ -85,7 +99,7 @@ void seedTopUrl(const CAConfig &config, const CAHitsLine &words)
     CATrace("Number of Hits %s for URL \"%s\".\n", words.hits.data(), words.url.data());
     CAURL *const url = new CAURL(words.url.data());
     url->setSource(SOURCE_HITS);
-    url->setHits(HTInteger(words.hits.data()));
+    url->setHits(HTInteger(words.hits));
     if (config.queryURL(url) != 0 && config.cacheThisQuery(url) == 0) {
         CATrace("Not loading... URL with ? \"%s\".\n", words.url.data());
         dropSeed(config, url, CADrop::CacheQueries);
@@ -95,13 +109,12 @@ void seedTopUrl(const CAConfig &config, const CAHitsLine &words)
         dropSeed(config, url, CADrop::IgnoreUrl);
         return;
     }
-    if (CAIsProcessed(words.url.data())) {
+    if (!recordTopUrl(words, url)) {
         // A late worker of the last run may have queued it as a link: as a seed it has depth 0.
         urlQueue->sink(words.url.data(), 0);
         dropSeed(config, url, CADrop::Processed);
         return;
     }
-    CARecordProcessed(url);
     ht.addHits(url->host(), url->hits());
     enqueueSeed(config, urlQueue, url);
 }

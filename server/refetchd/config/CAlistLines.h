@@ -17,7 +17,7 @@ public:
     static constexpr std::size_t kMaxUrl = 4095;
 
     // Reads from where `file` stands; it stays the caller's.
-    explicit CAListLines(FILE *file) : file_(file) {}
+    explicit CAListLines(FILE *file);
 
     // Advances to the next line with a URL or a fault; false at the end of the file, or when it
     // cannot be read on (then ferror() is true, and errno says why).
@@ -32,12 +32,15 @@ public:
 
 private:
     bool readLine();
+    [[nodiscard]] std::size_t readLength() const;
     void trim();
 
     FILE *const file_;
     std::int64_t number_ = 0;
     bool isTooLong_ = false;
     std::string_view url_;
-    // Holds the mark, a URL and a carriage return, and a byte more, which shows what is too long.
-    std::array<char, kMaxUrl + 5> line_{};
+    std::size_t kept_ = 0;  // bytes of the line in the array
+    // Holds the mark, a URL, the line end, and a NUL. A line that fills it up to the NUL is too
+    // long.
+    std::array<char, kMaxUrl + 7> line_{};
 };

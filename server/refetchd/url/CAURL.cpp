@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <array>
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <memory>
+#include <new>
 #include <string_view>
 
 #include "HTMemory.h"
@@ -180,7 +182,8 @@ CALinkBase::CALinkBase(const CAURL &page) : CALinkBase(page.stringitize())
 
 CAURL::CAURL(const char *name)
 {
-    parseMe(name, CALinkBase(""));
+    static const CALinkBase nothing("");
+    parseMe(name, nothing);
 }
 
 CAURL::CAURL(const char *name, const char *base)
@@ -227,6 +230,18 @@ std::unique_ptr<CAURL> CAURL::inWebForm() const
     const HTPoolScope scope(pool);
     const auto [fault, parts] = CAResolveWeb(stringitize(), {}, pool);
     return std::unique_ptr<CAURL>(fault == CAWebFault::None ? new CAURL(parts, *this) : nullptr);
+}
+
+// As the heap's own: the process ends if memory is out.
+void *CAURL::operator new(std::size_t /*size*/)
+{
+    void *const record = HTRecord_new();
+    return record != nullptr ? record : ::operator new(SIZE_MAX);
+}
+
+void CAURL::operator delete(void *record)
+{
+    HTRecord_delete(record);
 }
 
 CAURL::~CAURL()

@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "HTParse.h"
+#include "HTRecord.h"
 #include "base/CAwhen.h"
 #include "url/CAweb.h"
 
@@ -62,6 +63,10 @@ public:
     ~CAURL();
     CAURL(const CAURL &) = delete;
     CAURL &operator=(const CAURL &) = delete;
+
+    // A run may hold millions, so they come from HTRecord.h.
+    static void *operator new(std::size_t size);
+    static void operator delete(void *record);
 
     void setSource(_source source) { source_ = source == SOURCE_HITS ? 1 : 0; }
     void setDepth(std::int32_t depth) { depth_ = depth; }
@@ -150,5 +155,4 @@ private:
     std::uint32_t resent_ : 1 = 0;
 };
 
-// The queue may hold millions.
-static_assert(sizeof(CAURL) <= 24);
+static_assert(sizeof(CAURL) <= kHTRecordSize);

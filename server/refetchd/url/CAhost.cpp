@@ -74,13 +74,18 @@ CAHostTable::CAHostTable()
 {
 }
 
+CAHost *CAHostTable::findLocked(std::string_view host) const
+{
+    return last_ != nullptr && last_->name == host ? last_ : find(hosts_, host);
+}
+
 void CAHostTable::addHits(std::string_view host, std::int32_t n)
 {
     CATrace("Adding...... %d hit(s) for host \"%.*s\".\n", n, CALength(host), host.data());
     bool isNew = false;
     {
         const PMutexGuard guard(*mutex_);
-        CAHost *record = find(hosts_, host);
+        CAHost *record = findLocked(host);
         isNew = record == nullptr;
         if (isNew) {
             record = add(hosts_, host);
@@ -88,6 +93,7 @@ void CAHostTable::addHits(std::string_view host, std::int32_t n)
         if (record == nullptr) {
             return;  // this host is not counted
         }
+        last_ = record;
         if (record->count != count_) {
             record->count = count_;
             record->hits = 0;
@@ -113,7 +119,7 @@ std::int32_t CAHostTable::getHits(std::string_view host)
     bool known = false;
     {
         const PMutexGuard guard(*mutex_);
-        if (const CAHost *const record = find(hosts_, host); record != nullptr) {
+        if (const CAHost *const record = findLocked(host); record != nullptr) {
             known = true;
             hits = record->count == count_ ? record->hits : 0;
         }

@@ -28,8 +28,11 @@ public:
     [[nodiscard]] std::int32_t getHits(std::string_view host);
 
 private:
+    [[nodiscard]] CAHost *findLocked(std::string_view host) const HT_REQUIRES(*mutex_);
+
     PMutex *const mutex_;
     HashTable *const hosts_ HT_GUARDED_BY(*mutex_);   // of CAHost
+    CAHost *last_ HT_GUARDED_BY(*mutex_) = nullptr;   // charged last; often the next one, too
     std::uint32_t count_ HT_GUARDED_BY(*mutex_) = 0;  // the number of the current count
 };
 

@@ -170,6 +170,21 @@ void *CAQueue::dequeue(CATicket *ticket)
     return element;
 }
 
+namespace {
+
+// Discards the node; null gives null.
+void *elementOf(HTList *node)
+{
+    if (node == nullptr) {
+        return nullptr;
+    }
+    void *const element = node->object;
+    HTList_discardElement(node, HTThread_context());
+    return element;
+}
+
+}  // namespace
+
 void *CAQueue::takeFromLane()
 {
     HTList *node = nullptr;
@@ -178,12 +193,7 @@ void *CAQueue::takeFromLane()
         node = takeFirstLocked();
         length_ -= node != nullptr ? 1 : 0;
     }
-    if (node == nullptr) {
-        return nullptr;
-    }
-    void *const element = node->object;
-    HTList_discardElement(node, HTThread_context());
-    return element;
+    return elementOf(node);
 }
 
 // True when the URL's host has no free slot: the URL waits for one. Otherwise it takes one.
@@ -224,16 +234,19 @@ void *CAQueue::takeLimited(CATicket *ticket)
 
 void *CAQueue::drain()
 {
+    CAURL *url = nullptr;
+    HTList *node = nullptr;
     {
         const PMutexGuard guard(mutex_);
-        CAURL *const held = slots_.drain();
-        CAURL *const url = held == nullptr && orderedByDepth_ ? byDepth_.drain() : held;
-        length_ -= url != nullptr ? 1 : 0;
-        if (url != nullptr || orderedByDepth_) {
-            return url;
+        url = slots_.drain();
+        if (url == nullptr && orderedByDepth_) {
+            url = byDepth_.drain();
+        } else if (url == nullptr) {
+            node = takeFirstLocked();
         }
+        length_ -= url != nullptr || node != nullptr ? 1 : 0;
     }
-    return takeFromLane();
+    return url != nullptr ? url : elementOf(node);
 }
 
 // `*early` becomes what was taken, if its level begins early.
