@@ -39,6 +39,7 @@ struct Block {
 struct HTAssocList {
     Pair *newest = nullptr;
     Block *blocks = nullptr;  // further ones
+    std::uint64_t marks = 0;  // of all names: most look-ups ask for what is not there
     char *at = reinterpret_cast<char *>(this + 1);
     std::size_t left = kFirstRoom;
 };
@@ -85,14 +86,21 @@ bool HTAssocList_add(HTAssocList *list, std::string_view name, std::string_view 
     *std::copy(name.begin(), name.end(), pair->name()) = '\0';
     *std::copy(value.begin(), value.end(), pair->value()) = '\0';
     list->newest = pair;
+    list->marks |= HTNameMark(name);
     list->at += size;
     list->left -= size;
     return true;
 }
 
+std::uint64_t HTAssocList_marks(const HTAssocList *list)
+{
+    return list == nullptr ? 0 : list->marks;
+}
+
 char *HTAssocList_lookupExact(const HTAssocList *list, std::string_view name)
 {
-    Pair *pair = list == nullptr ? nullptr : list->newest;
+    const bool isAbsent = (HTAssocList_marks(list) & HTNameMark(name)) == 0;
+    Pair *pair = isAbsent ? nullptr : list->newest;
     while (pair != nullptr && !pair->isNamed(name)) {
         pair = pair->older;
     }

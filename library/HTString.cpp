@@ -80,6 +80,67 @@ bool negative(char *word)
     return isAnswer(word, kNegative);
 }
 
+bool HTHasControl(std::string_view text)
+{
+    constexpr std::size_t kWord = sizeof(std::uint64_t);
+    bool isGraphic = text.size() >= kWord;
+    if (isGraphic) {
+        isGraphic = HTAreGraphic(HTLoadWord(text.data() + text.size() - kWord));
+    }
+    for (std::size_t at = 0; isGraphic && at + kWord < text.size(); at += kWord) {
+        isGraphic = HTAreGraphic(HTLoadWord(text.data() + at));
+    }
+    return !isGraphic && std::any_of(text.begin(), text.end(), HTIsControl);
+}
+
+namespace {
+
+// Turns upper-case letters of ASCII into lower-case ones. Sums of seven bits and less carry nothing
+// into the next byte.
+std::uint64_t lowerWord(std::uint64_t word)
+{
+    const std::uint64_t ascii = word & HTInEachByte(0x7f);
+    const std::uint64_t fromA = ascii + HTInEachByte(0x80 - 'A');
+    const std::uint64_t beyondZ = ascii + HTInEachByte(0x80 - 'Z' - 1);
+    const std::uint64_t isUpper = fromA & ~beyondZ & ~word & HTInEachByte(0x80);
+    return word | (isUpper >> 2U);
+}
+
+bool areEqual(std::uint64_t a, std::uint64_t b)
+{
+    return a == b || lowerWord(a) == lowerWord(b);
+}
+
+// A text of four to eight bytes as one word, in which those of its middle may occur twice.
+std::uint64_t loadShort(const char *text, std::size_t length)
+{
+    std::uint32_t first = 0;
+    std::uint32_t last = 0;
+    std::memcpy(&first, text, sizeof(first));
+    std::memcpy(&last, text + length - sizeof(last), sizeof(last));
+    return std::uint64_t{last} << 32U | first;
+}
+
+}  // namespace
+
+bool HTEqualNoCase(const char *a, const char *b, std::size_t length)
+{
+    constexpr std::size_t kWord = sizeof(std::uint64_t);
+    if (length < kWord / 2) {
+        return std::equal(a, a + length, b,
+                          [](char x, char y) { return HTLower(x) == HTLower(y); });
+    }
+    if (length < kWord) {
+        return areEqual(loadShort(a, length), loadShort(b, length));
+    }
+    for (std::size_t at = 0; at + kWord < length; at += kWord) {
+        if (!areEqual(HTLoadWord(a + at), HTLoadWord(b + at))) {
+            return false;
+        }
+    }
+    return areEqual(HTLoadWord(a + length - kWord), HTLoadWord(b + length - kWord));
+}
+
 void HTLowerCase(char *text)
 {
     for (; *text != '\0'; ++text) {

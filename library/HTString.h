@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <string_view>
 
@@ -47,10 +48,6 @@ constexpr bool HTIsControl(char c)
 {
     return static_cast<unsigned char>(c) < 32 || c == 127;
 }
-constexpr bool HTHasControl(std::string_view text)
-{
-    return std::any_of(text.begin(), text.end(), HTIsControl);
-}
 constexpr char HTLower(char c)
 {
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c;
@@ -59,6 +56,34 @@ constexpr bool HTIsLetter(char c)
 {
     return HTLower(c) >= 'a' && HTLower(c) <= 'z';
 }
+
+// Eight bytes of text as one word, to test them at once. The order of the bytes does not matter to
+// the tests below.
+[[nodiscard]] inline std::uint64_t HTLoadWord(const char *text)
+{
+    std::uint64_t word = 0;
+    std::memcpy(&word, text, sizeof(word));
+    return word;
+}
+constexpr std::uint64_t HTInEachByte(unsigned char byte)
+{
+    return 0x0101010101010101U * byte;
+}
+// True for eight bytes of ASCII that are neither control characters nor members of `others`, which
+// are ASCII, too. Each sum sets the high bit of a byte that is beyond its limit. A carry or borrow
+// may set that of other bytes as well, but only when there is such a byte already.
+template <typename... Byte>
+constexpr bool HTAreGraphic(std::uint64_t word, Byte... others)
+{
+    const std::uint64_t controls = (word - HTInEachByte(' ')) | (word + HTInEachByte(1));
+    const std::uint64_t found =
+        (controls | ... |
+         ((word ^ HTInEachByte(static_cast<unsigned char>(others))) - HTInEachByte(1)));
+    return ((word | found) & HTInEachByte(0x80)) == 0;
+}
+
+// True when the text contains a control character (HTIsControl).
+[[nodiscard]] bool HTHasControl(std::string_view text);
 
 // Writes "%" and two hexadecimal digits for the byte `c`, without a NUL. Returns the end of them.
 constexpr char *HTPercentEncode(char c, char *out)
@@ -106,11 +131,13 @@ private:
     std::array<bool, 256> has_{};
 };
 
+// The function below for `length` bytes at `a` and at `b`.
+[[nodiscard]] bool HTEqualNoCase(const char *a, const char *b, std::size_t length);
+
 // True when the texts differ at most in the case of ASCII letters.
-constexpr bool HTEqualsNoCase(std::string_view a, std::string_view b)
+[[nodiscard]] inline bool HTEqualsNoCase(std::string_view a, std::string_view b)
 {
-    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
-                      [](char x, char y) { return HTLower(x) == HTLower(y); });
+    return a.size() == b.size() && HTEqualNoCase(a.data(), b.data(), a.size());
 }
 
 // The text without the blanks (HTIsBlank) before it, behind it, or around it.

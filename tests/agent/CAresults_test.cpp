@@ -212,6 +212,8 @@ TEST_F(CAResultsTest, TextIsNoJson)
         {"\xe4-\xc3", R"(\u00e4-\u00c3",)"},
         {"\xc0\xaf\xe0\x80\xaf", R"(\u00c0\u00af\u00e0\u0080\u00af",)"},
         {"\xed\xa0\x80\xf4\x90\x80\x80", R"(\u00ed\u00a0\u0080\u00f4\u0090\u0080\u0080",)"},
+        {"1234567\"12345678\x7f", R"(:"1234567\"12345678\u007f",)"},
+        {"12345678\x80", R"(:"12345678\u0080",)"},
         {std::string(342, '\x1'), R"("why":"maxurls","cut":342})"},
         {std::string(341, '\x1') + "ab", R"(\u0001ab","source")"},
         {std::string(1022, '"') + "abcde%41", R"(\"abcd","source")"},
@@ -255,6 +257,24 @@ TEST_F(CAResultsTest, DropsAreNoiseOrMissing)
     results_.droppedMore(url_, 77);
     EXPECT_EQ(endRun(), "");
     EXPECT_THAT(dir_.read("metrics"), testing::HasSubstr("\"maxurls\"} 1\n"));
+    results_.setInFlight(1, &later);
+    endRun();
+    results_.finished(later, {});
+    EXPECT_FALSE(results_.dropped("http://h/later", SOURCE_CONFIG, 1, CADrop::MaxUrls));
+}
+
+TEST(CATimeText, TimeIsThatOfTheLineBefore)
+{
+    CATimeText time;
+    for (const auto &[moment, text] : std::initializer_list<std::pair<std::int64_t, const char *>>{
+             {kNow * 1000 + 7, "2026-11-21T19:45:00.007Z"},
+             {kNow * 1000 + 999, "2026-11-21T19:45:00.999Z"},
+             {kNow * 1000 + 1000, "2026-11-21T19:45:01.000Z"},
+             {-1, "1969-12-31T23:59:59.999Z"},
+             {-1000, "1969-12-31T23:59:59.000Z"},
+             {0, "1970-01-01T00:00:00.000Z"}}) {
+        EXPECT_EQ(time.of(moment), text);
+    }
 }
 
 TEST(CADropped, LimitIsExceededOrMissed)

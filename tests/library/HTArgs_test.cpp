@@ -48,4 +48,20 @@ TEST(HTString, OwnedStringIsFreedBeforeItIsCopied)
     EXPECT_EQ(HTSACopy(&field, nullptr), nullptr);
 }
 
+TEST(HTString, ByteOfAWordIsTakenForAnother)
+{
+    for (std::size_t i = 0; i < std::size_t{20} * 20 * 256; ++i) {
+        const std::size_t size = i / 256 % 20 + 1;
+        const std::size_t at = i / 256 / 20 % size;
+        const char c = static_cast<char>(i % 256);
+        std::string text(size, 'a');
+        text[at] = c;
+        std::string other(size, 'A');
+        EXPECT_EQ(HTHasControl(text), HTIsControl(c)) << i;
+        EXPECT_EQ(HTEqualsNoCase(text, other), HTLower(c) == 'a') << i;
+        other[at] = static_cast<char>(c ^ ' ');
+        EXPECT_EQ(HTEqualsNoCase(text, other), HTIsLetter(c)) << i;
+    }
+}
+
 }  // namespace

@@ -1,11 +1,12 @@
 #include "parse/CAchunks.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 
 namespace {
 
-constexpr int kNoDigit = -1;
+constexpr std::int8_t kNoDigit = -1;
 
 // No body is as large. With one more digit it still fits into 64 bits.
 constexpr std::uint64_t kMaxSize = std::uint64_t{1} << 56U;
@@ -13,13 +14,20 @@ constexpr std::uint64_t kMaxSize = std::uint64_t{1} << 56U;
 // Limits the time that is spent on extensions and trailer, because a peer may send them for ever.
 constexpr std::uint32_t kMaxSkipped = 262144;
 
-constexpr int hexValue(char c)
-{
-    if (c >= '0' && c <= '9') {
-        return c - '0';
+// The values of the hexadecimal digits, by character.
+constexpr auto kHexValues = [] {
+    std::array<std::int8_t, 256> values{};
+    values.fill(kNoDigit);
+    for (unsigned i = 0; i < 16; ++i) {
+        values[static_cast<unsigned char>("0123456789abcdef"[i])] = static_cast<std::int8_t>(i);
+        values[static_cast<unsigned char>("0123456789ABCDEF"[i])] = static_cast<std::int8_t>(i);
     }
-    const char lower = static_cast<char>(c | 0x20);
-    return lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : kNoDigit;
+    return values;
+}();
+
+int hexValue(char c)
+{
+    return kHexValues[static_cast<unsigned char>(c)];
 }
 
 }  // namespace
@@ -39,12 +47,14 @@ CAChunkReader::Next CAChunkReader::next(const char **at, const char *end, std::s
         case State::Extension: state_ = skipLine(at, end, afterSize()); break;
         case State::TrailerLine: state_ = skipLine(at, end, State::TrailerStart); break;
         case State::FirstDigit:
-        case State::Size:
+            state_ = hexValue(**at) == kNoDigit ? State::Wrong : onSize(at, end);
+            break;
+        case State::Size: state_ = onSize(at, end); break;
+        case State::DataEnd: state_ = onLineEnd(at, end, State::FirstDigit); break;
+        case State::TrailerStart: state_ = onLineEnd(at, end, State::Ended); break;
         case State::SizeEnd:
         case State::SizeReturn:
-        case State::DataEnd:
         case State::DataLineFeed:
-        case State::TrailerStart:
         case State::TrailerReturn: state_ = onByte(*(*at)++); break;
         case State::Ended:
         case State::Wrong: break;
@@ -59,11 +69,20 @@ CAChunkReader::Next CAChunkReader::next(const char **at, const char *end, std::s
     return piece->empty() ? Next::More : Next::Piece;
 }
 
-CAChunkReader::State CAChunkReader::onByte(char c)
+// Mostly CR LF comes as a whole; that takes one step to the state `next`.
+CAChunkReader::State CAChunkReader::onLineEnd(const char **at, const char *end, State next) const
+{
+    if (end - *at >= 2 && (*at)[0] == '\r' && (*at)[1] == '\n') {
+        *at += 2;
+        return next;
+    }
+    return onByte(*(*at)++);
+}
+
+CAChunkReader::State CAChunkReader::onByte(char c) const
 {
     switch (state_) {
-    case State::FirstDigit: return hexValue(c) == kNoDigit ? State::Wrong : onSizeByte(c);
-    case State::Size: return onSizeByte(c);
+    case State::Size:
     case State::SizeEnd: return onSizeEnd(c);
     case State::SizeReturn: return c == '\n' ? afterSize() : State::Wrong;
     case State::DataEnd:
@@ -72,6 +91,7 @@ CAChunkReader::State CAChunkReader::onByte(char c)
     case State::TrailerStart:
         return c == '\r' ? State::TrailerReturn : c == '\n' ? State::Ended : State::TrailerLine;
     case State::TrailerReturn: return c == '\n' ? State::Ended : State::TrailerLine;
+    case State::FirstDigit:
     case State::Extension:
     case State::Data:
     case State::TrailerLine:
@@ -81,13 +101,20 @@ CAChunkReader::State CAChunkReader::onByte(char c)
     return State::Wrong;
 }
 
-CAChunkReader::State CAChunkReader::onSizeByte(char c)
+CAChunkReader::State CAChunkReader::onSize(const char **at, const char *end)
 {
-    if (const int digit = hexValue(c); digit != kNoDigit) {
-        left_ = left_ * 16 + static_cast<std::uint64_t>(digit);
-        return left_ > kMaxSize ? State::Wrong : State::Size;
+    const char *digit = *at;
+    std::uint64_t size = left_;
+    for (; digit != end && hexValue(*digit) != kNoDigit && size <= kMaxSize; ++digit) {
+        size = size * 16 + static_cast<std::uint64_t>(hexValue(*digit));
     }
-    return onSizeEnd(c);
+    left_ = size;
+    *at = digit;
+    if (size > kMaxSize) {
+        return State::Wrong;
+    }
+    state_ = State::Size;
+    return digit == end ? State::Size : onLineEnd(at, end, afterSize());
 }
 
 CAChunkReader::State CAChunkReader::onSizeEnd(char c) const

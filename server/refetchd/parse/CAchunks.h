@@ -21,7 +21,7 @@ public:
 private:
     enum class State : std::uint8_t {
         FirstDigit,     // waits for the first digit of a chunk's size
-        Size,           // collects its further digits
+        Size,           // collects the digits
         SizeEnd,        // after blanks: waits for ";" or the end of the line
         SizeReturn,     // after CR: waits for LF
         Extension,      // skips the rest of the line
@@ -35,8 +35,9 @@ private:
         Wrong,
     };
 
-    State onByte(char c);
-    State onSizeByte(char c);
+    State onLineEnd(const char **at, const char *end, State next) const;
+    [[nodiscard]] State onByte(char c) const;
+    State onSize(const char **at, const char *end);
     [[nodiscard]] State onSizeEnd(char c) const;
     [[nodiscard]] State afterSize() const;
     State onData(const char **at, const char *end, std::string_view *piece);

@@ -28,26 +28,41 @@ constexpr int kMaxIdlePasses = 3;
 constexpr std::int32_t kFound = 302;
 constexpr std::array<std::int32_t, 4> kOtherRedirects = {301, 303, 307, 308};
 
+// Names of headers, with their colons.
+template <std::size_t count>
+class NameSet {
+public:
+    explicit consteval NameSet(const std::array<std::string_view, count> &names) : names_(names)
+    {
+        for (const std::string_view name : names) {
+            marks_ |= HTNameMark(name);
+        }
+    }
+    [[nodiscard]] bool has(std::string_view name) const
+    {
+        return (marks_ & HTNameMark(name)) != 0 &&
+               std::any_of(names_.begin(), names_.end(), [name](std::string_view member) {
+                   return name.size() == member.size() &&
+                          strncasecmp(name.data(), member.data(), name.size()) == 0;
+               });
+    }
+
+private:
+    std::array<std::string_view, count> names_;
+    std::uint64_t marks_ = 0;
+};
+
 // The headers that are always kept, because the parser itself reads them.
-constexpr std::array<std::string_view, 5> kKeptHeaders = {
-    "Connection:", "Content-Length:", "Content-type:", "Location:", "Transfer-Encoding:"};
+constexpr NameSet<5> kKeptHeaders({"Connection:", "Content-Length:", "Content-type:", "Location:",
+                                   "Transfer-Encoding:"});
 
 // Kept as well when the options say so.
-constexpr std::array<std::string_view, 12> kMoreHeaders = {
-    "Age:",  "Cache-Control:", "Cache-Status:", "Date:",    "Expires:",        "Retry-After:",
-    "Vary:", "Via:",           "Warning:",      "X-Cache:", "X-Cache-Lookup:", "X-Varnish:"};
+constexpr NameSet<12> kMoreHeaders({"Age:", "Cache-Control:", "Cache-Status:", "Date:", "Expires:",
+                                    "Retry-After:", "Vary:", "Via:", "Warning:", "X-Cache:",
+                                    "X-Cache-Lookup:", "X-Varnish:"});
 
 // Kept as well when links are looked for as browsers do, or when the results say why they are not.
-constexpr std::array<std::string_view, 1> kPageHeaders = {"Content-Encoding:"};
-
-template <std::size_t count>
-bool isAmong(const std::array<std::string_view, count> &names, std::string_view name)
-{
-    return std::any_of(names.begin(), names.end(), [name](std::string_view kept) {
-        return name.size() == kept.size() &&
-               strncasecmp(name.data(), kept.data(), kept.size()) == 0;
-    });
-}
+constexpr NameSet<1> kPageHeaders({"Content-Encoding:"});
 
 // Limits the memory for kept headers, because a peer may send headers for ever. Each one counts as
 // its text and kHeaderRecord bytes for its record.
@@ -99,22 +114,30 @@ CAParseHTTP::~CAParseHTTP()
 std::string_view CAParseHTTP::header(std::string_view name) const
 {
     const char *const value = HTAssocList_lookupExact(headers_, name);
-    return value != nullptr ? value : "";
+    if (value == nullptr) {
+        return "";
+    }
+    return value;
 }
 
 CACacheHeaders CAParseHTTP::cacheHeaders() const
 {
-    return {.age = header("Age:"),
-            .cacheControl = header("Cache-Control:"),
-            .cacheStatus = header("Cache-Status:"),
-            .date = header("Date:"),
-            .expires = header("Expires:"),
-            .via = header("Via:"),
-            .warning = header("Warning:"),
-            .xCache = header("X-Cache:"),
-            .xCacheLookup = header("X-Cache-Lookup:"),
-            .xVarnish = header("X-Varnish:"),
-            .vary = header("Vary:")};
+    // Most of them are absent, and the marks of these names are computed at compile time.
+    const std::uint64_t marks = HTAssocList_marks(headers_);
+    const auto value = [this, marks](std::string_view name) -> std::string_view {
+        return (marks & HTNameMark(name)) == 0 ? "" : header(name);
+    };
+    return {.age = value("Age:"),
+            .cacheControl = value("Cache-Control:"),
+            .cacheStatus = value("Cache-Status:"),
+            .date = value("Date:"),
+            .expires = value("Expires:"),
+            .via = value("Via:"),
+            .warning = value("Warning:"),
+            .xCache = value("X-Cache:"),
+            .xCacheLookup = value("X-Cache-Lookup:"),
+            .xVarnish = value("X-Varnish:"),
+            .vary = value("Vary:")};
 }
 
 std::int32_t CAParseHTTP::consume(char *data, std::int32_t length, std::int32_t *finished,
@@ -227,9 +250,8 @@ void CAParseHTTP::consumeHeaders(char **readP, char *const *writeP)
 
 bool CAParseHTTP::isUseful(std::string_view name) const
 {
-    return isAmong(kKeptHeaders, name) ||
-           (options_.keepMoreHeaders && isAmong(kMoreHeaders, name)) ||
-           (needsPageHeaders() && isAmong(kPageHeaders, name));
+    return kKeptHeaders.has(name) || (options_.keepMoreHeaders && kMoreHeaders.has(name)) ||
+           (needsPageHeaders() && kPageHeaders.has(name));
 }
 
 void CAParseHTTP::keepHeader(std::string_view name, std::string_view value)
@@ -278,8 +300,8 @@ void CAParseHTTP::addWithoutBlank(const char *line)
         return;
     }
     const std::string_view name(line, static_cast<std::size_t>(colon + 1 - line));
-    const bool isOther = isAmong(kMoreHeaders, name) || HTEqualsNoCase(name, "Transfer-Encoding:");
-    const bool isOfPage = isAmong(kPageHeaders, name);
+    const bool isOther = kMoreHeaders.has(name) || HTEqualsNoCase(name, "Transfer-Encoding:");
+    const bool isOfPage = kPageHeaders.has(name);
     if ((needsOthers && isOther) || (needsPageHeaders() && isOfPage)) {
         keepHeader(name, colon + 1);
     }

@@ -120,8 +120,11 @@ CAParseHTTP11::State CAParseHTTP11::readField(std::string_view line)
     }
     framing_.add(name, value);
     // A copy only when blanks stand before the colon.
-    const std::string tight = name.size() == colon ? "" : std::string(name) + ":";
-    const std::string_view key = tight.empty() ? line.substr(0, colon + 1) : tight;
+    std::string tight;
+    std::string_view key = line.substr(0, colon + 1);
+    if (name.size() != colon) {
+        key = tight.append(name).append(":");
+    }
     if (isUseful(key)) {
         keepHeader(key, value);
     }

@@ -3,6 +3,8 @@
 #include <array>
 #include <chrono>
 
+#include "HTString.h"
+
 namespace {
 
 constexpr std::ptrdiff_t kEscape = 6;  // length of the longest escape, such as \u00ff
@@ -59,7 +61,12 @@ constexpr auto kPlain = [] {
 // The number of such bytes at the start of `text`, which in a URL is mostly all of it.
 std::size_t plainLength(std::string_view text)
 {
+    constexpr std::size_t kWord = sizeof(std::uint64_t);
     std::size_t length = 0;
+    while (length + kWord <= text.size() &&
+           HTAreGraphic(HTLoadWord(text.data() + length), '"', '\\')) {
+        length += kWord;
+    }
     while (length < text.size() && kPlain[static_cast<unsigned char>(text[length])]) {
         ++length;
     }
@@ -155,31 +162,45 @@ std::size_t CAJsonWriter::putCharacter(std::string_view text)
     return length;
 }
 
-template <int Count, typename Number>
-void CAJsonWriter::digits(Number number, char behind)
+namespace {
+
+// Writes the number in `count` digits, and a character behind them. Returns the end.
+char *putDigits(char *at, int count, std::int64_t number, char behind)
 {
-    for (int i = Count - 1; i >= 0; --i) {
-        at_[i] = static_cast<char>('0' + number % 10);
+    for (int i = count - 1; i >= 0; --i) {
+        at[i] = static_cast<char>('0' + number % 10);
         number /= 10;
     }
-    at_ += Count;
-    *at_++ = behind;
+    at[count] = behind;
+    return at + count + 1;
 }
 
-void CAJsonWriter::time(std::int64_t milliseconds)
+}  // namespace
+
+void CATimeText::setSecond(std::int64_t second)
 {
     using namespace std::chrono;
-    const sys_time<std::chrono::milliseconds> moment{std::chrono::milliseconds(milliseconds)};
+    const sys_seconds moment{seconds(second)};
     const auto day = floor<days>(moment);
     const year_month_day date(day);
     const hh_mm_ss clock(moment - day);
-    *this << "\"";
-    digits<4>(static_cast<unsigned>(static_cast<int>(date.year())), '-');
-    digits<2>(static_cast<unsigned>(date.month()), '-');
-    digits<2>(static_cast<unsigned>(date.day()), 'T');
-    digits<2>(clock.hours().count(), ':');
-    digits<2>(clock.minutes().count(), ':');
-    digits<2>(clock.seconds().count(), '.');
-    digits<3>(clock.subseconds().count(), 'Z');
-    *this << "\"";
+    char *at = putDigits(text_.data(), 4, static_cast<int>(date.year()), '-');
+    at = putDigits(at, 2, static_cast<unsigned>(date.month()), '-');
+    at = putDigits(at, 2, static_cast<unsigned>(date.day()), 'T');
+    at = putDigits(at, 2, clock.hours().count(), ':');
+    at = putDigits(at, 2, clock.minutes().count(), ':');
+    putDigits(at, 2, clock.seconds().count(), '.');
+    second_ = second;
+}
+
+std::string_view CATimeText::of(std::int64_t milliseconds)
+{
+    constexpr std::int64_t kSecond = 1000;
+    const std::int64_t millis = (milliseconds % kSecond + kSecond) % kSecond;
+    const std::int64_t second = (milliseconds - millis) / kSecond;
+    if (second != second_) {
+        setSecond(second);
+    }
+    putDigits(text_.data() + kMillis, 3, millis, 'Z');
+    return {text_.data(), text_.size()};
 }

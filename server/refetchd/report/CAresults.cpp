@@ -11,7 +11,6 @@
 
 #include "base/CAoutput.h"
 #include "base/CAtrace.h"
-#include "report/CAjson.h"
 #include "url/CAURL.h"
 
 CAResults &results = *new CAResults;
@@ -107,10 +106,7 @@ void CAResults::finished(const CAURL &url, const CAExchange &exchange)
     int error = 0;
     {
         const PMutexGuard guard(mutex_);
-        const std::uint64_t key = endFlightLocked(url);
-        if (!isOver_) {
-            dropsLocked().request(key);
-        }
+        endFlightLocked(url);
         // A page counts once, however many variants it has.
         if (exchange.status == 200 && exchange.variant <= 1 && !isOver_) {
             vary_.count(exchange.headers.vary);
@@ -120,16 +116,19 @@ void CAResults::finished(const CAURL &url, const CAExchange &exchange)
     reportFailure(logPath_, error);
 }
 
-// Returns the URL's key. Few URLs are reported that were never in flight; only theirs is computed.
-std::uint64_t CAResults::endFlightLocked(const CAURL &url)
+// Notes that the URL was requested in this run, unless that was noted when it took off. Few URLs
+// are reported that were never in flight; only their keys are computed here.
+void CAResults::endFlightLocked(const CAURL &url)
 {
     const auto flight = std::find_if(flights_.begin(), flights_.end(),
                                      [&url](const Flight &each) { return each.url == &url; });
-    if (flight == flights_.end()) {
-        return CADropped::keyOf(url.stringitize());
+    const bool isKnown = flight != flights_.end();
+    if (isKnown) {
+        flight->url = nullptr;
     }
-    flight->url = nullptr;
-    return flight->key;
+    if (!isOver_ && !(isKnown && flight->run == run_)) {
+        dropsLocked().request(isKnown ? flight->key : CADropped::keyOf(url.stringitize()));
+    }
 }
 
 void CAResults::setSentHeaders(std::vector<std::string> names)
@@ -156,7 +155,8 @@ void CAResults::setInFlight(std::int32_t client, const CAURL *url, std::int32_t 
                        .lastVariant = lastVariant,
                        .started = now,
                        .since = url != nullptr ? HTUptimeMillis() : 0,
-                       .key = key};
+                       .key = key,
+                       .run = run_};
 }
 
 // Each int function below returns 0, or an error number that the caller must report. Only the first
@@ -238,6 +238,7 @@ int CAResults::tellDropsLocked()
                                        .exchange = {.started = CANowMilliseconds()},
                                        .more = drops_->more()});
     drops_.reset();
+    ++run_;
     return error == 0 ? failed : error;
 }
 
@@ -278,8 +279,7 @@ int CAResults::putLineLocked(std::int64_t time, Put put)
     }
     char *const start = lines_->data() + used_;
     CAJsonWriter line(start, start + (kMaxLine - CAJsonWriter::kTail));
-    line << "{\"time\":";
-    line.time(time);
+    line << "{\"time\":\"" << time_.of(time) << "\"";
     put(line);
     line << "}\n";
     used_ = static_cast<std::size_t>(line.at() - lines_->data());

@@ -22,6 +22,7 @@
 #include "htthread.h"
 #include "report/CAclosing.h"
 #include "report/CAdropped.h"
+#include "report/CAjson.h"
 #include "report/CAmetrics.h"
 #include "report/CAvary.h"
 #include "report/CAverdict.h"
@@ -29,7 +30,6 @@
 // Milliseconds since the epoch, for CAExchange::started.
 [[nodiscard]] std::int64_t CANowMilliseconds();
 
-class CAJsonWriter;
 class CAURL;
 
 class CAResults {
@@ -138,9 +138,10 @@ private:
         std::int64_t started = 0;  // the date, as in CAExchange
         std::int64_t since = 0;    // the same moment by HTUptimeMillis()
         std::uint64_t key = 0;     // of the URL, for CADropped
+        std::uint32_t run = 0;     // in which the URL was reported as requested to CADropped
     };
 
-    [[nodiscard]] std::uint64_t endFlightLocked(const CAURL &url) HT_REQUIRES(mutex_);
+    void endFlightLocked(const CAURL &url) HT_REQUIRES(mutex_);
 
     [[nodiscard]] int tellFlightsLocked() HT_REQUIRES(mutex_);
     [[nodiscard]] int tellFlightLocked(const Flight &flight) HT_REQUIRES(mutex_);
@@ -175,7 +176,9 @@ private:
     bool failed_ HT_GUARDED_BY(mutex_) = false;  // an error of this run was reported already
     bool isOver_ HT_GUARDED_BY(mutex_) = false;  // the last run has ended
     bool logsDrops_ HT_GUARDED_BY(mutex_) = false;
+    CATimeText time_ HT_GUARDED_BY(mutex_);
     std::unique_ptr<CADropped> drops_ HT_GUARDED_BY(mutex_);  // of the current run; null: none yet
+    std::uint32_t run_ HT_GUARDED_BY(mutex_) = 1;             // counts them
     CATally tally_ HT_GUARDED_BY(mutex_);
     CAVaryCount vary_ HT_GUARDED_BY(mutex_);
     std::vector<Flight> flights_ HT_GUARDED_BY(mutex_);  // by client

@@ -49,8 +49,12 @@ bool contains(std::string_view text, std::string_view part)
 // there is none. The mark is removed.
 std::string_view takeUntil(std::string_view *text, char mark)
 {
+    if (text->empty()) {
+        return {};
+    }
     bool quoted = false;
-    std::size_t at = 0;
+    std::size_t at = std::min(text->find(mark), text->size());
+    at = std::min(text->substr(0, at).find('"'), at);  // quotes are rare
     for (; at < text->size() && (quoted || (*text)[at] != mark); ++at) {
         if ((*text)[at] == '"') {
             quoted = !quoted;
