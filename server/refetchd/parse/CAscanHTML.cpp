@@ -193,16 +193,15 @@ class TagSearch {
 public:
     struct Tag {
         char *open;
-        char *close;  // its ">"; null if there are no more tags
+        char *close;  // its ">"
     };
 
     // `at` is outside of a tag.
     TagSearch(char *at, char *end) : at_(at), next_(at), outside_(at), end_(end) {}
 
-    // The caller may change the tag afterwards.
-    Tag next()
+    // Finds the next tag, which the caller may change afterwards; false if there is none.
+    bool next(Tag *tag)
     {
-        constexpr std::ptrdiff_t kRead = kCAWindow + kTargetIndex.size();
         for (;;) {
             while (left_ != 0) {
                 const std::size_t open = CAFirstMark(left_);
@@ -212,11 +211,11 @@ public:
                 }
                 const CAMarks closes = CAWindow(at_).of('>');
                 if (isOutside(open, closes)) {
-                    return tagAt(open, CAMarksFrom(closes, open));
+                    return takeAt(open, CAMarksFrom(closes, open), tag);
                 }
             }
-            if (end_ - next_ < kRead) {
-                return tagOfRest();
+            if (end_ - next_ < static_cast<std::ptrdiff_t>(kCAWindow) + kLook) {
+                return takeOfRest(tag);
             }
             at_ = next_;
             left_ = opens_ = CAWindow(at_).of('<');
@@ -233,6 +232,8 @@ public:
     }
 
 private:
+    static constexpr std::ptrdiff_t kLook = kTargetIndex.size();  // bytes for mayBeTarget()
+
     // True if the "<" at this place of the window is not within another tag.
     [[nodiscard]] bool isOutside(std::size_t open, CAMarks closes) const
     {
@@ -243,37 +244,44 @@ private:
     }
 
     // The tag at this place of the window. `closes`: each ">" behind it in the window.
-    Tag tagAt(std::size_t open, CAMarks closes)
+    bool takeAt(std::size_t open, CAMarks closes, Tag *tag)
     {
         if (closes == 0) {
             left_ = 0;
-            return tagTo(at_ + open, find(next_, end_, '>'));
+            return takeTo(at_ + open, find(next_, end_, '>'), tag);
         }
         const std::size_t close = CAFirstMark(closes);
         opens_ = CAMarksFrom(opens_, close);
         left_ = opens_;
         outside_ = at_ + close + 1;
-        return {at_ + open, at_ + close};
+        *tag = {at_ + open, at_ + close};
+        return true;
     }
 
     // For the last bytes of the block, which are too few for a window.
-    Tag tagOfRest()
+    bool takeOfRest(Tag *tag)
     {
         while (char *const open = find(next_, end_, '<')) {
-            if (!isWithin(outside_, open)) {
-                return tagTo(open, find(open, end_, '>'));
+            const bool isOther = end_ - open > kLook && !mayBeTarget(open + 1);
+            if (!isOther && !isWithin(outside_, open)) {
+                return takeTo(open, find(open, end_, '>'), tag);
             }
             next_ = open + 1;
         }
-        return {nullptr, nullptr};
+        return false;
     }
 
-    // A tag that ends behind the window.
-    Tag tagTo(char *open, char *close)
+    // A tag that ends behind the window; at null if it does not end in the block.
+    bool takeTo(char *open, char *close, Tag *tag)
     {
-        next_ = close == nullptr ? end_ : close + 1;
-        outside_ = close == nullptr ? outside_ : next_;
-        return {open, close};
+        if (close == nullptr) {
+            next_ = end_;
+            return false;
+        }
+        next_ = close + 1;
+        outside_ = next_;
+        *tag = {open, close};
+        return true;
     }
 
     char *at_;           // the window
@@ -306,7 +314,8 @@ void CAScanHTML::scan(char *data, char *end)
 char *CAScanHTML::parseTags(char *at, char *end)
 {
     TagSearch search(at, end);
-    for (TagSearch::Tag tag = search.next(); tag.close != nullptr; tag = search.next()) {
+    TagSearch::Tag tag{};
+    while (search.next(&tag)) {
         parseTag(tag.open, tag.close);
     }
     return search.unfinished();
