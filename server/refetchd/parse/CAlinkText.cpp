@@ -90,7 +90,41 @@ char *writeUtf8(std::uint32_t code, char *out)
     return out;
 }
 
+using Word = std::uint64_t;
+
+Word wordAt(const char *at)
+{
+    Word word = 0;
+    std::memcpy(&word, at, sizeof(word));
+    return word;
+}
+
+// Sets the highest bit of a byte that is beyond ASCII, up to " ", or "&". May set the bits of other
+// bytes, too, but only if there is such a byte.
+Word unusualIn(Word word)
+{
+    constexpr Word kOnes = 0x0101010101010101;  // 1 in each byte
+    return word | (word - kOnes * (' ' + 1)) | ((word ^ kOnes * '&') - kOnes);
+}
+
 }  // namespace
+
+// Looks at eight bytes at once, some of them twice.
+bool CAIsOrdinaryLink(std::string_view text)
+{
+    constexpr Word kHighest = 0x8080808080808080;
+    std::array<char, sizeof(Word)> few{'x', 'x', 'x', 'x', 'x', 'x', 'x', 'x'};
+    if (text.size() < few.size()) {
+        text.copy(few.data(), few.size());
+        return (unusualIn(wordAt(few.data())) & kHighest) == 0;
+    }
+    const char *const last = text.data() + text.size() - sizeof(Word);
+    Word unusual = unusualIn(wordAt(last));
+    for (const char *at = text.data(); at < last; at += sizeof(Word)) {
+        unusual |= unusualIn(wordAt(at));
+    }
+    return (unusual & kHighest) == 0;
+}
 
 char *CADecodeReferences(char *at, char *end)
 {

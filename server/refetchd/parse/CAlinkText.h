@@ -4,6 +4,10 @@
 #include <cstddef>
 #include <string_view>
 
+// True if nothing below, nor another charset, changes the text of a link: it is ASCII without
+// blanks, control characters and "&". May be false for other such texts.
+[[nodiscard]] bool CAIsOrdinaryLink(std::string_view text);
+
 // Decodes the character references in [at, end) by the rules of HTML for values of attributes:
 // numbers and names (see parse/CAreferences.h). Returns the new end.
 [[nodiscard]] char *CADecodeReferences(char *at, char *end);

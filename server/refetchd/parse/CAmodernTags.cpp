@@ -82,6 +82,22 @@ const CAModernTag *CAFindModernTag(std::string_view name)
     return nullptr;
 }
 
+const CAModernAttribute *CAModernAttributes::take(std::string_view name)
+{
+    if (tag_ == nullptr) {
+        return nullptr;
+    }
+    for (std::size_t i = 0; i < tag_->attributes.size(); ++i) {
+        const CAModernAttribute &attribute = tag_->attributes[i];
+        if (CAIsWord(name, attribute.name)) {
+            const bool isFirst = (found_ & 1U << i) == 0;
+            found_ |= 1U << i;
+            return isFirst ? &attribute : nullptr;
+        }
+    }
+    return nullptr;
+}
+
 bool CAMayBeModernTag(const char *text)
 {
     std::uint32_t set = ~0U;

@@ -38,6 +38,21 @@ struct CAModernTag {
 // empty.
 [[nodiscard]] const CAModernTag *CAFindModernTag(std::string_view name);
 
+// The attributes of one tag, each to be found once.
+class CAModernAttributes {
+public:
+    CAModernAttributes() = default;
+    explicit CAModernAttributes(const CAModernTag &tag) : tag_(&tag) {}
+
+    // The attribute `name`, ignoring case; null when it is not in the tag's row, or was found
+    // before.
+    [[nodiscard]] const CAModernAttribute *take(std::string_view name);
+
+private:
+    const CAModernTag *tag_ = nullptr;  // null: no tag of the table
+    unsigned found_ = 0;                // a bit for each attribute in the row
+};
+
 // False if its first bytes, in any case, show that no tag of the table begins at `text`, which
 // holds a ">".
 [[nodiscard]] bool CAMayBeModernTag(const char *text);

@@ -42,15 +42,19 @@ void CAPageCharset::seeBegin(const char *data, const char *end)
     }
 }
 
+void CAPageCharset::takeAscii()
+{
+    ofQuery_ = declared_ == nullptr || declared_->isUtf8() ? nullptr : declared_.get();
+}
+
 void CAPageCharset::toUtf8(char **at, char **end)
 {
     const std::string_view text(*at, static_cast<std::size_t>(*end - *at));
-    const CACharset *charset = declared_.get();
-    const bool mayBeUtf8 = charset == nullptr || charset->isUtf8();
-    ofQuery_ = mayBeUtf8 ? nullptr : charset;
-    if (CAIsAscii(text) || (mayBeUtf8 && CAIsUtf8(text))) {
+    takeAscii();
+    if (CAIsAscii(text) || (ofQuery_ == nullptr && CAIsUtf8(text))) {
         return;
     }
+    const CACharset *charset = declared_.get();
     if (charset == nullptr) {
         if (windows1252_ == nullptr) {
             windows1252_ = CACharset::find("windows-1252");

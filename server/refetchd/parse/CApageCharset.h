@@ -28,9 +28,11 @@ public:
     // Makes UTF-8 of the link, or of the links, in [at, end): moves both to the result, which one
     // may write into, as into the byte at `*end`. It is valid until the next call.
     void toUtf8(char **at, char **end);
+    // The same for a link of ASCII characters, which stays as it is.
+    void takeAscii();
 
     // The charset in which browsers encode the query of the link that was made UTF-8 last; null for
-    // UTF-8. Stays ours, valid until the next declare() or toUtf8().
+    // UTF-8. Stays ours, valid until the next call that is not const.
     [[nodiscard]] const CACharset *ofQuery() const { return ofQuery_; }
 
 private:

@@ -1,10 +1,11 @@
 #include "parse/CAplainTags.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 
 #include "HTString.h"
-#include "parse/CAmarks.h"
+#include "parse/CAendMarks.h"
 #include "parse/CAmodernTags.h"
 
 namespace {
@@ -16,91 +17,81 @@ bool isPlain(const char *text)
     return *text == '/' ? HTIsLetter(text[1]) : HTIsLetter(*text) && !CAMayBeModernTag(text);
 }
 
+constexpr HTCharacterSet kNoName(" \t\n\f\r=");
+
+// True if the quote begins a value: a name of letters and "=" are before it, and before the name is
+// white space behind a byte after which a name can begin. `from` is where the search for them ends:
+// in the tag's name, or behind a value.
+bool beginsValue(const char *quote, const char *from)
+{
+    const char *at = quote - 1;
+    if (at <= from || *at != '=') {
+        return false;
+    }
+    do {
+        --at;
+    } while (at > from && HTIsLetter(*at));
+    return (*at == ' ' || *at == '\n') && quote - at > 2 && !kNoName.has(at[-1]);
+}
+
+constexpr std::size_t kNone = kCAWindow;
+
+// The place of the ">" that ends the tag at `place`: the first one outside of quoted values. kNone
+// if it is not in the window at `at`, or if it is not clear whether a quote begins a value.
+std::size_t closeOf(const char *at, std::size_t place, CAMarks ends)
+{
+    for (ends = CAMarksFrom(ends, place); ends != 0; ends &= ends - 1) {
+        const std::size_t end = CAFirstMark(ends);
+        const char quote = at[end];
+        if (quote == '>') {
+            return end;
+        }
+        if (!beginsValue(at + end, at + place)) {
+            return kNone;
+        }
+        do {
+            ends &= ends - 1;
+        } while (ends != 0 && at[CAFirstMark(ends)] != quote);
+        if (ends == 0) {
+            return kNone;
+        }
+        place = CAFirstMark(ends) + 1;
+    }
+    return kNone;
+}
+
 struct Passed {
     std::size_t length;
     bool isEnd;  // what follows cannot be passed
 };
 
-// The marks of up to kCAWindow bytes of a page.
-class Tags {
-public:
-    Tags(const CAWindow &window, const char *at, std::size_t length)
-        : window_(window), at_(at), length_(length)
-    {
-    }
-
-    // Passes text and plain tags up to the first tag that does not end in the window, or is not
-    // plain, or has a quote of which it is not clear whether it begins a value. `opens`: every "<".
-    [[nodiscard]] Passed pass(CAMarks opens) const
-    {
-        const CAMarks closes = window_.of('>');
-        const CAMarks doubles = window_.of('"');
-        const CAMarks singles = window_.of('\'');
-        while (opens != 0) {
-            const std::size_t open = CAFirstMark(opens);
-            if (CAMarksFrom(closes, open) == 0) {
-                return {open, open == 0};
-            }
-            const std::size_t close =
-                isPlain(at_ + open + 1) ? closeOf(open, closes, doubles, singles) : kNone;
-            if (close == kNone) {
-                return {open, true};
-            }
-            opens = CAMarksFrom(opens, close);
+// Passes text and plain tags in the window of `length` bytes at `at`, up to the first tag that does
+// not end there, or is not plain, or has a quote of which it is not clear whether it begins a
+// value.
+Passed passWindow(const char *at, std::size_t length, CAMarks opens)
+{
+    const CAMarks ends = CAEndMarks(at);
+    while (opens != 0) {
+        const std::size_t open = CAFirstMark(opens);
+        if (CAMarksFrom(ends, open) == 0) {
+            return {open, open == 0};
         }
-        return {length_, false};
-    }
-
-private:
-    static constexpr std::size_t kNone = kCAWindow;
-
-    // The place of the ">" that ends the tag at `place`: the first one outside of quoted values.
-    [[nodiscard]] std::size_t closeOf(std::size_t place, CAMarks closes, CAMarks doubles,
-                                      CAMarks singles) const
-    {
-        for (;;) {
-            closes = CAMarksFrom(closes, place);
-            const CAMarks quotes = CAMarksFrom(doubles | singles, place);
-            if (closes == 0) {
-                return kNone;
-            }
-            if (quotes == 0 || CAFirstMark(closes) < CAFirstMark(quotes)) {
-                return CAFirstMark(closes);
-            }
-            const std::size_t quote = CAFirstMark(quotes);
-            const CAMarks same = (at_[quote] == '"' ? doubles : singles) & quotes & (quotes - 1);
-            if (same == 0 || !beginsValue(quote, place)) {
-                return kNone;
-            }
-            place = CAFirstMark(same) + 1;
-            if (place == kCAWindow) {
-                return kNone;
-            }
+        const std::size_t close = isPlain(at + open + 1) ? closeOf(at, open, ends) : kNone;
+        if (close == kNone) {
+            return {open, true};
         }
+        opens = CAMarksFrom(opens, close);
     }
+    return {length, false};
+}
 
-    // True only if the quote begins a value: a name and "=" are before it, and before the name is
-    // white space behind a byte after which a name can begin. `from` is where the search for them
-    // ends: in the tag's name, or behind a value.
-    [[nodiscard]] bool beginsValue(std::size_t quote, std::size_t from) const
-    {
-        if (quote < from + 3 || at_[quote - 1] != '=') {
-            return false;
-        }
-        const CAMarks ends = window_.upTo(' ') | window_.of('=') | window_.of('/');
-        const CAMarks before = CAMarksFrom(CAMarksBefore(ends, quote - 1), from);
-        if (before == 0) {
-            return false;
-        }
-        const std::size_t space = CALastMark(before);
-        return (at_[space] == ' ' || at_[space] == '\n') && space + 2 < quote && space > 0 &&
-               (ends >> (space - 1) & 1U) == 0;
-    }
-
-    const CAWindow &window_;
-    const char *const at_;
-    const std::size_t length_;
-};
+// The same for fewer than kCAWindow bytes, the last ones of a block.
+Passed passLast(const char *at, std::size_t length)
+{
+    std::array<char, kCAWindow> last{};
+    std::memcpy(last.data(), at, length);
+    return passWindow(last.data(), length, CAWindow(last.data()).of('<'));
+}
 
 }  // namespace
 
@@ -109,15 +100,17 @@ const char *CAPassPlainTags(const char *at, const char *end)
     Passed passed{0, false};
     while (at != end && !passed.isEnd) {
         const auto left = static_cast<std::size_t>(end - at);
-        const CAWindow window = left >= kCAWindow ? CAWindow(at) : CALastWindow(at, left);
-        const CAMarks opens = window.of('<');
-        if (opens == 0) {  // much text: the fastest search for a single byte
-            const void *const open = std::memchr(at, '<', left);
+        const CAMarks opens = left < kCAWindow ? 0 : CAWindow(at).of('<');
+        if (opens != 0) {
+            passed = passWindow(at, kCAWindow, opens);
+            at += passed.length;
+        } else if (left < kCAWindow) {
+            passed = passLast(at, left);
+            at += passed.length;
+        } else {  // much text: the fastest search for a single byte
+            const void *const open = std::memchr(at + kCAWindow, '<', left - kCAWindow);
             at = open == nullptr ? end : static_cast<const char *>(open);
-            continue;
         }
-        passed = Tags(window, at, std::min(left, kCAWindow)).pass(opens);
-        at += passed.length;
     }
     return at;
 }

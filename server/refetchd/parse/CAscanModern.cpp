@@ -49,6 +49,11 @@ const char *find(const char *at, const char *end, char wanted)
     return found == nullptr ? end : static_cast<const char *>(found);
 }
 
+bool isLink(Use use)
+{
+    return use != Use::Word && use != Use::Relation && use != Use::Charset;
+}
+
 // What a <link> may be without that browsers ask for its URL.
 constexpr std::string_view kHints[] = {"dns-prefetch", "preconnect", "pingback", "profile"};
 
@@ -228,16 +233,53 @@ CAScanModern::State CAScanModern::onTagNameEnd(std::string_view name, Input *inp
     tag_ = state_ == State::TagName ? CAFindModernTag(name) : nullptr;
     isWanted_ = tag_ != nullptr && tag_->word.empty();
     isContentType_ = false;
-    seen_ = 0;
+    isWhole_ = false;
+    attributes_ = tag_ != nullptr ? CAModernAttributes(*tag_) : CAModernAttributes();
     setState_ = SetState::BeforeUrl;
     valueCount_ = 0;
     used_ = 0;
-    return *input->at == '>' ? onTagEnd(false, input) : State::BeforeName;
+    if (*input->at == '>') {
+        return onTagEnd(false, input);
+    }
+    if (tag_ == nullptr) {
+        return State::BeforeName;
+    }
+    const CAWholeTag whole = CAReadWholeTag(*tag_, input->at, input->end);
+    if (whole.end == nullptr || !takeWholeTag(whole)) {
+        return State::BeforeName;
+    }
+    input->at = whole.end;
+    return onTagEnd(whole.isClosed, input);
+}
+
+// Takes over the values of a tag that is in the block as a whole. Returns false, and does nothing,
+// if one of them is longer than a link.
+bool CAScanModern::takeWholeTag(const CAWholeTag &tag)
+{
+    const auto *const end = tag.values.begin() + tag.count;
+    if (std::any_of(tag.values.begin(), end,
+                    [](const Value &value) { return value.text.size() > kLongestLink; })) {
+        return false;
+    }
+    isWhole_ = true;
+    std::for_each(tag.values.begin(), end, [this](const Value &value) {
+        const char *const text = value.text.data();
+        attribute_ = value.attribute;
+        valueLength_ = 0;
+        if (isLink(value.attribute->use)) {
+            found_[valueCount_++] = value;
+        } else {
+            addToValue(text, text + value.text.size());
+            onValueEnd();
+        }
+    });
+    attribute_ = nullptr;
+    return true;
 }
 
 CAScanModern::State CAScanModern::onNameEnd(std::string_view name, Input *input)
 {
-    attribute_ = newAttribute(name);
+    attribute_ = attributes_.take(name);
     valueLength_ = 0;
     if (input->end - input->at > 2 && input->at[0] == '=' && input->at[1] == '"') {
         input->at += 2;
@@ -331,12 +373,12 @@ CAScanModern::State CAScanModern::onValue(const char *stop, Input *input)
 void CAScanModern::onValueEnd()
 {
     const Use use = attribute_->use;
-    if (use != Use::Word && use != Use::Relation && use != Use::Charset) {
-        found_[valueCount_++] = {attribute_, used_, used_ + valueLength_};
+    char *const at = values_.data() + used_;
+    if (isLink(use)) {
+        found_[valueCount_++] = {attribute_, {at, valueLength_}};
         used_ += valueLength_ + 1;
         return;
     }
-    char *const at = values_.data() + used_;
     const char *const end = CADecodeReferences(at, at + valueLength_);
     const std::string_view words(at, static_cast<std::size_t>(end - at));
     if (use == Use::Charset) {
@@ -345,23 +387,6 @@ void CAScanModern::onValueEnd()
     }
     isWanted_ = use == Use::Word ? CAIsWord(words, tag_->word) : !areHints(words);
     isContentType_ = CAIsWord(words, "content-type");
-}
-
-// The attribute whose name was read; null when it is not in the tag's row, or is a repetition.
-const CAModernAttribute *CAScanModern::newAttribute(std::string_view name)
-{
-    if (tag_ == nullptr) {
-        return nullptr;
-    }
-    for (std::size_t i = 0; i < tag_->attributes.size(); ++i) {
-        const CAModernAttribute &attribute = tag_->attributes[i];
-        if (CAIsWord(name, attribute.name)) {
-            const bool isFirst = (seen_ & 1U << i) == 0;
-            seen_ |= 1U << i;
-            return isFirst ? &attribute : nullptr;
-        }
-    }
-    return nullptr;
 }
 
 void CAScanModern::addToValue(const char *from, const char *to)
@@ -434,14 +459,24 @@ bool CAScanModern::isInDescriptors() const
     return setState_ == SetState::Descriptors || setState_ == SetState::Parentheses;
 }
 
+// The text of a found value, with a free byte behind it, which is enough for one at a time.
+char *CAScanModern::writable(std::string_view text)
+{
+    if (isWhole_) {
+        text.copy(values_.data(), text.size());
+        return values_.data();
+    }
+    return values_.data() + (text.data() - values_.data());
+}
+
 void CAScanModern::tellValues()
 {
     for (std::size_t i = 0; i < valueCount_; ++i) {
         if (isWanted_) {
             tellValue(found_[i]);
         } else if (isContentType_ && found_[i].attribute->use == Use::Refresh) {
-            char *const at = values_.data() + found_[i].begin;
-            const char *const end = CADecodeReferences(at, values_.data() + found_[i].end);
+            char *const at = writable(found_[i].text);
+            const char *const end = CADecodeReferences(at, at + found_[i].text.size());
             const std::string_view type(at, static_cast<std::size_t>(end - at));
             charset_.declare(CAPageCharset::Source::Meta, CACharsetLabel(type));
         }
@@ -462,8 +497,14 @@ void CAScanModern::tellValue(const Value &value)
         CATrace("HTMLconsume. Forgetting about image since LoadInlineImages is set to NO.\n");
         return;
     }
-    char *at = values_.data() + value.begin;
-    char *end = values_.data() + value.end;
+    char *at = writable(value.text);
+    char *end = at + value.text.size();
+    const bool isAlone = use == Use::DeeperLink || use == Use::Link || use == Use::Image;
+    if (isAlone && CAIsOrdinaryLink(value.text)) {
+        charset_.takeAscii();
+        *end = '\0';
+        return value.text.empty() ? void() : tellLink(at, use == Use::DeeperLink);
+    }
     decode(&at, &end);
     switch (use) {
     case Use::Link:
@@ -482,9 +523,14 @@ void CAScanModern::tell(char *at, char *end, bool raisesDepth)
 {
     const std::string_view link = CACutLink(at, end, kLongestLink);
     if (!link.empty()) {
-        CATrace("Found....... URL \"%s\".\n", link.data());
-        sink_->processFoundUrl(link.data(), raisesDepth);
+        tellLink(link.data(), raisesDepth);
     }
+}
+
+void CAScanModern::tellLink(const char *link, bool raisesDepth)
+{
+    CATrace("Found....... URL \"%s\".\n", link);
+    sink_->processFoundUrl(link, raisesDepth);
 }
 
 void CAScanModern::tellBase(char *at, char *end)

@@ -9,9 +9,7 @@
 
 #include "parse/CApageCharset.h"
 #include "parse/CAscanHTML.h"
-
-struct CAModernTag;
-struct CAModernAttribute;
+#include "parse/CAwholeTag.h"
 
 // Reads tags and their attributes by the rules of HTML: a ">" in quotes does not end a tag,
 // character references are decoded, and comments and scripts hold no tags. Builds no document.
@@ -85,13 +83,7 @@ private:
         const char *const end;
     };
 
-    // A collected link or set of images: its place [begin, end) in values_, where one byte after it
-    // is free.
-    struct Value {
-        const CAModernAttribute *attribute;
-        std::size_t begin;
-        std::size_t end;
-    };
+    using Value = CAWholeTag::Value;
 
     State step(Input *input);
     State skipPast(char wanted, State next, Input *input) const;
@@ -109,16 +101,18 @@ private:
 
     void onValueEnd();
 
-    const CAModernAttribute *newAttribute(std::string_view name);
+    bool takeWholeTag(const CAWholeTag &tag);
     void addToValue(const char *from, const char *to);
     void emptySet();
     char *passWord(char *begin, char *end);
     [[nodiscard]] bool isInDescriptors() const;
 
+    char *writable(std::string_view text);
     void tellValues();
     void decode(char **at, char **end);
     void tellValue(const Value &value);
     void tell(char *at, char *end, bool raisesDepth);
+    void tellLink(const char *link, bool raisesDepth);
     void tellBase(char *at, char *end);
     void tellSet(char *at, char *end);
     char *tellImage(char *at, char *end);
@@ -134,13 +128,16 @@ private:
     const CAModernTag *tag_ = nullptr;              // null: not in the table, or an end tag
     const CAModernAttribute *attribute_ = nullptr;  // collects its value; null: skips the value
     bool isWanted_ = false;                         // the links of the current tag count
-    bool isContentType_ = false;    // the current tag is a <meta> that stands for that header
-    unsigned seen_ = 0;             // a bit for each attribute in the tag's row that was found
-    std::size_t nameLength_ = 0;    // of name_; in RawEndName the number of bytes that match so far
-    std::size_t valueCount_ = 0;    // of found_
-    std::size_t used_ = 0;          // bytes of values_ that the found values use
-    std::size_t valueLength_ = 0;   // bytes collected so far of the next value, after those
-    std::array<char, 12> name_{};   // one byte longer than the longest name in the table
-    std::array<Value, 2> found_{};  // complete values of the current tag, in the tag's order
+    bool isContentType_ = false;  // the current tag is a <meta> that stands for that header
+    bool isWhole_ = false;        // the found values are in the block, not in values_
+    CAModernAttributes attributes_;
+    std::size_t nameLength_ = 0;   // of name_; in RawEndName the number of bytes that match so far
+    std::size_t valueCount_ = 0;   // of found_
+    std::size_t used_ = 0;         // bytes of values_ that the found values use
+    std::size_t valueLength_ = 0;  // bytes collected so far of the next value, after those
+    std::array<char, 12> name_{};  // one byte longer than the longest name in the table
+    // The links and sets of the current tag, complete, in the tag's order. Those in values_ have a
+    // free byte behind them.
+    std::array<Value, 2> found_{};
     std::array<char, 2 * (kLongestLink + 1) + kLongestCandidate + 1> values_{};
 };
