@@ -111,7 +111,9 @@ const PageRow kPages[] = {
      "<style><a href=x></style x='>'><TITLE><a href=x></title/>"
      "<textarea></title><a href=x></textarea><a href=1>",
      "+1\n"},
-    {"ClosedScript", "<script src=1 /><a href=2><style/><a href=3><script/x><a href=x></script>",
+    {"ClosedScript",
+     "<script src=1 /><a href=2><style/><a href=3><script/x><a href=x></script><style / ><a "
+     "href=x>",
      "-1\n+2\n+3\n"},
     {"References",
      "<a href='&amp;&lt;&gt;&quot;&apos;&#65;&#x42;&#X43;&#xe9;&#x7ff;&#8364;&#x1F600;'>",
@@ -130,8 +132,14 @@ const PageRow kPages[] = {
      "<a href='&AElig;&zwnj;&eacute;&Eacute&yen?&frac12;&zscr;&NotEqualTilde;&fjlig;"
      "&CounterClockwiseContourIntegral;&notin;&not'>",
      "+\u00C6\u200C\u00E9\u00C9\u00A5?\u00BD\U0001D4CF\u2242\u0338fj\u2233\u2209\u00AC\n"},
+    {"ReferencesInTheMiddle",
+     "<a href=1234567890123456&#65;890123456><a href=12345678&#66;9012345678901234567>",
+     "+1234567890123456A890123456\n+12345678B9012345678901234567\n"},
     {"DecodedOnce", "<a href='&amp;amp;&#38;lt;'>", "+&amp;&lt;\n"},
-    {"SpaceAround", "<a href='\n 1\t2\r\n 3\x01 '><a href='&#32;4&#32;'>", "+12 3\n+4\n"},
+    {"SpaceAround",
+     "<a href='\n 1\t2\r\n 3\x01 '><a href='&#32;4&#32;'><a href=' 5'><a href='6 '><a "
+     "href='/123456789 '>",
+     "+12 3\n+4\n+5\n+6\n+/123456789\n"},
     {"LinesInLinks", "<a href='1\n2'><a href='3\r4'><a href='5\t6'>", "+12\n+34\n+56\n"},
     {"Nul", "<a href='1\0002'><a href='\0003\0'><a\0 href=4><a \0href=5><\0a href=6>"s, "+3\n"},
     {"Set", "<img srcset=' a.png, b.png 2x,c,d.png 3x , e,, ,f (1,2) 4x,g\n(,h'>",
@@ -366,17 +374,17 @@ TYPED_TEST(Marks, AreThoseOfTheBytes)
     for (std::size_t length = 0; length <= kCAWindow; ++length) {
         std::string bytes;
         while (bytes.size() < length) {
-            constexpr std::string_view kNear = "<=;>\xBC !\x1F\xA0\x7F\x80\xFF\1";
+            constexpr std::string_view kNear = "<=;>\xBC !\x1F\xA0\x7F\x80\xFF\1\"'#&(";
             bytes += random() % 2 != 0 ? kNear[random() % kNear.size()] : char(random());
         }
-        const TypeParam window = length < kCAWindow ? CALastWindow<TypeParam>(bytes.data(), length)
-                                                    : TypeParam(bytes.data());
         bytes.resize(kCAWindow);
+        const char *const at = bytes.data();
         for (std::size_t i = 0; i < bytes.size(); ++i) {
             const auto byte = static_cast<unsigned char>(bytes[i]);
-            EXPECT_EQ(window.of('<') >> i & 1U, byte == '<' ? 1U : 0U) << i;
-            EXPECT_EQ(window.of('\xBC') >> i & 1U, byte == 0xBC ? 1U : 0U) << i;
-            EXPECT_EQ(window.upTo(' ') >> i & 1U, byte <= ' ' ? 1U : 0U) << i;
+            const bool ends = byte == '>' || byte == '"' || byte == '\'';
+            EXPECT_EQ(TypeParam::of(at, '<') >> i & 1U, byte == '<' ? 1U : 0U) << i;
+            EXPECT_EQ(TypeParam::of(at, '\xBC') >> i & 1U, byte == 0xBC ? 1U : 0U) << i;
+            EXPECT_EQ(TypeParam::ofEnds(at) >> i & 1U, ends ? 1U : 0U) << i;
         }
     }
 }

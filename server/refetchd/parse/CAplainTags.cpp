@@ -5,7 +5,7 @@
 #include <cstring>
 
 #include "HTString.h"
-#include "parse/CAendMarks.h"
+#include "parse/CAmarks.h"
 #include "parse/CAmodernTags.h"
 
 namespace {
@@ -70,7 +70,7 @@ struct Passed {
 // value.
 Passed passWindow(const char *at, std::size_t length, CAMarks opens)
 {
-    const CAMarks ends = CAEndMarks(at);
+    const CAMarks ends = CAWindow::ofEnds(at);
     while (opens != 0) {
         const std::size_t open = CAFirstMark(opens);
         if (CAMarksFrom(ends, open) == 0) {
@@ -90,7 +90,7 @@ Passed passLast(const char *at, std::size_t length)
 {
     std::array<char, kCAWindow> last{};
     std::memcpy(last.data(), at, length);
-    return passWindow(last.data(), length, CAWindow(last.data()).of('<'));
+    return passWindow(last.data(), length, CAWindow::of(last.data(), '<'));
 }
 
 }  // namespace
@@ -100,7 +100,7 @@ const char *CAPassPlainTags(const char *at, const char *end)
     Passed passed{0, false};
     while (at != end && !passed.isEnd) {
         const auto left = static_cast<std::size_t>(end - at);
-        const CAMarks opens = left < kCAWindow ? 0 : CAWindow(at).of('<');
+        const CAMarks opens = left < kCAWindow ? 0 : CAWindow::of(at, '<');
         if (opens != 0) {
             passed = passWindow(at, kCAWindow, opens);
             at += passed.length;

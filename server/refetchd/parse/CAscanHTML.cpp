@@ -209,7 +209,7 @@ public:
                 if (!mayBeTarget(at_ + open + 1)) {
                     continue;
                 }
-                const CAMarks closes = CAWindow(at_).of('>');
+                const CAMarks closes = CAWindow::of(at_, '>');
                 if (isOutside(open, closes)) {
                     return takeAt(open, CAMarksFrom(closes, open), tag);
                 }
@@ -218,7 +218,7 @@ public:
                 return takeOfRest(tag);
             }
             at_ = next_;
-            left_ = opens_ = CAWindow(at_).of('<');
+            left_ = opens_ = CAWindow::of(at_, '<');
             next_ = opens_ != 0 ? at_ + kCAWindow : findOrEnd(at_ + kCAWindow, end_, '<');
         }
     }
